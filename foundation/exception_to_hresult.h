@@ -1,0 +1,14 @@
+#pragma once
+
+#include <windows.h>
+
+namespace velt
+{
+/// The HRESULT of the exception that is being handled; call it inside a catch block only. It writes
+/// a level 1 trace first.
+///
+/// SystemException::HRESULT and _com_error keep their code, SystemException::Win32 becomes
+/// HRESULT_FROM_WIN32, std::bad_alloc is E_OUTOFMEMORY and everything else E_UNEXPECTED. The answer
+/// is never a success code.
+HRESULT HResultFromCurrentException() noexcept;
+} // namespace velt

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdarg>
+#include <cstdint>
+#include <string>
+
+/// Function tracing to the debugger and to a trace viewer window.
+///
+/// Any thread may trace. Lines are written under one process-wide lock, so those of different
+/// threads never mix; nested scopes of a thread are indented by two blanks a level. Formats are
+/// printf's; a message is cut after 1023 characters. Nothing is written before TraceInitialise.
+namespace UTrace
+{
+/// Given as a format it suppresses the line; recognised by its address, never by its content.
+inline constexpr char silent[] = "silent";
+
+/// Sets the start values (flags 3, threshold 0, no filter) and looks for a viewer. Returns false
+/// and changes nothing when that was done before, or when no UTrace::State lives. Throws what
+/// tls_data throws.
+bool TraceInitialise();
+
+/// What the library does once at load: turns tracing on for levels up to 4. By design, the flags
+/// are 3 afterwards, because TraceInitialise stores them after they were set to 7. A number in the
+/// environment variable VELT_TRACE (decimal, or hexadecimal after 0x) replaces them.
+void StartUp() noexcept;
+
+/// The highest level of the messages that are written, and the bits UTrace::kFlag...
+void TraceSetThreshold(std::int32_t threshold) noexcept;
+void TraceSetFlags(std::uint32_t flags) noexcept;
+
+/// Messages of level 1 (errors) and 3 (details). They keep the thread's last error. They throw what
+/// tls_data throws and nothing else.
+[[gnu::format(gnu_printf, 1, 2)]] void TraceLevel1(const char* format, ...);
+[[gnu::format(gnu_printf, 1, 2)]] void TraceLevel3(const char* format, ...);
+
+/// Whether a viewer window exists. Looks for it at most once in 3000 ms.
+bool FindTraceViewer() noexcept;
+
+/// A function's exit line, and its result on the way out.
+class ITrace
+{
+public:
+    ITrace(const ITrace&) = delete;
+    ITrace& operator=(const ITrace&) = delete;
+
+    /// Gives the thread its former depth back, then writes the exit line; keeps the last error.
+    virtual ~ITrace();
+
+    /// The value given to Return, 0 before.
+    virtual std::int32_t GetReturn() const noexcept;
+
+    /// Keeps the value and returns it. The exit line ends with the formatted text, or with
+    /// "return = <value>" for a null format; with `silent` there is none.
+    virtual std::int32_t Return(std::int32_t value, const char* format, ...);
+
+protected:
+    explicit ITrace(const char* function);
+
+    /// Writes the entry line and goes one level deeper.
+    void Enter(const char* format, std::va_list arguments);
+
+private:
+    std::string m_source;
+    const char* m_function;
+    std::string m_returnText;
+    std::int32_t m_returnValue = 0;
+    std::uint32_t m_savedDepth = 0;
+    bool m_quiet = false;
+    bool m_showValue = false;         // "return = <value>", made only when the line is written
+    std::uint32_t* m_depth = nullptr; // this thread's; null when no UTrace::State lives
+};
+
+/// The scope object that every public operation makes first.
+class Function final : public ITrace
+{
+public:
+    /// `function` is the qualified name and must outlive the scope (a literal). The entry line ends
+    /// with the formatted text, or with "enter" for a null format; with `silent` there is none.
+    /// Throws what tls_data throws.
+    explicit Function(const char* function, const char* format = nullptr, ...);
+};
+} // namespace UTrace

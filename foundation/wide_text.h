@@ -1,0 +1,19 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+namespace velt
+{
+/// Converts between the platform's UTF-16 and our UTF-8. Ill-formed input becomes U+FFFD.
+/// Throws std::bad_alloc only.
+std::wstring WideFromUtf8(std::string_view text);
+std::string Utf8FromWide(std::wstring_view text);
+
+/// Converts UTF-16 to the code page `codePage` (CP_ACP, CP_THREAD_ACP, ...); characters that it
+/// lacks become its default character. Throws SystemException::Win32 when the system refuses the
+/// text, and std::bad_alloc.
+std::string NarrowFromWide(std::wstring_view text, UINT codePage);
+} // namespace velt

@@ -1,0 +1,21 @@
+#include "foundation/win_critical_section.h"
+
+WinCriticalSection::WinCriticalSection() noexcept
+{
+    ::InitializeCriticalSection(&m_section);
+}
+
+WinCriticalSection::~WinCriticalSection()
+{
+    ::DeleteCriticalSection(&m_section);
+}
+
+void WinCriticalSection::Enter() noexcept
+{
+    ::EnterCriticalSection(&m_section);
+}
+
+void WinCriticalSection::Leave() noexcept
+{
+    ::LeaveCriticalSection(&m_section);
+}
