@@ -99,7 +99,8 @@ LSTATUS CRegKeyW::QueryDWORDValue(const wchar_t* name, DWORD* value) noexcept
     const LSTATUS error = ::RegQueryValueExW(m_key, name, nullptr, &type,
                                              reinterpret_cast<BYTE*>(&data), &size);
     // A value of another type may well be longer than the buffer.
-    if (error == ERROR_MORE_DATA || (error == ERROR_SUCCESS && type != REG_DWORD))
+    const bool isDword = type == REG_DWORD && size == sizeof(data);
+    if (error == ERROR_MORE_DATA || (error == ERROR_SUCCESS && !isDword))
     {
         return ERROR_INVALID_DATA;
     }

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <windows.h>
+
+#include <oleauto.h>
+
+#include <cstdint>
+
+namespace velt
+{
+/// Whether the 16 bytes of a VARIANT of this type are its whole value, owning nothing.
+constexpr bool IsPlainVariantType(VARTYPE type) noexcept
+{
+    constexpr std::uint32_t kPlain =
+        1u << VT_EMPTY | 1u << VT_NULL | 1u << VT_I2 | 1u << VT_I4 | 1u << VT_R4 | 1u << VT_R8 |
+        1u << VT_CY | 1u << VT_DATE | 1u << VT_ERROR | 1u << VT_BOOL | 1u << VT_DECIMAL |
+        1u << VT_I1 | 1u << VT_UI1 | 1u << VT_UI2 | 1u << VT_UI4 | 1u << VT_I8 | 1u << VT_UI8 |
+        1u << VT_INT | 1u << VT_UINT;
+    return type < 32 && (kPlain >> type & 1) != 0;
+}
+
+/// Copies a value whole, following references, into a VARIANT that holds nothing yet; after a
+/// failure it is VT_EMPTY. Taken by value, because a copy may call an object that changes the place
+/// where the value came from.
+inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
+{
+    if (IsPlainVariantType(from.vt))
+    {
+        *to = from;
+        return S_OK;
+    }
+    ::VariantInit(to);
+    return ::VariantCopyInd(to, &from);
+}
+
+/// Coerces a value to a 32-bit integer.
+inline HRESULT CoerceToLong(VARIANT value, LONG* number) noexcept
+{
+    if (value.vt == VT_I4)
+    {
+        *number = value.lVal;
+        return S_OK;
+    }
+    VARIANT coerced;
+    ::VariantInit(&coerced);
+    const HRESULT hr = ::VariantChangeType(&coerced, &value, 0, VT_I4);
+    if (SUCCEEDED(hr))
+    {
+        *number = coerced.lVal;
+    }
+    return hr;
+}
+} // namespace velt

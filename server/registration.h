@@ -1,0 +1,35 @@
+#pragma once
+
+#include "server/class_table.h"
+#include "server/registrar_script.h"
+#include "server/registrar_writer.h"
+
+#include <windows.h>
+
+#include <span>
+#include <string>
+
+namespace velt
+{
+/// Per-user when the machine's classes cannot be opened for writing: registration then needs no
+/// administrator.
+RegistrationScope CurrentRegistrationScope() noexcept;
+
+/// Full path of a loaded module. Throws SystemException::Win32 and std::bad_alloc.
+std::wstring ModulePath(HMODULE module);
+
+/// Runs the script that the module holds as resource `id` of type REGISTRY, encoded in UTF-8. A
+/// script that does not parse changes nothing and is an ERROR_INVALID_DATA; its line and column are
+/// traced. Throws SystemException::Win32 and std::bad_alloc.
+void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& replacements,
+                        RegistrationScope scope);
+
+/// Tells the component-categories manager what a class implements and requires, which writes below
+/// its CLSID key. Initialises COM for the time being when there is something to tell.
+/// Throws SystemException::HRESULT.
+void RegisterCategories(const CLSID& clsid, std::span<const CategoryRow> categories);
+
+/// Registers the type library that the module holds as its first one, for the machine or for the
+/// user. Throws SystemException::HRESULT, SystemException::Win32 and std::bad_alloc.
+void RegisterModuleTypeLibrary(HMODULE module, RegistrationScope scope);
+} // namespace velt
