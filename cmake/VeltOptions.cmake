@@ -17,7 +17,7 @@ if(WIN32)
     # its data. No time stamp: two builds of one commit are the same bytes.
     target_compile_options(velt_options INTERFACE -ffunction-sections -fdata-sections)
     target_link_options(velt_options INTERFACE
-        -static -Wl,--gc-sections -Wl,--no-insert-timestamp
+        -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup -Wl,--no-insert-timestamp
         -Wl,--dynamicbase -Wl,--nxcompat -Wl,--no-seh)
     if(VELT_CHECKED)
         target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)

@@ -1,0 +1,27 @@
+# Sourced by the commands at the root.
+
+velt_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+velt_logs=$velt_root/build/logs
+. "$velt_root/scripts/setup.sh"
+
+# velt_logged <name> <command...>: runs quietly; the output goes to build/logs/<name>.log, and its
+# end is shown when the command fails.
+velt_logged() {
+    local log=$velt_logs/$1.log
+    shift
+    mkdir -p "$velt_logs"
+    if ! "$@" >"$log" 2>&1; then
+        echo "failed: $*" >&2
+        tail -n 40 "$log" >&2
+        echo "the whole log: ${log#"$velt_root"/}" >&2
+        return 1
+    fi
+}
+
+# velt_build <preset>: configures and builds one preset.
+velt_build() {
+    echo "building: $1"
+    (cd "$velt_root" &&
+        velt_logged "configure-$1" cmake --preset "$1" &&
+        velt_logged "build-$1" cmake --build --preset "$1")
+}
