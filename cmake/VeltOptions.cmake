@@ -22,9 +22,10 @@ if(WIN32)
     if(VELT_CHECKED)
         target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
         target_compile_options(velt_options INTERFACE
-            -O1 -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+            -fsanitize=undefined -fsanitize-undefined-trap-on-error)
     endif()
 else()
+    target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
     target_compile_options(velt_options INTERFACE
         -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(velt_options INTERFACE -fsanitize=address,undefined)

@@ -24,13 +24,13 @@ std::u16string DecodeUtf16(std::string_view bytes)
     for (std::size_t i = 0; i < units; ++i)
     {
         const std::size_t at = 2 + 2 * i;
-        const auto first = static_cast<unsigned char>(bytes[at]);
+        const unsigned first = static_cast<unsigned char>(bytes[at]);
         if (at + 1 == bytes.size()) // no partner: neither swapped nor read past the end
         {
-            text.push_back(first);
+            text.push_back(static_cast<char16_t>(first));
             break;
         }
-        const auto second = static_cast<unsigned char>(bytes[at + 1]);
+        const unsigned second = static_cast<unsigned char>(bytes[at + 1]);
         const unsigned unit = bigEndian ? (first << 8 | second) : (second << 8 | first);
         text.push_back(static_cast<char16_t>(unit));
     }

@@ -351,8 +351,7 @@ private:
     RegistryOperation::Value ReadValue()
     {
         const Token type = m_tokens.Take();
-        const std::wstring_view letter = type.kind == Token::Kind::word ? type.text : L"";
-        if (letter.size() != 1)
+        if (type.kind != Token::Kind::word || type.text.size() != 1)
         {
             throw ScriptError{type.at, "a value's type expected: s, d, b or m"};
         }
@@ -361,7 +360,7 @@ private:
         {
             throw ScriptError{data.at, "a value's data expected"};
         }
-        switch (LowerAscii(letter.front()))
+        switch (LowerAscii(type.text.front()))
         {
         case L's':
             return data.text;
