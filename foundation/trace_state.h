@@ -52,10 +52,11 @@ public:
     }
 
     /// Whether anybody would see a line; if not, there is no need to make one.
-    bool IsAnybodyListening() const noexcept
+    static bool IsAnybodyListening() noexcept
     {
-        return initialised && ((flags & kFlagDebugger) != 0 || filter != nullptr ||
-                               viewerState != kViewerNone);
+        return s_current && s_current->initialised &&
+               ((s_current->flags & kFlagDebugger) != 0 || s_current->filter != nullptr ||
+                s_current->viewerState != kViewerNone);
     }
 
     /// Serialises entry lines, exit lines and level messages.

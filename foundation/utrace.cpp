@@ -129,7 +129,7 @@ void EmitExitLine(State& state, const char* source, std::uint32_t depth, const c
 void TraceMessage(std::int32_t level, const char* format, std::va_list arguments)
 {
     State* const state = State::Current();
-    if (!state || !state->IsAnybodyListening())
+    if (!state || !State::IsAnybodyListening())
     {
         return;
     }
@@ -244,54 +244,39 @@ bool FindTraceViewer() noexcept
     return state->viewer != nullptr;
 }
 
-ITrace::ITrace(const char* function) : m_function(function)
-{
-    if (State* const state = State::Current())
-    {
-        m_source = state->source.data();
-        m_depth = &state->Depth();
-        m_savedDepth = *m_depth;
-    }
-}
-
 void ITrace::Enter(const char* format, std::va_list arguments)
 {
-    State* const state = State::Current();
-    if (!state || !m_depth)
+    if (!m_depth)
     {
         return;
     }
-    if (state->IsAnybodyListening() && format != silent)
+    if (format != silent && State::IsAnybodyListening())
     {
-        const VeltAutoCriticalSection lock(&state->Lock());
-        TraceEmit(*state, m_source.c_str(), kScopeLevel, *m_depth, m_function,
-                  format ? format : "enter", arguments);
+        WriteEntryLine(format ? format : "enter", arguments);
     }
     ++*m_depth;
 }
 
-ITrace::~ITrace()
+void ITrace::WriteEntryLine(const char* format, std::va_list arguments)
 {
-    State* const state = State::Current();
-    if (!state || !m_depth)
-    {
-        return;
-    }
-    *m_depth = m_savedDepth;
-    if (m_quiet || !state->IsAnybodyListening())
-    {
-        return;
-    }
+    State& state = *State::Current();
+    const VeltAutoCriticalSection lock(&state.Lock());
+    TraceEmit(state, m_source.c_str(), kScopeLevel, *m_depth, m_function, format, arguments);
+}
+
+void ITrace::WriteExitLine() noexcept
+{
+    State& state = *State::Current();
     const velt::LastErrorScope keep;
-    const VeltAutoCriticalSection lock(&state->Lock());
+    const VeltAutoCriticalSection lock(&state.Lock());
     if (m_showValue)
     {
-        EmitExitLine(*state, m_source.c_str(), m_savedDepth, m_function, "return = %ld",
+        EmitExitLine(state, m_source.c_str(), m_savedDepth, m_function, "return = %ld",
                      static_cast<long>(m_returnValue));
     }
     else
     {
-        EmitExitLine(*state, m_source.c_str(), m_savedDepth, m_function, "%s",
+        EmitExitLine(state, m_source.c_str(), m_savedDepth, m_function, "%s",
                      m_returnText.empty() ? "return" : m_returnText.c_str());
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/trace_state.h"
+
 #include <cstdarg>
 #include <cstdint>
 #include <string>
@@ -36,7 +38,8 @@ void TraceSetFlags(std::uint32_t flags) noexcept;
 /// Whether a viewer window exists. Looks for it at most once in 3000 ms.
 bool FindTraceViewer() noexcept;
 
-/// A function's exit line, and its result on the way out.
+/// A function's exit line, and its result on the way out. What nobody listens to costs a few loads
+/// and the thread's depth.
 class ITrace
 {
 public:
@@ -44,7 +47,17 @@ public:
     ITrace& operator=(const ITrace&) = delete;
 
     /// Gives the thread its former depth back, then writes the exit line; keeps the last error.
-    virtual ~ITrace();
+    virtual ~ITrace()
+    {
+        if (m_depth)
+        {
+            *m_depth = m_savedDepth;
+            if (!m_quiet && State::IsAnybodyListening())
+            {
+                WriteExitLine();
+            }
+        }
+    }
 
     /// The value given to Return, 0 before.
     virtual std::int32_t GetReturn() const noexcept;
@@ -54,12 +67,37 @@ public:
     virtual std::int32_t Return(std::int32_t value, const char* format, ...);
 
 protected:
-    explicit ITrace(const char* function);
+    explicit ITrace(const char* function) : m_function(function)
+    {
+        if (State* const state = State::Current())
+        {
+            if (state->source.front() != '\0')
+            {
+                m_source = state->source.data();
+            }
+            m_depth = &state->Depth();
+            m_savedDepth = *m_depth;
+        }
+    }
 
-    /// Writes the entry line and goes one level deeper.
+    /// Writes the entry line, if anybody listens, and goes one level deeper.
     void Enter(const char* format, std::va_list arguments);
+    void Enter()
+    {
+        if (m_depth)
+        {
+            if (State::IsAnybodyListening())
+            {
+                WriteEntryLine("enter", nullptr);
+            }
+            ++*m_depth;
+        }
+    }
 
 private:
+    void WriteEntryLine(const char* format, std::va_list arguments);
+    void WriteExitLine() noexcept;
+
     std::string m_source;
     const char* m_function;
     std::string m_returnText;
@@ -67,7 +105,7 @@ private:
     std::uint32_t m_savedDepth = 0;
     bool m_quiet = false;
     bool m_showValue = false;         // "return = <value>", made only when the line is written
-    std::uint32_t* m_depth = nullptr; // this thread's; null when no UTrace::State lives
+    std::uint32_t* m_depth = nullptr; // this thread's; null when no State lived at the start
 };
 
 /// The scope object that every public operation makes first.
@@ -75,8 +113,14 @@ class Function final : public ITrace
 {
 public:
     /// `function` is the qualified name and must outlive the scope (a literal). The entry line ends
-    /// with the formatted text, or with "enter" for a null format; with `silent` there is none.
-    /// Throws what tls_data throws.
-    explicit Function(const char* function, const char* format = nullptr, ...);
+    /// with "enter". Throws what tls_data throws.
+    explicit Function(const char* function) : ITrace(function)
+    {
+        Enter();
+    }
+
+    /// The entry line ends with the formatted text, or with "enter" for a null format; with `silent`
+    /// there is none.
+    Function(const char* function, const char* format, ...);
 };
 } // namespace UTrace
