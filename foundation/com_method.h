@@ -24,7 +24,7 @@ HRESULT ComMethod(const char* function, Body&& body) noexcept
         {
             result = HResultFromCurrentException(); // inside the scope, which indents its trace
         }
-        return trace.Return(result, nullptr);
+        return trace.Return(result);
     }
     catch (...)
     {

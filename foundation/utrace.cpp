@@ -261,7 +261,7 @@ void ITrace::WriteEntryLine(const char* format, std::va_list arguments)
 {
     State& state = *State::Current();
     const VeltAutoCriticalSection lock(&state.Lock());
-    TraceEmit(state, m_source.c_str(), kScopeLevel, *m_depth, m_function, format, arguments);
+    TraceEmit(state, Source(), kScopeLevel, *m_depth, m_function, format, arguments);
 }
 
 void ITrace::WriteExitLine() noexcept
@@ -271,14 +271,26 @@ void ITrace::WriteExitLine() noexcept
     const VeltAutoCriticalSection lock(&state.Lock());
     if (m_showValue)
     {
-        EmitExitLine(state, m_source.c_str(), m_savedDepth, m_function, "return = %ld",
+        EmitExitLine(state, Source(), m_savedDepth, m_function, "return = %ld",
                      static_cast<long>(m_returnValue));
     }
     else
     {
-        EmitExitLine(state, m_source.c_str(), m_savedDepth, m_function, "%s",
-                     m_returnText.empty() ? "return" : m_returnText.c_str());
+        const bool hasText = m_texts && !m_texts->returnText.empty();
+        EmitExitLine(state, Source(), m_savedDepth, m_function, "%s",
+                     hasText ? m_texts->returnText.c_str() : "return");
     }
+}
+
+const char* ITrace::Source() const noexcept
+{
+    return m_texts ? m_texts->source.c_str() : "";
+}
+
+void ITrace::KeepSource(const State& state)
+{
+    m_texts = std::make_unique<Texts>();
+    m_texts->source = state.source.data();
 }
 
 std::int32_t ITrace::GetReturn() const noexcept
@@ -295,7 +307,11 @@ std::int32_t ITrace::Return(std::int32_t value, const char* format, ...)
     {
         std::va_list arguments;
         va_start(arguments, format);
-        m_returnText = FormatMessageText(nullptr, format, arguments).data();
+        if (!m_texts)
+        {
+            m_texts = std::make_unique<Texts>();
+        }
+        m_texts->returnText = FormatMessageText(nullptr, format, arguments).data();
         va_end(arguments);
     }
     return value;

@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 /// Function tracing to the debugger and to a trace viewer window.
@@ -66,17 +67,25 @@ public:
     /// "return = <value>" for a null format; with `silent` there is none.
     virtual std::int32_t Return(std::int32_t value, const char* format, ...);
 
+    /// Return with a null format.
+    std::int32_t Return(std::int32_t value) noexcept
+    {
+        m_returnValue = value;
+        m_showValue = true;
+        return value;
+    }
+
 protected:
     explicit ITrace(const char* function) : m_function(function)
     {
         if (State* const state = State::Current())
         {
-            if (state->source.front() != '\0')
-            {
-                m_source = state->source.data();
-            }
             m_depth = &state->Depth();
             m_savedDepth = *m_depth;
+            if (state->source.front() != '\0')
+            {
+                KeepSource(*state);
+            }
         }
     }
 
@@ -95,12 +104,20 @@ protected:
     }
 
 private:
+    /// What few scopes have: kept apart, so that the others need not make and free it.
+    struct Texts
+    {
+        std::string source;     // the module's source name when the scope was made
+        std::string returnText; // as given to Return
+    };
+
+    void KeepSource(const State& state);
     void WriteEntryLine(const char* format, std::va_list arguments);
     void WriteExitLine() noexcept;
+    const char* Source() const noexcept;
 
-    std::string m_source;
+    std::unique_ptr<Texts> m_texts;
     const char* m_function;
-    std::string m_returnText;
     std::int32_t m_returnValue = 0;
     std::uint32_t m_savedDepth = 0;
     bool m_quiet = false;
