@@ -21,7 +21,9 @@ class tls_data : public VeltCriticalSection
 {
 public:
     tls_data(std::size_t slotCount, Slot initialValue)
-        : m_index(::TlsAlloc()), m_slotCount(slotCount), m_initialValue(initialValue)
+        : m_index(::TlsAlloc()),
+          m_slotCount(slotCount),
+          m_initialValue(initialValue)
     {
         if (m_index == TLS_OUT_OF_INDEXES)
         {

@@ -14,9 +14,7 @@ class TypeInfoHolder
 {
 public:
     /// `iid` must outlive the holder.
-    explicit constexpr TypeInfoHolder(const IID& iid) noexcept : m_iid(iid)
-    {
-    }
+    explicit constexpr TypeInfoHolder(const IID& iid) noexcept : m_iid(iid) {}
 
     TypeInfoHolder(const TypeInfoHolder&) = delete;
     TypeInfoHolder& operator=(const TypeInfoHolder&) = delete;

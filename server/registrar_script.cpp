@@ -20,8 +20,10 @@ constexpr std::size_t kLongestValueName = 16383;
 
 /// Keys that belong to everybody: a script may fill them and may not delete them.
 constexpr std::array<std::wstring_view, 12> kSharedKeys = {
-    L"AppID", L"CLSID",    L"Component Categories", L"FileType", L"Interface", L"Hardware",
-    L"Mime",  L"SAM",      L"SECURITY",             L"SYSTEM",   L"Software",  L"TypeLib"};
+    L"AppID",    L"CLSID",     L"Component Categories",
+    L"FileType", L"Interface", L"Hardware",
+    L"Mime",     L"SAM",       L"SECURITY",
+    L"SYSTEM",   L"Software",  L"TypeLib"};
 
 struct RootName
 {
@@ -100,7 +102,9 @@ class Tokens
 {
 public:
     Tokens(std::wstring_view script, const RegistrarReplacements& replacements)
-        : m_script(script), m_replacements(replacements), m_next(Read())
+        : m_script(script),
+          m_replacements(replacements),
+          m_next(Read())
     {
     }
 
@@ -253,8 +257,9 @@ private:
     void ReadRoot()
     {
         const Token token = m_tokens.Take();
-        const auto found = std::find_if(kRootNames.begin(), kRootNames.end(),
-                                        [&](const RootName& row) { return token.IsKeyword(row.name); });
+        const auto found =
+            std::find_if(kRootNames.begin(), kRootNames.end(),
+                         [&](const RootName& row) { return token.IsKeyword(row.name); });
         if (found == kRootNames.end())
         {
             throw ScriptError{token.at, "a root key expected, such as HKCR"};
@@ -307,7 +312,8 @@ private:
         {
             if (m_parents.size() == kDeepestKey)
             {
-                throw ScriptError{m_tokens.Peek().at, "keys nested deeper than the registry allows"};
+                throw ScriptError{m_tokens.Peek().at,
+                                  "keys nested deeper than the registry allows"};
             }
             m_tokens.Take();
             m_parents.push_back(path);
@@ -454,10 +460,11 @@ private:
         m_operations.push_back({kind, m_root, std::move(path), {}, {}});
     }
 
-    void SetValue(const std::wstring& path, const std::wstring& name, RegistryOperation::Value value)
+    void SetValue(const std::wstring& path, const std::wstring& name,
+                  RegistryOperation::Value value)
     {
-        m_operations.push_back({RegistryOperation::Kind::setValue, m_root, path, name,
-                                std::move(value)});
+        m_operations.push_back(
+            {RegistryOperation::Kind::setValue, m_root, path, name, std::move(value)});
     }
 
     Tokens m_tokens;
