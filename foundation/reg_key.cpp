@@ -153,7 +153,7 @@ LSTATUS CRegKeyW::SetStringValue(const wchar_t* name, const wchar_t* value, DWOR
         const std::string narrow = velt::NarrowFromWide(value, CP_THREAD_ACP);
         return ::RegSetValueExA(m_key, narrowName.Get(), 0, type,
                                 reinterpret_cast<const BYTE*>(narrow.c_str()),
-                                static_cast<DWORD>(narrow.size() + 1));
+                                static_cast<DWORD>(narrow.size()) + 1);
     });
 }
 

@@ -31,6 +31,9 @@ public:
         }
     }
 
+    tls_data(const tls_data&) = delete;
+    tls_data& operator=(const tls_data&) = delete;
+
     ~tls_data() override
     {
         ::TlsFree(m_index);

@@ -19,6 +19,8 @@ public:
     TypeInfoHolder(const TypeInfoHolder&) = delete;
     TypeInfoHolder& operator=(const TypeInfoHolder&) = delete;
 
+    ~TypeInfoHolder() = default;
+
     /// The description without a reference of the caller's own: valid until the module ends.
     HRESULT Get(ITypeInfo** info) noexcept;
 

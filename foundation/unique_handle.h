@@ -24,6 +24,9 @@ public:
     /// Takes over the handle.
     explicit UniqueHandle(Type handle) noexcept : m_handle(handle) {}
 
+    UniqueHandle(const UniqueHandle&) = delete;
+    UniqueHandle& operator=(const UniqueHandle&) = delete;
+
     UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.Release()) {}
 
     UniqueHandle& operator=(UniqueHandle&& other) noexcept
