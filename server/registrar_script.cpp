@@ -101,32 +101,37 @@ struct ScriptError
 class Tokens
 {
 public:
-    Tokens(std::wstring_view script, const RegistrarReplacements& replacements)
+    Tokens(std::wstring_view script, const RegistrarReplacements& replacements) noexcept
         : m_script(script),
-          m_replacements(replacements),
-          m_next(Read())
+          m_replacements(replacements)
     {
     }
 
-    const Token& Peek() const noexcept
+    /// Reads no further than asked, so that the first error of a script is the one reported.
+    const Token& Peek()
     {
-        return m_next;
+        if (!m_next)
+        {
+            m_next = Read();
+        }
+        return *m_next;
     }
 
     Token Take()
     {
-        Token taken = std::move(m_next);
-        m_next = Read();
+        Peek();
+        Token taken = std::move(*m_next);
+        m_next.reset();
         return taken;
     }
 
     /// Takes the token when it is of that kind.
     bool TakeIf(Token::Kind kind)
     {
-        const bool matches = m_next.kind == kind;
+        const bool matches = Peek().kind == kind;
         if (matches)
         {
-            m_next = Read();
+            m_next.reset();
         }
         return matches;
     }
@@ -151,7 +156,7 @@ private:
         case L'\'':
             return {Token::Kind::quoted, start, ReadQuoted()};
         default:
-            return {Token::Kind::word, start, ReadWord()};
+            return ReadWord();
         }
     }
 
@@ -160,15 +165,18 @@ private:
         return {kind, m_at++, {}};
     }
 
-    std::wstring ReadWord()
+    /// A word that a replacement is part of is as inert as a quoted text: never a keyword.
+    Token ReadWord()
     {
-        const std::size_t end = std::min(m_script.find_first_of(kWordEnds, m_at), m_script.size());
+        const std::size_t start = m_at;
+        const std::size_t end = std::min(m_script.find_first_of(kWordEnds, start), m_script.size());
+        const bool plain = m_script.substr(start, end - start).find(L'%') == m_script.npos;
         std::wstring text;
         while (m_at < end)
         {
             AppendCharacter(text, end);
         }
-        return text;
+        return {plain ? Token::Kind::word : Token::Kind::quoted, start, std::move(text)};
     }
 
     std::wstring ReadQuoted()
@@ -225,7 +233,7 @@ private:
     std::wstring_view m_script;
     const RegistrarReplacements& m_replacements;
     std::size_t m_at = 0;
-    Token m_next; // last, because reading it uses the others
+    std::optional<Token> m_next;
 };
 
 /// Builds the operations of one script.
@@ -310,11 +318,6 @@ private:
         }
         if (m_tokens.Peek().kind == Token::Kind::open)
         {
-            if (m_parents.size() == kDeepestKey)
-            {
-                throw ScriptError{m_tokens.Peek().at,
-                                  "keys nested deeper than the registry allows"};
-            }
             m_tokens.Take();
             m_parents.push_back(path);
         }
@@ -351,13 +354,19 @@ private:
         {
             throw ScriptError{name.at, "the name of a key holds a backslash or NUL: nest the keys"};
         }
+        if (m_parents.size() > kDeepestKey)
+        {
+            throw ScriptError{name.at, "keys nested deeper than the registry allows"};
+        }
         return name;
     }
 
     RegistryOperation::Value ReadValue()
     {
         const Token type = m_tokens.Take();
-        if (type.kind != Token::Kind::word || type.text.size() != 1)
+        constexpr std::wstring_view kTypes = L"sdbm";
+        const wchar_t letter = type.text.size() == 1 ? LowerAscii(type.text.front()) : L'\0';
+        if (type.kind != Token::Kind::word || kTypes.find(letter) == kTypes.npos)
         {
             throw ScriptError{type.at, "a value's type expected: s, d, b or m"};
         }
@@ -366,7 +375,7 @@ private:
         {
             throw ScriptError{data.at, "a value's data expected"};
         }
-        switch (LowerAscii(type.text.front()))
+        switch (letter)
         {
         case L's':
             return data.text;
@@ -374,10 +383,8 @@ private:
             return ReadNumber(data);
         case L'b':
             return ReadBytes(data);
-        case L'm':
-            return ReadTexts(data);
         default:
-            throw ScriptError{type.at, "a value's type expected: s, d, b or m"};
+            return ReadTexts(data);
         }
     }
 

@@ -1,0 +1,236 @@
+// The library's entry points, seen as a host sees them: through LoadLibrary and GetProcAddress.
+
+#include "tests/support/component_library.h"
+#include "tests/support/thread_group.h"
+
+#include <provider_lib.h>
+
+#include <array>
+#include <set>
+
+#include <catch.hpp>
+
+using Microsoft::WRL::ComPtr;
+using velt::test::ComponentLibrary;
+using velt::test::RunTogether;
+
+namespace
+{
+// No class of anybody's.
+constexpr CLSID kUnknownClass = {
+    0x1D3A0F7E, 0x5B2C, 0x4E88, {0x9A, 0x41, 0x66, 0x0D, 0x2B, 0xC7, 0x15, 0xF3}};
+
+void* Poison()
+{
+    static int poison = 0;
+    return &poison;
+}
+
+/// One of the library's classes, and whether this library can make it.
+struct KnownClass
+{
+    const CLSID* clsid;
+    bool creatable;
+};
+const std::array<KnownClass, 3> kClasses = {{
+    {&CLSID_CVeltHTTPService, false},
+    {&CLSID_CEnumVariantCol, true},
+    {&CLSID_CVeltEulaDlg, false},
+}};
+} // namespace
+
+TEST_CASE("DllGetClassObject: a null out pointer is told before anything else", "[server]")
+{
+    const ComponentLibrary library;
+    const CLSID& clsid = GENERATE(std::cref(CLSID_CEnumVariantCol), std::cref(kUnknownClass));
+    CHECK(library.GetClassObject(clsid, IID_IClassFactory, nullptr) == E_POINTER);
+    CHECK(library.GetClassObject(clsid, IID_IDispatch, nullptr) == E_POINTER);
+}
+
+TEST_CASE("DllGetClassObject: an unknown class is not available", "[server]")
+{
+    const ComponentLibrary library;
+    void* object = Poison();
+    CHECK(library.GetClassObject(kUnknownClass, IID_IClassFactory, &object) ==
+          CLASS_E_CLASSNOTAVAILABLE);
+    CHECK(object == nullptr);
+
+    object = Poison();
+    CHECK(library.GetClassObject(CLSID_NULL, IID_IClassFactory, &object) ==
+          CLASS_E_CLASSNOTAVAILABLE);
+    CHECK(object == nullptr);
+
+    // An interface is no class.
+    object = Poison();
+    CHECK(library.GetClassObject(IID_IEnumVariantCol, IID_IClassFactory, &object) ==
+          CLASS_E_CLASSNOTAVAILABLE);
+    CHECK(object == nullptr);
+}
+
+TEST_CASE("DllGetClassObject: each class is available once it is part of the library", "[server]")
+{
+    const ComponentLibrary library;
+    for (const KnownClass& known : kClasses)
+    {
+        IClassFactory* factory = static_cast<IClassFactory*>(Poison());
+        const HRESULT hr = library.GetClassObject(*known.clsid, IID_IClassFactory,
+                                                  reinterpret_cast<void**>(&factory));
+        CHECK(hr == (known.creatable ? S_OK : CLASS_E_CLASSNOTAVAILABLE));
+        CHECK((factory != nullptr) == known.creatable);
+        if (factory)
+        {
+            factory->Release();
+        }
+    }
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllGetClassObject: an interface that a factory lacks is refused", "[server]")
+{
+    const ComponentLibrary library;
+    void* object = Poison();
+    CHECK(library.GetClassObject(CLSID_CEnumVariantCol, IID_IDispatch, &object) == E_NOINTERFACE);
+    CHECK(object == nullptr);
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllGetClassObject: the same class answers with the same factory", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IUnknown> first;
+    ComPtr<IUnknown> second;
+    REQUIRE(library.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&first)) == S_OK);
+    REQUIRE(library.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&second)) == S_OK);
+    CHECK(first.Get() == second.Get());
+    // Also when nobody has held it in between.
+    IUnknown* const before = first.Get();
+    first.Reset();
+    second.Reset();
+    REQUIRE(library.CanUnloadNow() == S_OK);
+    REQUIRE(library.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&first)) == S_OK);
+    CHECK(first.Get() == before);
+}
+
+TEST_CASE("DllGetClassObject: eight threads at once get one factory", "[server]")
+{
+    for (int round = 0; round < 25; ++round)
+    {
+        const ComponentLibrary library; // loaded anew, so the factory is made in the race
+        std::array<IClassFactory*, 8> factories{};
+        std::array<HRESULT, 8> results{};
+        RunTogether(8, [&](unsigned i) {
+            results[i] = library.GetClassObject(CLSID_CEnumVariantCol, IID_IClassFactory,
+                                                reinterpret_cast<void**>(&factories[i]));
+        });
+        for (std::size_t i = 0; i < factories.size(); ++i)
+        {
+            REQUIRE(results[i] == S_OK);
+            REQUIRE(factories[i] == factories[0]);
+        }
+        CHECK(library.CanUnloadNow() == S_FALSE);
+        for (IClassFactory* factory : factories)
+        {
+            factory->Release();
+        }
+        REQUIRE(library.CanUnloadNow() == S_OK);
+    }
+}
+
+TEST_CASE("DllGetClassObject: a library that was not initialised is unexpected", "[server]")
+{
+    // Loaded without running its entry point: nothing is initialised, nothing imported.
+    const HMODULE module =
+        ::LoadLibraryExW(velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(), nullptr,
+                         DONT_RESOLVE_DLL_REFERENCES);
+    REQUIRE(module);
+    const auto getClassObject = reinterpret_cast<decltype(&::DllGetClassObject)>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "DllGetClassObject")));
+    REQUIRE(getClassObject);
+    CHECK(getClassObject(CLSID_CEnumVariantCol, IID_IClassFactory, nullptr) == E_POINTER);
+    for (const CLSID* clsid : {&CLSID_CEnumVariantCol, &kUnknownClass})
+    {
+        void* object = Poison();
+        CHECK(getClassObject(*clsid, IID_IClassFactory, &object) == E_UNEXPECTED);
+        CHECK(object == nullptr);
+    }
+    ::FreeLibrary(module);
+}
+
+TEST_CASE("DllCanUnloadNow: a new library can be unloaded", "[server]")
+{
+    const ComponentLibrary library;
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllCanUnloadNow: an object keeps the library until its last reference", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IEnumVariantCol> object = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    ComPtr<IUnknown> second;
+    REQUIRE(object.As(&second) == S_OK);
+    object.Reset();
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    second.Reset();
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllCanUnloadNow: an object's enumerator keeps the library too", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IEnumVariantCol> object = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
+    ComPtr<IUnknown> enumerator;
+    REQUIRE(object->get__NewEnum(&enumerator) == S_OK);
+    object.Reset();
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    enumerator.Reset();
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllCanUnloadNow: references of a factory keep the library", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    ComPtr<IClassFactory> second = library.Factory(CLSID_CEnumVariantCol);
+    factory.Reset();
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    second.Reset();
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllCanUnloadNow: server locks keep the library, each one", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
+    REQUIRE(factory->LockServer(TRUE) == S_OK);
+    REQUIRE(factory->LockServer(TRUE) == S_OK);
+    factory.Reset();
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    factory = library.Factory(CLSID_CEnumVariantCol);
+    REQUIRE(factory->LockServer(FALSE) == S_OK);
+    factory.Reset();
+    CHECK(library.CanUnloadNow() == S_FALSE);
+    factory = library.Factory(CLSID_CEnumVariantCol);
+    REQUIRE(factory->LockServer(FALSE) == S_OK);
+    factory.Reset();
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("DllCanUnloadNow: a creation that fails leaves no lock", "[server]")
+{
+    const ComponentLibrary library;
+    ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
+    void* object = Poison();
+    CHECK(factory->CreateInstance(nullptr, IID_IClassFactory, &object) == E_NOINTERFACE);
+    CHECK(object == nullptr);
+    factory.Reset();
+    CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE("The library: it cannot unregister itself", "[server]")
+{
+    const ComponentLibrary library;
+    CHECK(::GetProcAddress(library.Module(), "DllUnregisterServer") == nullptr);
+    CHECK(::GetProcAddress(library.Module(), "DllMain") == nullptr);
+}
