@@ -370,7 +370,7 @@ TEST_CASE("CEnumVariantCol: it answers to its interfaces with one identity", "[c
     REQUIRE(made.collection.As(&dispatch) == S_OK);
     ComPtr<IUnknown> again;
     REQUIRE(dispatch.As(&again) == S_OK);
-    CHECK(again == unknown);
+    CHECK(again.Get() == unknown.Get());
     void* other = made.collection.Get();
     CHECK(made.collection->QueryInterface(IID_IEnumVARIANT, &other) == E_NOINTERFACE);
     CHECK(other == nullptr);
