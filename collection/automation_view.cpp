@@ -9,9 +9,7 @@
 
 namespace velt
 {
-AutomationView::AutomationView(CEnumVariantCol& collection) noexcept : m_collection(collection)
-{
-}
+AutomationView::AutomationView(CEnumVariantCol& collection) noexcept : m_collection(collection) {}
 
 STDMETHODIMP AutomationView::QueryInterface(REFIID iid, void** object)
 {

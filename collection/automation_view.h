@@ -7,8 +7,8 @@ class CEnumVariantCol;
 namespace velt
 {
 /// The collection as late-bound callers see it: Add stores a copy of its own and Item hands out a
-/// whole copy, because the caller frees what it passes and what it receives. Everything else goes to
-/// the collection, whose part this object is.
+/// whole copy, because the caller frees what it passes and what it receives. Everything else goes
+/// to the collection, whose part this object is.
 class AutomationView final : public IEnumVariantCol
 {
 public:

@@ -10,7 +10,8 @@
 using velt::ComMethod;
 
 CEnumVariantCol::CEnumVariantCol(IUnknown* outer) noexcept
-    : ComObject(outer), m_automationView(*this)
+    : ComObject(outer),
+      m_automationView(*this)
 {
 }
 

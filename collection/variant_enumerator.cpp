@@ -10,7 +10,9 @@ namespace velt
 {
 CVariantEnumerator::CVariantEnumerator(IUnknown* outer, CEnumVariantCol* collection,
                                        std::size_t next) noexcept
-    : ComObject(outer), m_collection(collection), m_next(next)
+    : ComObject(outer),
+      m_collection(collection),
+      m_next(next)
 {
 }
 
@@ -25,7 +27,8 @@ STDMETHODIMP CVariantEnumerator::Next(ULONG count, VARIANT* values, ULONG* fetch
         {
             return E_POINTER;
         }
-        // The end is looked up anew each time: a copy may call an object that changes the collection.
+        // The end is looked up anew each time: a copy may call an object that changes the
+        // collection.
         const std::vector<VARIANT>& source = m_collection->Values();
         ULONG copied = 0;
         for (; copied < count && m_next + copied < source.size(); ++copied)
@@ -68,9 +71,8 @@ STDMETHODIMP CVariantEnumerator::Reset()
 STDMETHODIMP CVariantEnumerator::Clone(IEnumVARIANT** clone)
 {
     return ComMethod("CVariantEnumerator::Clone", [&] {
-        return CreateComObject<CVariantEnumerator>(nullptr, IID_IEnumVARIANT,
-                                                   reinterpret_cast<void**>(clone),
-                                                   m_collection.Get(), m_next);
+        return CreateComObject<CVariantEnumerator>(
+            nullptr, IID_IEnumVARIANT, reinterpret_cast<void**>(clone), m_collection.Get(), m_next);
     });
 }
 } // namespace velt

@@ -23,9 +23,9 @@ public:
     /// `next`, counted from 0.
     CVariantEnumerator(IUnknown* outer, CEnumVariantCol* collection, std::size_t next) noexcept;
 
-    /// Hands out up to `count` values into an array of that size; S_FALSE when there were fewer, and
-    /// the rest of the array is VT_EMPTY. `fetched` may be null when one is asked for. When a value
-    /// cannot be copied, none is handed out and the walk stays where it was.
+    /// Hands out up to `count` values into an array of that size; S_FALSE when there were fewer,
+    /// and the rest of the array is VT_EMPTY. `fetched` may be null when one is asked for. When a
+    /// value cannot be copied, none is handed out and the walk stays where it was.
     STDMETHODIMP Next(ULONG count, VARIANT* values, ULONG* fetched) override;
 
     STDMETHODIMP Skip(ULONG count) override;

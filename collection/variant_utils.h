@@ -11,11 +11,11 @@ namespace velt
 /// Whether the 16 bytes of a VARIANT of this type are its whole value, owning nothing.
 constexpr bool IsPlainVariantType(VARTYPE type) noexcept
 {
-    constexpr std::uint32_t kPlain =
-        1u << VT_EMPTY | 1u << VT_NULL | 1u << VT_I2 | 1u << VT_I4 | 1u << VT_R4 | 1u << VT_R8 |
-        1u << VT_CY | 1u << VT_DATE | 1u << VT_ERROR | 1u << VT_BOOL | 1u << VT_DECIMAL |
-        1u << VT_I1 | 1u << VT_UI1 | 1u << VT_UI2 | 1u << VT_UI4 | 1u << VT_I8 | 1u << VT_UI8 |
-        1u << VT_INT | 1u << VT_UINT;
+    constexpr std::uint32_t kPlain = 1u << VT_EMPTY | 1u << VT_NULL | 1u << VT_I2 | 1u << VT_I4 |
+                                     1u << VT_R4 | 1u << VT_R8 | 1u << VT_CY | 1u << VT_DATE |
+                                     1u << VT_ERROR | 1u << VT_BOOL | 1u << VT_DECIMAL |
+                                     1u << VT_I1 | 1u << VT_UI1 | 1u << VT_UI2 | 1u << VT_UI4 |
+                                     1u << VT_I8 | 1u << VT_UI8 | 1u << VT_INT | 1u << VT_UINT;
     return type < 32 && (kPlain >> type & 1) != 0;
 }
 

@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-#include <objidl.h>
 #include <oaidl.h>
+#include <objidl.h>
 
 namespace velt
 {

@@ -54,7 +54,8 @@ public:
 
 protected:
     explicit ComObject(IUnknown* outer) noexcept
-        : m_inner(*this), m_controlling(outer ? outer : &m_inner)
+        : m_inner(*this),
+          m_controlling(outer ? outer : &m_inner)
     {
     }
 
@@ -69,9 +70,7 @@ private:
     class Inner final : public IUnknown
     {
     public:
-        explicit Inner(ComObject& owner) noexcept : m_owner(owner)
-        {
-        }
+        explicit Inner(ComObject& owner) noexcept : m_owner(owner) {}
 
         STDMETHODIMP QueryInterface(REFIID iid, void** object) override
         {

@@ -46,8 +46,7 @@ public:
         return hr;
     }
 
-    STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID,
-                               DISPID* ids) override
+    STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids) override
     {
         if (!::IsEqualIID(iid, IID_NULL))
         {

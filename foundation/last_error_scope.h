@@ -9,9 +9,7 @@ namespace velt
 class LastErrorScope
 {
 public:
-    LastErrorScope() noexcept : m_lastError(::GetLastError())
-    {
-    }
+    LastErrorScope() noexcept : m_lastError(::GetLastError()) {}
 
     LastErrorScope(const LastErrorScope&) = delete;
     LastErrorScope& operator=(const LastErrorScope&) = delete;

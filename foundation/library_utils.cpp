@@ -7,9 +7,7 @@
 
 namespace CLibraryUtils
 {
-CLibraryUtilsImpl::CLibraryUtilsImpl(HMODULE module) noexcept : m_module(module)
-{
-}
+CLibraryUtilsImpl::CLibraryUtilsImpl(HMODULE module) noexcept : m_module(module) {}
 
 CLibraryUtilsImpl::~CLibraryUtilsImpl()
 {
@@ -25,9 +23,7 @@ HMODULE CLibraryUtilsImpl::GetModule() const noexcept
     return m_module;
 }
 
-SmartComInitializer::SmartComInitializer() noexcept : m_result(::CoInitialize(nullptr))
-{
-}
+SmartComInitializer::SmartComInitializer() noexcept : m_result(::CoInitialize(nullptr)) {}
 
 SmartComInitializer::~SmartComInitializer()
 {

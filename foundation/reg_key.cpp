@@ -32,7 +32,8 @@ class NarrowName
 {
 public:
     explicit NarrowName(const wchar_t* name)
-        : m_isNull(!name), m_text(name ? velt::NarrowFromWide(name, CP_THREAD_ACP) : std::string())
+        : m_isNull(!name),
+          m_text(name ? velt::NarrowFromWide(name, CP_THREAD_ACP) : std::string())
     {
     }
 
@@ -96,8 +97,8 @@ LSTATUS CRegKeyW::QueryDWORDValue(const wchar_t* name, DWORD* value) noexcept
     DWORD type = REG_NONE;
     DWORD data = 0;
     DWORD size = sizeof(data);
-    const LSTATUS error = ::RegQueryValueExW(m_key, name, nullptr, &type,
-                                             reinterpret_cast<BYTE*>(&data), &size);
+    const LSTATUS error =
+        ::RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(&data), &size);
     // A value of another type may well be longer than the buffer.
     const bool isDword = type == REG_DWORD && size == sizeof(data);
     if (error == ERROR_MORE_DATA || (error == ERROR_SUCCESS && !isDword))
@@ -152,7 +153,7 @@ LSTATUS CRegKeyW::SetStringValue(const wchar_t* name, const wchar_t* value, DWOR
         const std::string narrow = velt::NarrowFromWide(value, CP_THREAD_ACP);
         return ::RegSetValueExA(m_key, narrowName.Get(), 0, type,
                                 reinterpret_cast<const BYTE*>(narrow.c_str()),
-                                static_cast<DWORD>(narrow.size() + 1));
+                                static_cast<DWORD>(narrow.size()) + 1);
     });
 }
 

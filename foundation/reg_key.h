@@ -25,8 +25,7 @@ public:
     /// pointer is not null.
     LSTATUS Create(HKEY parent, const wchar_t* name, const wchar_t* className = nullptr,
                    DWORD options = REG_OPTION_NON_VOLATILE, REGSAM access = KEY_READ | KEY_WRITE,
-                   SECURITY_ATTRIBUTES* security = nullptr,
-                   DWORD* disposition = nullptr) noexcept;
+                   SECURITY_ATTRIBUTES* security = nullptr, DWORD* disposition = nullptr) noexcept;
 
     /// Opens a key that exists; otherwise as Create.
     LSTATUS Open(HKEY parent, const wchar_t* name, REGSAM access = KEY_READ | KEY_WRITE) noexcept;
@@ -44,8 +43,7 @@ public:
     LSTATUS QueryStringValue(const wchar_t* name, char* buffer, DWORD* size) noexcept;
 
     /// Writes narrow text; `type` is REG_SZ or REG_EXPAND_SZ.
-    LSTATUS SetStringValue(const wchar_t* name, const wchar_t* value,
-                           DWORD type = REG_SZ) noexcept;
+    LSTATUS SetStringValue(const wchar_t* name, const wchar_t* value, DWORD type = REG_SZ) noexcept;
 
 private:
     /// Closes the open key and keeps another one.

@@ -17,9 +17,9 @@ struct MessageModule
 
 /// Where the texts of a facility are looked for, in this order.
 constexpr MessageModule kMessageModules[] = {
-    {4, L"QUARTZ.DLL"},    {7, L"WMERROR.DLL"},   {13, L"WMERROR.DLL"},
-    {7, L"NETMSG.DLL"},    {12, L"MSXML6R.DLL"},  {12, L"MSXML5R.DLL"},
-    {12, L"MSXML4R.DLL"},  {12, L"MSXML3R.DLL"},  {12, L"WININET.DLL"},
+    {4, L"QUARTZ.DLL"},   {7, L"WMERROR.DLL"},  {13, L"WMERROR.DLL"},
+    {7, L"NETMSG.DLL"},   {12, L"MSXML6R.DLL"}, {12, L"MSXML5R.DLL"},
+    {12, L"MSXML4R.DLL"}, {12, L"MSXML3R.DLL"}, {12, L"WININET.DLL"},
 };
 
 constexpr DWORD kNeutralDefault = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
@@ -28,9 +28,8 @@ constexpr DWORD kNeutralDefault = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
 wchar_t* AllocateMessage(DWORD flags, HMODULE module, DWORD id, DWORD language) noexcept
 {
     wchar_t* text = nullptr;
-    const DWORD length =
-        ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | flags, module, id, language,
-                         reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    const DWORD length = ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | flags, module, id,
+                                          language, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     return length == 0 ? nullptr : text;
 }
 

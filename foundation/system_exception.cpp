@@ -34,7 +34,8 @@ std::wstring DescribeHResult(DWORD code)
 } // namespace
 
 SystemException::HRESULT::HRESULT(::HRESULT hr)
-    : VeltException(velt::error_texts::kHResultError), m_code(static_cast<std::uint32_t>(hr))
+    : VeltException(velt::error_texts::kHResultError),
+      m_code(static_cast<std::uint32_t>(hr))
 {
     SetMessage(SystemMessage(velt::error_texts::kHResultError, m_code, &DescribeHResult));
 }
@@ -55,7 +56,8 @@ void SystemException::HRESULT::Raise() const
 }
 
 SystemException::Win32::Win32(DWORD error)
-    : VeltException(velt::error_texts::kWin32Error), m_code(error)
+    : VeltException(velt::error_texts::kWin32Error),
+      m_code(error)
 {
     SetMessage(SystemMessage(velt::error_texts::kWin32Error, m_code, &velt::Win32ErrorText));
 }

@@ -21,13 +21,18 @@ class tls_data : public VeltCriticalSection
 {
 public:
     tls_data(std::size_t slotCount, Slot initialValue)
-        : m_index(::TlsAlloc()), m_slotCount(slotCount), m_initialValue(initialValue)
+        : m_index(::TlsAlloc()),
+          m_slotCount(slotCount),
+          m_initialValue(initialValue)
     {
         if (m_index == TLS_OUT_OF_INDEXES)
         {
             velt::ThrowLastError();
         }
     }
+
+    tls_data(const tls_data&) = delete;
+    tls_data& operator=(const tls_data&) = delete;
 
     ~tls_data() override
     {

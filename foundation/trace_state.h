@@ -76,9 +76,7 @@ public:
     class Word
     {
     public:
-        constexpr explicit Word(Type value) noexcept : m_value(value)
-        {
-        }
+        constexpr explicit Word(Type value) noexcept : m_value(value) {}
 
         operator Type() const noexcept
         {

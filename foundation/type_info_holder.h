@@ -14,12 +14,12 @@ class TypeInfoHolder
 {
 public:
     /// `iid` must outlive the holder.
-    explicit constexpr TypeInfoHolder(const IID& iid) noexcept : m_iid(iid)
-    {
-    }
+    explicit constexpr TypeInfoHolder(const IID& iid) noexcept : m_iid(iid) {}
 
     TypeInfoHolder(const TypeInfoHolder&) = delete;
     TypeInfoHolder& operator=(const TypeInfoHolder&) = delete;
+
+    ~TypeInfoHolder() = default;
 
     /// The description without a reference of the caller's own: valid until the module ends.
     HRESULT Get(ITypeInfo** info) noexcept;

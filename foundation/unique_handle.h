@@ -11,8 +11,8 @@ namespace velt
 /// Owns one system resource; moves and never copies.
 ///
 /// Traits tell the kind of resource: `Type` (the handle), `Invalid()` (the value that stands for
-/// none) and `Close(handle)`. Closing keeps the thread's last error, because a caller that is on its
-/// way out of a failed call still asks for it.
+/// none) and `Close(handle)`. Closing keeps the thread's last error, because a caller that is on
+/// its way out of a failed call still asks for it.
 template <class Traits>
 class UniqueHandle
 {
@@ -22,13 +22,12 @@ public:
     UniqueHandle() noexcept = default;
 
     /// Takes over the handle.
-    explicit UniqueHandle(Type handle) noexcept : m_handle(handle)
-    {
-    }
+    explicit UniqueHandle(Type handle) noexcept : m_handle(handle) {}
 
-    UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.Release())
-    {
-    }
+    UniqueHandle(const UniqueHandle&) = delete;
+    UniqueHandle& operator=(const UniqueHandle&) = delete;
+
+    UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.Release()) {}
 
     UniqueHandle& operator=(UniqueHandle&& other) noexcept
     {

@@ -71,8 +71,10 @@ Decoded DecodeUtf8(std::string_view text) noexcept
         std::size_t size;
         char32_t smallest; // anything below has a shorter form
     };
-    static constexpr Form kForms[] = {
-        {0x80, 0x00, 1, 0x0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+    static constexpr Form kForms[] = {{0x80, 0x00, 1, 0x0},
+                                      {0xE0, 0xC0, 2, 0x80},
+                                      {0xF0, 0xE0, 3, 0x800},
+                                      {0xF8, 0xF0, 4, 0x10000}};
 
     const auto lead = static_cast<unsigned char>(text[0]);
     for (const Form& form : kForms)

@@ -7,11 +7,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <string_view>
+#include <system_error>
 
 namespace UTrace
 {
@@ -152,9 +153,12 @@ void ApplyEnvironment() noexcept
     {
         return;
     }
-    char* end = nullptr;
-    const unsigned long flags = std::strtoul(text.data(), &end, 0);
-    if (end != text.data() && *end == '\0')
+    const bool hexadecimal = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* const first = text.data() + (hexadecimal ? 2 : 0);
+    const char* const last = text.data() + length;
+    std::uint32_t flags = 0;
+    const auto [end, error] = std::from_chars(first, last, flags, hexadecimal ? 16 : 10);
+    if (error == std::errc() && end == last)
     {
         TraceSetFlags(flags);
     }

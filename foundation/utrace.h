@@ -136,8 +136,8 @@ public:
         Enter();
     }
 
-    /// The entry line ends with the formatted text, or with "enter" for a null format; with `silent`
-    /// there is none.
+    /// The entry line ends with the formatted text, or with "enter" for a null format; with
+    /// `silent` there is none.
     Function(const char* function, const char* format, ...);
 };
 } // namespace UTrace

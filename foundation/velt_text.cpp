@@ -56,7 +56,8 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path)
 } // namespace
 
 VeltText::VeltText(std::int32_t id, const char* defaultText) noexcept
-    : m_id(id), m_defaultText(defaultText)
+    : m_id(id),
+      m_defaultText(defaultText)
 {
     const VeltText** link = &g_firstText;
     while (*link && (*link)->m_id < id)

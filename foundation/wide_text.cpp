@@ -29,8 +29,8 @@ std::string NarrowFromWide(std::wstring_view text, UINT codePage)
         throw SystemException::Win32(ERROR_INVALID_PARAMETER);
     }
     const auto length = static_cast<int>(text.size());
-    const int size = ::WideCharToMultiByte(codePage, 0, text.data(), length, nullptr, 0, nullptr,
-                                           nullptr);
+    const int size =
+        ::WideCharToMultiByte(codePage, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     if (size <= 0)
     {
         ThrowLastError();

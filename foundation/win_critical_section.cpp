@@ -1,6 +1,6 @@
 #include "foundation/win_critical_section.h"
 
-WinCriticalSection::WinCriticalSection() noexcept
+WinCriticalSection::WinCriticalSection() noexcept : m_section()
 {
     ::InitializeCriticalSection(&m_section);
 }

@@ -5,9 +5,7 @@
 
 namespace velt
 {
-CClassFactory::CClassFactory(ObjectCreator creator) noexcept : m_creator(creator)
-{
-}
+CClassFactory::CClassFactory(ObjectCreator creator) noexcept : m_creator(creator) {}
 
 STDMETHODIMP CClassFactory::QueryInterface(REFIID iid, void** object)
 {

@@ -9,9 +9,9 @@ namespace velt
 /// Makes one object, as part of an aggregate when `outer` is not null, and asks it for `iid`.
 using ObjectCreator = HRESULT (*)(IUnknown* outer, REFIID iid, void** object);
 
-/// The class factory of one class. The module owns it and keeps it until the library is unloaded, so
-/// references do not end its life; while there are any, they hold one module lock.
-/// Any thread may call.
+/// The class factory of one class. The module owns it and keeps it until the library is unloaded,
+/// so references do not end its life; while there are any, they hold one module lock. Any thread
+/// may call.
 class CClassFactory final : public IClassFactory
 {
 public:
@@ -19,6 +19,8 @@ public:
 
     CClassFactory(const CClassFactory&) = delete;
     CClassFactory& operator=(const CClassFactory&) = delete;
+
+    ~CClassFactory() = default;
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
     STDMETHODIMP_(ULONG) AddRef() override;

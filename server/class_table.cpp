@@ -9,8 +9,11 @@ namespace velt
 {
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
     {&CLSID_CVeltHTTPService, nullptr, VELT_REGISTRY_VELT_HTTP_SERVICE, L"Free", {}},
-    {&CLSID_CEnumVariantCol, &CreateComObject<CEnumVariantCol>, VELT_REGISTRY_ENUM_VARIANT_COL,
-     L"Apartment", {}},
+    {&CLSID_CEnumVariantCol,
+     &CreateComObject<CEnumVariantCol>,
+     VELT_REGISTRY_ENUM_VARIANT_COL,
+     L"Apartment",
+     {}},
     {&CLSID_CVeltEulaDlg, nullptr, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
 }};
 } // namespace velt

@@ -25,6 +25,10 @@ public:
     using RegistrationHook = HRESULT (*)();
 
     CVeltHTTPClient() noexcept = default;
+
+    CVeltHTTPClient(const CVeltHTTPClient&) = delete;
+    CVeltHTTPClient& operator=(const CVeltHTTPClient&) = delete;
+
     ~CVeltHTTPClient();
 
     /// Completes the module at load: tracing starts here, and nothing else does. False when the

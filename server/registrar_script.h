@@ -29,9 +29,9 @@ struct RegistryOperation
         deleteTree, // the key and everything below it; no error when there is none
         setValue,   // in a key that an earlier operation created
     };
-    using Value = std::variant<std::wstring,              // REG_SZ
-                               std::uint32_t,             // REG_DWORD
-                               std::vector<std::uint8_t>, // REG_BINARY
+    using Value = std::variant<std::wstring,               // REG_SZ
+                               std::uint32_t,              // REG_DWORD
+                               std::vector<std::uint8_t>,  // REG_BINARY
                                std::vector<std::wstring>>; // REG_MULTI_SZ
 
     Kind kind;

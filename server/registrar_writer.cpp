@@ -51,8 +51,7 @@ void SetData(const CRegKeyW& key, const std::wstring& name, DWORD type, const vo
              std::size_t sizeBytes)
 {
     ThrowIfError(::RegSetValueExW(key.GetKey(), name.c_str(), 0, type,
-                                  static_cast<const BYTE*>(data),
-                                  static_cast<DWORD>(sizeBytes)));
+                                  static_cast<const BYTE*>(data), static_cast<DWORD>(sizeBytes)));
 }
 
 std::size_t SizeWithNul(const std::wstring& text) noexcept

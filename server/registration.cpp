@@ -42,8 +42,7 @@ using RegisterTypeLibFunction = decltype(&::RegisterTypeLib);
 RegisterTypeLibFunction FindRegisterTypeLibForUser()
 {
     const HMODULE module = ::GetModuleHandleW(L"OLEAUT32.DLL");
-    const FARPROC function =
-        module ? ::GetProcAddress(module, "RegisterTypeLibForUser") : nullptr;
+    const FARPROC function = module ? ::GetProcAddress(module, "RegisterTypeLibForUser") : nullptr;
     if (!function)
     {
         ThrowLastError();
@@ -102,8 +101,8 @@ void RegisterCategories(const CLSID& clsid, std::span<const CategoryRow> categor
     }
     const CLibraryUtils::SmartComInitializer com;
     ComPtr<ICatRegister> manager;
-    ThrowIfFailed(::CoCreateInstance(CLSID_StdComponentCategoriesMgr, nullptr,
-                                     CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&manager)));
+    ThrowIfFailed(::CoCreateInstance(CLSID_StdComponentCategoriesMgr, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_PPV_ARGS(&manager)));
     for (const CategoryRow& row : categories)
     {
         CATID category = row.category; // the manager takes it as writable
@@ -119,9 +118,8 @@ void RegisterModuleTypeLibrary(HMODULE module, RegistrationScope scope)
     std::wstring directory = DirectoryOf(path);
     ComPtr<ITypeLib> library;
     ThrowIfFailed(::LoadTypeLib(path.c_str(), &library));
-    const RegisterTypeLibFunction registerTypeLib = scope == RegistrationScope::user
-                                                        ? FindRegisterTypeLibForUser()
-                                                        : &::RegisterTypeLib;
+    const RegisterTypeLibFunction registerTypeLib =
+        scope == RegistrationScope::user ? FindRegisterTypeLibForUser() : &::RegisterTypeLib;
     ThrowIfFailed(registerTypeLib(library.Get(), path.data(), directory.data()));
 }
 } // namespace velt

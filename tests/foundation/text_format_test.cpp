@@ -24,3 +24,22 @@ TEST_CASE("FormatPositional: a placeholder before an earlier one's last insertio
     CHECK(FormatPositional("%1 %0", {"a", "b"}) == "%1 a");
     CHECK(FormatPositional("%0 %1 %0", {"a", "b"}) == "a %1 a");
 }
+
+TEST_CASE("FormatPositional: the search goes on behind each inserted argument", "[foundation]")
+{
+    const auto [text, arguments, expected] =
+        GENERATE(table<std::string, std::vector<std::string>, std::string>(
+            {{"%0", {"%0"}, "%0"},
+             {"%0%0", {"%0"}, "%0%0"},
+             {"%0%1", {"", ""}, ""},
+             {"%00", {"a"}, "a0"},
+             {"%%0", {"a"}, "%a"},
+             {"%", {"a"}, "%"},
+             {"%x %2 %", {"a", "b", "c"}, "%x c %"},
+             {"%2", {"a", "b"}, "%2"},
+             {"%1", {"a", "b"}, "b"},
+             // Argument 1 takes the start of "%10", which was meant for argument 10.
+             {"%10", {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "ten"}, "10"},
+             {"%9 %10", {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "ten"}, "%9 10"}}));
+    CHECK(FormatPositional(text, arguments) == expected);
+}

@@ -1,6 +1,6 @@
 // What the component costs, each measure beside a known one in the same run.
 
-#include "bench/paired.h"
+#include "benchmarks/paired.h"
 #include "foundation/library_utils.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
@@ -231,8 +231,8 @@ void LoadAndCreate(const std::wstring& path, REFCLSID clsid)
     const FARPROC found = ::GetProcAddress(module.GetModule(), "DllGetClassObject");
     using GetClassObject = HRESULT(WINAPI*)(REFCLSID, REFIID, void**);
     ComPtr<IClassFactory> factory;
-    Check(reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(found))(
-        clsid, IID_PPV_ARGS(&factory)));
+    Check(reinterpret_cast<GetClassObject>(reinterpret_cast<void*>(found))(clsid,
+                                                                           IID_PPV_ARGS(&factory)));
     CreateAndRelease(factory.Get(), 1);
 }
 
@@ -293,8 +293,8 @@ void Run()
     PrintRow("LoadLibrary and the first object", "the same of scrrun.dll", BenchLoad(kUntraced, 20),
              "<= 1.00", &traced);
     traced = BenchCreate(kTraced, 50);
-    PrintRow("create and release a collection", "Scripting.Dictionary", BenchCreate(kUntraced, 20000),
-             "<= 0.50", &traced);
+    PrintRow("create and release a collection", "Scripting.Dictionary",
+             BenchCreate(kUntraced, 20000), "<= 0.50", &traced);
     traced = BenchFill(kTraced, 200);
     PrintRow("Add 1,000,000 integers, enumerate by 64", "bare std::vector<VARIANT>",
              BenchFill(kUntraced, 1'000'000), "<= 1.50", &traced);

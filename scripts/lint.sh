@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Runs clang-tidy over the component's own code as it is compiled for Windows.
+#   lint.sh [file.cpp...]     all of foundation/, collection/ and server/ by default
+set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+velt_setup
+cd "$velt_root"
+velt_build release
+[ $# -gt 0 ] || set -- foundation/*.cpp collection/*.cpp server/*.cpp
+
+# clang looks for the cross compiler's headers where that one says they are.
+extra=(--extra-arg-before=--target=i686-w64-mingw32)
+while read -r dir; do
+    extra+=("--extra-arg=-isystem$dir")
+done < <(i686-w64-mingw32-g++-win32 -E -v -xc++ /dev/null 2>&1 |
+    sed -n '/search starts here/,/^End/p' | grep '^ ' | grep -v '/lib/gcc/.*/include$')
+printf '%s\0' "$@" |
+    xargs -0 -n 4 -P "$(nproc)" clang-tidy-14 -p build/release --quiet "${extra[@]}"

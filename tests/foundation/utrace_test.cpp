@@ -1,0 +1,2 @@
+#include "foundation/utrace.h"
+#include <catch.hpp>

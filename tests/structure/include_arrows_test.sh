@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Fails when a product folder includes a folder that it must not know. Arrows point towards
+# foundation/:
+#
+#   foundation <- internet <- connection <- update <- service <- server
+#   foundation <- ui, collection                             <- server
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+
+declare -A allowed=(
+    [foundation]="foundation"
+    [internet]="internet foundation"
+    [connection]="connection internet foundation"
+    [update]="update connection internet foundation"
+    [service]="service update connection internet foundation"
+    [ui]="ui foundation"
+    [collection]="collection foundation"
+    [server]="server service update connection internet ui collection foundation"
+)
+
+# wrong_arrows <root>: the #include lines that point elsewhere.
+wrong_arrows() {
+    local folder file line target
+    for folder in "${!allowed[@]}"; do
+        [ -d "$1/$folder" ] || continue
+        while IFS=: read -r file line target; do
+            case " ${allowed[$folder]} " in
+            *" $target "*) ;;
+            *) echo "$file:$line: $folder/ must not include $target/" ;;
+            esac
+        done < <(grep -rnoP '^\s*#\s*include\s+"\K[^"/]+(?=/)' "$1/$folder" \
+            --include='*.h' --include='*.cpp' --include='*.rc' || true)
+    done
+}
+
+# odd_includes <folders>: lines with a backslash or capitals, which only some file systems take.
+odd_includes() {
+    grep -rnE '^\s*#\s*include\s+["<][^">]*(\\|[A-Z])[^">]*[">]' "$@" --include='*.h' \
+        --include='*.cpp' --include='*.rc' || true
+}
+
+# The check itself must be able to fail.
+trial=$(mktemp -d)
+trap 'rm -rf "$trial"' EXIT
+mkdir "$trial/foundation" "$trial/collection"
+echo '#include "server/module.h"' >"$trial/collection/wrong.h"
+echo '#include "foundation/utf.h"' >"$trial/collection/right.h"
+if [ "$(wrong_arrows "$trial" | wc -l)" -ne 1 ]; then
+    echo "the check does not see a wrong arrow" >&2
+    exit 1
+fi
+
+found=$(wrong_arrows . && odd_includes foundation collection server tests benchmarks samples)
+if [ -n "$found" ]; then
+    echo "$found"
+    exit 1
+fi
+echo "all arrows point towards foundation/"
