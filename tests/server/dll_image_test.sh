@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Looks at the shipped library's file.
+#
+#   dll_image_test.sh <the DLL> <objdump>
+#
+# The folder of the DLL is what is shipped; the folder above it is the build's.
+set -eu
+
+dll=$1
+objdump=$2
+bin=$(dirname "$dll")
+build=$(dirname "$bin")
+failures=0
+
+# expect <what> <expected> <actual>
+expect() {
+    if [ "$2" != "$3" ]; then
+        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
+        failures=$((failures + 1))
+    else
+        printf 'ok: %s\n' "$1"
+    fi
+}
+
+headers=$("$objdump" -p "$dll")
+
+expect "the file is for 32-bit x86" pei-i386 \
+    "$("$objdump" -f "$dll" | sed -n 's/.*file format //p')"
+
+# Lines such as "	[   0] +base[   1] 0000 DllCanUnloadNow" after the table's headline.
+exports=$(sed -n '/Ordinal\/Name Pointer\] Table/,/^$/p' <<<"$headers" |
+    awk '/^[[:space:]]+\[/ { print $NF }' | sort | tr '\n' ' ')
+expect "three exports, undecorated" "DllCanUnloadNow DllGetClassObject DllRegisterServer " "$exports"
+
+system="advapi32.dll gdi32.dll kernel32.dll msimg32.dll msvcrt.dll ole32.dll oleaut32.dll
+    shell32.dll shlwapi.dll user32.dll version.dll wininet.dll comctl32.dll ucrtbase.dll"
+foreign=
+imports=0
+for import in $(sed -n 's/.*DLL Name: //p' <<<"$headers" | tr '[:upper:]' '[:lower:]'); do
+    imports=$((imports + 1))
+    case $import in
+    api-ms-win-*) ;;
+    *) [[ " ${system//$'\n'/ } " == *" $import "* ]] || foreign+="$import " ;;
+    esac
+done
+expect "only DLLs of the system are imported" "" "$foreign"
+expect "imports are read" yes "$([ "$imports" -ge 3 ] && echo yes || echo "no: $imports")"
+
+flags=$(sed -n 's/^DllCharacteristics[[:space:]]*//p' <<<"$headers")
+expect "can be moved (dynamic base)" 64 "$((0x$flags & 0x40))"
+expect "no code in its data (NX)" 256 "$((0x$flags & 0x100))"
+expect "no structured exception handlers" 1024 "$((0x$flags & 0x400))"
+expect "has relocations to be moved with" yes \
+    "$("$objdump" -h "$dll" | grep -qw '\.reloc' && echo yes || echo no)"
+# Two builds of one commit are the same bytes, so the stamp cannot be the time of the build.
+stamp=$(sed -n '0,/^Time\/Date/s/^Time\/Date[[:space:]]*//p' <<<"$headers")
+expect "the time stamp is not the build's" yes \
+    "$([[ $stamp =~ (1970|2000)$ ]] && echo yes || echo "no: $stamp")"
+
+expect "no symbols" "no symbols" "$("$objdump" -t "$dll" | sed -n '/SYMBOL TABLE/{n;p}')"
+expect "no debug sections" "" "$("$objdump" -h "$dll" | grep -o '\.debug[^ ]*' | tr '\n' ' ')"
+size=$(stat -c %s "$dll")
+limit=$((450 * 1024))
+echo "size: $size bytes"
+expect "at most 450 KB" yes "$([ "$size" -le "$limit" ] && echo yes || echo "no: $size")"
+
+# Paths of the build would tell about the maker's machine, and make two builds differ.
+expect "no path of the build inside" 0 "$(grep -acF "$(dirname "$(dirname "$build")")/" "$dll" || true)"
+
+for file in VeltHTTPClient12OEM.map VeltHTTPClient12OEM.debug; do
+    expect "$file lies in the build folder" yes \
+        "$([ -s "$build/$file" ] && echo yes || echo no)"
+done
+expect "the debug file has the symbols" yes \
+    "$("$objdump" -h "$build/VeltHTTPClient12OEM.debug" | grep -q '\.debug_info' && echo yes || echo no)"
+
+shipped=$(cd "$bin" && find . -type f | sort | tr '\n' ' ')
+expect "what is shipped, and nothing else" \
+    "./VeltHTTPClient12OEM.dll ./VeltHTTPClient12OEM.tlb ./include/provider_lib.h ./include/provider_lib_i.c " \
+    "$shipped"
+
+exit "$((failures > 0))"

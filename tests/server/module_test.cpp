@@ -1,0 +1,286 @@
+#include "server/module.h"
+
+#include "foundation/system_exception.h"
+#include "tests/support/component_registration.h"
+#include "tests/support/outer_object.h"
+#include "tests/support/thread_group.h"
+
+#include <provider_lib.h>
+#include <wrl/client.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <catch.hpp>
+
+using Microsoft::WRL::ComPtr;
+using velt::test::DeniedKey;
+using velt::test::RunOnNewThread;
+using velt::test::RunTogether;
+
+namespace
+{
+/// COM on the calling thread until the end of the scope.
+class Apartment
+{
+public:
+    explicit Apartment(DWORD kind = COINIT_MULTITHREADED)
+    {
+        REQUIRE(SUCCEEDED(::CoInitializeEx(nullptr, kind)));
+    }
+
+    Apartment(const Apartment&) = delete;
+    Apartment& operator=(const Apartment&) = delete;
+
+    ~Apartment()
+    {
+        ::CoUninitialize();
+    }
+};
+
+std::string g_called;
+
+void Append(void* argument) noexcept
+{
+    g_called += static_cast<const char*>(argument);
+}
+
+char* Text(const char* text)
+{
+    return const_cast<char*>(text);
+}
+
+int g_hookCalls = 0;
+HRESULT g_hookResult = S_OK;
+
+HRESULT CountingHook()
+{
+    ++g_hookCalls;
+    return g_hookResult;
+}
+} // namespace
+
+TEST_CASE("CVeltHTTPClient: Lock and Unlock return the new count", "[server]")
+{
+    CVeltHTTPClient module;
+    CHECK(module.GetLockCount() == 0);
+    CHECK(module.Lock() == 1);
+    CHECK(module.Lock() == 2);
+    CHECK(module.GetLockCount() == 2);
+    CHECK(module.Unlock() == 1);
+    CHECK(module.Unlock() == 0);
+    CHECK(module.GetLockCount() == 0);
+    CHECK(module.Unlock() == -1); // signed, and nothing guards it
+    CHECK(module.Lock() == 0);
+}
+
+TEST_CASE("CVeltHTTPClient: eight threads lose no lock", "[server]")
+{
+    CVeltHTTPClient module;
+    RunTogether(8, [&](unsigned thread) {
+        for (int i = 0; i < 20'000; ++i)
+        {
+            module.Lock();
+            if (thread % 2 == 0)
+            {
+                module.Unlock();
+            }
+        }
+    });
+    CHECK(module.GetLockCount() == 4 * 20'000);
+}
+
+TEST_CASE("CVeltHTTPClient: is the current module while it lives", "[server]")
+{
+    CVeltHTTPClient module;
+    CHECK(&velt::ComModule::Current() == &module);
+}
+
+TEST_CASE("CVeltHTTPClient: makes no class before it is initialised", "[server]")
+{
+    CVeltHTTPClient module;
+    CHECK_FALSE(module.IsInitialised());
+    int poison = 0;
+    void* object = &poison;
+    CHECK(module.GetClassObject(CLSID_CEnumVariantCol, IID_IClassFactory, nullptr) == E_POINTER);
+    CHECK(module.GetClassObject(CLSID_CEnumVariantCol, IID_IClassFactory, &object) == E_UNEXPECTED);
+    CHECK(object == nullptr);
+
+    REQUIRE(module.Initialise(::GetModuleHandleW(nullptr)));
+    CHECK(module.IsInitialised());
+    ComPtr<IClassFactory> factory;
+    CHECK(module.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&factory)) == S_OK);
+    CHECK(module.GetLockCount() == 1);
+    factory.Reset();
+    CHECK(module.GetLockCount() == 0);
+}
+
+TEST_CASE("CVeltHTTPClient: without a thread-local index it cannot be initialised", "[server]")
+{
+    std::vector<DWORD> taken;
+    for (DWORD index = ::TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = ::TlsAlloc())
+    {
+        taken.push_back(index);
+    }
+    bool initialised = true;
+    {
+        CVeltHTTPClient module;
+        initialised = module.Initialise(::GetModuleHandleW(nullptr));
+    }
+    for (const DWORD index : taken)
+    {
+        ::TlsFree(index);
+    }
+    REQUIRE_FALSE(taken.empty());
+    CHECK_FALSE(initialised);
+    CVeltHTTPClient module;
+    CHECK(module.Initialise(::GetModuleHandleW(nullptr)));
+}
+
+TEST_CASE("CVeltHTTPClient: GetGITPtr hands out the process's table each time", "[server]")
+{
+    const Apartment apartment;
+    CVeltHTTPClient module;
+    CHECK(module.GetGITPtr(nullptr) == E_POINTER);
+    ComPtr<IGlobalInterfaceTable> first;
+    ComPtr<IGlobalInterfaceTable> second;
+    REQUIRE(module.GetGITPtr(&first) == S_OK);
+    REQUIRE(module.GetGITPtr(&second) == S_OK);
+    CHECK(first.Get() == second.Get());
+
+    // Each is a reference of its own: the table works until the last is gone.
+    second.Reset();
+    velt::test::OuterObject object;
+    DWORD cookie = 0;
+    REQUIRE(first->RegisterInterfaceInGlobal(&object, IID_IUnknown, &cookie) == S_OK);
+    ComPtr<IUnknown> found;
+    CHECK(first->GetInterfaceFromGlobal(cookie, IID_PPV_ARGS(&found)) == S_OK);
+    CHECK(found.Get() == &object);
+    CHECK(first->RevokeInterfaceFromGlobal(cookie) == S_OK);
+}
+
+TEST_CASE("CVeltHTTPClient: the table outlives the module for who still holds it", "[server]")
+{
+    const Apartment apartment;
+    ComPtr<IGlobalInterfaceTable> table;
+    {
+        CVeltHTTPClient module;
+        REQUIRE(module.GetGITPtr(&table) == S_OK);
+    }
+    CHECK(table->RevokeInterfaceFromGlobal(0xABCDEF) == E_INVALIDARG);
+}
+
+TEST_CASE("CVeltHTTPClient: GetGITPtr without COM fails, and works once COM is there", "[server]")
+{
+    CVeltHTTPClient module;
+    int poison = 0;
+    auto* table = reinterpret_cast<IGlobalInterfaceTable*>(&poison);
+    HRESULT result = S_OK;
+    RunOnNewThread([&] { result = module.GetGITPtr(&table); });
+    CHECK(result == CO_E_NOTINITIALIZED);
+    CHECK(table == nullptr);
+
+    const Apartment apartment;
+    ComPtr<IGlobalInterfaceTable> works;
+    CHECK(module.GetGITPtr(&works) == S_OK);
+    CHECK(works);
+}
+
+TEST_CASE("CVeltHTTPClient: eight threads at once get one table", "[server]")
+{
+    const Apartment apartment;
+    for (int round = 0; round < 20; ++round)
+    {
+        CVeltHTTPClient module;
+        std::array<IGlobalInterfaceTable*, 8> tables{};
+        RunTogether(8, [&](unsigned thread) { module.GetGITPtr(&tables[thread]); });
+        for (IGlobalInterfaceTable* table : tables)
+        {
+            REQUIRE(table != nullptr);
+            CHECK(table == tables[0]);
+            table->Release();
+        }
+    }
+}
+
+TEST_CASE("CVeltHTTPClient: termination callbacks run in order at its end", "[server]")
+{
+    g_called.clear();
+    {
+        CVeltHTTPClient module;
+        CHECK(module.AddTermFunc(&Append, Text("a")) == S_OK);
+        CHECK(module.AddTermFunc(&Append, Text("b")) == S_OK);
+        CHECK(module.AddTermFunc(&Append, Text("a")) == S_OK); // the same twice is two
+        CHECK(g_called.empty());
+    }
+    CHECK(g_called == "aba");
+}
+
+TEST_CASE("CVeltHTTPClient: no termination callback runs when the process ends", "[server]")
+{
+    g_called.clear();
+    {
+        CVeltHTTPClient module;
+        CHECK(module.AddTermFunc(&Append, Text("a")) == S_OK);
+        module.OnProcessEnd();
+    }
+    CHECK(g_called.empty());
+}
+
+TEST_CASE("CVeltHTTPClient: eight threads lose no termination callback", "[server]")
+{
+    g_called.clear();
+    {
+        CVeltHTTPClient module;
+        RunTogether(8, [&](unsigned) {
+            for (int i = 0; i < 100; ++i)
+            {
+                module.AddTermFunc(&Append, Text("x"));
+            }
+        });
+    }
+    CHECK(g_called == std::string(800, 'x'));
+}
+
+TEST_CASE("CVeltHTTPClient: the common replacement is the application's identity", "[server]")
+{
+    const CVeltHTTPClient module;
+    velt::RegistrarReplacements replacements{{L"OTHER", L"kept"}, {L"APPID", L"replaced"}};
+    module.AddCommonRGSReplacements(replacements);
+    CHECK((replacements ==
+           velt::RegistrarReplacements{{L"OTHER", L"kept"},
+                                       {L"APPID", L"{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}"}}));
+}
+
+TEST_CASE("CVeltHTTPClient: GetTypeLibrary gives the module's own", "[server]")
+{
+    CVeltHTTPClient module;
+    REQUIRE(module.Initialise(::GetModuleHandleW(nullptr)));
+    ComPtr<ITypeLib> library;
+    REQUIRE(module.GetTypeLibrary(&library) == S_OK);
+    TLIBATTR* attributes = nullptr;
+    REQUIRE(library->GetLibAttr(&attributes) == S_OK);
+    CHECK(::IsEqualGUID(attributes->guid, LIBID_ProviderLib));
+    library->ReleaseTLibAttr(attributes);
+}
+
+TEST_CASE("CVeltHTTPClient: the registration hook runs after success, and its result counts",
+          "[server]")
+{
+    CVeltHTTPClient module;
+    REQUIRE(module.Initialise(::GetModuleHandleW(nullptr)));
+    CHECK(module.RegisterServer() == S_OK); // none is no failure
+    module.SetRegistrationHook(&CountingHook);
+
+    g_hookCalls = 0;
+    g_hookResult = GENERATE(as<HRESULT>{}, S_OK, E_ABORT);
+    CHECK(module.RegisterServer() == g_hookResult);
+    CHECK(g_hookCalls == 1);
+    {
+        const DeniedKey denied(HKEY_CLASSES_ROOT, L"VeltHTTPClientX.VeltEulaDlg12OEM");
+        CHECK_THROWS_AS(module.RegisterServer(), SystemException::Win32);
+    }
+    CHECK(g_hookCalls == 1);
+    velt::test::DeleteComponentKeys(HKEY_CLASSES_ROOT);
+}

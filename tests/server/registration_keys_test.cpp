@@ -1,0 +1,272 @@
+// What registration leaves in the registry, of which this program has one of its own.
+
+#include "tests/support/child_process.h"
+#include "tests/support/component_library.h"
+#include "tests/support/component_registration.h"
+#include "tests/support/thread_group.h"
+
+#include <objbase.h>
+
+#include <catch.hpp>
+
+using velt::test::AllClassesKeys;
+using velt::test::ComponentKeys;
+using velt::test::ComponentLibrary;
+using velt::test::DeleteComponentKeys;
+using velt::test::DeniedKey;
+using velt::test::ExpectedClassKeys;
+using velt::test::ExpectedTypeLibraryKeys;
+using velt::test::kUserClasses;
+using velt::test::Merge;
+using velt::test::RegistryDifference;
+using velt::test::RegistryTree;
+using velt::test::RunOnNewThread;
+using velt::test::RunProcess;
+using velt::test::TextValue;
+
+namespace
+{
+std::wstring LibraryPath()
+{
+    return velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll");
+}
+
+RegistryTree Expected()
+{
+    return Merge(ExpectedClassKeys(LibraryPath()), ExpectedTypeLibraryKeys(LibraryPath()));
+}
+
+/// Begins and ends a test without a key of the component.
+class CleanRegistry
+{
+public:
+    CleanRegistry()
+    {
+        Clean();
+    }
+
+    CleanRegistry(const CleanRegistry&) = delete;
+    CleanRegistry& operator=(const CleanRegistry&) = delete;
+
+    ~CleanRegistry()
+    {
+        Clean();
+    }
+
+private:
+    static void Clean()
+    {
+        DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+        DeleteComponentKeys(HKEY_CURRENT_USER, kUserClasses);
+    }
+};
+
+DWORD RunRegsvr32()
+{
+    return RunProcess(L"regsvr32.exe /s \"" + LibraryPath() + L"\"");
+}
+
+HRESULT Register()
+{
+    const ComponentLibrary library;
+    return library.RegisterServer();
+}
+
+/// A key that is there before, with a name that registration writes.
+void WriteText(const std::wstring& path, const wchar_t* name, const std::wstring& text)
+{
+    REQUIRE(::RegSetKeyValueW(HKEY_CLASSES_ROOT, path.c_str(), name, REG_SZ, text.c_str(),
+                              static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == 0);
+}
+
+#define CHECK_TREE(actual, expected)                        \
+    do                                                      \
+    {                                                       \
+        const RegistryTree actualTree = (actual);           \
+        const RegistryTree expectedTree = (expected);       \
+        INFO(RegistryDifference(expectedTree, actualTree)); \
+        CHECK((actualTree == expectedTree));                \
+    } while (false)
+} // namespace
+
+TEST_CASE("DllRegisterServer: regsvr32 writes every key, and no other", "[server]")
+{
+    const CleanRegistry clean;
+    const RegistryTree before = AllClassesKeys(HKEY_CLASSES_ROOT);
+    const RegistryTree userBefore = velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses);
+    REQUIRE(before.size() > 100); // the system's own classes
+    REQUIRE(ComponentKeys(HKEY_CLASSES_ROOT).empty());
+
+    REQUIRE(RunRegsvr32() == 0);
+    RegistryTree expected = Merge(before, Expected());
+    for (const wchar_t* shared : {L"AppID", L"CLSID", L"Interface", L"TypeLib"})
+    {
+        expected.emplace(shared, velt::test::RegistryValues{});
+    }
+    CHECK_TREE(AllClassesKeys(HKEY_CLASSES_ROOT), expected);
+    CHECK_TREE(velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses), userBefore);
+}
+
+TEST_CASE("DllRegisterServer: works on a thread without COM, and leaves it so", "[server]")
+{
+    const CleanRegistry clean;
+    HRESULT result = E_FAIL;
+    HRESULT apartment = E_FAIL;
+    RunOnNewThread([&] {
+        result = Register();
+        APTTYPE type{};
+        APTTYPEQUALIFIER qualifier{};
+        apartment = ::CoGetApartmentType(&type, &qualifier);
+    });
+    CHECK(result == S_OK);
+    CHECK(apartment == CO_E_NOTINITIALIZED);
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), Expected());
+}
+
+TEST_CASE("DllRegisterServer: works in each kind of apartment", "[server]")
+{
+    const CleanRegistry clean;
+    const DWORD kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
+    HRESULT result = E_FAIL;
+    RunOnNewThread([&] {
+        if (SUCCEEDED(::CoInitializeEx(nullptr, kind)))
+        {
+            result = Register();
+            ::CoUninitialize();
+        }
+    });
+    CHECK(result == S_OK);
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), Expected());
+}
+
+TEST_CASE("DllRegisterServer: a second registration changes nothing", "[server]")
+{
+    const CleanRegistry clean;
+    const ComponentLibrary library;
+    REQUIRE(library.RegisterServer() == S_OK);
+    const RegistryTree first = velt::test::SnapshotRegistry(HKEY_CLASSES_ROOT, L"CLSID");
+    CHECK(library.RegisterServer() == S_OK);
+    CHECK_TREE(velt::test::SnapshotRegistry(HKEY_CLASSES_ROOT, L"CLSID"), first);
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), Expected());
+}
+
+TEST_CASE("DllRegisterServer: what lay below a class key goes, other keys keep theirs", "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring classKey = L"CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}";
+    WriteText(classKey + L"\\Old\\Deep", nullptr, L"old");
+    WriteText(classKey + L"\\InprocServer32", L"ThreadingModel", L"Old");
+    WriteText(classKey + L"\\InprocServer32", L"Other", L"Old");
+    const std::wstring progId = L"VeltHTTPClient.VeltHTTPService12OEM";
+    WriteText(progId + L"\\Mine", nullptr, L"kept");
+    WriteText(progId, nullptr, L"replaced");
+
+    REQUIRE(Register() == S_OK);
+    RegistryTree expected = Expected();
+    expected[progId + L"\\Mine"][L""] = TextValue(L"kept");
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), expected);
+}
+
+TEST_CASE("DllRegisterServer: writes the same on every locale and gives the thread its own back",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const LCID locale = GENERATE(as<LCID>{}, 0x0407, 0x0411, 0x041F, 0x0409);
+    LCID after = 0;
+    HRESULT result = E_FAIL;
+    RunOnNewThread([&] {
+        ::SetThreadLocale(locale);
+        result = Register();
+        after = ::GetThreadLocale();
+    });
+    CHECK(result == S_OK);
+    CHECK(after == locale);
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), Expected());
+}
+
+TEST_CASE("DllRegisterServer: a write that is refused is reported, what was before stays",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring refused =
+        L"VeltHTTPClient.EnumVariantCol12OEM.2"; // the second class's first
+    WriteText(refused, nullptr, L"not mine");
+    HRESULT result = S_OK;
+    LCID after = 0;
+    DWORD exitCode = 0;
+    {
+        const DeniedKey denied(HKEY_CLASSES_ROOT, refused.c_str());
+        RunOnNewThread([&] {
+            ::SetThreadLocale(0x0407);
+            result = Register();
+            after = ::GetThreadLocale();
+        });
+        exitCode = RunRegsvr32();
+    }
+    CHECK(result == HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+    CHECK(after == 0x0407); // also after a failure
+    CHECK(exitCode != 0);
+
+    // The application and the first class are there, the others and the type library are not.
+    RegistryTree expected;
+    for (const auto& [path, values] : ExpectedClassKeys(LibraryPath()))
+    {
+        if (path.starts_with(L"AppID") || path.find(L"VeltHTTPService12OEM") != path.npos ||
+            path.find(L"{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}") != path.npos)
+        {
+            expected.emplace(path, values);
+        }
+    }
+    expected[refused][L""] = TextValue(L"not mine");
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), expected);
+
+    // Registration is complete as soon as nothing is in the way.
+    CHECK(Register() == S_OK);
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), Expected());
+}
+
+TEST_CASE("DllRegisterServer: the application's script is the first, its failure ends all",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring refused = L"AppID\\{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}";
+    WriteText(refused, nullptr, L"not mine");
+    HRESULT result = S_OK;
+    {
+        const DeniedKey denied(HKEY_CLASSES_ROOT, refused.c_str());
+        result = Register();
+    }
+    CHECK(result == HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+    RegistryTree expected;
+    expected[refused][L""] = TextValue(L"not mine");
+    CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), expected);
+}
+
+TEST_CASE("DllRegisterServer: registers for the user when the machine's classes are closed",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const bool asProcess = GENERATE(true, false);
+    {
+        // A restricted token would be the usual way; this works where keys have no access list.
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, kUserClasses);
+        HKEY key = nullptr;
+        REQUIRE(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUserClasses, 0, KEY_WRITE, &key) ==
+                ERROR_ACCESS_DENIED);
+        CHECK((asProcess ? static_cast<HRESULT>(RunRegsvr32()) : Register()) == S_OK);
+    }
+    const RegistryTree classes = ExpectedClassKeys(LibraryPath());
+    const RegistryTree typeLibrary = ExpectedTypeLibraryKeys(LibraryPath());
+    const RegistryTree user = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
+    const RegistryTree machine = ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+    if (machine.empty())
+    {
+        CHECK_TREE(user, Merge(classes, typeLibrary));
+    }
+    else
+    {
+        WARN("RegisterTypeLibForUser of this system writes for the machine");
+        CHECK_TREE(user, classes);
+        CHECK_TREE(machine, typeLibrary);
+    }
+}
