@@ -46,8 +46,7 @@ public:
         return hr;
     }
 
-    STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID,
-                               DISPID* ids) override
+    STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids) override
     {
         if (!::IsEqualIID(iid, IID_NULL))
         {
@@ -72,6 +71,12 @@ public:
         if (!parameters)
         {
             return E_POINTER;
+        }
+        // Engines that do not know whether a name is a method or a property ask for both. Some ask
+        // for a method only and mean both, so that loops over a collection depend on it.
+        if ((flags & DISPATCH_METHOD) != 0)
+        {
+            flags |= DISPATCH_PROPERTYGET;
         }
         ITypeInfo* info = nullptr;
         const HRESULT hr = s_typeInfo.Get(&info);
