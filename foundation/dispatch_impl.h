@@ -72,6 +72,12 @@ public:
         {
             return E_POINTER;
         }
+        // Engines that do not know whether a name is a method or a property ask for both. Some ask
+        // for a method only and mean both, so that loops over a collection depend on it.
+        if ((flags & DISPATCH_METHOD) != 0)
+        {
+            flags |= DISPATCH_PROPERTYGET;
+        }
         ITypeInfo* info = nullptr;
         const HRESULT hr = s_typeInfo.Get(&info);
         return SUCCEEDED(hr) ? info->Invoke(AutomationTarget(), id, flags, parameters, result,

@@ -19,8 +19,8 @@ public:
     {
         std::array<char, MAX_PATH> program{};
         ::GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
-        std::string command =
-            '"' + std::string(program.data()) + "\" --reporter compact \"" + testCase + '"';
+        std::string command = '"' + std::string(program.data()) +
+                              "\" --reporter compact --warn NoTests \"" + testCase + '"';
         STARTUPINFOA startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION information{};

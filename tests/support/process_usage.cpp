@@ -1,0 +1,149 @@
+#include "tests/support/process_usage.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace velt::test
+{
+namespace
+{
+constexpr ULONG kHeapChecks = 0x70; // tails, freed blocks and parameters
+
+template <class Function>
+Function FromNtdll(const char* name)
+{
+    const FARPROC found = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), name);
+    if (!found)
+    {
+        throw std::runtime_error(std::string("not in ntdll: ") + name);
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
+}
+
+/// One row of the system's table of all handles.
+struct HandleRow
+{
+    USHORT process;
+    USHORT creator;
+    UCHAR type;
+    UCHAR attributes;
+    USHORT handle;
+    void* object;
+    ULONG access;
+};
+
+struct HandleTable
+{
+    ULONG count;
+    HandleRow rows[1];
+};
+
+std::size_t CountHandles()
+{
+    constexpr int kSystemHandleInformation = 16;
+    constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
+    const auto query =
+        FromNtdll<LONG(WINAPI*)(int, void*, ULONG, ULONG*)>("NtQuerySystemInformation");
+    std::vector<std::byte> buffer(256 * 1024);
+    LONG status = 0;
+    while ((status = query(kSystemHandleInformation, buffer.data(),
+                           static_cast<ULONG>(buffer.size()), nullptr)) == kLengthMismatch)
+    {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (status < 0)
+    {
+        throw std::runtime_error("the system does not list handles");
+    }
+    const auto* const table = reinterpret_cast<const HandleTable*>(buffer.data());
+    return static_cast<std::size_t>(
+        std::count_if(table->rows, table->rows + table->count,
+                      [](const HandleRow& row) { return row.process == ::GetCurrentProcessId(); }));
+}
+
+/// Counted page by page, because not every system keeps the sum.
+std::size_t PrivateBytes()
+{
+    std::size_t bytes = 0;
+    MEMORY_BASIC_INFORMATION region{};
+    const char* at = nullptr;
+    while (::VirtualQuery(at, &region, sizeof(region)) != 0)
+    {
+        if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
+        {
+            bytes += region.RegionSize;
+        }
+        at = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
+        if (!at)
+        {
+            break;
+        }
+    }
+    return bytes;
+}
+
+std::vector<HANDLE> Heaps()
+{
+    std::vector<HANDLE> heaps(256);
+    heaps.resize(::GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data()));
+    return heaps;
+}
+
+std::size_t UsedBytes(HANDLE heap)
+{
+    std::size_t bytes = 0;
+    PROCESS_HEAP_ENTRY entry{};
+    ::HeapLock(heap);
+    while (::HeapWalk(heap, &entry))
+    {
+        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
+        {
+            bytes += entry.cbData;
+        }
+    }
+    ::HeapUnlock(heap);
+    return bytes;
+}
+} // namespace
+
+ProcessUsage CurrentUsage()
+{
+    ProcessUsage usage{PrivateBytes(), 0, CountHandles()};
+    for (const HANDLE heap : Heaps())
+    {
+        usage.heapBytes += UsedBytes(heap);
+    }
+    return usage;
+}
+
+bool AreHeapsValid()
+{
+    const std::vector<HANDLE> heaps = Heaps();
+    return std::all_of(heaps.begin(), heaps.end(),
+                       [](HANDLE heap) { return ::HeapValidate(heap, 0, nullptr) != FALSE; });
+}
+
+bool AreHeapsChecked()
+{
+    return (FromNtdll<ULONG(WINAPI*)()>("RtlGetNtGlobalFlags")() & kHeapChecks) == kHeapChecks;
+}
+
+void CheckHeapsOfChildren()
+{
+    std::array<wchar_t, MAX_PATH> path{};
+    ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    const std::wstring program(path.data());
+    const std::wstring key = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\"
+                             L"Image File Execution Options\\" +
+                             program.substr(program.rfind(L'\\') + 1);
+    const DWORD flags = kHeapChecks;
+    if (::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"GlobalFlag", REG_DWORD, &flags,
+                          sizeof(flags)) != ERROR_SUCCESS)
+    {
+        throw std::runtime_error("heap checks cannot be switched on");
+    }
+}
+} // namespace velt::test
