@@ -1,4 +1,5 @@
 #include "foundation/com_method.h"
+#include "server/exception_state.h"
 #include "server/module.h"
 
 #include <windows.h>
@@ -32,7 +33,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* reserved)
 {
     if (reason == DLL_PROCESS_ATTACH)
     {
-        return g_module.Initialise(instance) ? TRUE : FALSE;
+        return velt::HasExceptionState() && g_module.Initialise(instance) ? TRUE : FALSE;
     }
     if (reason == DLL_PROCESS_DETACH && reserved)
     {

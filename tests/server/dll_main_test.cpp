@@ -6,7 +6,8 @@
 #include <provider_lib.h>
 
 #include <array>
-#include <set>
+#include <string>
+#include <vector>
 
 #include <catch.hpp>
 
@@ -233,4 +234,67 @@ TEST_CASE("The library: it cannot unregister itself", "[server]")
     const ComponentLibrary library;
     CHECK(::GetProcAddress(library.Module(), "DllUnregisterServer") == nullptr);
     CHECK(::GetProcAddress(library.Module(), "DllMain") == nullptr);
+}
+
+TEST_CASE("DllMain: without a thread-local index the library cannot be loaded", "[server]")
+{
+    std::vector<DWORD> taken;
+    for (DWORD index = ::TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = ::TlsAlloc())
+    {
+        taken.push_back(index);
+    }
+    // Exceptions need one and tracing needs another.
+    REQUIRE_FALSE(taken.empty());
+    if (GENERATE(false, true))
+    {
+        ::TlsFree(taken.back());
+        taken.pop_back();
+    }
+    const HMODULE module =
+        ::LoadLibraryW(velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll").c_str());
+    const DWORD error = ::GetLastError();
+    for (const DWORD index : taken)
+    {
+        ::TlsFree(index);
+    }
+    CHECK(module == nullptr);
+    CHECK(error == ERROR_DLL_INIT_FAILED);
+    CHECK_NOTHROW(ComponentLibrary()); // works again
+}
+
+TEST_CASE("The library: its version block tells what it is", "[server]")
+{
+    const std::wstring path = velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll");
+    DWORD ignored = 0;
+    std::vector<BYTE> block(::GetFileVersionInfoSizeW(path.c_str(), &ignored));
+    REQUIRE_FALSE(block.empty());
+    REQUIRE(::GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
+
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT size = 0;
+    REQUIRE(::VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
+    CHECK(fixed->dwFileType == VFT_DLL);
+    CHECK(fixed->dwFileOS == VOS_NT_WINDOWS32);
+    CHECK(HIWORD(fixed->dwFileVersionMS) == 12); // as the file's name says
+    CHECK(fixed->dwProductVersionMS == fixed->dwFileVersionMS);
+    CHECK(fixed->dwProductVersionLS == fixed->dwFileVersionLS);
+    const std::wstring version = std::to_wstring(HIWORD(fixed->dwFileVersionMS)) + L'.' +
+                                 std::to_wstring(LOWORD(fixed->dwFileVersionMS)) + L'.' +
+                                 std::to_wstring(HIWORD(fixed->dwFileVersionLS)) + L'.' +
+                                 std::to_wstring(LOWORD(fixed->dwFileVersionLS));
+
+    const auto text = [&](const wchar_t* name) {
+        const wchar_t* value = nullptr;
+        const std::wstring where = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
+        return ::VerQueryValueW(block.data(), where.c_str(),
+                                const_cast<void**>(reinterpret_cast<const void**>(&value)), &size)
+                   ? std::wstring(value)
+                   : std::wstring();
+    };
+    CHECK((text(L"FileVersion") == version));
+    CHECK((text(L"ProductVersion") == version));
+    CHECK((text(L"OriginalFilename") == L"VeltHTTPClient12OEM.dll"));
+    CHECK((text(L"InternalName") == L"VeltHTTPClient12OEM"));
+    CHECK_FALSE(text(L"FileDescription").empty());
+    CHECK_FALSE(text(L"ProductName").empty());
 }

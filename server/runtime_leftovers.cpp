@@ -1,0 +1,103 @@
+// Gives back, when the library is unloaded, what the compiler's run-time in it keeps until the
+// process ends: semaphores of its locks (of the unwinder, of local statics) and the memory for
+// exceptions when there is no other. A host that loads and frees the library many times would lose
+// handles and 19 KB each time.
+//
+// The linker sends the calls for semaphores and those that destroy a lock here (--wrap); what was
+// created and not destroyed by the end is closed then. The library itself makes no semaphores. A
+// lock's count alone serves while one thread is left, so the locks can still be used afterwards.
+
+#include <windows.h>
+
+#include <array>
+#include <atomic>
+
+namespace __gnu_cxx
+{
+void __freeres(); // the run-time's own, in none of its headers
+}
+
+namespace
+{
+using CreateSemaphoreFunction = HANDLE(WINAPI*)(SECURITY_ATTRIBUTES*, LONG, LONG, const wchar_t*);
+
+HANDLE WINAPI CreateRunTimeSemaphore(SECURITY_ATTRIBUTES* security, LONG count, LONG limit,
+                                     const wchar_t* name) noexcept;
+} // namespace
+
+extern "C"
+{
+    /// A lock of the run-time's.
+    struct RunTimeMutex
+    {
+        long counter;
+        HANDLE semaphore;
+    };
+
+    extern CreateSemaphoreFunction realCreate asm("___real__imp__CreateSemaphoreW@16");
+    extern const CreateSemaphoreFunction wrappedCreate asm("___wrap__imp__CreateSemaphoreW@16");
+    const CreateSemaphoreFunction wrappedCreate = &CreateRunTimeSemaphore;
+
+    void __real___gthr_win32_mutex_destroy(RunTimeMutex* mutex);
+    void __wrap___gthr_win32_mutex_destroy(RunTimeMutex* mutex);
+}
+
+namespace
+{
+// More than the run-time has; one that finds no place here is left open.
+constexpr std::size_t kMostSemaphores = 16;
+constinit std::array<std::atomic<HANDLE>, kMostSemaphores> g_semaphores{};
+
+/// Puts another handle into the first place that holds `from`.
+void Replace(HANDLE from, HANDLE to) noexcept
+{
+    for (auto& place : g_semaphores)
+    {
+        HANDLE expected = from;
+        if (place.compare_exchange_strong(expected, to))
+        {
+            return;
+        }
+    }
+}
+
+HANDLE WINAPI CreateRunTimeSemaphore(SECURITY_ATTRIBUTES* security, LONG count, LONG limit,
+                                     const wchar_t* name) noexcept
+{
+    const HANDLE semaphore = realCreate(security, count, limit, name);
+    if (semaphore)
+    {
+        Replace(nullptr, semaphore);
+    }
+    return semaphore;
+}
+
+/// The first object to be constructed and the last one to be destroyed.
+class RunTimeLeftovers
+{
+public:
+    RunTimeLeftovers() noexcept = default;
+
+    RunTimeLeftovers(const RunTimeLeftovers&) = delete;
+    RunTimeLeftovers& operator=(const RunTimeLeftovers&) = delete;
+
+    ~RunTimeLeftovers()
+    {
+        for (auto& place : g_semaphores)
+        {
+            if (const HANDLE semaphore = place.exchange(nullptr))
+            {
+                ::CloseHandle(semaphore);
+            }
+        }
+        __gnu_cxx::__freeres();
+    }
+};
+[[maybe_unused]] RunTimeLeftovers g_leftovers __attribute__((init_priority(101)));
+} // namespace
+
+extern "C" void __wrap___gthr_win32_mutex_destroy(RunTimeMutex* mutex)
+{
+    Replace(mutex->semaphore, nullptr);
+    __real___gthr_win32_mutex_destroy(mutex);
+}

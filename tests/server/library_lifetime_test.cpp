@@ -1,0 +1,244 @@
+// The library comes and goes, many times, and leaves nothing behind.
+
+#include "tests/support/activation_context.h"
+#include "tests/support/component_library.h"
+#include "tests/support/process_counters.h"
+#include "tests/support/thread_group.h"
+
+#include <provider_lib.h>
+
+#include <objbase.h>
+
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <catch.hpp>
+
+using Microsoft::WRL::ComPtr;
+using velt::test::ActivationContext;
+using velt::test::ComponentLibrary;
+using velt::test::HandleCount;
+using velt::test::PrivateBytes;
+using velt::test::ShippedFile;
+
+namespace
+{
+constexpr int kWarmUpRounds = 20;
+constexpr int kRounds = 200;
+
+constexpr char kManifest[] = R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>
+<assembly xmlns="urn:schemas-microsoft-com:asm.v1" manifestVersion="1.0">
+  <assemblyIdentity type="win32" name="VeltTest.Component" version="1.0.0.0"/>
+  <file name="VeltHTTPClient12OEM.dll">
+    <comClass clsid="{344E0DAC-547C-47B5-A1A0-FF9A9C193352}" threadingModel="Apartment"
+        progid="VeltHTTPClient.EnumVariantCol12OEM.2"
+        tlbid="{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}">
+      <progid>VeltHTTPClient.EnumVariantCol12OEM</progid>
+    </comClass>
+  </file>
+</assembly>
+)";
+
+constexpr wchar_t kClassKey[] = L"CLSID\\{344E0DAC-547C-47B5-A1A0-FF9A9C193352}";
+
+bool IsLoaded()
+{
+    return ::GetModuleHandleW(L"VeltHTTPClient12OEM.dll") != nullptr;
+}
+
+/// How many thread-local indexes the process could still have.
+std::size_t FreeThreadLocalIndexes()
+{
+    std::vector<DWORD> taken;
+    for (DWORD index = ::TlsAlloc(); index != TLS_OUT_OF_INDEXES; index = ::TlsAlloc())
+    {
+        taken.push_back(index);
+    }
+    for (const DWORD index : taken)
+    {
+        ::TlsFree(index);
+    }
+    return taken.size();
+}
+
+/// Runs the rounds and checks that the later ones need no more than the earlier ones. What grows
+/// with each round grows past any of these limits.
+void CheckNoGrowth(const std::function<void()>& round)
+{
+    for (int i = 0; i < kWarmUpRounds; ++i)
+    {
+        round();
+    }
+    const std::size_t handles = HandleCount();
+    const std::size_t bytes = PrivateBytes();
+    const std::size_t indexes = FreeThreadLocalIndexes();
+    for (int i = 0; i < kRounds; ++i)
+    {
+        round();
+    }
+    const std::size_t handlesAfter = HandleCount();
+    const std::size_t bytesAfter = PrivateBytes();
+    INFO("handles " << handles << " to " << handlesAfter << ", private bytes " << bytes << " to "
+                    << bytesAfter);
+    CHECK(handlesAfter <= handles + 4);
+    CHECK(bytesAfter <= bytes + kRounds * 512);
+    CHECK(FreeThreadLocalIndexes() + 4 >= indexes);
+}
+
+/// Uses a collection: an object with memory of its own, an enumerator and a late-bound call, which
+/// loads the type library.
+void Use(IEnumVariantCol& collection)
+{
+    VARIANT value;
+    ::VariantInit(&value);
+    value.vt = VT_I4;
+    for (value.lVal = 0; value.lVal < 10; ++value.lVal)
+    {
+        REQUIRE(collection.Add(value) == S_OK);
+    }
+    LONG count = 0;
+    REQUIRE(collection.get_Count(&count) == S_OK);
+    REQUIRE(count == 10);
+    ComPtr<IUnknown> enumerator;
+    REQUIRE(collection.get__NewEnum(&enumerator) == S_OK);
+    wchar_t clear[] = L"Clear";
+    LPOLESTR name = clear;
+    DISPID id = 0;
+    REQUIRE(collection.GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id) == S_OK);
+    DISPPARAMS none{};
+    REQUIRE(collection.Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr,
+                              nullptr, nullptr) == S_OK);
+}
+
+/// One life of the component in a thread's COM.
+void CreateUseAndRelease()
+{
+    REQUIRE(SUCCEEDED(::CoInitialize(nullptr)));
+    {
+        ComPtr<IEnumVariantCol> collection;
+        REQUIRE(::CoCreateInstance(CLSID_CEnumVariantCol, nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_PPV_ARGS(&collection)) == S_OK);
+        REQUIRE(IsLoaded());
+        Use(*collection.Get());
+        ::CoFreeUnusedLibraries();
+        REQUIRE(IsLoaded()); // in use
+    }
+    ::CoFreeUnusedLibraries();
+    ::CoUninitialize();
+    REQUIRE_FALSE(IsLoaded());
+}
+} // namespace
+
+TEST_CASE("The library: loading and unloading it 200 times leaves nothing", "[server]")
+{
+    CheckNoGrowth([] {
+        {
+            const ComponentLibrary library;
+            Use(*library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol).Get());
+            REQUIRE(library.CanUnloadNow() == S_OK);
+        }
+        REQUIRE_FALSE(IsLoaded());
+    });
+}
+
+TEST_CASE("The library: exceptions inside it leave nothing either", "[server]")
+{
+    CheckNoGrowth([] {
+        const ComponentLibrary library;
+        const auto collection = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
+        VARIANT wrong;
+        ::VariantInit(&wrong);
+        wrong.vt = 0x0FFF; // cannot be copied, which is thrown inside
+        REQUIRE(collection->Remove(wrong) == DISP_E_BADVARTYPE);
+        HRESULT onOtherThread = S_OK;
+        velt::test::RunOnNewThread([&] { onOtherThread = collection->Remove(wrong); });
+        REQUIRE(onOtherThread == DISP_E_BADVARTYPE);
+    });
+}
+
+TEST_CASE("The library: eight threads throw inside it at once, each for itself", "[server]")
+{
+    const ComponentLibrary library;
+    const auto collection = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
+    std::array<int, 8> failures{};
+    velt::test::RunTogether(8, [&](unsigned thread) {
+        VARIANT wrong;
+        ::VariantInit(&wrong);
+        wrong.vt = 0x0FFF;
+        for (int i = 0; i < 50; ++i)
+        {
+            failures[thread] += collection->Remove(wrong) == DISP_E_BADVARTYPE ? 0 : 1;
+        }
+    });
+    CHECK(failures == std::array<int, 8>{});
+}
+
+TEST_CASE("The library: unloads at once while nothing was made", "[server]")
+{
+    CheckNoGrowth([] {
+        {
+            const ComponentLibrary library;
+        }
+        REQUIRE_FALSE(IsLoaded());
+    });
+}
+
+TEST_CASE("The library: 200 lives in COM without registration leave nothing", "[server]")
+{
+    const ActivationContext context(kManifest, ShippedFile(L"VeltHTTPClient12OEM.dll"));
+    CheckNoGrowth(&CreateUseAndRelease);
+}
+
+TEST_CASE("The library: 200 lives in COM by a registered class leave nothing", "[server]")
+{
+    // Registration writes this class's key with doubled braces, which COM does not find.
+    const std::wstring library = ShippedFile(L"VeltHTTPClient12OEM.dll");
+    const std::wstring server = std::wstring(kClassKey) + L"\\InprocServer32";
+    const auto size = static_cast<DWORD>((library.size() + 1) * sizeof(wchar_t));
+    REQUIRE(::RegSetKeyValueW(HKEY_CLASSES_ROOT, server.c_str(), nullptr, REG_SZ, library.c_str(),
+                              size) == ERROR_SUCCESS);
+    REQUIRE(::RegSetKeyValueW(HKEY_CLASSES_ROOT, server.c_str(), L"ThreadingModel", REG_SZ,
+                              L"Apartment", 20) == ERROR_SUCCESS);
+    CheckNoGrowth(&CreateUseAndRelease);
+    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kClassKey);
+}
+
+TEST_CASE("CEnumVariantCol: is found by its ProgIDs through a manifest", "[server]")
+{
+    const ActivationContext context(kManifest, ShippedFile(L"VeltHTTPClient12OEM.dll"));
+    REQUIRE(SUCCEEDED(::CoInitialize(nullptr)));
+    const wchar_t* const progId =
+        GENERATE(L"VeltHTTPClient.EnumVariantCol12OEM.2", L"VeltHTTPClient.EnumVariantCol12OEM");
+    {
+        CLSID clsid{};
+        REQUIRE(::CLSIDFromProgID(progId, &clsid) == S_OK);
+        // It may be one that the system made up for the manifest; it leads to the class.
+        ComPtr<IDispatch> collection;
+        REQUIRE(::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_PPV_ARGS(&collection)) == S_OK);
+        ComPtr<IEnumVariantCol> typed;
+        CHECK(collection.As(&typed) == S_OK);
+    }
+    ::CoUninitialize();
+}
+
+TEST_CASE("CEnumVariantCol: registration alone does not make it creatable", "[server]")
+{
+    // By design: its class key's braces are doubled. Hosts use DllGetClassObject or a manifest.
+    {
+        const ComponentLibrary library;
+        REQUIRE(library.RegisterServer() == S_OK);
+    }
+    REQUIRE(SUCCEEDED(::CoInitialize(nullptr)));
+    {
+        CLSID clsid{};
+        CHECK(::CLSIDFromProgID(L"VeltHTTPClient.EnumVariantCol12OEM", &clsid) == S_OK);
+        ComPtr<IUnknown> object;
+        CHECK(::CoCreateInstance(CLSID_CEnumVariantCol, nullptr, CLSCTX_INPROC_SERVER,
+                                 IID_PPV_ARGS(&object)) == REGDB_E_CLASSNOTREG);
+        CHECK_FALSE(object);
+    }
+    ::CoUninitialize();
+}
