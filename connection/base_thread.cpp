@@ -1,0 +1,60 @@
+#include "connection/base_thread.h"
+
+#include "foundation/exception_to_hresult.h"
+#include "foundation/library_utils.h"
+
+#include <process.h>
+
+namespace ONLINE_THREADS
+{
+base_thread::~base_thread()
+{
+    if (m_hThread)
+    {
+        ::CloseHandle(m_hThread);
+    }
+}
+
+HANDLE base_thread::BeginThread() noexcept
+{
+    // Before the thread is there, because the library could otherwise go before its first
+    // instruction.
+    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                              reinterpret_cast<const wchar_t*>(&base_thread::ThreadEntry),
+                              &m_module))
+    {
+        return nullptr;
+    }
+    unsigned id = 0;
+    const auto thread = ::_beginthreadex(nullptr, 0, &base_thread::ThreadEntry, this, 0, &id);
+    if (thread == 0)
+    {
+        ::FreeLibrary(m_module);
+        return nullptr;
+    }
+    return reinterpret_cast<HANDLE>(thread);
+}
+
+unsigned __stdcall base_thread::ThreadEntry(void* thread) noexcept
+{
+    auto& self = *static_cast<base_thread*>(thread);
+    const HMODULE module = self.m_module; // the object may be gone when its work is done
+    RunThread(self);
+    ::FreeLibraryAndExitThread(module, 0);
+}
+
+void base_thread::RunThread(base_thread& thread) noexcept
+{
+    const CLibraryUtils::SmartComInitializer com;
+    thread.m_threadId = ::GetCurrentThreadId();
+    try
+    {
+        thread.Run();
+    }
+    catch (...)
+    {
+        velt::HResultFromCurrentException(); // traced, and discarded
+    }
+    thread.OnThreadEnd();
+}
+} // namespace ONLINE_THREADS

@@ -1,0 +1,121 @@
+#include "connection/connection_probe.h"
+
+#include "foundation/exception_to_hresult.h"
+#include "foundation/find_function.h"
+
+#include <winsock2.h>
+
+#include <wininet.h>
+
+#include <array>
+#include <string_view>
+
+namespace velt
+{
+namespace
+{
+constexpr DWORD kUnknownState = 0xFFFFFFFF;
+
+/// Appends a text that the internet API allocated, if there is one, and frees it.
+bool TakeText(std::wstring& text, wchar_t* part)
+{
+    if (!part)
+    {
+        return false;
+    }
+    struct Freed
+    {
+        wchar_t* memory;
+        ~Freed()
+        {
+            ::GlobalFree(memory);
+        }
+    } const owner{part};
+    text.append(part);
+    return *part != L'\0';
+}
+} // namespace
+
+ConnectionProbe::ConnectionProbe()
+    : m_module(LoadSystemLibrary(L"wininet.DLL")),
+      m_connectedState(
+          FindFunction<ConnectedStateFunction>(m_module.GetModule(), "InternetGetConnectedState")),
+      m_echo(CEchoDLL::Load())
+{
+}
+
+HRESULT ConnectionProbe::IsConnected(DWORD* flags) const noexcept
+{
+    if (!flags)
+    {
+        return E_POINTER;
+    }
+    *flags = 0;
+    return m_connectedState && m_connectedState(flags, 0) ? S_OK : S_FALSE;
+}
+
+HRESULT ConnectionProbe::CheckConnection(const wchar_t* url, DWORD* state) const noexcept
+{
+    if (!state)
+    {
+        return E_POINTER;
+    }
+    *state = kUnknownState;
+    HRESULT result = E_FAIL;
+    try
+    {
+        std::wstring settings;
+        if (QueryProxySettings(settings))
+        {
+            *state = 0;
+            result = S_OK;
+        }
+    }
+    catch (...)
+    {
+        HResultFromCurrentException(); // traced; it counts as no configuration
+    }
+    if (::InternetAttemptConnect(0) == ERROR_SUCCESS &&
+        ::InternetCheckConnectionW(url, FLAG_ICC_FORCE_CONNECTION, 0))
+    {
+        *state = 0;
+        return S_OK;
+    }
+    *state = ::GetLastError();
+    return result;
+}
+
+HRESULT ConnectionProbe::Ping(const char* address, DWORD timeoutMs) const noexcept
+{
+    const IPAddr converted = address ? ::inet_addr(address) : INADDR_NONE;
+    if (!m_echo || converted == INADDR_NONE)
+    {
+        return E_FAIL;
+    }
+    return m_echo->Send(converted, timeoutMs) == CEchoDLL::kReplied ? S_OK : E_FAIL;
+}
+
+bool ConnectionProbe::QueryProxySettings(std::wstring& text)
+{
+    std::array<INTERNET_PER_CONN_OPTIONW, 5> options{};
+    options[0].dwOption = INTERNET_PER_CONN_AUTOCONFIG_URL;
+    options[1].dwOption = INTERNET_PER_CONN_AUTODISCOVERY_FLAGS;
+    options[2].dwOption = INTERNET_PER_CONN_FLAGS;
+    options[3].dwOption = INTERNET_PER_CONN_PROXY_BYPASS;
+    options[4].dwOption = INTERNET_PER_CONN_PROXY_SERVER;
+    INTERNET_PER_CONN_OPTION_LISTW list{};
+    list.dwSize = sizeof(list);
+    list.dwOptionCount = static_cast<DWORD>(options.size());
+    list.pOptions = options.data();
+    DWORD size = sizeof(list);
+    if (!::InternetQueryOptionW(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &size))
+    {
+        return false;
+    }
+    std::wstring unused;
+    TakeText(unused, options[3].Value.pszValue); // the bypass list is ours to free as well
+    const bool hasUrl = TakeText(text, options[0].Value.pszValue);
+    const bool hasProxy = TakeText(text, options[4].Value.pszValue);
+    return hasUrl || hasProxy;
+}
+} // namespace velt

@@ -1,0 +1,47 @@
+#include "connection/echo_dll.h"
+
+#include "foundation/find_function.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+#include <icmpapi.h>
+
+CEchoDLL::CEchoDLL()
+    : m_module(velt::LoadSystemLibrary(L"ICMP.DLL")),
+      m_create(velt::FindFunction<CreateFunction>(m_module.GetModule(), "IcmpCreateFile")),
+      m_close(velt::FindFunction<CloseFunction>(m_module.GetModule(), "IcmpCloseHandle")),
+      m_send(velt::FindFunction<SendFunction>(m_module.GetModule(), "IcmpSendEcho"))
+{
+}
+
+std::unique_ptr<CEchoDLL> CEchoDLL::Load()
+{
+    std::unique_ptr<CEchoDLL> echo(new CEchoDLL);
+    return echo->IsComplete() ? std::move(echo) : nullptr;
+}
+
+bool CEchoDLL::IsComplete() const noexcept
+{
+    return m_create && m_close && m_send;
+}
+
+DWORD CEchoDLL::Send(IPAddr address, DWORD timeoutMs) const
+{
+    const HANDLE file = m_create();
+    if (file == INVALID_HANDLE_VALUE)
+    {
+        return kNoReply;
+    }
+    std::array<char, 2> request{0x49, 0x00};
+    alignas(ICMP_ECHO_REPLY) std::array<std::byte, 30> replies{};
+    const DWORD count =
+        m_send(file, address, request.data(), static_cast<WORD>(request.size()), nullptr,
+               replies.data(), static_cast<DWORD>(replies.size()), timeoutMs);
+    m_close(file);
+    ICMP_ECHO_REPLY reply{};
+    static_assert(sizeof(reply) <= sizeof(replies));
+    std::memcpy(&reply, replies.data(), sizeof(reply));
+    return count > 0 && reply.Status == IP_SUCCESS ? kReplied : kNoReply;
+}

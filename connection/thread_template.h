@@ -1,0 +1,164 @@
+#pragma once
+
+#include "connection/base_thread.h"
+#include "foundation/system_exception.h"
+#include "foundation/unique_handle.h"
+#include "foundation/utrace.h"
+#include "foundation/velt_mutex.h"
+#include "foundation/velt_mutex_lock.h"
+
+#include <windows.h>
+
+#include <comdef.h>
+
+namespace ONLINE_THREADS
+{
+/// The start and stop protocol of a worker thread; `Worker` is the class whose Run it is.
+///
+/// Start and stop belong to the owner's thread. The worker polls IsStopSignalled. Two events make
+/// the hand-over: the owner sets the stop event, and the thread sets the wait-thread event as its
+/// last act on the object.
+template <class Worker>
+class thread_template : public base_thread
+{
+public:
+    /// Throws SystemException::HRESULT when the system has no mutex to give.
+    thread_template()
+    try
+    {
+    }
+    catch (const SystemException::Win32& e)
+    {
+        throw SystemException::HRESULT(HRESULT_FROM_WIN32(e.GetCode()));
+    }
+
+    /// The derived class has called stop already: its Run must not outlive it.
+    ~thread_template() override
+    {
+        stop();
+    }
+
+    void OnThreadEnd() noexcept override
+    {
+        HANDLE ended = nullptr;
+        try
+        {
+            const VeltMutexLock lock(&m_mutex);
+            CloseThread();
+            m_hStopEvent.Reset();
+            ended = m_hWaitThreadEvent.Get();
+        }
+        catch (const SystemException::Win32&)
+        {
+            ended = m_hWaitThreadEvent.Get(); // a mutex that fails must not keep the owner waiting
+        }
+        ::SetEvent(ended); // from here on the object may be gone
+    }
+
+    /// Makes both events and starts the thread, unless one runs already. Returns the thread's
+    /// handle, which stays this object's. Throws _com_error with E_FAIL when there is no stop event
+    /// or no thread.
+    virtual HANDLE Start(Worker* parameter)
+    {
+        const VeltMutexLock lock(&m_mutex);
+        m_parameter = parameter;
+        m_hStopEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        m_hWaitThreadEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        if (m_hStopEvent && !m_hThread)
+        {
+            m_hThread = BeginThread();
+        }
+        if (!m_hStopEvent || !m_hThread)
+        {
+            throw _com_error(E_FAIL);
+        }
+        return m_hThread;
+    }
+
+    /// Asks the worker to end. Any thread may call.
+    virtual void SignalStop()
+    {
+        const VeltMutexLock lock(&m_mutex);
+        if (m_hStopEvent)
+        {
+            ::SetEvent(m_hStopEvent.Get());
+        }
+    }
+
+    /// Asks the worker to end and waits for it, at most 5000 ms. A worker that has not ended by
+    /// then is terminated: the intended last resort.
+    void stop()
+    {
+        if (IsThreadSet())
+        {
+            SignalStop();
+        }
+        if (m_hWaitThreadEvent &&
+            ::WaitForSingleObject(m_hWaitThreadEvent.Get(), kGraceMs) == WAIT_TIMEOUT)
+        {
+            EndByForce();
+        }
+        m_hWaitThreadEvent.Reset();
+        m_hStopEvent.Reset();
+        m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
+    }
+
+protected:
+    /// Whether the worker was asked to end, or there is no stop event. Worker only.
+    bool IsStopSignalled()
+    {
+        const VeltMutexLock lock(&m_mutex);
+        if (!m_hStopEvent)
+        {
+            return true;
+        }
+        if (::WaitForSingleObject(m_hStopEvent.Get(), 0) != WAIT_OBJECT_0)
+        {
+            return false;
+        }
+        ::SetEvent(m_hStopEvent.Get()); // the wait has reset it; the next question needs it too
+        return true;
+    }
+
+    /// Guards the state of derived classes, and this class's handles.
+    VeltMutex m_mutex;
+
+private:
+    static constexpr DWORD kGraceMs = 5000;
+
+    bool IsThreadSet()
+    {
+        const VeltMutexLock lock(&m_mutex);
+        return m_hThread != nullptr;
+    }
+
+    void CloseThread() noexcept
+    {
+        if (m_hThread)
+        {
+            ::CloseHandle(m_hThread);
+            m_hThread = nullptr;
+        }
+    }
+
+    void EndByForce()
+    {
+        if (m_hThread && ::WaitForSingleObject(m_hThread, 0) != WAIT_OBJECT_0)
+        {
+            UTrace::TraceLevel1("thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
+                                "returned %d: Terminating Thread!!!",
+                                static_cast<int>(WAIT_TIMEOUT));
+            ::TerminateThread(m_hThread, 0);
+        }
+        else if (m_hThread)
+        {
+            OnThreadEnd(); // on behalf of a thread that was ended by others
+        }
+    }
+
+    // guarded by m_mutex while a thread runs
+    velt::UniqueKernelObject m_hStopEvent;       // auto-reset
+    velt::UniqueKernelObject m_hWaitThreadEvent; // auto-reset
+    Worker* m_parameter = nullptr;
+};
+} // namespace ONLINE_THREADS

@@ -1,0 +1,133 @@
+#include "connection/url_request.h"
+
+#include "connection/http_request.h"
+#include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "internet/parse_url.h"
+
+namespace CONNECTION_MANAGER
+{
+url_request::url_request(const url_options& options, CHTTPEvent* event, ICallback* callback)
+    : m_data(options.data),
+      m_flags(options.flags),
+      m_event(event),
+      m_callback(callback)
+{
+    velt::ServiceType service{};
+    std::wstring server;
+    std::wstring object;
+    const bool valid =
+        velt::ParseURL(velt::WideFromUtf8(options.url).c_str(), service, server, object, m_port);
+    if (!valid || server.empty() ||
+        (service != velt::ServiceType::http && service != velt::ServiceType::https))
+    {
+        throw SystemException::HRESULT(E_INVALIDARG);
+    }
+    if (service == velt::ServiceType::https)
+    {
+        m_flags |= INTERNET_FLAG_SECURE;
+    }
+    m_properties.server = velt::Utf8FromWide(server);
+    m_properties.object = velt::Utf8FromWide(object);
+    m_properties.verb = options.verb;
+    m_properties.acceptType = options.acceptType;
+    m_properties.userName = options.userName;
+    m_properties.password = options.password;
+    m_properties.proxy = options.proxy;
+}
+
+url_request::~url_request() = default;
+
+const std::optional<std::string>& url_request::GetBody() const noexcept
+{
+    return m_body;
+}
+
+std::string url_request::GetPassword() const
+{
+    return m_properties.password;
+}
+
+std::string url_request::GetUserName() const
+{
+    return m_properties.userName;
+}
+
+void url_request::OnBody(const char* body, DWORD lengthBytes)
+{
+    m_body.emplace(body, lengthBytes);
+}
+
+const void* url_request::GetRequestData(DWORD* lengthBytes) const
+{
+    *lengthBytes = static_cast<DWORD>(m_data.size());
+    return m_data.empty() ? nullptr : m_data.data();
+}
+
+DWORD url_request::GetFlags() const
+{
+    return m_flags;
+}
+
+std::string url_request::GetHttpVersion() const
+{
+    return m_properties.httpVersion;
+}
+
+std::string url_request::GetAcceptType() const
+{
+    return m_properties.acceptType;
+}
+
+std::string url_request::GetObjectPath() const
+{
+    return m_properties.object;
+}
+
+std::string url_request::GetVerb() const
+{
+    return m_properties.verb;
+}
+
+INTERNET_PORT url_request::GetPort() const
+{
+    return m_port;
+}
+
+std::string url_request::GetServer() const
+{
+    return m_properties.server;
+}
+
+DWORD url_request::Step(connection_object&, const std::vector<std::string>&, bool)
+{
+    if (!m_cancelled)
+    {
+        CHTTPRequest<queue_request>(m_event).Execute(*this);
+    }
+    return kFinished;
+}
+
+void url_request::Complete(connection_object&, DWORD*)
+{
+    if (m_callback)
+    {
+        m_callback->OnRequestComplete(*this);
+    }
+}
+
+bool url_request::IsCancelled() const
+{
+    return m_cancelled;
+}
+
+std::string url_request::GetProxy() const
+{
+    return m_properties.proxy;
+}
+
+void url_request::Cancel() noexcept
+{
+    m_cancelled = true;
+}
+} // namespace CONNECTION_MANAGER
