@@ -43,4 +43,28 @@ std::string NarrowFromWide(std::wstring_view text, UINT codePage)
     }
     return narrow;
 }
+
+std::wstring WideFromNarrow(std::string_view text, UINT codePage)
+{
+    if (text.empty())
+    {
+        return {};
+    }
+    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+    {
+        throw SystemException::Win32(ERROR_INVALID_PARAMETER);
+    }
+    const auto length = static_cast<int>(text.size());
+    const int size = ::MultiByteToWideChar(codePage, 0, text.data(), length, nullptr, 0);
+    if (size <= 0)
+    {
+        ThrowLastError();
+    }
+    std::wstring wide(static_cast<std::size_t>(size), L'\0');
+    if (::MultiByteToWideChar(codePage, 0, text.data(), length, wide.data(), size) != size)
+    {
+        ThrowLastError();
+    }
+    return wide;
+}
 } // namespace velt

@@ -16,4 +16,7 @@ std::string Utf8FromWide(std::wstring_view text);
 /// lacks become its default character. Throws SystemException::Win32 when the system refuses the
 /// text, and std::bad_alloc.
 std::string NarrowFromWide(std::wstring_view text, UINT codePage);
+
+/// The reverse; otherwise the same.
+std::wstring WideFromNarrow(std::string_view text, UINT codePage);
 } // namespace velt

@@ -1,6 +1,7 @@
 #include "tests/support/aggregating_object.h"
 #include "tests/support/com_allocations.h"
 #include "tests/support/component_library.h"
+#include "tests/support/late_bound.h"
 #include "tests/support/stand_in_object.h"
 #include "tests/support/variants.h"
 
@@ -402,9 +403,11 @@ TEST_CASE("CEnumVariantCol: as part of an aggregate it has the outer object's id
         CHECK(outer.References() == 5);
 
         REQUIRE(collection->Add(Long(3)) == S_OK);
+        REQUIRE(LateBound(dispatch.Get()).Call(L"Add", {Double(0.1)}) == S_OK);
         LONG count = -77;
         CHECK(collection->get_Count(&count) == S_OK);
-        CHECK(count == 1);
+        CHECK(count == 2);
+        CHECK(outer.References() == 5);
 
         ComPtr<IUnknown> enumerator;
         REQUIRE(collection->get__NewEnum(&enumerator) == S_OK);

@@ -558,7 +558,7 @@ TEST_CASE("UTrace: FindTraceViewer looks at most once in 3000 ms", "[foundation]
     REQUIRE(UTrace::TraceInitialise()); // has looked just now
     const TraceViewerWindow viewer;
 
-    state.lastLookUpMs = ::GetTickCount() - 2000;
+    state.lastLookUpMs = ::GetTickCount() - 1000;
     const DWORD notLookedUp = state.lastLookUpMs;
     CHECK_FALSE(UTrace::FindTraceViewer());
     CHECK(state.lastLookUpMs == notLookedUp);
@@ -575,6 +575,7 @@ TEST_CASE("UTrace: FindTraceViewer looks at once when nobody has looked yet", "[
     UTrace::State state;
     REQUIRE(UTrace::TraceInitialise());
     const TraceViewerWindow viewer;
+    state.lastLookUpMs = ::GetTickCount();
     CHECK_FALSE(UTrace::FindTraceViewer());
     state.viewerState = -1;
     CHECK(UTrace::FindTraceViewer());
