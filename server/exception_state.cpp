@@ -23,10 +23,11 @@ extern "C"
         const void* initialBytes; // null for zeros
     };
 
-    void* __emutls_get_address(EmulatedVariable* variable);
+    void* AddressOnThread(EmulatedVariable* variable) asm("___emutls_get_address");
 
     // The start-up code's: has a function called when a thread with a value at the index ends.
-    int __mingwthr_key_dtor(unsigned long index, void (*function)(void* value));
+    int CallAtThreadEnd(unsigned long index,
+                        void (*function)(void* value)) asm("___mingwthr_key_dtor");
 }
 
 namespace
@@ -48,7 +49,7 @@ public:
     {
         if (IsValid())
         {
-            __mingwthr_key_dtor(m_index, &ExceptionState::EndThread);
+            CallAtThreadEnd(m_index, &ExceptionState::EndThread);
         }
     }
 
@@ -156,7 +157,7 @@ void ExceptionState::EndThread(void* value)
 }
 } // namespace
 
-extern "C" void* __emutls_get_address(EmulatedVariable* variable)
+extern "C" void* AddressOnThread(EmulatedVariable* variable)
 {
     return g_exceptionState.Find(*variable);
 }

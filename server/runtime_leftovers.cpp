@@ -12,11 +12,6 @@
 #include <array>
 #include <atomic>
 
-namespace __gnu_cxx
-{
-void __freeres(); // the run-time's own, in none of its headers
-}
-
 namespace
 {
 using CreateSemaphoreFunction = HANDLE(WINAPI*)(SECURITY_ATTRIBUTES*, LONG, LONG, const wchar_t*);
@@ -38,8 +33,11 @@ extern "C"
     extern const CreateSemaphoreFunction wrappedCreate asm("___wrap__imp__CreateSemaphoreW@16");
     const CreateSemaphoreFunction wrappedCreate = &CreateRunTimeSemaphore;
 
-    void __real___gthr_win32_mutex_destroy(RunTimeMutex* mutex);
-    void __wrap___gthr_win32_mutex_destroy(RunTimeMutex* mutex);
+    void RealDestroy(RunTimeMutex* mutex) asm("___real___gthr_win32_mutex_destroy");
+    void WrappedDestroy(RunTimeMutex* mutex) asm("___wrap___gthr_win32_mutex_destroy");
+
+    // __gnu_cxx::__freeres, which is in none of the run-time's headers.
+    void FreeExceptionMemory() asm("__ZN9__gnu_cxx9__freeresEv");
 }
 
 namespace
@@ -90,14 +88,14 @@ public:
                 ::CloseHandle(semaphore);
             }
         }
-        __gnu_cxx::__freeres();
+        FreeExceptionMemory();
     }
 };
 [[maybe_unused]] RunTimeLeftovers g_leftovers __attribute__((init_priority(101)));
 } // namespace
 
-extern "C" void __wrap___gthr_win32_mutex_destroy(RunTimeMutex* mutex)
+extern "C" void WrappedDestroy(RunTimeMutex* mutex)
 {
     Replace(mutex->semaphore, nullptr);
-    __real___gthr_win32_mutex_destroy(mutex);
+    RealDestroy(mutex);
 }
