@@ -1,0 +1,62 @@
+#include "foundation/wide_text.h"
+
+#include "foundation/system_exception.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using velt::NarrowFromWide;
+using velt::Utf8FromWide;
+using velt::WideFromUtf8;
+
+TEST_CASE("WideFromUtf8: texts come back as they went", "[foundation]")
+{
+    const auto [utf8, wide] = GENERATE(table<std::string, std::wstring>(
+        {{"", L""},
+         {"abc", L"abc"},
+         {std::string("a\0b", 3), std::wstring(L"a\0b", 3)},
+         {"\xC3\xA4\xE4\xB8\xAD\xF0\x9F\x98\x80", L"\u00E4\u4E2D\U0001F600"}}));
+    CHECK(WideFromUtf8(utf8) == wide);
+    CHECK(Utf8FromWide(wide) == utf8);
+}
+
+TEST_CASE("WideFromUtf8: what is not well-formed is replaced", "[foundation]")
+{
+    CHECK(WideFromUtf8("a\xFFz") == L"a\uFFFDz");
+    CHECK(Utf8FromWide(std::wstring{L'a', wchar_t{0xD800}, L'z'}) == "a\xEF\xBF\xBDz");
+}
+
+TEST_CASE("NarrowFromWide: the text is in the code page", "[foundation]")
+{
+    CHECK(NarrowFromWide(L"gr\u00FC\u00DF \u20AC", 1252) == "gr\xFC\xDF \x80");
+    CHECK(NarrowFromWide(L"\u0416", 1251) == "\xC6");
+    CHECK(NarrowFromWide(L"\u4E2D", 932) == "\x92\x86");
+    CHECK(NarrowFromWide(L"\U0001F600", CP_UTF8) == "\xF0\x9F\x98\x80");
+    CHECK(NarrowFromWide(std::wstring(L"a\0b", 3), 1252) == std::string("a\0b", 3));
+}
+
+TEST_CASE("NarrowFromWide: a character that the code page lacks becomes its default one",
+          "[foundation]")
+{
+    CHECK(NarrowFromWide(L"a\u4E2Dz", 1252) == "a?z");
+}
+
+TEST_CASE("NarrowFromWide: an empty text stays empty", "[foundation]")
+{
+    CHECK(NarrowFromWide(L"", CP_ACP).empty());
+    CHECK(NarrowFromWide({}, CP_THREAD_ACP).empty());
+}
+
+TEST_CASE("NarrowFromWide: an unknown code page throws the system's code", "[foundation]")
+{
+    try
+    {
+        NarrowFromWide(L"a", 64999);
+        FAIL("nothing was thrown");
+    }
+    catch (const SystemException::Win32& e)
+    {
+        CHECK(e.GetCode() == ERROR_INVALID_PARAMETER);
+    }
+}

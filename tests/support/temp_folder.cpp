@@ -1,0 +1,82 @@
+#include "tests/support/temp_folder.h"
+
+#include "foundation/unique_handle.h"
+
+#include <windows.h>
+
+#include <array>
+#include <stdexcept>
+
+namespace velt::test
+{
+namespace
+{
+struct FileTraits
+{
+    using Type = HANDLE;
+
+    static Type Invalid() noexcept
+    {
+        return INVALID_HANDLE_VALUE;
+    }
+
+    static void Close(Type handle) noexcept
+    {
+        ::CloseHandle(handle);
+    }
+};
+using UniqueFile = UniqueHandle<FileTraits>;
+} // namespace
+
+TempFolder::TempFolder(const std::wstring& name)
+{
+    std::array<wchar_t, MAX_PATH + 1> temp{};
+    ::GetTempPathW(static_cast<DWORD>(temp.size()), temp.data());
+    static LONG s_count = 0;
+    bool isMade = false;
+    do // what a run that was ended by force has left is passed over
+    {
+        m_path = std::wstring(temp.data()) + L"velt-" + std::to_wstring(::GetCurrentProcessId()) +
+                 L"-" + std::to_wstring(::InterlockedIncrement(&s_count)) + L"-" + name;
+        isMade = ::CreateDirectoryW(m_path.c_str(), nullptr) != FALSE;
+    } while (!isMade && ::GetLastError() == ERROR_ALREADY_EXISTS);
+    if (!isMade)
+    {
+        throw std::runtime_error("no temporary folder");
+    }
+}
+
+TempFolder::~TempFolder()
+{
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = ::FindFirstFileW(File(L"*").c_str(), &found);
+    if (search != INVALID_HANDLE_VALUE)
+    {
+        do
+        {
+            ::DeleteFileW(File(found.cFileName).c_str());
+        } while (::FindNextFileW(search, &found));
+        ::FindClose(search);
+    }
+    ::RemoveDirectoryW(m_path.c_str());
+}
+
+std::wstring TempFolder::File(const std::wstring& name) const
+{
+    return m_path + L"\\" + name;
+}
+
+void TempFolder::Write(const std::wstring& name, std::string_view bytes) const
+{
+    const UniqueFile file(::CreateFileW(File(name).c_str(), GENERIC_WRITE, 0, nullptr,
+                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    if (!file ||
+        !::WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
+                     nullptr) ||
+        written != bytes.size())
+    {
+        throw std::runtime_error("a file cannot be written");
+    }
+}
+} // namespace velt::test

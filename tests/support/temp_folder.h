@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace velt::test
+{
+/// A folder of the test's own below the temporary one, removed with its files at the end. Failures
+/// throw std::runtime_error.
+class TempFolder
+{
+public:
+    /// `name` becomes a part of the folder's name.
+    explicit TempFolder(const std::wstring& name = L"folder");
+
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    ~TempFolder();
+
+    const std::wstring& Path() const noexcept
+    {
+        return m_path;
+    }
+
+    /// The full path of a file in the folder.
+    std::wstring File(const std::wstring& name) const;
+
+    /// Writes a file in the folder; an existing one is replaced.
+    void Write(const std::wstring& name, std::string_view bytes) const;
+
+private:
+    std::wstring m_path;
+};
+} // namespace velt::test
