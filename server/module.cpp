@@ -11,28 +11,10 @@
 #include <oleauto.h>
 
 #include <algorithm>
-#include <array>
 
 namespace
 {
 constexpr wchar_t kAppId[] = L"{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}";
-
-/// Whether two thread-local indexes are left: one for tracing, and one that the run-time library
-/// takes at the first exception. When it finds none then, it ends the process; so we look first.
-bool HasThreadLocalIndexes() noexcept
-{
-    const std::array<DWORD, 2> indexes = {::TlsAlloc(), ::TlsAlloc()};
-    bool hasAll = true;
-    for (const DWORD index : indexes)
-    {
-        hasAll = hasAll && index != TLS_OUT_OF_INDEXES;
-        if (index != TLS_OUT_OF_INDEXES)
-        {
-            ::TlsFree(index);
-        }
-    }
-    return hasAll;
-}
 } // namespace
 
 CVeltHTTPClient::~CVeltHTTPClient()
@@ -53,10 +35,6 @@ CVeltHTTPClient::~CVeltHTTPClient()
 
 bool CVeltHTTPClient::Initialise(HINSTANCE instance) noexcept
 {
-    if (!HasThreadLocalIndexes())
-    {
-        return false;
-    }
     try
     {
         m_instance = instance;
@@ -64,13 +42,9 @@ bool CVeltHTTPClient::Initialise(HINSTANCE instance) noexcept
         UTrace::StartUp();
         m_initialised = true;
     }
-    catch (const SystemException::Win32&)
-    {
-        // No thread-local index left: the library cannot be loaded.
-    }
     catch (const std::exception&)
     {
-        // No memory: the same.
+        // No thread-local index or memory left: the library cannot be loaded.
     }
     return m_initialised;
 }

@@ -1,7 +1,7 @@
-#include "tests/support/aggregating_object.h"
 #include "tests/support/com_allocations.h"
 #include "tests/support/component_library.h"
 #include "tests/support/late_bound.h"
+#include "tests/support/outer_object.h"
 #include "tests/support/stand_in_object.h"
 #include "tests/support/variants.h"
 
@@ -383,10 +383,10 @@ TEST_CASE("CEnumVariantCol: as part of an aggregate it has the outer object's id
 {
     const ComponentLibrary library;
     {
-        AggregatingObject outer;
+        const auto aggregate = OuterObject::Make();
+        OuterObject& outer = *aggregate.Get();
         const auto factory = library.Factory(CLSID_CEnumVariantCol);
-        REQUIRE(factory->CreateInstance(&outer, IID_IUnknown,
-                                        reinterpret_cast<void**>(outer.Inner())) == S_OK);
+        REQUIRE(factory->CreateInstance(&outer, IID_IUnknown, outer.InnerPlace()) == S_OK);
         CHECK(outer.References() == 1); // an aggregated object does not hold its outer one
         CHECK(library.CanUnloadNow() == S_FALSE);
 
@@ -396,7 +396,7 @@ TEST_CASE("CEnumVariantCol: as part of an aggregate it has the outer object's id
         ComPtr<IUnknown> unknown;
         REQUIRE(collection.As(&unknown) == S_OK);
         CHECK(unknown.Get() == &outer);
-        ComPtr<IPersist> ofOuter; // an interface that only the outer object has
+        ComPtr<IServiceProvider> ofOuter; // an interface that only the outer object has
         REQUIRE(collection.As(&ofOuter) == S_OK);
         ComPtr<IDispatch> dispatch;
         REQUIRE(ofOuter.As(&dispatch) == S_OK);
@@ -421,7 +421,8 @@ TEST_CASE("CEnumVariantCol: as part of an aggregate it has the outer object's id
 TEST_CASE("CEnumVariantCol: an aggregated object is first asked for IUnknown only", "[collection]")
 {
     const ComponentLibrary library;
-    AggregatingObject outer;
+    const auto aggregate = OuterObject::Make();
+    OuterObject& outer = *aggregate.Get();
     void* object = &outer;
     CHECK(library.Factory(CLSID_CEnumVariantCol)
               ->CreateInstance(&outer, IID_IEnumVariantCol, &object) == CLASS_E_NOAGGREGATION);

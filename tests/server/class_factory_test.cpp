@@ -76,7 +76,8 @@ TEST_CASE("CClassFactory: CreateInstance refuses null and interfaces that are no
     const ComponentLibrary library;
     const ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
     CHECK(factory->CreateInstance(nullptr, IID_IUnknown, nullptr) == E_POINTER);
-    OuterObject outer;
+    const auto aggregate = OuterObject::Make();
+    OuterObject& outer = *aggregate.Get();
     CHECK(factory->CreateInstance(&outer, IID_IUnknown, nullptr) == E_POINTER);
     CHECK(factory->CreateInstance(&outer, IID_IDispatch, nullptr) == E_POINTER);
 
@@ -89,7 +90,8 @@ TEST_CASE("CClassFactory: an aggregated object is asked for IUnknown first", "[s
 {
     const ComponentLibrary library;
     const ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
-    OuterObject outer;
+    const auto aggregate = OuterObject::Make();
+    OuterObject& outer = *aggregate.Get();
     void* object = Poison();
     CHECK(factory->CreateInstance(&outer, IID_IEnumVariantCol, &object) == CLASS_E_NOAGGREGATION);
     CHECK(object == nullptr);
@@ -99,7 +101,8 @@ TEST_CASE("CClassFactory: an aggregated object is asked for IUnknown first", "[s
 TEST_CASE("CClassFactory: an aggregated object is part of its outer one", "[server]")
 {
     const ComponentLibrary library;
-    OuterObject outer;
+    const auto aggregate = OuterObject::Make();
+    OuterObject& outer = *aggregate.Get();
     {
         const ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
         REQUIRE(outer.Aggregate(*factory.Get()) == S_OK);
@@ -139,7 +142,8 @@ TEST_CASE("CClassFactory: an aggregated object is part of its outer one", "[serv
 TEST_CASE("CClassFactory: the inner unknown of an aggregate keeps its own identity", "[server]")
 {
     const ComponentLibrary library;
-    OuterObject outer;
+    const auto aggregate = OuterObject::Make();
+    OuterObject& outer = *aggregate.Get();
     REQUIRE(outer.Aggregate(*library.Factory(CLSID_CEnumVariantCol).Get()) == S_OK);
     ComPtr<IUnknown> inner;
     REQUIRE(outer.Inner()->QueryInterface(IID_PPV_ARGS(&inner)) == S_OK);

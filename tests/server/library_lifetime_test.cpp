@@ -2,7 +2,7 @@
 
 #include "tests/support/activation_context.h"
 #include "tests/support/component_library.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/thread_group.h"
 
 #include <provider_lib.h>
@@ -19,8 +19,8 @@
 using Microsoft::WRL::ComPtr;
 using velt::test::ActivationContext;
 using velt::test::ComponentLibrary;
-using velt::test::HandleCount;
-using velt::test::PrivateBytes;
+using velt::test::CurrentUsage;
+using velt::test::ProcessUsage;
 using velt::test::ShippedFile;
 
 namespace
@@ -71,19 +71,17 @@ void CheckNoGrowth(const std::function<void()>& round)
     {
         round();
     }
-    const std::size_t handles = HandleCount();
-    const std::size_t bytes = PrivateBytes();
+    const ProcessUsage before = CurrentUsage();
     const std::size_t indexes = FreeThreadLocalIndexes();
     for (int i = 0; i < kRounds; ++i)
     {
         round();
     }
-    const std::size_t handlesAfter = HandleCount();
-    const std::size_t bytesAfter = PrivateBytes();
-    INFO("handles " << handles << " to " << handlesAfter << ", private bytes " << bytes << " to "
-                    << bytesAfter);
-    CHECK(handlesAfter <= handles + 4);
-    CHECK(bytesAfter <= bytes + kRounds * 512);
+    const ProcessUsage after = CurrentUsage();
+    INFO("handles " << before.handles << " to " << after.handles << ", private bytes "
+                    << before.privateBytes << " to " << after.privateBytes);
+    CHECK(after.handles <= before.handles + 4);
+    CHECK(after.privateBytes <= before.privateBytes + kRounds * 512);
     CHECK(FreeThreadLocalIndexes() + 4 >= indexes);
 }
 

@@ -154,12 +154,12 @@ TEST_CASE("CVeltHTTPClient: GetGITPtr hands out the process's table each time", 
 
     // Each is a reference of its own: the table works until the last is gone.
     second.Reset();
-    velt::test::OuterObject object;
+    const auto object = velt::test::OuterObject::Make();
     DWORD cookie = 0;
-    REQUIRE(first->RegisterInterfaceInGlobal(&object, IID_IUnknown, &cookie) == S_OK);
+    REQUIRE(first->RegisterInterfaceInGlobal(object.Get(), IID_IUnknown, &cookie) == S_OK);
     ComPtr<IUnknown> found;
     CHECK(first->GetInterfaceFromGlobal(cookie, IID_PPV_ARGS(&found)) == S_OK);
-    CHECK(found.Get() == &object);
+    CHECK(found.Get() == object.Get());
     CHECK(first->RevokeInterfaceFromGlobal(cookie) == S_OK);
 }
 
