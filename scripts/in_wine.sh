@@ -13,6 +13,10 @@ if [ "$1" = --keep ]; then
     keep=1
     shift
 fi
+if [ -z "${1:-}" ] || [ -z "${2:-}" ]; then
+    echo "usage: in_wine.sh [--keep] <prefix> <program> [argument...]" >&2
+    exit 2
+fi
 prefix=$(realpath -m "$1")
 shift
 
@@ -21,7 +25,7 @@ template=$root/build/wine/template
 
 export WINEARCH=win32
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
-export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe="
+export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe="
 unset WAYLAND_DISPLAY
 
 # A screen of its own, which ends with this script.
