@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Runs clang-tidy over the component's own code as it is compiled for Windows.
-#   lint.sh [file.cpp...]     all of foundation/, collection/ and server/ by default
+#   lint.sh [file.cpp...]     all product folders by default
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 velt_setup
 cd "$velt_root"
 velt_build release
-[ $# -gt 0 ] || set -- foundation/*.cpp collection/*.cpp server/*.cpp
+[ $# -gt 0 ] || set -- foundation/*.cpp internet/*.cpp connection/*.cpp collection/*.cpp server/*.cpp
 
 # clang looks for the cross compiler's headers where that one says they are.
 extra=(--extra-arg-before=--target=i686-w64-mingw32)
