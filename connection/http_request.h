@@ -72,7 +72,9 @@ public:
             // By design, most of the layer's exceptions carry their object's context for a code;
             // the thread's last error has the cause then.
             const DWORD cause = ::GetLastError();
-            ReportError(e.GetCode() == kContext ? cause : e.GetCode());
+            const DWORD error = e.GetCode() == kContext ? cause : e.GetCode();
+            // A session that was closed from its own callback may fail without an error.
+            ReportError(error != ERROR_SUCCESS ? error : ERROR_INTERNET_OPERATION_CANCELLED);
         }
         catch (const std::bad_alloc&)
         {
