@@ -72,9 +72,10 @@ public:
             // By design, most of the layer's exceptions carry their object's context for a code;
             // the thread's last error has the cause then.
             const DWORD cause = ::GetLastError();
-            const DWORD error = e.GetCode() == kContext ? cause : e.GetCode();
-            // A session that was closed from its own callback may fail without an error.
-            ReportError(error != ERROR_SUCCESS ? error : ERROR_INTERNET_OPERATION_CANCELLED);
+            const bool abandoned = session && !session->GetHandle();
+            ReportError(abandoned                 ? ERROR_INTERNET_OPERATION_CANCELLED
+                        : e.GetCode() == kContext ? cause
+                                                  : e.GetCode());
         }
         catch (const std::bad_alloc&)
         {
@@ -161,7 +162,10 @@ private:
         void* const data = const_cast<void*>(request.GetRequestData(&length));
         m_file->SendRequest(L"", 0, data, length);
         DWORD status = 0;
-        m_file->QueryInfoStatusCode(&status);
+        if (!m_file->QueryInfoStatusCode(&status))
+        {
+            throw CInternetException(::GetLastError()); // an exchange that was abandoned meanwhile
+        }
         return status;
     }
 
