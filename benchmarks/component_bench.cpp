@@ -1,6 +1,7 @@
 // What the component costs, each measure beside a known one in the same run.
 
 #include "benchmarks/paired.h"
+#include "benchmarks/table.h"
 #include "foundation/library_utils.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
@@ -259,16 +260,11 @@ PairedTimes BenchLoad(const wchar_t* trace, std::size_t times)
     return times1;
 }
 
-void PrintRow(const char* measure, const char* against, const PairedTimes& times, const char* reach,
-              const PairedTimes* traced)
+void PrintTracedRow(const char* measure, const char* against, const PairedTimes& times,
+                    const char* reach, const PairedTimes& traced)
 {
-    std::printf("%-40s  %-34s  %10.1f  %10.1f  %6.2f  %-14s", measure, against, times.oursNs,
-                times.againstNs, times.ratio, reach);
-    if (traced)
-    {
-        std::printf("  %10.1f", traced->oursNs);
-    }
-    std::printf("\n");
+    velt::bench::PrintStart(measure, against, times, reach);
+    std::printf("  %12.1f\n", traced.oursNs);
     std::fflush(stdout);
 }
 
@@ -277,32 +273,31 @@ void PrintSize()
     WIN32_FILE_ATTRIBUTE_DATA data{};
     ::GetFileAttributesExW(velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(),
                            GetFileExInfoStandard, &data);
-    std::printf("%-40s  %-34s  %7.1f KB  %10s  %6s  %-14s\n", "size of the stripped DLL", "",
-                static_cast<double>(data.nFileSizeLow) / 1024.0, "", "", "<= 450 KB");
+    velt::bench::PrintFigure("size of the stripped DLL",
+                             static_cast<double>(data.nFileSizeLow) / 1024.0, "KB", "<= 450 KB");
 }
 
 void Run()
 {
     const CLibraryUtils::SmartComInitializer com;
     std::printf("Medians, nanoseconds an operation; the ratio is ours to the other one's.\n\n");
-    std::printf("%-40s  %-34s  %10s  %10s  %6s  %-14s  %10s\n", "measure", "against", "ours",
-                "other", "ratio", "reach", "traced");
+    velt::bench::PrintHeading("ours, traced");
 
     // First, because nothing may have loaded scrrun.dll yet.
     PairedTimes traced = BenchLoad(kTraced, 20);
-    PrintRow("LoadLibrary and the first object", "the same of scrrun.dll", BenchLoad(kUntraced, 20),
-             "<= 1.00", &traced);
+    PrintTracedRow("LoadLibrary and the first object", "the same of scrrun.dll",
+                   BenchLoad(kUntraced, 20), "<= 1.00", traced);
     traced = BenchCreate(kTraced, 50);
-    PrintRow("create and release a collection", "Scripting.Dictionary",
-             BenchCreate(kUntraced, 20000), "<= 0.50", &traced);
+    PrintTracedRow("create and release a collection", "Scripting.Dictionary",
+                   BenchCreate(kUntraced, 20000), "<= 0.50", traced);
     traced = BenchFill(kTraced, 200);
-    PrintRow("Add 1,000,000 integers, enumerate by 64", "bare std::vector<VARIANT>",
-             BenchFill(kUntraced, 1'000'000), "<= 1.50", &traced);
+    PrintTracedRow("Add 1,000,000 integers, enumerate by 64", "bare std::vector<VARIANT>",
+                   BenchFill(kUntraced, 1'000'000), "<= 1.50", traced);
     traced = BenchItem(kTraced, 50);
-    PrintRow("late-bound Item", "late-bound Dictionary Item", BenchItem(kUntraced, 50000), "< 1.00",
-             &traced);
-    PrintRow("one trace scope, no listener", "its six OutputDebugStringA calls", BenchScope(200),
-             "<= 1.15", nullptr);
+    PrintTracedRow("late-bound Item", "late-bound Dictionary Item", BenchItem(kUntraced, 50000),
+                   "< 1.00", traced);
+    velt::bench::PrintRow("one trace scope, no listener", "its six OutputDebugStringA calls",
+                          BenchScope(200), "<= 1.15");
     PrintSize();
 }
 } // namespace

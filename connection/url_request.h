@@ -25,7 +25,7 @@ struct url_options
 };
 
 /// A request for one URL: one exchange in one step.
-class url_request final : public queue_request
+class url_request : public queue_request
 {
 public:
     /// The sink and the callback may be null, and must outlive the request. Throws

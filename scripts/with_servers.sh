@@ -17,7 +17,7 @@
 #
 #   /plain.txt          "plain text\n"
 #   /empty              nothing
-#   /body-<n>           the first n bytes of /large; n is 1, 8191, 8192 or 8193
+#   /body-<n>           the first n bytes of /large; n is 1, 1024, 8191, 8192 or 8193
 #   /large              64 MiB: lines of 64 bytes, each its own number with leading zeros
 #   /chunked            as /plain.txt, in chunks
 #   /moved              a redirection to /plain.txt
@@ -53,7 +53,7 @@ pages=$root/build/servers/pages
         rm -rf "$pages"
         mkdir -p "$pages/private"
         seq -f '%063.0f' 0 1048575 >"$pages/large"
-        for size in 1 8191 8192 8193; do
+        for size in 1 1024 8191 8192 8193; do
             head -c "$size" "$pages/large" >"$pages/body-$size"
         done
         echo 'plain text' >"$pages/plain.txt"
