@@ -266,6 +266,22 @@ void PrintCall(const char* measure, Body&& body)
     velt::bench::PrintFigure(measure, velt::bench::Median(rounds), "ns", "");
 }
 
+/// The time inside the steps of a small request, beside another way of fetching it.
+template <class Against>
+PairedTimes MeasureSteps(queue_manager& queue, const std::string& url, int times, Against&& against)
+{
+    std::vector<double> steps;
+    std::vector<double> others;
+    std::vector<double> ratios;
+    for (int i = 0; i < times; ++i)
+    {
+        steps.push_back(FetchQueued(queue, url, 1024));
+        others.push_back(NanosecondsOf(against));
+        ratios.push_back(steps.back() / others.back());
+    }
+    return {velt::bench::Median(steps), velt::bench::Median(others), velt::bench::Median(ratios)};
+}
+
 void BenchIdle()
 {
     queue_manager idle;

@@ -5,6 +5,8 @@
 
 #include <process.h>
 
+#include <cstdint>
+
 namespace ONLINE_THREADS
 {
 base_thread::~base_thread()
@@ -26,13 +28,14 @@ HANDLE base_thread::BeginThread() noexcept
         return nullptr;
     }
     unsigned id = 0;
-    const auto thread = ::_beginthreadex(nullptr, 0, &base_thread::ThreadEntry, this, 0, &id);
+    const std::uintptr_t thread =
+        ::_beginthreadex(nullptr, 0, &base_thread::ThreadEntry, this, 0, &id);
     if (thread == 0)
     {
         ::FreeLibrary(m_module);
         return nullptr;
     }
-    return reinterpret_cast<HANDLE>(thread);
+    return reinterpret_cast<HANDLE>(thread); // NOLINT(performance-no-int-to-ptr): so it is given
 }
 
 unsigned __stdcall base_thread::ThreadEntry(void* thread) noexcept

@@ -18,7 +18,9 @@ public:
     {
         if (m_pieces.empty() || m_pieces.back().room - m_pieces.back().used < sizeBytes)
         {
-            const std::size_t room = std::max(kPieceBytes, sizeBytes);
+            // Each piece about as large as what is there, so that small bodies need little.
+            const std::size_t room =
+                std::max(std::clamp(m_size, kLeastBytes, kMostBytes), sizeBytes);
             m_pieces.push_back({std::make_unique_for_overwrite<char[]>(room), room, 0});
         }
         return m_pieces.back().bytes.get() + m_pieces.back().used;
@@ -56,7 +58,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+    static constexpr std::size_t kLeastBytes = 16384;
+    static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
 
     struct Piece
     {

@@ -2,6 +2,7 @@
 
 #include "foundation/exception_to_hresult.h"
 #include "foundation/find_function.h"
+#include "foundation/unique_handle.h"
 
 #include <winsock2.h>
 
@@ -16,6 +17,22 @@ namespace
 {
 constexpr DWORD kUnknownState = 0xFFFFFFFF;
 
+struct GlobalMemoryTraits
+{
+    using Type = wchar_t*;
+
+    static Type Invalid() noexcept
+    {
+        return nullptr;
+    }
+
+    static void Close(Type memory) noexcept
+    {
+        ::GlobalFree(memory);
+    }
+};
+using UniqueGlobalMemory = UniqueHandle<GlobalMemoryTraits>;
+
 /// Appends a text that the internet API allocated, if there is one, and frees it.
 bool TakeText(std::wstring& text, wchar_t* part)
 {
@@ -23,14 +40,7 @@ bool TakeText(std::wstring& text, wchar_t* part)
     {
         return false;
     }
-    struct Freed
-    {
-        wchar_t* memory;
-        ~Freed()
-        {
-            ::GlobalFree(memory);
-        }
-    } const owner{part};
+    const UniqueGlobalMemory owner(part);
     text.append(part);
     return *part != L'\0';
 }

@@ -25,6 +25,9 @@ public:
     /// Throws SystemException::HRESULT and std::bad_alloc. Without a timer, begin fails.
     queue_manager();
 
+    queue_manager(const queue_manager&) = delete;
+    queue_manager& operator=(const queue_manager&) = delete;
+
     /// Asks the worker to end, drops the queue and waits for the worker, 5000 ms at most; what it
     /// has not ended by then is terminated.
     ~queue_manager() override;

@@ -4,8 +4,9 @@
 #include "foundation/system_exception.h"
 #include "foundation/unique_handle.h"
 #include "foundation/utrace.h"
+#include "foundation/velt_auto_critical_section.h"
+#include "foundation/velt_critical_section.h"
 #include "foundation/velt_mutex.h"
-#include "foundation/velt_mutex_lock.h"
 
 #include <windows.h>
 
@@ -32,6 +33,9 @@ public:
         throw SystemException::HRESULT(HRESULT_FROM_WIN32(e.GetCode()));
     }
 
+    thread_template(const thread_template&) = delete;
+    thread_template& operator=(const thread_template&) = delete;
+
     /// The derived class has called stop already: its Run must not outlive it.
     ~thread_template() override
     {
@@ -41,16 +45,11 @@ public:
     void OnThreadEnd() noexcept override
     {
         HANDLE ended = nullptr;
-        try
         {
-            const VeltMutexLock lock(&m_mutex);
+            const VeltAutoCriticalSection lock(&m_handleLock);
             CloseThread();
             m_hStopEvent.Reset();
             ended = m_hWaitThreadEvent.Get();
-        }
-        catch (const SystemException::Win32&)
-        {
-            ended = m_hWaitThreadEvent.Get(); // a mutex that fails must not keep the owner waiting
         }
         ::SetEvent(ended); // from here on the object may be gone
     }
@@ -60,7 +59,7 @@ public:
     /// or no thread.
     virtual HANDLE Start(Worker* parameter)
     {
-        const VeltMutexLock lock(&m_mutex);
+        const VeltAutoCriticalSection lock(&m_handleLock);
         m_parameter = parameter;
         m_hStopEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
         m_hWaitThreadEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
@@ -78,7 +77,7 @@ public:
     /// Asks the worker to end. Any thread may call.
     virtual void SignalStop()
     {
-        const VeltMutexLock lock(&m_mutex);
+        const VeltAutoCriticalSection lock(&m_handleLock);
         if (m_hStopEvent)
         {
             ::SetEvent(m_hStopEvent.Get());
@@ -89,6 +88,10 @@ public:
     /// then is terminated: the intended last resort.
     void stop()
     {
+        if (!m_hWaitThreadEvent && !m_hStopEvent)
+        {
+            return; // not started, or stopped already
+        }
         if (IsThreadSet())
         {
             SignalStop();
@@ -107,7 +110,7 @@ protected:
     /// Whether the worker was asked to end, or there is no stop event. Worker only.
     bool IsStopSignalled()
     {
-        const VeltMutexLock lock(&m_mutex);
+        const VeltAutoCriticalSection lock(&m_handleLock);
         if (!m_hStopEvent)
         {
             return true;
@@ -120,7 +123,7 @@ protected:
         return true;
     }
 
-    /// Guards the state of derived classes, and this class's handles.
+    /// For the state of derived classes; not used here.
     VeltMutex m_mutex;
 
 private:
@@ -128,7 +131,7 @@ private:
 
     bool IsThreadSet()
     {
-        const VeltMutexLock lock(&m_mutex);
+        const VeltAutoCriticalSection lock(&m_handleLock);
         return m_hThread != nullptr;
     }
 
@@ -156,7 +159,9 @@ private:
         }
     }
 
-    // guarded by m_mutex while a thread runs
+    VeltCriticalSection m_handleLock; // cheaper than the mutex for what the worker polls
+
+    // guarded by m_handleLock while a thread runs
     velt::UniqueKernelObject m_hStopEvent;       // auto-reset
     velt::UniqueKernelObject m_hWaitThreadEvent; // auto-reset
     Worker* m_parameter = nullptr;

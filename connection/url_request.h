@@ -32,6 +32,9 @@ public:
     /// SystemException::HRESULT with E_INVALIDARG for a URL that is not one of HTTP.
     url_request(const url_options& options, CHTTPEvent* event, ICallback* callback);
 
+    url_request(const url_request&) = delete;
+    url_request& operator=(const url_request&) = delete;
+
     ~url_request() override;
 
     /// The body that the exchange delivered, a copy; nothing when there was none. Only after the
