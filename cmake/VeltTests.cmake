@@ -1,8 +1,9 @@
 # velt_add_test(<name> FOLDER <product folder> SOURCES <files> [LINKS <libraries>] [ARGS <arguments>]
-#               [TIMEOUT <seconds>])
+#               [TIMEOUT <seconds>] [SERVERS])
 #
 # One test program and its ctest test, which carries the product folder as its label. Programs for
-# Windows run in a Wine prefix of their own, named for the test.
+# Windows run in a Wine prefix of their own, named for the test. With SERVERS, a real web server and
+# a real proxy run beside the program; see scripts/with_servers.sh and tests/support/real_servers.h.
 
 find_path(VELT_CATCH_DIR catch.hpp
     PATHS /usr/include/catch2 PATH_SUFFIXES catch2
@@ -30,7 +31,7 @@ function(velt_wine_command prefix result)
 endfunction()
 
 function(velt_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER;TIMEOUT" "SOURCES;LINKS;ARGS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SERVERS" "FOLDER;TIMEOUT" "SOURCES;LINKS;ARGS")
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 300)
     endif()
@@ -40,6 +41,10 @@ function(velt_add_test name)
         target_link_libraries(${name} PRIVATE velt_test_support)
     endif()
     velt_wine_command(${name} wine)
-    add_test(NAME ${name} COMMAND ${wine} "$<TARGET_FILE:${name}>" ${arg_ARGS})
+    set(servers "")
+    if(arg_SERVERS)
+        set(servers "${PROJECT_SOURCE_DIR}/scripts/with_servers.sh")
+    endif()
+    add_test(NAME ${name} COMMAND ${servers} ${wine} "$<TARGET_FILE:${name}>" ${arg_ARGS})
     set_tests_properties(${name} PROPERTIES LABELS "${arg_FOLDER}" TIMEOUT ${arg_TIMEOUT})
 endfunction()

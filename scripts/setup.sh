@@ -7,6 +7,7 @@ velt_packages=(
     g++-mingw-w64-i686-win32 mingw-w64-tools libwine-dev
     wine wine32:i386 xvfb faketime
     catch2 clang clang-format clang-tidy libclang-rt-14-dev
+    nginx-light tinyproxy-bin
 )
 
 # The packages of the list that are not installed, one a line.
@@ -52,7 +53,8 @@ velt_setup() {
         velt_as_root dpkg --add-architecture i386
     velt_as_root apt-get update >"$log" 2>&1 ||
         echo "set-up: a package index could not be refreshed; going on with what there is"
-    if ! velt_as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y \
+    # The run level keeps the packages of servers from starting them.
+    if ! velt_as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 apt-get install -y \
         --no-install-recommends -t "$suite" $missing >>"$log" 2>&1; then
         echo "set-up: the packages could not be installed; see ${log#"$velt_root"/}" >&2
         tail -n 5 "$log" >&2
