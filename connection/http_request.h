@@ -159,7 +159,10 @@ private:
         void* const data = const_cast<void*>(request.GetRequestData(&length));
         m_file->SendRequest(L"", 0, data, length);
         DWORD status = 0;
-        m_file->QueryInfoStatusCode(&status);
+        if (!m_file->QueryInfoStatusCode(&status))
+        {
+            throw CInternetException(::GetLastError()); // a response without a status, or cut short
+        }
         return status;
     }
 
