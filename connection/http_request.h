@@ -164,7 +164,11 @@ private:
         DWORD status = 0;
         if (!m_file->QueryInfoStatusCode(&status))
         {
-            throw CInternetException(::GetLastError()); // an exchange that was abandoned meanwhile
+            throw CInternetException(::GetLastError()); // abandoned while the response came in
+        }
+        if (status == 0)
+        {
+            throw CInternetException(ERROR_HTTP_INVALID_SERVER_RESPONSE); // none to speak of
         }
         return status;
     }

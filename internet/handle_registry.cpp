@@ -19,10 +19,14 @@ void HandleRegistry::Insert(HINTERNET handle, CInternetSession* session)
     }
 }
 
-void HandleRegistry::Remove(HINTERNET handle) noexcept
+void HandleRegistry::Remove(HINTERNET handle, const CInternetSession* session) noexcept
 {
     const VeltAutoCriticalSection lock(&m_lock);
-    m_sessions.erase(handle);
+    const auto found = m_sessions.find(handle);
+    if (found != m_sessions.end() && found->second == session)
+    {
+        m_sessions.erase(found);
+    }
 }
 
 CInternetSession* HandleRegistry::Find(HINTERNET handle) noexcept

@@ -31,8 +31,9 @@ public:
     /// Enters an open handle; a null one is nothing to enter. Throws std::bad_alloc.
     void Insert(HINTERNET handle, CInternetSession* session);
 
-    /// Removes a handle's entry; nothing happens when there is none.
-    void Remove(HINTERNET handle) noexcept;
+    /// Removes a session's entry of a handle; nothing happens when there is none. Another session's
+    /// entry stays: the system may have given the closed handle's value out again meanwhile.
+    void Remove(HINTERNET handle, const CInternetSession* session) noexcept;
 
     /// The session that owns a handle, null for an unknown one.
     CInternetSession* Find(HINTERNET handle) noexcept;

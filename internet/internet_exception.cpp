@@ -1,5 +1,6 @@
 #include "internet/internet_exception.h"
 
+#include "foundation/last_error_scope.h"
 #include "foundation/library_utils.h"
 #include "foundation/unique_handle.h"
 
@@ -20,6 +21,25 @@ UniqueText FormatCode(DWORD source, HMODULE module, DWORD code)
                      MAKELANGID(LANG_NEUTRAL, SUBLANG_SYS_DEFAULT),
                      reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     return UniqueText(text);
+}
+
+/// The first exception of a process makes the locks of the compiler's run-time, and that changes
+/// the thread's last error, which callers of a failed operation still ask for. So the first one is
+/// thrown here.
+void ThrowFirstException()
+{
+    const velt::LastErrorScope keep;
+    static const bool thrown = [] {
+        try
+        {
+            throw 0;
+        }
+        catch (int)
+        {
+            return true;
+        }
+    }();
+    static_cast<void>(thrown);
 }
 
 /// What the server said last; null when it said nothing.
@@ -50,6 +70,7 @@ CInternetException::CInternetException(DWORD error, std::string message)
       m_code(error),
       m_message(std::move(message))
 {
+    ThrowFirstException();
 }
 
 DWORD CInternetException::GetCode() const noexcept

@@ -5,7 +5,9 @@
 
 namespace velt
 {
-RegisteredHandle::RegisteredHandle(HINTERNET handle, CInternetSession* session) : m_handle(handle)
+RegisteredHandle::RegisteredHandle(HINTERNET handle, CInternetSession* session)
+    : m_handle(handle),
+      m_session(session)
 {
     try
     {
@@ -29,7 +31,7 @@ void RegisteredHandle::Close() noexcept
     {
         const LastErrorScope keep;
         ::InternetCloseHandle(handle);
-        HandleRegistry::Instance().Remove(handle);
+        HandleRegistry::Instance().Remove(handle, m_session);
     }
 }
 } // namespace velt

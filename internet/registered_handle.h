@@ -25,7 +25,8 @@ public:
     RegisteredHandle& operator=(const RegisteredHandle&) = delete;
 
     RegisteredHandle(RegisteredHandle&& other) noexcept
-        : m_handle(std::exchange(other.m_handle, nullptr))
+        : m_handle(std::exchange(other.m_handle, nullptr)),
+          m_session(std::exchange(other.m_session, nullptr))
     {
     }
 
@@ -46,5 +47,6 @@ public:
 
 private:
     HINTERNET m_handle = nullptr;
+    CInternetSession* m_session = nullptr;
 };
 } // namespace velt

@@ -1,0 +1,337 @@
+#include "connection/thread_template.h"
+
+#include "foundation/system_exception.h"
+#include "tests/support/process_counters.h"
+#include "tests/support/test_thread.h"
+#include "tests/support/trace_recorder.h"
+#include "tests/support/virtual_slot.h"
+
+#include <windows.h>
+
+#include <objbase.h>
+
+#include <catch.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+using namespace velt::test;
+
+namespace
+{
+constexpr DWORD kGraceMs = 5000;
+constexpr char kTerminating[] = "thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
+                                "returned 258: Terminating Thread!!!";
+
+/// A worker that does what the test says, on its thread.
+class Worker final : public ONLINE_THREADS::thread_template<Worker>
+{
+public:
+    explicit Worker(std::function<void(Worker&)> body = nullptr) : m_body(std::move(body)) {}
+
+    ~Worker() override
+    {
+        stop();
+    }
+
+    void Run() override
+    {
+        ++runs;
+        if (m_body)
+        {
+            m_body(*this);
+        }
+    }
+
+    /// Waits for the stop signal the way workers do.
+    void AwaitStop()
+    {
+        while (!IsStopSignalled())
+        {
+            ::Sleep(1);
+        }
+    }
+
+    DWORD ThreadId() const noexcept
+    {
+        return m_threadId;
+    }
+
+    using thread_template::IsStopSignalled;
+
+    std::atomic<int> runs = 0;
+
+private:
+    std::function<void(Worker&)> m_body;
+};
+
+/// How long a call takes.
+template <class Call>
+ULONGLONG MillisecondsOf(Call&& call)
+{
+    const ULONGLONG before = ::GetTickCount64();
+    call();
+    return ::GetTickCount64() - before;
+}
+
+/// A handle of the test's own on the worker's thread.
+velt::UniqueKernelObject Duplicate(HANDLE thread)
+{
+    HANDLE copy = nullptr;
+    ::DuplicateHandle(::GetCurrentProcess(), thread, ::GetCurrentProcess(), &copy, 0, FALSE,
+                      DUPLICATE_SAME_ACCESS);
+    return velt::UniqueKernelObject(copy);
+}
+} // namespace
+
+TEST_CASE("thread_template: stop of one that was never started does nothing", "[connection]")
+{
+    Worker worker;
+    CHECK(MillisecondsOf([&] {
+              worker.stop();
+              worker.stop();
+              worker.SignalStop();
+          }) < kGraceMs);
+    CHECK(worker.runs == 0);
+}
+
+TEST_CASE("thread_template: Start runs the worker on a thread of its own", "[connection]")
+{
+    TestEvent started;
+    std::atomic<DWORD> thread = 0;
+    std::atomic<DWORD> recorded = 0;
+    Worker worker([&](Worker& self) {
+        thread = ::GetCurrentThreadId();
+        recorded = self.ThreadId();
+        started.Set();
+        self.AwaitStop();
+    });
+    CHECK(worker.ThreadId() == 0);
+    const HANDLE handle = worker.Start(&worker);
+    REQUIRE(handle != nullptr);
+    started.Wait();
+    CHECK(thread != ::GetCurrentThreadId());
+    CHECK(thread == ::GetThreadId(handle));
+    CHECK(recorded == thread);
+    worker.stop();
+    CHECK(worker.runs == 1);
+}
+
+TEST_CASE("thread_template: the worker's thread is a single-threaded apartment", "[connection]")
+{
+    TestEvent asked;
+    std::atomic<HRESULT> other = E_PENDING;
+    std::atomic<HRESULT> same = E_PENDING;
+    Worker worker([&](Worker&) {
+        other = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        same = ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        if (SUCCEEDED(same.load()))
+        {
+            ::CoUninitialize();
+        }
+        asked.Set();
+    });
+    worker.Start(&worker);
+    asked.Wait();
+    worker.stop();
+    CHECK(other == RPC_E_CHANGED_MODE);
+    CHECK(same == S_FALSE);
+}
+
+TEST_CASE("thread_template: stop waits until the worker has ended", "[connection]")
+{
+    TestEvent started;
+    std::atomic<bool> ended = false;
+    Worker worker([&](Worker& self) {
+        started.Set();
+        self.AwaitStop();
+        ::Sleep(50); // still at work
+        ended = true;
+    });
+    const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    started.Wait();
+    CHECK_FALSE(ended);
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs);
+    CHECK(ended);
+    CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    DWORD exitCode = 77;
+    CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
+    CHECK(exitCode == 0);
+}
+
+TEST_CASE("thread_template: the stop signal stays until the worker has ended", "[connection]")
+{
+    TestEvent started;
+    std::atomic<int> signalled = 0;
+    Worker worker([&](Worker& self) {
+        started.Set();
+        self.AwaitStop();
+        signalled = self.IsStopSignalled() + self.IsStopSignalled() + self.IsStopSignalled();
+    });
+    worker.Start(&worker);
+    started.Wait();
+    worker.SignalStop();
+    worker.SignalStop();
+    worker.stop();
+    CHECK(signalled == 3);
+}
+
+TEST_CASE("thread_template: without a stop event the worker counts as stopped", "[connection]")
+{
+    Worker worker;
+    CHECK(worker.IsStopSignalled());
+}
+
+TEST_CASE("thread_template: whatever Run throws, stop returns at once", "[connection]")
+{
+    const auto [what, body] = GENERATE(table<std::string, std::function<void(Worker&)>>(
+        {{"a failure", [](Worker&) { throw std::runtime_error("of the worker"); }},
+         {"a system failure", [](Worker&) { throw SystemException::Win32(ERROR_NOT_READY); }},
+         {"a COM error", [](Worker&) { throw _com_error(E_ABORT); }},
+         {"a number", [](Worker&) { throw 5; }}}));
+    CAPTURE(what);
+    Worker worker(body);
+    const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    CHECK(worker.IsStopSignalled()); // OnThreadEnd has closed the event
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
+    CHECK(worker.runs == 1);
+}
+
+TEST_CASE("thread_template: a second Start makes no second thread", "[connection]")
+{
+    TestEvent started;
+    Worker worker([&](Worker& self) {
+        started.Set();
+        self.AwaitStop();
+    });
+    const HANDLE first = worker.Start(&worker);
+    started.Wait();
+    CHECK(worker.Start(&worker) == first);
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs);
+    CHECK(worker.runs == 1);
+}
+
+TEST_CASE("thread_template: it starts again after a stop", "[connection]")
+{
+    Worker worker([](Worker& self) { self.AwaitStop(); });
+    for (int round = 1; round <= 3; ++round)
+    {
+        CHECK(worker.Start(&worker) != nullptr);
+        worker.stop();
+        CHECK(worker.runs == round);
+    }
+}
+
+TEST_CASE("thread_template: a worker that has ended by itself is stopped at once", "[connection]")
+{
+    Worker worker;
+    const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    worker.SignalStop(); // nothing to signal
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
+}
+
+TEST_CASE("thread_template: a worker that ignores the signal is ended by force after 5 s",
+          "[connection]")
+{
+    TraceRecorder trace;
+    TestEvent started;
+    std::atomic<bool> ended = false;
+    const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    Worker worker([&](Worker&) {
+        started.Set();
+        ::WaitForSingleObject(never.Get(), INFINITE);
+        ended = true;
+    });
+    const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    started.Wait();
+    const ULONGLONG took = MillisecondsOf([&] { worker.stop(); });
+    CHECK(took >= kGraceMs - 100);
+    CHECK(took < 2 * kGraceMs);
+    CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    CHECK_FALSE(ended);
+    CHECK(trace.Count(kTerminating) == 1);
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2); // it is idle again
+    CHECK(trace.Count(kTerminating) == 1);
+    for (const auto& message : trace.Messages())
+    {
+        CHECK(message.level == 1);
+    }
+}
+
+TEST_CASE("thread_template: a worker stopped in time leaves no trace line", "[connection]")
+{
+    TraceRecorder trace;
+    for (int round = 0; round < 50; ++round)
+    {
+        Worker worker([](Worker& self) { self.AwaitStop(); });
+        worker.Start(&worker);
+    }
+    CHECK(trace.Messages().empty());
+}
+
+TEST_CASE("thread_template: on behalf of a thread that others ended, stop does its last act",
+          "[connection]")
+{
+    TraceRecorder trace;
+    TestEvent started;
+    const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    Worker worker([&](Worker&) {
+        started.Set();
+        ::WaitForSingleObject(never.Get(), INFINITE);
+    });
+    const HANDLE handle = worker.Start(&worker);
+    const velt::UniqueKernelObject thread = Duplicate(handle);
+    started.Wait();
+    ::TerminateThread(thread.Get(), 5);
+    REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    worker.stop();
+    CHECK(trace.Count(kTerminating) == 0);
+    CHECK(::WaitForSingleObject(handle, 0) == WAIT_FAILED); // its handle was closed
+    CHECK(worker.Start(&worker) != nullptr);
+    ::SetEvent(never.Get());
+}
+
+TEST_CASE("thread_template: handles are back to where they were", "[connection]")
+{
+    const auto live = [](bool isStopped) {
+        TestEvent started;
+        auto worker = std::make_unique<Worker>([&](Worker& self) {
+            started.Set();
+            self.AwaitStop();
+        });
+        const velt::UniqueKernelObject thread = Duplicate(worker->Start(worker.get()));
+        started.Wait();
+        if (isStopped)
+        {
+            worker->stop();
+        }
+        worker.reset();
+        ::WaitForSingleObject(thread.Get(), kWaitLimitMs);
+    };
+    live(true); // what the first of its kind leaves for the next
+    const std::size_t before = HandleCount();
+    for (int round = 0; round < 30; ++round)
+    {
+        live(round % 2 == 0);
+    }
+    CHECK(HandleCount() <= before);
+}
+
+TEST_CASE("base_thread: the operations stand in the slots that they always had", "[connection]")
+{
+    using ONLINE_THREADS::base_thread;
+    using Template = ONLINE_THREADS::thread_template<Worker>;
+    CHECK(std::has_virtual_destructor_v<base_thread>); // which takes two
+    CHECK(VirtualSlot(&base_thread::Run) == 2);
+    CHECK(VirtualSlot(&base_thread::OnThreadEnd) == 3);
+    CHECK(VirtualSlot(&Template::Run) == 2);
+    CHECK(VirtualSlot(&Template::OnThreadEnd) == 3);
+    CHECK(VirtualSlot(&Template::Start) == 4);
+    CHECK(VirtualSlot(&Template::SignalStop) == 5);
+}

@@ -1,0 +1,138 @@
+#pragma once
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace velt::test
+{
+/// The place in this program's import table where the address of a function stands. Throws
+/// std::runtime_error when the program does not import it by that name.
+inline void** ImportSlot(const char* dll, const char* function)
+{
+    auto* const image = reinterpret_cast<std::byte*>(::GetModuleHandleW(nullptr));
+    const auto at = [image](DWORD offset) { return image + offset; };
+    const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
+    const auto* const headers =
+        reinterpret_cast<const IMAGE_NT_HEADERS*>(at(static_cast<DWORD>(dos->e_lfanew)));
+    const IMAGE_DATA_DIRECTORY& directory =
+        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    for (auto* library =
+             reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(at(directory.VirtualAddress));
+         library->Name != 0; ++library)
+    {
+        if (::lstrcmpiA(reinterpret_cast<const char*>(at(library->Name)), dll) != 0)
+        {
+            continue;
+        }
+        const auto* name =
+            reinterpret_cast<const IMAGE_THUNK_DATA*>(at(library->OriginalFirstThunk));
+        auto* address = reinterpret_cast<IMAGE_THUNK_DATA*>(at(library->FirstThunk));
+        for (; name->u1.AddressOfData != 0; ++name, ++address)
+        {
+            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal))
+            {
+                continue;
+            }
+            const auto* const import =
+                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(at(name->u1.AddressOfData));
+            if (std::strcmp(reinterpret_cast<const char*>(import->Name), function) == 0)
+            {
+                return reinterpret_cast<void**>(&address->u1.Function);
+            }
+        }
+    }
+    throw std::runtime_error(std::string("not imported: ") + dll + " " + function);
+}
+
+/// A function's name as an argument of a template.
+template <std::size_t N>
+struct FunctionName
+{
+    constexpr FunctionName(const char (&name)[N]) // so that a literal will do
+    {
+        std::copy_n(name, N, text);
+    }
+
+    char text[N];
+};
+
+/// Puts a function of the test's own in the place of one that this program imports, until the end
+/// of the scope. Calls of other modules are not affected. One at a time for each function; it is
+/// called by whichever thread calls the function, and must not throw.
+///
+///     ImportPatch<"InternetReadFile", decltype(::InternetReadFile)> patch(
+///         "wininet.dll", [](HINTERNET, void*, DWORD, DWORD*) { return FALSE; });
+template <FunctionName Name, class Signature>
+class ImportPatch;
+
+template <FunctionName Name, class Result, class... Arguments>
+class ImportPatch<Name, Result WINAPI(Arguments...)>
+{
+public:
+    using Function = Result(WINAPI*)(Arguments...);
+
+    ImportPatch(const char* dll, std::function<Result(Arguments...)> body)
+        : m_slot(ImportSlot(dll, Name.text)),
+          m_body(std::move(body))
+    {
+        if (s_current)
+        {
+            throw std::runtime_error("patched already");
+        }
+        s_current = this;
+        s_original = reinterpret_cast<Function>(*m_slot);
+        Write(reinterpret_cast<void*>(&ImportPatch::Call));
+    }
+
+    ImportPatch(const ImportPatch&) = delete;
+    ImportPatch& operator=(const ImportPatch&) = delete;
+
+    ~ImportPatch()
+    {
+        Write(reinterpret_cast<void*>(s_original));
+        s_current = nullptr;
+    }
+
+    /// The system's own function.
+    static Result Original(Arguments... arguments)
+    {
+        return s_original(arguments...);
+    }
+
+    /// How often the function has been called.
+    LONG Calls() const noexcept
+    {
+        return m_calls;
+    }
+
+private:
+    static Result WINAPI Call(Arguments... arguments)
+    {
+        ::InterlockedIncrement(&s_current->m_calls);
+        return s_current->m_body(arguments...);
+    }
+
+    void Write(void* function) noexcept
+    {
+        DWORD protection = 0;
+        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
+        *m_slot = function;
+        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
+    }
+
+    inline static ImportPatch* s_current = nullptr;
+    inline static Function s_original = nullptr;
+
+    void** m_slot;
+    std::function<Result(Arguments...)> m_body;
+    volatile LONG m_calls = 0;
+};
+} // namespace velt::test
