@@ -2,7 +2,7 @@
 
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/thread_group.h"
 #include "tests/support/trace_recorder.h"
@@ -528,17 +528,17 @@ TEST_CASE("queue_manager: handles are back to where they were", "[connection]")
         queue.manager.reset();
     };
     live();
-    const std::size_t before = HandleCount();
+    const std::size_t before = CurrentUsage().handles;
     for (int round = 0; round < 10; ++round)
     {
         live();
     }
     // The worker's thread may still be on its last instructions.
-    std::size_t after = HandleCount();
+    std::size_t after = CurrentUsage().handles;
     for (int i = 0; i < 100 && after > before; ++i)
     {
         ::Sleep(10);
-        after = HandleCount();
+        after = CurrentUsage().handles;
     }
     CHECK(after <= before);
 }

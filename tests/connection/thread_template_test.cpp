@@ -1,7 +1,7 @@
 #include "connection/thread_template.h"
 
 #include "foundation/system_exception.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
 #include "tests/support/virtual_slot.h"
@@ -315,12 +315,12 @@ TEST_CASE("thread_template: handles are back to where they were", "[connection]"
         ::WaitForSingleObject(thread.Get(), kWaitLimitMs);
     };
     live(true); // what the first of its kind leaves for the next
-    const std::size_t before = HandleCount();
+    const std::size_t before = CurrentUsage().handles;
     for (int round = 0; round < 30; ++round)
     {
         live(round % 2 == 0);
     }
-    CHECK(HandleCount() <= before);
+    CHECK(CurrentUsage().handles <= before);
 }
 
 TEST_CASE("base_thread: the operations stand in the slots that they always had", "[connection]")
