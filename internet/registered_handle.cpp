@@ -9,6 +9,10 @@ RegisteredHandle::RegisteredHandle(HINTERNET handle, CInternetSession* session)
     : m_handle(handle),
       m_session(session)
 {
+    if (!m_handle)
+    {
+        return; // without the registry, whose making would change the thread's last error
+    }
     try
     {
         HandleRegistry::Instance().Insert(handle, session);
