@@ -14,6 +14,9 @@ public:
     CHttpConnection(CInternetSession* session, const wchar_t* server, INTERNET_PORT port,
                     const wchar_t* user, const wchar_t* password, DWORD context);
 
+    CHttpConnection(const CHttpConnection&) = delete;
+    CHttpConnection& operator=(const CHttpConnection&) = delete;
+
     ~CHttpConnection() override;
 
     /// Opens a request file. A context of 1 means the connection's; `acceptTypes` is null or ends

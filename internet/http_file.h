@@ -12,6 +12,9 @@ public:
     CHttpFile(velt::RegisteredHandle handle, DWORD context, const std::wstring& serverName,
               const wchar_t* objectName, const wchar_t* verb);
 
+    CHttpFile(const CHttpFile&) = delete;
+    CHttpFile& operator=(const CHttpFile&) = delete;
+
     ~CHttpFile() override;
 
     /// "http://", the server and the object; see velt::FileUrl.

@@ -50,7 +50,7 @@ UniqueText LastResponse()
     if (::InternetGetLastResponseInfoW(&error, nullptr, &length) ||
         ::GetLastError() != ERROR_INSUFFICIENT_BUFFER)
     {
-        return UniqueText();
+        return {};
     }
     // The count is one of characters, and a final NUL may be missing from it.
     const SIZE_T bytes = (SIZE_T{length} + 1) * sizeof(wchar_t);

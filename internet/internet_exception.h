@@ -32,6 +32,6 @@ public:
 
 private:
     DWORD m_code;
-    DWORD m_context = 0; // by design, copied and never set
+    [[maybe_unused]] DWORD m_context = 0; // by design, copied and never set
     std::string m_message;
 };

@@ -16,12 +16,12 @@ constexpr DWORD kChunkCharacters = 128;
 } // namespace
 
 CInternetFile::CInternetFile(velt::RegisteredHandle handle, bool readMode, DWORD context,
-                             const std::wstring& serverName, const std::wstring& fileName)
+                             std::wstring serverName, std::wstring fileName)
     : m_handle(std::move(handle)),
       m_readMode(readMode),
       m_context(context),
-      m_serverName(serverName),
-      m_fileName(fileName)
+      m_serverName(std::move(serverName)),
+      m_fileName(std::move(fileName))
 {
 }
 
@@ -109,7 +109,8 @@ void CInternetFile::Write(const void* buffer, DWORD count)
     }
     if (count < capacity)
     {
-        std::memcpy(m_writeStorage.data() + m_writeFill, buffer, count);
+        std::copy_n(static_cast<const std::byte*>(buffer), count,
+                    m_writeStorage.data() + m_writeFill);
         m_writeFill += count;
     }
     else if (!WriteDirect(buffer, count, &written))
@@ -147,7 +148,7 @@ void CInternetFile::Close()
     {
         return;
     }
-    Flush();
+    Flush(); // NOLINT(*VirtualCall): in the destructor the base's own, as meant
     m_handle.Close();
     m_writeStorage.clear();
     m_writeFill = 0;
@@ -366,7 +367,7 @@ void CInternetFile::ThrowWrite(const char* message) const
 
 DWORD CInternetFile::TakeHeld(std::byte* to, DWORD count) noexcept
 {
-    if (m_readHeld <= m_readPosition)
+    if (m_readHeld <= m_readPosition || count == 0)
     {
         return 0;
     }

@@ -73,7 +73,7 @@ public:
 protected:
     /// Takes over the handle, which may be none.
     CInternetFile(velt::RegisteredHandle handle, bool readMode, DWORD context,
-                  const std::wstring& serverName, const std::wstring& fileName);
+                  std::wstring serverName, std::wstring fileName);
 
     /// Gives the file a write buffer; nothing in this library does. Throws std::bad_alloc.
     void SetWriteBufferSize(DWORD sizeBytes);

@@ -23,6 +23,7 @@ public:
 
     RegisteredHandle(const RegisteredHandle&) = delete;
     RegisteredHandle& operator=(const RegisteredHandle&) = delete;
+    RegisteredHandle& operator=(RegisteredHandle&&) = delete;
 
     RegisteredHandle(RegisteredHandle&& other) noexcept
         : m_handle(std::exchange(other.m_handle, nullptr)),
