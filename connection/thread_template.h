@@ -67,6 +67,11 @@ public:
         {
             m_hThread = BeginThread();
         }
+        if (!m_hThread)
+        {
+            m_hStopEvent.Reset(); // idle again: there is nothing that stop could wait for
+            m_hWaitThreadEvent.Reset();
+        }
         if (!m_hStopEvent || !m_hThread)
         {
             throw _com_error(E_FAIL);
