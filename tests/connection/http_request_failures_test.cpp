@@ -3,7 +3,7 @@
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/real_servers.h"
 
 #include <catch.hpp>
@@ -48,12 +48,12 @@ void CheckExchangeEnds(Result failed, DWORD expectedError, LONG failingCall = 1)
         CHECK(OpenHandles() == 0);
     };
     exchange(failingCall);
-    const std::size_t before = HandleCount();
+    const std::size_t before = CurrentUsage().handles;
     for (int round = 0; round < 10; ++round)
     {
         exchange(failingCall);
     }
-    CHECK(HandleCount() <= before + 2); // the system's own connections come and go
+    CHECK(CurrentUsage().handles <= before + 2); // the system's own connections come and go
 
     const Fetch next(page);
     queue.Run(next);

@@ -4,7 +4,7 @@
 #include "foundation/system_exception.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_request.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/test_thread.h"
 
 #include <windows.h>
@@ -219,12 +219,12 @@ TEST_CASE("thread_template: failures leave no handle behind", "[connection]")
         CHECK(CodeOfStart(worker) == E_FAIL);
     };
     fail();
-    const std::size_t before = HandleCount();
+    const std::size_t before = CurrentUsage().handles;
     for (int round = 0; round < 10; ++round)
     {
         fail();
     }
-    CHECK(HandleCount() <= before);
+    CHECK(CurrentUsage().handles <= before);
 }
 
 TEST_CASE("queue_manager: without a timer begin fails", "[connection]")
