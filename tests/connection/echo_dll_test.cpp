@@ -1,0 +1,212 @@
+#include "connection/echo_dll.h"
+
+#include "connection/connection_probe.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/virtual_slot.h"
+
+#include <windows.h>
+
+#include <icmpapi.h>
+
+#include <catch.hpp>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+using namespace velt::test;
+
+namespace
+{
+using FindPatch = ImportPatch<"GetProcAddress", decltype(::GetProcAddress)>;
+using LoadPatch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
+
+constexpr IPAddr kAddress = 0x0100007F; // 127.0.0.1
+constexpr DWORD kTimeoutMs = 4321;
+
+/// Stands in for the system's echo functions and keeps what they got.
+class EchoStandIn
+{
+public:
+    EchoStandIn() : m_patch("kernel32.dll", &EchoStandIn::Find)
+    {
+        s_current = this;
+    }
+
+    EchoStandIn(const EchoStandIn&) = delete;
+    EchoStandIn& operator=(const EchoStandIn&) = delete;
+
+    ~EchoStandIn()
+    {
+        s_current = nullptr;
+    }
+
+    // what the functions answer
+    HANDLE file = reinterpret_cast<HANDLE>(0x1234);
+    DWORD replies = 1;
+    ULONG replyStatus = IP_SUCCESS;
+
+    // what they got
+    int created = 0;
+    int closed = 0;
+    int sent = 0;
+    IPAddr address = 0;
+    std::string data;
+    bool hasOptions = true;
+    DWORD replySize = 0;
+    DWORD timeoutMs = 0;
+    bool isZeroed = false;
+
+private:
+    static FARPROC Find(HMODULE module, const char* name)
+    {
+        const std::string function(name);
+        if (function == "IcmpCreateFile")
+        {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Create));
+        }
+        if (function == "IcmpCloseHandle")
+        {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Close));
+        }
+        if (function == "IcmpSendEcho")
+        {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Send));
+        }
+        return FindPatch::Original(module, name);
+    }
+
+    static HANDLE WINAPI Create()
+    {
+        ++s_current->created;
+        return s_current->file;
+    }
+
+    static BOOL WINAPI Close(HANDLE file)
+    {
+        s_current->closed += file == s_current->file;
+        return TRUE;
+    }
+
+    static DWORD WINAPI Send(HANDLE, IPAddr address, void* data, WORD size,
+                             IP_OPTION_INFORMATION* options, void* reply, DWORD replySize,
+                             DWORD timeoutMs)
+    {
+        EchoStandIn& self = *s_current;
+        ++self.sent;
+        self.address = address;
+        self.data.assign(static_cast<const char*>(data), size);
+        self.hasOptions = options != nullptr;
+        self.replySize = replySize;
+        self.timeoutMs = timeoutMs;
+        self.isZeroed =
+            std::string(static_cast<const char*>(reply), replySize) == std::string(replySize, '\0');
+        ICMP_ECHO_REPLY answer{};
+        answer.Status = self.replyStatus;
+        std::memcpy(reply, &answer, sizeof(answer));
+        return self.replies;
+    }
+
+    inline static EchoStandIn* s_current = nullptr;
+    FindPatch m_patch;
+};
+} // namespace
+
+TEST_CASE("CEchoDLL: it sends one echo of two bytes and waits for its reply", "[connection]")
+{
+    EchoStandIn system;
+    const std::unique_ptr<CEchoDLL> echo = CEchoDLL::Load();
+    REQUIRE(echo);
+    CHECK(echo->Send(kAddress, kTimeoutMs) == CEchoDLL::kReplied);
+    CHECK(system.created == 1);
+    CHECK(system.sent == 1);
+    CHECK(system.closed == 1);
+    CHECK(system.address == kAddress);
+    CHECK(system.data == std::string("\x49\0", 2));
+    CHECK_FALSE(system.hasOptions);
+    CHECK(system.replySize == 30);
+    CHECK(system.isZeroed);
+    CHECK(system.timeoutMs == kTimeoutMs);
+}
+
+TEST_CASE("CEchoDLL: success is a reply with the status of success", "[connection]")
+{
+    const auto [replies, status, expected] =
+        GENERATE(table<DWORD, ULONG, DWORD>({{1, IP_SUCCESS, 1},
+                                             {2, IP_SUCCESS, 1},
+                                             {0, IP_SUCCESS, 3},
+                                             {0, IP_REQ_TIMED_OUT, 3},
+                                             {1, IP_REQ_TIMED_OUT, 3},
+                                             {1, IP_DEST_HOST_UNREACHABLE, 3}}));
+    CAPTURE(replies, status);
+    EchoStandIn system;
+    system.replies = replies;
+    system.replyStatus = status;
+    const std::unique_ptr<CEchoDLL> echo = CEchoDLL::Load();
+    REQUIRE(echo);
+    CHECK(echo->Send(kAddress, kTimeoutMs) == expected);
+    CHECK(system.closed == 1);
+
+    const velt::ConnectionProbe probe;
+    CHECK(probe.Ping("127.0.0.1", kTimeoutMs) == (expected == 1 ? S_OK : E_FAIL));
+    CHECK(system.address == kAddress);
+    CHECK(system.timeoutMs == kTimeoutMs);
+}
+
+TEST_CASE("CEchoDLL: without a file nothing is sent or closed", "[connection]")
+{
+    EchoStandIn system;
+    system.file = INVALID_HANDLE_VALUE;
+    const std::unique_ptr<CEchoDLL> echo = CEchoDLL::Load();
+    REQUIRE(echo);
+    CHECK(echo->Send(kAddress, kTimeoutMs) == CEchoDLL::kNoReply);
+    CHECK(system.created == 1);
+    CHECK(system.sent == 0);
+    CHECK(system.closed == 0);
+}
+
+TEST_CASE("CEchoDLL: a library or a function that is missing makes for none", "[connection]")
+{
+    SECTION("a function")
+    {
+        const std::string missing = GENERATE("IcmpCreateFile", "IcmpCloseHandle", "IcmpSendEcho");
+        CAPTURE(missing);
+        const FindPatch patch("kernel32.dll", [&](HMODULE module, const char* name) -> FARPROC {
+            return name == missing ? nullptr : FindPatch::Original(module, name);
+        });
+        CHECK(CEchoDLL::Load() == nullptr);
+        const velt::ConnectionProbe probe;
+        CHECK(probe.Ping("127.0.0.1", 100) == E_FAIL);
+    }
+    SECTION("the library")
+    {
+        const LoadPatch patch(
+            "kernel32.dll", [](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
+                const std::wstring path(name);
+                return path.ends_with(L"ICMP.DLL") ? nullptr
+                                                   : LoadPatch::Original(name, file, flags);
+            });
+        CHECK(CEchoDLL::Load() == nullptr);
+        CHECK(patch.Calls() == 1);
+        const velt::ConnectionProbe probe;
+        CHECK(probe.Ping("127.0.0.1", 100) == E_FAIL);
+    }
+}
+
+TEST_CASE("CEchoDLL: it loads its library from the system's folder and gives it back",
+          "[connection]")
+{
+    const LoadPatch patch("kernel32.dll",
+                          [](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
+                              return (flags & LOAD_LIBRARY_SEARCH_SYSTEM32) != 0
+                                         ? LoadPatch::Original(name, file, flags)
+                                         : nullptr;
+                          });
+    for (int round = 0; round < 3; ++round)
+    {
+        CHECK(CEchoDLL::Load() != nullptr);
+    }
+    CHECK(patch.Calls() == 3);
+    CHECK(std::has_virtual_destructor_v<CEchoDLL>);
+}

@@ -1,0 +1,208 @@
+#include "connection/url_request.h"
+
+#include "foundation/system_exception.h"
+#include "tests/connection/request_queue.h"
+#include "tests/support/http_server.h"
+#include "tests/support/virtual_slot.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+using CONNECTION_MANAGER::queue_request;
+using CONNECTION_MANAGER::url_options;
+using CONNECTION_MANAGER::url_request;
+using Calls = CallLog::Calls;
+
+namespace
+{
+url_options ForUrl(const std::string& url)
+{
+    url_options options;
+    options.url = url;
+    return options;
+}
+
+/// The code of the SystemException::HRESULT that a URL makes the constructor throw; S_OK for none.
+HRESULT CodeOf(const std::string& url)
+{
+    try
+    {
+        const url_request request(ForUrl(url), nullptr, nullptr);
+        return S_OK;
+    }
+    catch (const SystemException::HRESULT& e)
+    {
+        return e.GetCode();
+    }
+}
+
+/// Steps a request as the queue does.
+DWORD Step(queue_request& request)
+{
+    CONNECTION_MANAGER::connection_object connection;
+    return request.Step(connection, {"a.invalid", "b.invalid", "c.invalid"}, true);
+}
+
+void Complete(queue_request& request)
+{
+    CONNECTION_MANAGER::connection_object connection;
+    DWORD value = 1;
+    request.Complete(connection, &value);
+    CHECK(value == 1);
+}
+} // namespace
+
+TEST_CASE("url_request: a URL that is not one of HTTP is an invalid argument", "[connection]")
+{
+    const std::string url = GENERATE(values<std::string>(
+        {"", " ", "http://", "http:", "https://", "ftp://host/file", "file:///c:/file",
+         "mailto:somebody@host.invalid", "velt://host/", "host.invalid/page", "/page", "http",
+         "gopher://host/", "javascript:alert(1)", "\xFF\xFE", std::string("http\0://host", 12)}));
+    CAPTURE(url);
+    CHECK(CodeOf(url) == E_INVALIDARG);
+}
+
+TEST_CASE("url_request: server, port, object and flags come from the URL", "[connection]")
+{
+    struct Parts
+    {
+        std::string url;
+        std::string server;
+        INTERNET_PORT port;
+        std::string object;
+        bool isSecure;
+    };
+    const Parts parts = GENERATE(
+        values<Parts>({{"http://host", "host", 80, "/", false},
+                       {"http://host/", "host", 80, "/", false},
+                       {"http://host:8080/a/b.txt?c=d", "host", 8080, "/a/b.txt?c=d", false},
+                       {"HTTP://Host.Invalid/Page", "Host.Invalid", 80, "/Page", false},
+                       {"https://host/x", "host", 443, "/x", true},
+                       {"https://host:4443/x", "host", 4443, "/x", true},
+                       {"http://host:65535/", "host", 65535, "/", false}}));
+    CAPTURE(parts.url);
+    url_options options = ForUrl(parts.url);
+    options.flags = INTERNET_FLAG_RELOAD;
+    const url_request request(options, nullptr, nullptr);
+    CHECK(request.GetServer() == parts.server);
+    CHECK(request.GetPort() == parts.port);
+    const bool isRoot = parts.object == "/" && request.GetObjectPath().empty();
+    CHECK((isRoot || request.GetObjectPath() == parts.object));
+    CHECK(request.GetFlags() ==
+          (parts.isSecure ? INTERNET_FLAG_RELOAD | INTERNET_FLAG_SECURE : INTERNET_FLAG_RELOAD));
+}
+
+TEST_CASE("url_request: without options it is a plain GET", "[connection]")
+{
+    const url_request request(ForUrl("http://host/"), nullptr, nullptr);
+    CHECK(request.GetVerb() == "GET");
+    CHECK(request.GetHttpVersion() == "HTTP/1.1");
+    CHECK(request.GetAcceptType().empty());
+    CHECK(request.GetUserName().empty());
+    CHECK(request.GetPassword().empty());
+    CHECK(request.GetProxy().empty());
+    CHECK(request.GetFlags() == 0);
+    CHECK_FALSE(request.IsCancelled());
+    CHECK_FALSE(request.GetBody().has_value());
+    DWORD length = 77;
+    CHECK(request.GetRequestData(&length) == nullptr);
+    CHECK(length == 0);
+}
+
+TEST_CASE("url_request: it has what the options say", "[connection]")
+{
+    url_options options = ForUrl("http://host/");
+    options.verb = "POST";
+    options.acceptType = "text/xml";
+    options.userName = "user";
+    options.password = "secret";
+    options.proxy = "gateway:8080";
+    options.data = std::string("a\0b", 3);
+    const url_request request(options, nullptr, nullptr);
+    CHECK(request.GetVerb() == "POST");
+    CHECK(request.GetAcceptType() == "text/xml");
+    CHECK(request.GetUserName() == "user");
+    CHECK(request.GetPassword() == "secret");
+    CHECK(request.GetProxy() == "gateway:8080");
+    DWORD length = 77;
+    const void* const data = request.GetRequestData(&length);
+    REQUIRE(length == 3);
+    CHECK(std::string(static_cast<const char*>(data), length) == options.data);
+    CHECK(data != options.data.data()); // a copy of its own
+}
+
+TEST_CASE("url_request: it keeps a copy of the body", "[connection]")
+{
+    url_request request(ForUrl("http://host/"), nullptr, nullptr);
+    std::string body("a\0b", 3);
+    request.OnBody(body.c_str(), 3);
+    body.assign("xyz");
+    CHECK(request.GetBody() == std::string("a\0b", 3));
+    request.OnBody(body.c_str(), 0);
+    CHECK(request.GetBody() == std::string());
+}
+
+TEST_CASE("url_request: one step finishes it, whatever became of the exchange", "[connection]")
+{
+    const HttpServer server(HttpAnswer(GENERATE("200 OK", "404 Not Found"), "body"));
+    Fetch fetch(UrlOptions(server.Port()));
+    CHECK(Step(*fetch.request) == queue_request::kFinished);
+    CHECK(fetch.log.Count("complete") == 1);
+    CHECK(fetch.log.Count("done") == 0);
+    Complete(*fetch.request);
+    CHECK(fetch.log.Count("done") == 1);
+    CHECK(server.Requests().size() == 1);
+}
+
+TEST_CASE("url_request: one that was cancelled in time does nothing and finishes", "[connection]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "body"));
+    RequestQueue queue;
+    Fetch fetch(UrlOptions(server.Port()));
+    fetch.request->Cancel();
+    fetch.request->Cancel();
+    CHECK(fetch.request->IsCancelled());
+    queue.Run(fetch);
+    CHECK(fetch.log.All() == Calls{"done"});
+    CHECK_FALSE(fetch.request->GetBody().has_value());
+    CHECK(server.Requests().empty());
+}
+
+TEST_CASE("url_request: hold and retry takes a cancelled one out of the queue", "[connection]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "body"));
+    RequestQueue queue;
+    queue.Manager().SetHoldMode(true);
+    Fetch cancelled(UrlOptions(server.Port()));
+    cancelled.request->Cancel();
+    queue.Run(cancelled);
+    CHECK(cancelled.log.All() == Calls{"done"});
+    Fetch fetch(UrlOptions(server.Port()));
+    queue.Run(fetch);
+    CHECK(fetch.Outcome() == Calls{"complete", "done"});
+    CHECK(server.Requests().size() == 1);
+}
+
+TEST_CASE("url_request: without a callback its completion does nothing", "[connection]")
+{
+    url_request request(ForUrl("http://host/"), nullptr, nullptr);
+    CHECK_NOTHROW(Complete(request));
+}
+
+TEST_CASE("queue_request: the accessors stand in the slots that they always had", "[connection]")
+{
+    CHECK(VirtualSlot(&queue_request::GetPassword) == 0);
+    CHECK(VirtualSlot(&queue_request::GetUserName) == 1);
+    CHECK(VirtualSlot(&queue_request::OnBody) == 2);
+    CHECK(VirtualSlot(&queue_request::GetRequestData) == 3);
+    CHECK(VirtualSlot(&queue_request::GetFlags) == 4);
+    CHECK(VirtualSlot(&queue_request::GetHttpVersion) == 5);
+    CHECK(VirtualSlot(&queue_request::GetAcceptType) == 6);
+    CHECK(VirtualSlot(&queue_request::GetObjectPath) == 7);
+    CHECK(VirtualSlot(&queue_request::GetVerb) == 8);
+    CHECK(VirtualSlot(&queue_request::GetPort) == 9);
+    CHECK(VirtualSlot(&queue_request::GetServer) == 10);
+    CHECK(VirtualSlot(&queue_request::GetProxy) > VirtualSlot(&queue_request::GetServer));
+}
