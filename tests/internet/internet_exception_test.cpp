@@ -21,6 +21,7 @@ namespace
 using FormatPatch = ImportPatch<"FormatMessageW", decltype(::FormatMessageW)>;
 using LoadPatch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
 using FreePatch = ImportPatch<"FreeLibrary", decltype(::FreeLibrary)>;
+using LocalAllocPatch = ImportPatch<"LocalAlloc", decltype(::LocalAlloc)>;
 using ResponsePatch =
     ImportPatch<"InternetGetLastResponseInfoW", decltype(::InternetGetLastResponseInfoW)>;
 using OpenPatch = ImportPatch<"InternetOpenW", decltype(::InternetOpenW)>;
@@ -304,6 +305,34 @@ TEST_CASE("CInternetException: of an extended error without a response the text 
     const Message message = MessageOf(ERROR_INTERNET_EXTENDED_ERROR);
     CHECK(message.succeeded);
     CHECK(message.text.empty());
+}
+
+TEST_CASE("CInternetException: a response that cannot be fetched, or kept, is an empty text",
+          "[internet]")
+{
+    const ModuleText module(L"extended error");
+    SECTION("the second call fails")
+    {
+        const ResponsePatch patch("wininet.dll", [](DWORD*, wchar_t*, DWORD* length) {
+            *length = 10;
+            ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        });
+        const Message message = MessageOf(ERROR_INTERNET_EXTENDED_ERROR);
+        CHECK(message.succeeded);
+        CHECK(message.text.empty());
+        CHECK(patch.Calls() == 2);
+    }
+    SECTION("there is no memory")
+    {
+        const LastResponse last(L"550 no such file");
+        const LocalAllocPatch patch("kernel32.dll", [](UINT flags, SIZE_T size) -> HLOCAL {
+            return flags == LMEM_ZEROINIT ? nullptr : LocalAllocPatch::Original(flags, size);
+        });
+        const Message message = MessageOf(ERROR_INTERNET_EXTENDED_ERROR);
+        CHECK(message.succeeded);
+        CHECK(message.text.empty());
+    }
 }
 
 TEST_CASE("CInternetException: another code does not ask for the server's response", "[internet]")
