@@ -1,6 +1,8 @@
 #include "connection/thread_template.h"
 
+#include "foundation/find_function.h"
 #include "foundation/system_exception.h"
+#include "tests/connection/thread_library.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
@@ -321,6 +323,37 @@ TEST_CASE("thread_template: handles are back to where they were", "[connection]"
         live(round % 2 == 0);
     }
     CHECK(CurrentUsage().handles <= before);
+}
+
+TEST_CASE("base_thread: the thread holds its library and gives it up at its very end",
+          "[connection]")
+{
+    constexpr wchar_t kLibrary[] = L"connection_thread_library.dll";
+    const velt::UniqueKernelObject running(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const velt::UniqueKernelObject release(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    for (int round = 0; round < 5; ++round)
+    {
+        const HMODULE library = ::LoadLibraryW(kLibrary);
+        REQUIRE(library != nullptr);
+        const auto start =
+            velt::FindFunction<decltype(&StartLibraryWorker)>(library, "StartLibraryWorker");
+        REQUIRE(start != nullptr);
+        ::ResetEvent(running.Get());
+        ::ResetEvent(release.Get());
+        HANDLE handle = nullptr;
+        start(running.Get(), release.Get(), &handle);
+        const velt::UniqueKernelObject thread(handle);
+        REQUIRE(::WaitForSingleObject(running.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+
+        ::FreeLibrary(library); // the host has done with it; the thread has not
+        CHECK(::GetModuleHandleW(kLibrary) == library);
+        ::SetEvent(release.Get());
+        CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+        CHECK(::GetModuleHandleW(kLibrary) == nullptr);
+        DWORD exitCode = 77;
+        CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
+        CHECK(exitCode == 0);
+    }
 }
 
 TEST_CASE("base_thread: the operations stand in the slots that they always had", "[connection]")

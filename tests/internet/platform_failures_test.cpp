@@ -6,7 +6,7 @@
 #include "internet/parse_url.h"
 #include "tests/internet/exchange.h"
 #include "tests/support/import_patch.h"
-#include "tests/support/process_counters.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/real_servers.h"
 
 #include <catch.hpp>
@@ -300,7 +300,7 @@ TEST_CASE("internet: many exchanges leave no handle of the system open", "[inter
         {
             RunScenario();
         }
-        return HandleCount();
+        return CurrentUsage().handles;
     };
     runMany(); // connections that are kept for the next request are made here
     const std::size_t before = runMany();
