@@ -219,6 +219,16 @@ void HttpServer::Serve(Connection& connection)
     {
         // An event that the answer waited for did not come: the client sees the connection end.
     }
+    // The client has the last word, for a moment: what it may still send must not reset the
+    // connection while it reads the answer.
+    ::shutdown(socket, SD_SEND);
+    const DWORD limitMs = 100;
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limitMs),
+                 sizeof(limitMs));
+    std::array<char, 512> rest{};
+    while (::recv(socket, rest.data(), static_cast<int>(rest.size()), 0) > 0)
+    {
+    }
     const VeltAutoCriticalSection lock(&m_lock);
     ::closesocket(socket);
     connection.socket = INVALID_SOCKET;
