@@ -162,7 +162,7 @@ TEST_CASE("Script engines: the object's name itself can be called with a positio
     const std::wstring result = script.ResultOf(statements);
     if (result == L"a")
     {
-        SUCCEED();
+        CHECK(result == L"a");
     }
     else
     {
