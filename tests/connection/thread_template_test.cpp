@@ -196,8 +196,13 @@ TEST_CASE("thread_template: whatever Run throws, stop returns at once", "[connec
          {"a COM error", [](Worker&) { throw _com_error(E_ABORT); }},
          {"a number", [](Worker&) { throw 5; }}}));
     CAPTURE(what);
-    Worker worker(body);
+    TestEvent go; // the worker closes its handle at its end
+    Worker worker([&, fail = body](Worker& self) {
+        go.Wait();
+        fail(self);
+    });
     const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    go.Set();
     REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     CHECK(worker.IsStopSignalled()); // OnThreadEnd has closed the event
     CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
@@ -231,8 +236,10 @@ TEST_CASE("thread_template: it starts again after a stop", "[connection]")
 
 TEST_CASE("thread_template: a worker that has ended by itself is stopped at once", "[connection]")
 {
-    Worker worker;
+    TestEvent go;
+    Worker worker([&](Worker&) { go.Wait(); });
     const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    go.Set();
     REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     worker.SignalStop(); // nothing to signal
     CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
