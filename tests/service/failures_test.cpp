@@ -149,19 +149,19 @@ TEST_CASE("ReadData: asks for the size, then for all cookies, without a name", "
     Fixture f;
     std::vector<std::string> calls;
     DWORD sizeGiven = 0;
-    const GetCookieW patch("wininet.dll", [&](const wchar_t* url, const wchar_t* name,
-                                              wchar_t* text, DWORD* size) {
-        calls.push_back(std::wstring(url) == f.url.Get() && !name ? (text ? "text" : "size")
-                                                                  : "wrong");
-        if (!text)
-        {
-            *size = 7;
+    const GetCookieW patch(
+        "wininet.dll", [&](const wchar_t* url, const wchar_t* name, wchar_t* text, DWORD* size) {
+            calls.push_back(std::wstring(url) == f.url.Get() && !name ? (text ? "text" : "size")
+                                                                      : "wrong");
+            if (!text)
+            {
+                *size = 7;
+                return TRUE;
+            }
+            sizeGiven = *size;
+            std::memcpy(text, L"a=b; c=", 7 * sizeof(wchar_t)); // without a NUL
             return TRUE;
-        }
-        sizeGiven = *size;
-        std::memcpy(text, L"a=b; c=", 7 * sizeof(wchar_t)); // without a NUL
-        return TRUE;
-    });
+        });
     BSTR out = nullptr;
     CHECK(f.service->ReadData(f.url.Get(), f.text.Get(), &out) == S_OK);
     CHECK((Taken(out) == L"a=b; c="));

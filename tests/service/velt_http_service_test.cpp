@@ -29,8 +29,7 @@ struct Fixture
 
     HRESULT Write(const std::wstring& url, const wchar_t* name, const wchar_t* value) const
     {
-        return service->WriteData(MakeBstr(url).Get(), MakeBstr(name).Get(),
-                                  MakeBstr(value).Get());
+        return service->WriteData(MakeBstr(url).Get(), MakeBstr(name).Get(), MakeBstr(value).Get());
     }
 
     /// The cookies of a URL, "<untouched>" when the out value was not written.
@@ -82,9 +81,9 @@ std::wstring OurCookie(const std::wstring& cookies)
 TEST_CASE("The service: it answers to its interfaces", "[service]")
 {
     const Fixture f;
-    for (const IID* iid : {&IID_IUnknown, &IID_IDispatch, &IID_IVeltHTTPService,
-                           &IID_IConnectionPointContainer, &IID_IProvideClassInfo,
-                           &IID_IProvideClassInfo2})
+    for (const IID* iid :
+         {&IID_IUnknown, &IID_IDispatch, &IID_IVeltHTTPService, &IID_IConnectionPointContainer,
+          &IID_IProvideClassInfo, &IID_IProvideClassInfo2})
     {
         ComPtr<IUnknown> found;
         CHECK(f.service->QueryInterface(*iid, reinterpret_cast<void**>(found.GetAddressOf())) ==
@@ -449,11 +448,11 @@ TEST_CASE("The service: every member late-bound", "[service]")
     CHECK(late.Call(L"StartUpdateService", {text(kGuid), text(L"1"), Long(1033), text(L"d")}) ==
           S_OK);
     CHECK(late.Call(L"StartService") == S_OK);
-    for (DISPID id = 1; const wchar_t* name :
-                        {L"StartService", L"WriteData", L"ReadData", L"SafeWriteData",
-                         L"SafeReadData", L"IsConnected", L"Redirect", L"domain", L"GetServiceTag",
-                         L"InvokeUpdate", L"IsUpdateOrMessageAvailable", L"GetDomain",
-                         L"StartUpdateService"})
+    for (DISPID id = 1;
+         const wchar_t* name :
+         {L"StartService", L"WriteData", L"ReadData", L"SafeWriteData", L"SafeReadData",
+          L"IsConnected", L"Redirect", L"domain", L"GetServiceTag", L"InvokeUpdate",
+          L"IsUpdateOrMessageAvailable", L"GetDomain", L"StartUpdateService"})
     {
         CHECK(late.Find(name) == id++);
     }
