@@ -66,8 +66,8 @@ std::string OutputOf(std::wstring commandLine, DWORD& exitCode)
                              nullptr, OPEN_EXISTING, 0, nullptr));
     std::string output(4096, '\0');
     DWORD read = 0;
-    REQUIRE(::ReadFile(file.Get(), output.data(), static_cast<DWORD>(output.size()), &read,
-                       nullptr));
+    REQUIRE(
+        ::ReadFile(file.Get(), output.data(), static_cast<DWORD>(output.size()), &read, nullptr));
     output.resize(read);
     std::erase(output, '\r');
     return output;
