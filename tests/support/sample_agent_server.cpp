@@ -67,12 +67,12 @@ SampleAgentServer::~SampleAgentServer()
 {
     try
     {
-        Kill();
+        WaitForEnd();
         RunProcess(L'"' + m_program + L"\" /unregserver");
     }
     catch (const std::exception&)
     {
-        // The prefix goes anyway.
+        Kill(); // the registration goes with the prefix
     }
 }
 
@@ -112,10 +112,9 @@ void SampleAgentServer::Kill() const
 void SampleAgentServer::WaitForEnd() const
 {
     const auto hasEnded = [&] {
-        const std::vector<std::string> lines = Lines();
-        const auto started = std::ranges::count_if(
-            lines, [](const std::string& line) { return line.starts_with(kStarted); });
-        return std::ranges::count(lines, kEnded) == started;
+        return std::ranges::all_of(Processes(Lines()), [](const UniqueKernelObject& process) {
+            return ::WaitForSingleObject(process.Get(), 0) == WAIT_OBJECT_0;
+        });
     };
     WaitUntil(hasEnded, "the sample agent does not end");
 }

@@ -18,7 +18,7 @@ public:
     SampleAgentServer(const SampleAgentServer&) = delete;
     SampleAgentServer& operator=(const SampleAgentServer&) = delete;
 
-    /// Ends what still runs of it.
+    /// Waits for its end, and ends what does not.
     ~SampleAgentServer();
 
     /// Takes the place of its settings.
@@ -30,10 +30,11 @@ public:
     /// Waits until it has logged a call that begins like this.
     void WaitForCall(const std::string& call) const;
 
-    /// Ends each process of it at once, in the middle of whatever it does.
+    /// Ends each process of it at once, in the middle of whatever it does. The system may believe
+    /// that it still runs; see docs/wine.md.
     void Kill() const;
 
-    /// Waits until it has ended by itself as often as it was started.
+    /// Waits until none of its processes runs any more.
     void WaitForEnd() const;
 
 private:

@@ -14,6 +14,7 @@
 #include <catch.hpp>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,29 @@ Calls LoggedCheck(const std::string& connected)
     return {"SetLanguage" + kId + " 1033", "IsConnectedEx" + kId + ": " + connected,
             "SetServerAddress" + kId + kServer};
 }
+
+/// Keeps the agent's process while it lives, so that it is not started for each request.
+class RunningAgent
+{
+public:
+    RunningAgent()
+    {
+        if (FAILED(::CoCreateInstance(velt::kUpdateAgentClass, nullptr, CLSCTX_LOCAL_SERVER,
+                                      IID_PPV_ARGS(&m_agent))))
+        {
+            throw std::runtime_error("the sample agent does not start");
+        }
+    }
+
+    RunningAgent(const RunningAgent&) = delete;
+    RunningAgent& operator=(const RunningAgent&) = delete;
+
+    ~RunningAgent() = default;
+
+private:
+    ComApartment m_apartment;
+    ComPtr<IUnknown> m_agent;
+};
 
 class Owner final : public CONNECTION_MANAGER::ICallback
 {
@@ -59,6 +83,7 @@ TEST_CASE("IS_upgrade_request: an agent in another process is asked and started"
 {
     const SampleAgentServer agent(kOneUpdate);
     const ProductsKey products;
+    const RunningAgent running;
     const bool isMultithreaded = GENERATE(false, true);
     CAPTURE(isMultithreaded);
     const bool available = OnOtherThread([&] {
@@ -80,7 +105,6 @@ TEST_CASE("IS_upgrade_request: an agent in another process is asked and started"
                                      "SetServerAddress" + kId + kServer,
                                      "IsConnectedEx" + kId + ": yes"} +
                                asked);
-    agent.WaitForEnd();
 }
 
 TEST_CASE("IS_upgrade_request: a thread without COM can ask whether there is an agent", "[update]")
@@ -95,6 +119,8 @@ TEST_CASE("IS_upgrade_request: a thread without COM can ask whether there is an 
     };
     CHECK(ask(false));
     CHECK(agent.Calls().empty());
+    agent.WaitForEnd(); // nobody keeps it
+    const RunningAgent running;
     CHECK(ask(true));
     agent.Configure("");
     CHECK_FALSE(ask(true));
@@ -105,6 +131,7 @@ TEST_CASE("IS_upgrade_request: the queue works it until the agent is connected",
 {
     const SampleAgentServer agent("[agent]\r\nconnected=0\r\n");
     const ProductsKey products;
+    const RunningAgent running;
     Owner owner;
     queue_manager manager;
     manager.add(MakeRequest(&owner, false));
@@ -118,46 +145,6 @@ TEST_CASE("IS_upgrade_request: the queue works it until the agent is connected",
     CHECK(manager.GetConnectionState() == 3);
     agent.WaitForCall("StartBackgroundUpdate" + kId);
     CHECK(agent.Calls().front() == Registration().back());
-}
-
-TEST_CASE("IS_upgrade_request: an agent that dies in the middle of a call is a failure", "[update]")
-{
-    const SampleAgentServer agent("[agent]\r\ndelay=60000\r\n");
-    const ProductsKey products;
-    TraceRecorder trace;
-    SECTION("of the work")
-    {
-        TestThread worker([] {
-            const ComApartment apartment;
-            MakeRequest(nullptr, true)->DoWork();
-        });
-        agent.WaitForCall("RegisterProduct");
-        agent.Kill();
-        worker.Join();
-        CHECK(trace.Count("IS_upgrade_request::DoWork - return") == 1);
-        CHECK(ProductsKey::Values().empty());
-    }
-    SECTION("of the question")
-    {
-        bool available = true;
-        TestThread worker(
-            [&] { available = MakeRequest(nullptr, true)->IsUpdateOrMessageAvailable(true); });
-        agent.WaitForCall("SetServerAddress");
-        agent.Kill();
-        worker.Join();
-        CHECK_FALSE(available);
-    }
-    std::size_t thrown = 0;
-    for (const TraceRecorder::Message& message : trace.Messages())
-    {
-        thrown += message.text.starts_with("Exception thrown: hr = 8") ? 1u : 0u;
-    }
-    CHECK(thrown == 1);
-
-    // The next call has the system start the agent again.
-    agent.Configure(kOneUpdate);
-    CHECK(
-        OnOtherThread([] { return MakeRequest(nullptr, true)->IsUpdateOrMessageAvailable(true); }));
 }
 
 TEST_CASE("IS_upgrade_request: an agent that takes its time is waited for", "[update]")
