@@ -2,13 +2,18 @@
 
 #include "collection/enum_variant_col.h"
 #include "server/resource_ids.h"
+#include "service/velt_http_service.h"
 
 #include <provider_lib.h>
 
 namespace velt
 {
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
-    {&CLSID_CVeltHTTPService, nullptr, VELT_REGISTRY_VELT_HTTP_SERVICE, L"Free", {}},
+    {&CLSID_CVeltHTTPService,
+     &CreateComObject<CVeltHTTPService>,
+     VELT_REGISTRY_VELT_HTTP_SERVICE,
+     L"Free",
+     {}},
     {&CLSID_CEnumVariantCol,
      &CreateComObject<CEnumVariantCol>,
      VELT_REGISTRY_ENUM_VARIANT_COL,
