@@ -47,27 +47,3 @@ public:
 protected:
     ~AgentInterface() = default;
 };
-
-/// Keeps the server's process while it lives.
-class ProcessReference
-{
-public:
-    explicit ProcessReference(DWORD mainThread) noexcept : m_mainThread(mainThread)
-    {
-        ::CoAddRefServerProcess();
-    }
-
-    ProcessReference(const ProcessReference&) = delete;
-    ProcessReference& operator=(const ProcessReference&) = delete;
-
-    ~ProcessReference()
-    {
-        if (::CoReleaseServerProcess() == 0)
-        {
-            ::PostThreadMessageW(m_mainThread, WM_QUIT, 0, 0);
-        }
-    }
-
-private:
-    DWORD m_mainThread;
-};

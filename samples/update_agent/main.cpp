@@ -6,6 +6,7 @@
 //
 // COM starts it with /Embedding and it ends with its last object, or with its window.
 
+#include "samples/update_agent/process_reference.h"
 #include "samples/update_agent/registration.h"
 #include "samples/update_agent/sample_agent.h"
 #include "update/update_agent_class.h"
@@ -60,11 +61,11 @@ public:
     {
         if (lock)
         {
-            ::CoAddRefServerProcess();
+            ProcessReference::Add();
         }
-        else if (::CoReleaseServerProcess() == 0)
+        else
         {
-            ::PostQuitMessage(0);
+            ProcessReference::Remove();
         }
         return S_OK;
     }
@@ -80,6 +81,7 @@ int Serve()
     {
         return 1;
     }
+    ProcessReference::Keep(registration);
     agent_files::Log(L"started, process " + std::to_wstring(::GetCurrentProcessId()));
     MSG message{};
     while (::GetMessageW(&message, nullptr, 0, 0) > 0)
@@ -87,7 +89,6 @@ int Serve()
         ::TranslateMessage(&message);
         ::DispatchMessageW(&message);
     }
-    ::CoRevokeClassObject(registration);
     agent_files::Log(L"ended");
     return 0;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "samples/update_agent/agent_object.h"
+#include "samples/update_agent/process_reference.h"
 #include "update/update_agent.h"
 
 #include <string>
@@ -19,7 +20,7 @@ public:
 private:
     ~SampleCollection() = default;
 
-    const ProcessReference m_process{::GetCurrentThreadId()};
+    const ProcessReference m_process;
     const LONG m_count;
     LONG m_references = 1;
 };
@@ -49,6 +50,6 @@ public:
 private:
     ~SampleAgent() = default;
 
-    const ProcessReference m_process{::GetCurrentThreadId()};
+    const ProcessReference m_process;
     LONG m_references = 1;
 };

@@ -21,7 +21,7 @@ void UpdateWindow::Show(const std::wstring& text)
         }
         s_text = ::CreateWindowExW(0, L"STATIC", L"", WS_CHILD | WS_VISIBLE | SS_CENTER, 10, 40,
                                    380, 60, window, nullptr, type.hInstance, nullptr);
-        s_process = std::make_unique<ProcessReference>(::GetCurrentThreadId());
+        s_process = std::make_unique<ProcessReference>();
         ::ShowWindow(window, SW_SHOWNOACTIVATE);
     }
     ::SetWindowTextW(s_text, text.c_str());

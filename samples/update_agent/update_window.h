@@ -1,6 +1,6 @@
 #pragma once
 
-#include "samples/update_agent/agent_object.h"
+#include "samples/update_agent/process_reference.h"
 
 #include <windows.h>
 
