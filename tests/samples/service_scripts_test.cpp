@@ -1,16 +1,13 @@
 #include "foundation/endpoints.h"
 #include "foundation/wide_text.h"
-#include "tests/support/child_process.h"
-#include "tests/support/component_library.h"
+#include "tests/samples/sample_runs.h"
 #include "tests/support/sample_agent_server.h"
-#include "tests/support/temp_folder.h"
 
 #include <wininet.h>
 
 #include <catch.hpp>
 
 #include <algorithm>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -20,38 +17,11 @@ using Lines = std::vector<std::string>;
 
 namespace
 {
-const std::string kProduct = " {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
-const std::string kOneUpdate = "[agent]\r\nconnected=1\r\n[updates]\r\n" + kProduct.substr(1) +
-                               "=1\r\n[messages]\r\n" + kProduct.substr(1) + "=0\r\n";
-
 /// What a script prints; its errors too.
 Lines RunScript(const std::wstring& name)
 {
-    const TempFolder folder(L"script");
-    const std::wstring output = folder.File(L"output.txt");
-    RunProcess(L"cmd /c cscript //nologo \"" + std::wstring(VELT_SAMPLES_DIR) + L"\\" + name +
-               L"\" > \"" + output + L"\" 2>&1");
-    std::ifstream file(output.c_str());
-    Lines lines;
-    for (std::string line; std::getline(file, line);)
-    {
-        lines.push_back(line);
-    }
-    return lines;
+    return OutputOf(L"cscript //nologo \"" + std::wstring(VELT_SAMPLES_DIR) + L"\\" + name + L'"');
 }
-
-/// The component, registered; its keys go with the prefix.
-class RegisteredComponent
-{
-public:
-    RegisteredComponent()
-    {
-        REQUIRE(m_library.RegisterServer() == S_OK);
-    }
-
-private:
-    ComponentLibrary m_library;
-};
 
 void ForgetCookies()
 {
@@ -89,7 +59,7 @@ TEST_CASE("service scripts: all members work from script", "[service]")
     CHECK(std::ranges::count(calls, "GetMessages" + kProduct) == 1); // of the question
     REQUIRE_FALSE(calls.empty());
     CHECK(calls.back() == "StartForegroundUpdate" + kProduct + " 8");
-    ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0);
+    CloseAgentWindow();
 }
 
 TEST_CASE("service scripts: without an update agent there is none", "[service]")
