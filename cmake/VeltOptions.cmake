@@ -21,7 +21,8 @@ if(WIN32)
         -Wl,--dynamicbase -Wl,--nxcompat -Wl,--no-seh)
     if(VELT_CHECKED)
         target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
-        # The platform's marshalling code passes identifiers that lie at any even address.
+        # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
+        # native build checks alignment.
         target_compile_options(velt_options INTERFACE
             -fsanitize=undefined -fno-sanitize=alignment -fsanitize-undefined-trap-on-error)
     endif()
