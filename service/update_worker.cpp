@@ -37,7 +37,7 @@ void UpdateWorker::Queue(const std::shared_ptr<IS_upgrade_request>& request)
     }
 }
 
-DWORD UpdateWorker::ConnectionState()
+DWORD UpdateWorker::ConnectionState() const noexcept
 {
     return m_queue.GetConnectionState();
 }

@@ -39,7 +39,7 @@ public:
     void Queue(const std::shared_ptr<IS_upgrade_request>& request);
 
     /// The result of the last step of a request, 0 before any.
-    DWORD ConnectionState();
+    DWORD ConnectionState() const noexcept;
 
     /// Ends the worker and destroys the object, here when the worker is idle. A worker in the
     /// middle of a request may be this very thread, or call into this apartment; so another thread
