@@ -33,7 +33,7 @@ public:
     ~IS_upgrade_request() override = default;
 
     /// The product, the locale (an LCID) of the texts that its user sees, the name of the product
-    /// in them (may be empty), and whether the user watches.
+    /// in them (may be empty), and whether the user watches. Throws std::bad_alloc.
     void SetISParameters(std::wstring installerGuid, std::wstring productVersion, LONG locale,
                          std::wstring description, bool foreground);
 

@@ -13,6 +13,7 @@
 
 #include <windows.h>
 
+#include <array>
 #include <new>
 #include <string>
 
@@ -100,15 +101,28 @@ bool IsArgument(const wchar_t* commandLine, const wchar_t* name)
            ::lstrcmpiW(commandLine + 1, name) == 0;
 }
 
+/// 0, or 1 with the failure in the log.
+int ExitCode(HRESULT hr)
+{
+    if (SUCCEEDED(hr))
+    {
+        return 0;
+    }
+    std::array<wchar_t, 40> text{};
+    ::wsprintfW(text.data(), L"registration failed: 0x%08lX", static_cast<unsigned long>(hr));
+    agent_files::Log(text.data());
+    return 1;
+}
+
 int Run(const wchar_t* commandLine)
 {
     if (IsArgument(commandLine, L"regserver"))
     {
-        return SUCCEEDED(registration::Register()) ? 0 : 1;
+        return ExitCode(registration::Register());
     }
     if (IsArgument(commandLine, L"unregserver"))
     {
-        return SUCCEEDED(registration::Unregister()) ? 0 : 1;
+        return ExitCode(registration::Unregister());
     }
     return Serve();
 }

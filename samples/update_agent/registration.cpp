@@ -5,6 +5,7 @@
 #include <oleauto.h>
 #include <wrl/client.h>
 
+#include <cstddef>
 #include <string>
 
 using Microsoft::WRL::ComPtr;
@@ -17,8 +18,9 @@ constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{D8F219B9-D0C0-470C-
 
 LSTATUS WriteDefault(const std::wstring& key, const std::wstring& value)
 {
+    const std::size_t sizeBytes = (value.size() + 1) * sizeof(wchar_t);
     return ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), nullptr, REG_SZ, value.c_str(),
-                             static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+                             static_cast<DWORD>(sizeBytes));
 }
 } // namespace
 

@@ -9,7 +9,7 @@ void UpdateWindow::Show(const std::wstring& text)
         type.lpfnWndProc = &UpdateWindow::Procedure;
         type.hInstance = ::GetModuleHandleW(nullptr);
         type.hCursor = ::LoadCursorW(nullptr, MAKEINTRESOURCEW(32512)); // the arrow
-        type.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
+        type.hbrBackground = ::GetSysColorBrush(COLOR_BTNFACE);
         type.lpszClassName = kName;
         ::RegisterClassW(&type); // fails from the second time on
         const HWND window =

@@ -1,32 +1,20 @@
 #include "update/is_upgrade_request.h"
 
-#include "tests/support/import_patch.h"
 #include "tests/support/initialize_spy.h"
 #include "tests/support/test_thread.h"
 #include "tests/update/upgrade_fixture.h"
 
 #include <catch.hpp>
 
-#include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 using namespace velt::test;
-using CONNECTION_MANAGER::connection_object;
-using CONNECTION_MANAGER::queue_request;
 using Calls = CallLog::Calls;
 using Lines = UpgradeFixture::Lines;
 
 namespace
 {
-using ConnectedPatch = ImportPatch<"FindWindowW", decltype(::FindWindowW)>;
-
-DWORD Step(IS_upgrade_request& request)
-{
-    connection_object connection;
-    return request.Step(connection, {}, true);
-}
-
 /// A top-level window of the test's own.
 class TitledWindow
 {
@@ -349,97 +337,4 @@ TEST_CASE("IS_upgrade_request: the question of what is available brings COM with
         CHECK(spy.Initialised() == 1);
         CHECK(spy.Uninitialised() == 1);
     }
-}
-
-TEST_CASE("IS_upgrade_request: a step is finished when the machine is online", "[update]")
-{
-    UpgradeFixture fixture;
-    SECTION("by the agent's answer")
-    {
-        fixture.agent.isConnected = VARIANT_TRUE;
-        CHECK(Step(fixture.request) == 3);
-        fixture.agent.isConnected = VARIANT_FALSE;
-        CHECK(Step(fixture.request) == 2);
-        fixture.agent.isConnected = VARIANT_TRUE;
-        CHECK(Step(fixture.request) == 3);
-    }
-    SECTION("by the agent's answer, whatever fails afterwards")
-    {
-        fixture.agent.results["GetUpdates"] = E_FAIL;
-        CHECK(Step(fixture.request) == 3);
-        fixture.agent.isConnected = VARIANT_FALSE;
-        fixture.agent.results["SetServerAddress"] = E_FAIL;
-        CHECK(Step(fixture.request) == 2);
-    }
-}
-
-TEST_CASE("IS_upgrade_request: where the agent has no answer the system's counts", "[update]")
-{
-    UpgradeFixture fixture;
-    const std::string reason = GENERATE(values<std::string>(
-        {"no agent", "no extended interface", "no check wanted", "no answer", "a failure before"}));
-    CAPTURE(reason);
-    if (reason == "no agent")
-    {
-        fixture.agent.results["CreateInstance"] = REGDB_E_CLASSNOTREG;
-    }
-    fixture.agent.isExtended = reason != "no extended interface";
-    if (reason == "no check wanted")
-    {
-        fixture.Register();
-        fixture.agent.isWanted = VARIANT_FALSE;
-    }
-    if (reason == "no answer")
-    {
-        fixture.agent.results["IsConnectedEx"] = E_FAIL;
-    }
-    if (reason == "a failure before")
-    {
-        fixture.agent.results["SetLanguage"] = E_FAIL;
-    }
-    for (const bool online : {true, false})
-    {
-        static bool s_online;
-        s_online = online;
-        using FindPatch = ImportPatch<"GetProcAddress", decltype(::GetProcAddress)>;
-        const FindPatch patch("kernel32.dll", [](HMODULE module, const char* name) -> FARPROC {
-            static constexpr auto answer = [](DWORD*, DWORD) -> BOOL { return s_online; };
-            using Function = BOOL(WINAPI*)(DWORD*, DWORD);
-            struct Stub
-            {
-                static BOOL WINAPI Answer(DWORD* flags, DWORD reserved)
-                {
-                    return answer(flags, reserved);
-                }
-            };
-            const Function function = &Stub::Answer;
-            return std::string(name) == "InternetGetConnectedState"
-                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function))
-                       : FindPatch::Original(module, name);
-        });
-        CHECK(Step(fixture.request) == (online ? 3 : 2));
-    }
-}
-
-TEST_CASE("IS_upgrade_request: its completion tells the owner, if there is one", "[update]")
-{
-    class Owner final : public CONNECTION_MANAGER::ICallback
-    {
-    public:
-        void OnRequestComplete(queue_request& request) override
-        {
-            completed.push_back(&request);
-        }
-
-        std::vector<queue_request*> completed;
-    };
-    connection_object connection;
-    DWORD value = 1;
-    Owner owner;
-    IS_upgrade_request told(&owner);
-    told.Complete(connection, &value);
-    CHECK(owner.completed == std::vector<queue_request*>{&told});
-    IS_upgrade_request silent(nullptr);
-    silent.Complete(connection, &value);
-    CHECK(value == 1);
 }
