@@ -33,7 +33,8 @@ exports=$(sed -n '/Ordinal\/Name Pointer\] Table/,/^$/p' <<<"$headers" |
 expect "three exports, undecorated" "DllCanUnloadNow DllGetClassObject DllRegisterServer " "$exports"
 
 system="advapi32.dll gdi32.dll kernel32.dll msimg32.dll msvcrt.dll ole32.dll oleaut32.dll
-    shell32.dll shlwapi.dll user32.dll version.dll wininet.dll comctl32.dll ucrtbase.dll"
+    shell32.dll shlwapi.dll user32.dll version.dll wininet.dll ws2_32.dll comctl32.dll
+    ucrtbase.dll"
 foreign=
 imports=0
 for import in $(sed -n 's/.*DLL Name: //p' <<<"$headers" | tr '[:upper:]' '[:lower:]'); do
