@@ -34,7 +34,8 @@ ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog)
 {
     ComPtr<IXMLDOMDocument> document;
     HRESULT hr =
-        ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_PPV_ARGS(&document));
+        ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
+                           reinterpret_cast<void**>(document.GetAddressOf()));
     if (FAILED(hr))
     {
         UTrace::TraceLevel1("no XML document object: 0x%08lX", static_cast<unsigned long>(hr));
