@@ -20,7 +20,7 @@ LRESULT DialogCode(LRESULT code, const MSG* key) noexcept
 
 void AgreementView::Attach(HWND view, HWND label) noexcept
 {
-    if (!view || !::SetPropW(view, kProperty, this))
+    if (!view || m_original || !::SetPropW(view, kProperty, this))
     {
         return;
     }

@@ -15,7 +15,7 @@ public:
     AgreementView& operator=(const AgreementView&) = delete;
     ~AgreementView() = default;
 
-    /// Takes the control's messages first; null does nothing. `label` becomes the static control
+    /// Takes the control's messages first; null, and a second call, do nothing. `label` becomes the static control
     /// right before it: there, visible or not, a screen reader looks for its name.
     void Attach(HWND view, HWND label) noexcept;
 

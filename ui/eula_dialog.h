@@ -2,12 +2,12 @@
 
 #include "foundation/library_utils.h"
 #include "ui/agreement_view.h"
-#include "ui/eula_texts.h"
 #include "ui/halden_style_button.h"
 #include "ui/halden_style_dlg.h"
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 
 /// The dialog that shows a licence agreement: a read-only view of it, a choice between declining and
@@ -23,22 +23,24 @@ public:
     /// throws when the skin cannot be loaded.
     CEulaDialog(std::wstring agreementPath, std::wstring textsPath);
 
-    /// The dialog's own messages; what it leaves alone is the frame's.
-    bool ProcessMessage(UINT message, WPARAM wParam, LPARAM lParam, LRESULT& result);
+    ~CEulaDialog() override = default;
+
+    /// Sees each message before the frame.
+    std::optional<LRESULT> ProcessMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
 private:
-    LRESULT OnInitialise(UINT message, WPARAM wParam, LPARAM lParam);
-    void OnOk();
+    void OnInitialise();
+    void OnOk() const noexcept;
 
-    void Centre() noexcept;
-    void PlaceTitle() noexcept;
-    void ShowTexts(const velt::EulaTexts& texts);
+    void Centre() const noexcept;
+    void PlaceTitle() const noexcept;
+    void ShowTexts();
 
     HWND Item(int id) const noexcept;
 
     std::wstring m_agreementPath;
     std::wstring m_textsPath;
-    CLibraryUtils::CLibraryUtilsImpl m_richEditLibrary;
+    std::optional<CLibraryUtils::CLibraryUtilsImpl> m_richEdit; // what registers the view's class
     CHaldenStyleButton m_ok;
     velt::AgreementView m_view;
 };
