@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#undef SubclassWindow // which <windowsx.h> defines
+
 /// A push button that is drawn from three bitmaps of this module, with an optional tooltip. It
 /// takes an existing button of a dialog over; from then on that button's messages come here first.
 /// Lives on the thread of its window.
@@ -48,7 +50,6 @@ private:
     LRESULT OnLeftButtonUp(WPARAM keys, LPARAM point) noexcept;
     LRESULT OnLeftButtonDoubleClick(WPARAM keys, LPARAM point) noexcept;
     LRESULT OnMouseLeave() noexcept;
-    void OnCaptureChanged() noexcept;
     void OnMouseMove(LPARAM point) noexcept;
     void OnFocus(bool focused) noexcept;
     void OnDestroyed() noexcept;

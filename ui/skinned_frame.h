@@ -9,6 +9,8 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace velt
 {
@@ -50,6 +52,9 @@ protected:
     /// What the frame draws as the caption: the text of child 1006 when the dialog was initialised.
     const std::wstring& CaptionText() const noexcept;
 
+    /// Has another caption drawn from now on, cut after 519 characters like the first one.
+    void SetCaptionText(std::wstring_view text);
+
 private:
     /// Hands a message to the concrete dialog.
     virtual std::optional<LRESULT> Dispatch(UINT message, WPARAM wParam, LPARAM lParam) = 0;
@@ -66,8 +71,10 @@ private:
     std::optional<LRESULT> OnControlColour(HDC context, HWND control);
     void Compose(Size client);
     void PaintSkin(HDC context);
-    void DrawCaption(HDC context) const;
-    std::optional<RECT> CaptionArea() const;
+    void DrawCaption(HDC context, const PixelRect& area) const noexcept;
+    std::optional<PixelRect> CaptionArea() const noexcept;
+    std::optional<PixelRect> ChildArea(int id) const noexcept;
+    Size ClientSize() const noexcept;
 
     // constant after InitSkin
     CornerSizes m_corners;
@@ -86,10 +93,9 @@ private:
     UniqueBitmap m_skinSource;
     UniqueBrush m_controlBrush;
 
-    Size m_composedSize{};           // of m_composedSkin
-    std::optional<RECT> m_captionAt; // where m_composedSkin has the caption already
-    HWND m_window = nullptr;         // while the dialog is shown
-    DialogTemplate m_template;       // what DoModal shows
-    std::exception_ptr m_failure;    // of a message handler, for DoModal
+    std::optional<PixelRect> m_captionAt;    // where m_composedSkin has the caption already
+    std::vector<ActiveXItem> m_activeXItems; // of the dialog that is shown
+    HWND m_window = nullptr;                 // while the dialog is shown
+    std::exception_ptr m_failure;            // of a message handler, for DoModal
 };
 } // namespace velt
