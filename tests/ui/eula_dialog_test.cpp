@@ -7,8 +7,8 @@
 
 #include <catch.hpp>
 
-#include <array>
 #include <string>
+#include <vector>
 
 using namespace velt::test;
 
@@ -49,9 +49,9 @@ void CheckIsEnglish(EulaSession& session)
     CHECK(TextOfWindow(session.Dialog()) == kTitle);
 }
 
-LONG StyleOf(HWND window)
+DWORD StyleOf(HWND window)
 {
-    return ::GetWindowLongW(window, GWL_STYLE);
+    return static_cast<DWORD>(::GetWindowLongW(window, GWL_STYLE));
 }
 } // namespace
 
@@ -74,7 +74,7 @@ TEST_CASE("CEulaDialog: the controls are where the template has them, in its tab
     {
         int id;
         const wchar_t* type;
-        LONG style; // that must be there
+        DWORD style; // that must be there
         RECT units; // left, top, width, height
     } rows[] = {
         {VELT_EULA_DECLINE,
@@ -199,12 +199,13 @@ TEST_CASE("CEulaDialog: texts of 10,000 characters are shown, whatever fits", "[
 
 TEST_CASE("CEulaDialog: the choice at the moment of OK is the answer", "[ui]")
 {
-    const auto [clicks, accepted] = GENERATE(table<std::vector<int>, VARIANT_BOOL>({
-        {{}, VARIANT_FALSE},
-        {{VELT_EULA_ACCEPT}, VARIANT_TRUE},
-        {{VELT_EULA_DECLINE}, VARIANT_FALSE},
-        {{VELT_EULA_ACCEPT, VELT_EULA_DECLINE}, VARIANT_FALSE},
-        {{VELT_EULA_ACCEPT, VELT_EULA_DECLINE, VELT_EULA_ACCEPT}, VARIANT_TRUE},
+    using Ids = std::vector<int>;
+    const auto [clicks, accepted] = GENERATE(table<Ids, VARIANT_BOOL>({
+        {Ids(), VARIANT_FALSE},
+        {Ids{VELT_EULA_ACCEPT}, VARIANT_TRUE},
+        {Ids{VELT_EULA_DECLINE}, VARIANT_FALSE},
+        {Ids{VELT_EULA_ACCEPT, VELT_EULA_DECLINE}, VARIANT_FALSE},
+        {Ids{VELT_EULA_ACCEPT, VELT_EULA_DECLINE, VELT_EULA_ACCEPT}, VARIANT_TRUE},
     }));
     Shown shown;
     shown.session.Activate();
