@@ -34,6 +34,7 @@ shift
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 template=$root/build/wine/template
+made=$template/.made-2 # another name for each change of how it is made
 
 export WINEARCH=win32
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
@@ -68,11 +69,17 @@ trap end EXIT
 mkdir -p "$root/build/wine"
 (
     flock 9
-    if [ ! -e "$template/.complete" ]; then
+    if [ ! -e "$made" ]; then
         rm -rf "$template"
         WINEPREFIX=$template wineboot -i >"$root/build/wine/wineboot.log" 2>&1
+        # Where a font lacks a character, Windows takes it from the fonts linked to that one.
+        for font in Arial "Liberation Sans" "MS Sans Serif" "MS Shell Dlg" Tahoma; do
+            WINEPREFIX=$template wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion'\
+'\FontLink\SystemLink' /f /v "$font" /t REG_MULTI_SZ \
+                /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
+        done
         WINEPREFIX=$template wineserver -w
-        touch "$template/.complete"
+        touch "$made"
     fi
 ) 9>"$root/build/wine/template.lock"
 
@@ -81,6 +88,10 @@ if [ -z "$keep" ] || [ ! -d "$prefix" ]; then
     mkdir -p "$prefix"
     cp -al "$template/drive_c" "$prefix/"
     cp -a "$template/dosdevices" "$template"/*.reg "$template/.update-timestamp" "$prefix/"
+    if [ -z "$show" ]; then
+        # There is no window manager on the screen of its own, and each window would wait for one.
+        printf '\n[Software\\\\Wine\\\\X11 Driver]\n"Managed"="N"\n' >>"$prefix/user.reg"
+    fi
 fi
 
 if [ -n "$beside" ]; then

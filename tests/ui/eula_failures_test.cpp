@@ -214,12 +214,8 @@ TEST_CASE("WaitWithMessages: messages are dispatched until it is done", "[ui]")
 {
     const Plain dialog;
     const Plain other;
-    ::PostMessageW(other.Window(), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"dispatched"));
-    const auto isDone = [&] {
-        wchar_t text[32] = {};
-        ::GetWindowTextW(other.Window(), text, 32);
-        return ::lstrcmpW(text, L"dispatched") == 0;
-    };
+    ::PostMessageW(other.Window(), WM_CLOSE, 0, 0); // which destroys it
+    const auto isDone = [&] { return !::IsWindow(other.Window()); };
     CHECK_FALSE(isDone());
     CHECK(velt::WaitWithMessages(dialog.Window(), 5000, isDone));
 }

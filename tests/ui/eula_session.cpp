@@ -14,6 +14,7 @@ namespace velt::test
 namespace
 {
 constexpr UINT kAnswerLimitMs = 20'000;
+constexpr wchar_t kReady[] = L"VeltTestReady"; // a property of the dialog
 
 std::vector<HWND> DialogsOf(DWORD thread)
 {
@@ -36,6 +37,17 @@ HWND FocusOf(DWORD thread)
     GUITHREADINFO info{};
     info.cbSize = sizeof(info);
     return ::GetGUIThreadInfo(thread, &info) ? info.hwndFocus : nullptr;
+}
+
+/// Marks the dialog when its initialisation is over.
+LRESULT CALLBACK MarkWhenReady(int code, WPARAM wParam, LPARAM lParam)
+{
+    const auto& sent = *reinterpret_cast<const CWPRETSTRUCT*>(lParam);
+    if (code == HC_ACTION && sent.message == WM_INITDIALOG)
+    {
+        ::SetPropW(sent.hwnd, kReady, ::GetModuleHandleW(nullptr));
+    }
+    return ::CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
 INPUT KeyInput(WORD key, bool down)
@@ -104,7 +116,10 @@ EulaSession::EulaSession(const ComponentLibrary& library, std::wstring agreement
               before();
           }
           m_threadId = ::GetCurrentThreadId();
+          const HHOOK hook =
+              ::SetWindowsHookExW(WH_CALLWNDPROCRET, &MarkWhenReady, nullptr, m_threadId);
           m_answer.hr = dialog->LaunchEula(agreementText, textsText, &m_answer.accepted);
+          ::UnhookWindowsHookEx(hook);
           if (after)
           {
               after();
@@ -136,13 +151,11 @@ EulaSession::~EulaSession()
 
 HWND EulaSession::Dialog()
 {
-    // The keyboard gets to a control when the dialog has been initialised, not before.
     const bool ready = WaitUntil([this] {
         const std::vector<HWND> dialogs = m_threadId != 0 ? DialogsOf(m_threadId)
                                                           : std::vector<HWND>();
         m_dialog = dialogs.empty() ? nullptr : dialogs.front();
-        const HWND focus = m_dialog ? FocusOf(m_threadId) : nullptr;
-        return focus && ::IsChild(m_dialog, focus);
+        return m_dialog && ::GetPropW(m_dialog, kReady);
     });
     if (!ready)
     {
@@ -175,6 +188,7 @@ int EulaSession::FocusedId()
 void EulaSession::Activate()
 {
     const HWND dialog = Dialog();
+    ::BringWindowToTop(dialog);
     ::SetForegroundWindow(dialog);
     if (!WaitUntil([dialog] { return ::GetForegroundWindow() == dialog; }))
     {
@@ -189,17 +203,20 @@ void EulaSession::Click(int id)
     // Near the left end of wide controls, where their mark is.
     const int x = place.left + std::min(place.right - place.left, 40L) / 2;
     const int y = (place.top + place.bottom) / 2;
-    INPUT inputs[3] = {};
-    for (INPUT& input : inputs)
-    {
-        input.type = INPUT_MOUSE;
-    }
-    inputs[0].mi.dwFlags = MOUSEEVENTF_MOVE | MOUSEEVENTF_ABSOLUTE;
-    inputs[0].mi.dx = ::MulDiv(x, 65536, ::GetSystemMetrics(SM_CXSCREEN)) + 32;
-    inputs[0].mi.dy = ::MulDiv(y, 65536, ::GetSystemMetrics(SM_CYSCREEN)) + 32;
-    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-    inputs[2].mi.dwFlags = MOUSEEVENTF_LEFTUP;
-    if (::SendInput(3, inputs, sizeof(INPUT)) != 3)
+    // The pointer itself goes there first: it would be seen where it was when the screen changes.
+    ::SetCursorPos(x, y);
+    int looks = 0; // in a row that have found it at rest there
+    const auto isThere = [x, y, &looks] {
+        POINT at{};
+        looks = ::GetCursorPos(&at) && at.x == x && at.y == y ? looks + 1 : 0;
+        return looks == 5;
+    };
+    INPUT inputs[2] = {};
+    inputs[0].type = INPUT_MOUSE;
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].type = INPUT_MOUSE;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    if (!WaitUntil(isThere) || ::SendInput(2, inputs, sizeof(INPUT)) != 2)
     {
         throw std::runtime_error("no mouse");
     }

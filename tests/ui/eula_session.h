@@ -36,7 +36,7 @@ public:
 
     ~EulaSession();
 
-    /// The dialog, once it waits for the user.
+    /// The dialog, once it has been initialised.
     HWND Dialog();
 
     /// One of its controls.
