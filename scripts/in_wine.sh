@@ -34,7 +34,7 @@ shift
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 template=$root/build/wine/template
-made=$template/.made-2 # another name for each change of how it is made
+made=$template/.made-4 # another name for each change of how it is made
 
 export WINEARCH=win32
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
@@ -72,10 +72,12 @@ mkdir -p "$root/build/wine"
     if [ ! -e "$made" ]; then
         rm -rf "$template"
         WINEPREFIX=$template wineboot -i >"$root/build/wine/wineboot.log" 2>&1
-        # Where a font lacks a character, Windows takes it from the fonts linked to that one.
-        for font in Arial "Liberation Sans" "MS Sans Serif" "MS Shell Dlg" Tahoma; do
-            WINEPREFIX=$template wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion'\
-'\FontLink\SystemLink' /f /v "$font" /t REG_MULTI_SZ \
+        # Where a font lacks a character, Windows takes it from the fonts linked to that one; the
+        # font is the one that stands for all that Windows has for its dialogs.
+        for font in 'Liberation Sans' 'Liberation Sans Bold'; do
+            WINEPREFIX=$template wine reg add \
+                'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontLink\SystemLink' /f \
+                /v "$font" /t REG_MULTI_SZ \
                 /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
         done
         WINEPREFIX=$template wineserver -w
