@@ -140,6 +140,13 @@ const std::wstring& SkinnedFrame::CaptionText() const noexcept
     return m_captionText;
 }
 
+void SkinnedFrame::SetCaptionText(std::wstring_view text)
+{
+    m_captionText = text.substr(0, kLongestCaption);
+    m_composedSkin.Reset(); // has the old one
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
 INT_PTR CALLBACK SkinnedFrame::DialogProc(HWND window, UINT message, WPARAM wParam,
                                           LPARAM lParam) noexcept
 {

@@ -9,6 +9,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velt
@@ -50,6 +51,9 @@ protected:
 
     /// What the frame draws as the caption: the text of child 1006 when the dialog was initialised.
     const std::wstring& CaptionText() const noexcept;
+
+    /// Has another caption drawn from now on, cut after 519 characters like the first one.
+    void SetCaptionText(std::wstring_view text);
 
 private:
     /// Hands a message to the concrete dialog.
