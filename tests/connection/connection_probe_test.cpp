@@ -353,9 +353,6 @@ TEST_CASE("ConnectionProbe: this machine answers an echo, where echoes are allow
         WARN("no echo from 127.0.0.1: this user may not send any");
     }
     CHECK((result == S_OK || result == E_FAIL));
-    const ULONGLONG before = ::GetTickCount64();
-    CHECK(probe.Ping("240.0.0.1", 300) == E_FAIL); // an address that nobody has
-    CHECK(::GetTickCount64() - before < 5000);
 }
 
 TEST_CASE("CConnection: it answers as the probe does and holds its owner's data", "[connection]")

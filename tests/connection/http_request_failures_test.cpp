@@ -152,8 +152,7 @@ TEST_CASE("CHTTPRequest: after a 401 it sets the user, then the password, as nar
             return FALSE; // which is ignored
         });
     const HttpServer server([](HttpExchange& exchange) {
-        exchange.KeepOpen();
-        exchange.Send(exchange.Number() == 0 ? HttpAnswer("401 No", "")
+        exchange.Send(exchange.Number() == 0 ? HttpAnswer("401 No", "", "Connection: close\r\n")
                                              : HttpAnswer("200 OK", "second"));
     });
     RequestQueue queue;

@@ -22,8 +22,8 @@ constexpr wchar_t kAccept[] = L"I &accept the terms in the license agreement";
 struct Shown
 {
     explicit Shown(std::string_view texts = {})
-        : session(library, (folder.Write(L"agreement.rtf", kSmallAgreement),
-                            folder.File(L"agreement.rtf")),
+        : session(library,
+                  (folder.Write(L"agreement.rtf", kSmallAgreement), folder.File(L"agreement.rtf")),
                   texts.empty() ? std::wstring()
                                 : (folder.Write(L"texts.xml", texts), folder.File(L"texts.xml")))
     {
@@ -56,9 +56,8 @@ std::wstring UnicodeText(HWND view)
     GETTEXTEX want{};
     want.cb = static_cast<DWORD>(text.size() * sizeof(wchar_t));
     want.codepage = 1200; // UTF-16
-    const LRESULT length =
-        ::SendMessageW(view, EM_GETTEXTEX, reinterpret_cast<WPARAM>(&want),
-                       reinterpret_cast<LPARAM>(text.data()));
+    const LRESULT length = ::SendMessageW(view, EM_GETTEXTEX, reinterpret_cast<WPARAM>(&want),
+                                          reinterpret_cast<LPARAM>(text.data()));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }
@@ -89,7 +88,7 @@ TEST_CASE("CEulaDialog: the controls are where the template has them, in its tab
         int id;
         const wchar_t* type;
         DWORD style; // that must be there
-        RECT units; // left, top, width, height
+        RECT units;  // left, top, width, height
     } rows[] = {
         {VELT_EULA_DECLINE,
          L"Button",

@@ -135,17 +135,17 @@ TEST_CASE("CVeltEulaDlg: without a rich edit library the answer is accepted", "[
 {
     const Made made;
     std::string asked;
-    const LoadLibraryPatch patch("kernel32.dll", [&](LPCWSTR name, HANDLE file,
-                                                     DWORD flags) -> HMODULE {
-        if (::lstrcmpiW(name, L"RICHED32.DLL") == 0 || ::lstrcmpiW(name, L"RICHED20.DLL") == 0)
-        {
-            asked += ::lstrcmpiW(name, L"RICHED32.DLL") == 0 ? "32 " : "20 ";
-            asked += flags == LOAD_LIBRARY_SEARCH_SYSTEM32 ? "system " : "anywhere ";
-            ::SetLastError(ERROR_MOD_NOT_FOUND);
-            return nullptr;
-        }
-        return LoadLibraryPatch::Original(name, file, flags);
-    });
+    const LoadLibraryPatch patch(
+        "kernel32.dll", [&](LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            if (::lstrcmpiW(name, L"RICHED32.DLL") == 0 || ::lstrcmpiW(name, L"RICHED20.DLL") == 0)
+            {
+                asked += ::lstrcmpiW(name, L"RICHED32.DLL") == 0 ? "32 " : "20 ";
+                asked += flags == LOAD_LIBRARY_SEARCH_SYSTEM32 ? "system " : "anywhere ";
+                ::SetLastError(ERROR_MOD_NOT_FOUND);
+                return nullptr;
+            }
+            return LoadLibraryPatch::Original(name, file, flags);
+        });
     VARIANT_BOOL accepted = 0x5A5A;
     CHECK(made.Launch(accepted) == S_OK);
     CHECK(accepted == VARIANT_TRUE);
@@ -160,13 +160,13 @@ TEST_CASE("CVeltEulaDlg: the library is asked for once and freed with the dialog
     const BSTR missing = ::SysAllocString(made.folder.File(L"missing.rtf").c_str());
     std::string asked;
     {
-        const LoadLibraryPatch patch(
-            "kernel32.dll", [&](LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
-                asked += ::lstrcmpiW(name, L"RICHED32.DLL") == 0   ? "32 "
-                         : ::lstrcmpiW(name, L"RICHED20.DLL") == 0 ? "20 "
-                                                                   : "";
-                return LoadLibraryPatch::Original(name, file, flags);
-            });
+        const LoadLibraryPatch patch("kernel32.dll",
+                                     [&](LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+                                         asked += ::lstrcmpiW(name, L"RICHED32.DLL") == 0   ? "32 "
+                                                  : ::lstrcmpiW(name, L"RICHED20.DLL") == 0 ? "20 "
+                                                                                            : "";
+                                         return LoadLibraryPatch::Original(name, file, flags);
+                                     });
         CHECK(made.dialog->LaunchEula(missing, nullptr, &accepted) == S_OK);
     }
     ::SysFreeString(missing);

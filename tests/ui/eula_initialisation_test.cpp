@@ -64,7 +64,8 @@ private:
         {
         case WM_INITDIALOG:
             return who + " initialise";
-        case WM_WINDOWPOSCHANGING: {
+        case WM_WINDOWPOSCHANGING:
+        {
             const auto& place = *reinterpret_cast<const WINDOWPOS*>(sent.lParam);
             const bool shown = (place.flags & SWP_SHOWWINDOW) != 0;
             if (!isItem)
@@ -155,9 +156,10 @@ TEST_CASE("CEulaDialog: initialisation takes its steps in order", "[ui]")
     folder.Write(L"texts.xml", xml + "</T>");
 
     const std::vector<std::string> expected = {
-        "dialog initialise", "dialog centre",        "1 style",         TitleMove(), "dialog text",
-        "1000 check 1 0",    "1002 limit 99999 0",   "1002 stream 2",   "1006 text", "1000 text",
-        "1001 text",         "1 text",
+        "dialog initialise",  "dialog centre", "1 style",
+        TitleMove(),          "dialog text",   "1000 check 1 0",
+        "1002 limit 99999 0", "1002 stream 2", "1006 text",
+        "1000 text",          "1001 text",     "1 text",
     };
     const auto steps = StepsFor(folder.File(L"agreement.rtf"), folder.File(L"texts.xml"), true);
     CHECK(Among(steps, expected) == expected);
@@ -170,9 +172,9 @@ TEST_CASE("CEulaDialog: after an agreement that cannot be opened nothing more is
     const TempFolder folder;
     folder.Write(L"texts.xml", "<T><RECORD><K>btn_ok</K><V>text</V></RECORD></T>");
     const auto steps = StepsFor(folder.File(L"missing.rtf"), folder.File(L"texts.xml"), false);
-    const std::vector<std::string> expected = {"dialog initialise", "dialog centre", "1 style",
-                                               TitleMove(),         "dialog text",   "1000 check 1 0",
-                                               "1002 limit 99999 0"};
+    const std::vector<std::string> expected = {
+        "dialog initialise", "dialog centre",  "1 style",           TitleMove(),
+        "dialog text",       "1000 check 1 0", "1002 limit 99999 0"};
     CHECK(Among(steps, {"dialog initialise", "dialog centre", "1 style", TitleMove(), "dialog text",
                         "1000 check 1 0", "1002 limit 99999 0", "1002 stream 2", "1 text"}) ==
           expected);

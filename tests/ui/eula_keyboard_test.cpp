@@ -59,10 +59,9 @@ struct Active
 std::wstring AccessibleName(HWND window)
 {
     ComPtr<IAccessible> accessible;
-    REQUIRE(SUCCEEDED(::AccessibleObjectFromWindow(window, static_cast<DWORD>(OBJID_CLIENT),
-                                                   IID_IAccessible,
-                                                   reinterpret_cast<void**>(
-                                                       accessible.GetAddressOf()))));
+    REQUIRE(SUCCEEDED(
+        ::AccessibleObjectFromWindow(window, static_cast<DWORD>(OBJID_CLIENT), IID_IAccessible,
+                                     reinterpret_cast<void**>(accessible.GetAddressOf()))));
     VARIANT self;
     ::VariantInit(&self);
     self.vt = VT_I4;

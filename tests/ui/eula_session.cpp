@@ -84,8 +84,8 @@ std::wstring TextOfWindow(HWND window)
 {
     std::wstring text(static_cast<std::size_t>(::SendMessageW(window, WM_GETTEXTLENGTH, 0, 0)) + 1,
                       L'\0');
-    const LRESULT length = ::SendMessageW(window, WM_GETTEXT, text.size(),
-                                          reinterpret_cast<LPARAM>(text.data()));
+    const LRESULT length =
+        ::SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }
@@ -152,8 +152,8 @@ EulaSession::~EulaSession()
 HWND EulaSession::Dialog()
 {
     const bool ready = WaitUntil([this] {
-        const std::vector<HWND> dialogs = m_threadId != 0 ? DialogsOf(m_threadId)
-                                                          : std::vector<HWND>();
+        const std::vector<HWND> dialogs =
+            m_threadId != 0 ? DialogsOf(m_threadId) : std::vector<HWND>();
         m_dialog = dialogs.empty() ? nullptr : dialogs.front();
         return m_dialog && ::GetPropW(m_dialog, kReady);
     });

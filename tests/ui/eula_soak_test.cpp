@@ -60,8 +60,8 @@ private:
     UINT_PTR m_timer;
 };
 
-void Show(const ComponentLibrary& library, const std::wstring& agreement,
-          const std::wstring& texts, int times)
+void Show(const ComponentLibrary& library, const std::wstring& agreement, const std::wstring& texts,
+          int times)
 {
     const BSTR agreementText = ::SysAllocString(agreement.c_str());
     const BSTR textsText = ::SysAllocString(texts.c_str());

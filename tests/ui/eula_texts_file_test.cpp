@@ -103,7 +103,8 @@ TEST_CASE("ReadEulaTexts: only child elements of the root named RECORD count", "
     CHECK(IsEmpty(Read("<R><record><K>btn_ok</K><V>new</V></record></R>")));
     CHECK(IsEmpty(Read("<R><RECORDS><K>btn_ok</K><V>new</V></RECORDS></R>")));
     CHECK(IsEmpty(Read("<R xmlns:v='urn:v'><v:RECORD><K>btn_ok</K><V>x</V></v:RECORD></R>")));
-    CHECK(IsEmpty(Read("<R><!-- " + record + " --><![CDATA[" + record + "]]><?RECORD btn_ok?></R>")));
+    CHECK(
+        IsEmpty(Read("<R><!-- " + record + " --><![CDATA[" + record + "]]><?RECORD btn_ok?></R>")));
     CHECK(Read("<R>text<!-- comment -->" + record + "text</R>").ok == L"new");
     CHECK(IsEmpty(Read("<R><RECORD/><RECORD></RECORD><RECORD key='btn_ok'/></R>")));
     CHECK(IsEmpty(Read("<R/>")));
@@ -111,10 +112,9 @@ TEST_CASE("ReadEulaTexts: only child elements of the root named RECORD count", "
 
 TEST_CASE("ReadEulaTexts: repeated and unknown keys", "[ui]")
 {
-    const EulaTexts texts =
-        Read("<R>" + Record("btn_ok", "first") + Record("i_accept", "kept") +
-             Record("unknown", "x") + Record("BTN_OK", "y") + Record("", "z") +
-             Record("btn_ok", "second") + "</R>");
+    const EulaTexts texts = Read("<R>" + Record("btn_ok", "first") + Record("i_accept", "kept") +
+                                 Record("unknown", "x") + Record("BTN_OK", "y") + Record("", "z") +
+                                 Record("btn_ok", "second") + "</R>");
     CHECK(texts.ok == L"second");
     CHECK(texts.accept == L"kept");
     CHECK_FALSE(texts.title);
