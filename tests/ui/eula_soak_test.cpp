@@ -1,3 +1,4 @@
+#include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
 #include "tests/support/debuggee.h"
@@ -165,6 +166,36 @@ TEST_CASE("CEulaDialog: 1,000 dialogs leave no handles, drawing objects, windows
 {
     const EnvironmentVariable trace("VELT_TRACE", "0");
     CHECK(RunInChild("child: many dialogs") == 0);
+}
+
+TEST_CASE("child: libraries planted beside the host", "[.child]")
+{
+    // This copy of the program stands in a folder where somebody has put libraries.
+    const ComApartment com;
+    const TempFolder folder;
+    folder.Write(L"agreement.rtf", kSmallAgreement);
+    const ComponentLibrary library;
+    const AnsweringTimer answering;
+    Show(library, folder.File(L"agreement.rtf"), {}, 1); // fails without the view's class
+}
+
+TEST_CASE("CEulaDialog: rich edit libraries planted beside the host are not loaded", "[ui]")
+{
+    const TempFolder folder;
+    wchar_t program[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+    const std::wstring copy = folder.File(L"host.exe");
+    REQUIRE(::CopyFileW(program, copy.c_str(), TRUE));
+    // No libraries at all: whoever tried to load one of them would be left without.
+    folder.Write(L"riched32.dll", "planted");
+    folder.Write(L"riched20.dll", "planted");
+    REQUIRE(::SetCurrentDirectoryW(folder.Path().c_str()));
+    const DWORD exitCode =
+        RunProcess(L"\"" + copy + L"\" \"child: libraries planted beside the host\"");
+    wchar_t system[MAX_PATH] = {};
+    ::GetSystemDirectoryW(system, MAX_PATH);
+    ::SetCurrentDirectoryW(system);
+    CHECK(exitCode == 0);
 }
 
 TEST_CASE("child: random bytes", "[.child]")
