@@ -33,11 +33,17 @@ std::size_t CountGdiObjects()
     {
         return told;
     }
-    const auto* const block = reinterpret_cast<const char*>(::NtCurrentTeb()->ProcessEnvironmentBlock);
+    PROCESS_BASIC_INFORMATION information{};
+    if (::NtQueryInformationProcess(::GetCurrentProcess(), ProcessBasicInformation, &information,
+                                    sizeof(information), nullptr) < 0)
+    {
+        throw std::runtime_error("the system does not tell of drawing objects");
+    }
+    const auto* const block = reinterpret_cast<const char*>(information.PebBaseAddress);
     const auto* const table = *reinterpret_cast<const GdiRow* const*>(block + kTableOffset);
     if (!table)
     {
-        throw std::runtime_error("the system does not tell of drawing objects");
+        throw std::runtime_error("there is no table of drawing objects");
     }
     std::size_t count = 0;
     for (std::size_t i = 0; i < kRows; ++i)
