@@ -1,7 +1,6 @@
 #include "ui/button_face.h"
 
 #include "ui/button_slices.h"
-#include "ui/drawing_scopes.h"
 
 #include <utility>
 
@@ -28,22 +27,14 @@ void ButtonFace::Draw(HDC target, Size button) noexcept
     {
         return;
     }
-    const UniqueMemoryDc face(::CreateCompatibleDC(target));
-    const UniqueMemoryDc mask(::CreateCompatibleDC(target));
-    const SelectScope selectedFace(face.Get(), m_face.Get());
-    const SelectScope selectedMask(mask.Get(), m_mask.Get());
-    if (!selectedFace || !selectedMask)
-    {
-        return;
-    }
     ::SetStretchBltMode(target, COLORONCOLOR);
     ::SetBkColor(target, RGB(255, 255, 255)); // what the mask's 1 is on the target: left as it is
     ::SetTextColor(target, RGB(0, 0, 0));
     for (const SliceCopy& slice : PlaceButtonSlices(m_size, button))
     {
-        Stretch(target, face.Get(), slice, SRCINVERT);
-        Stretch(target, mask.Get(), slice, SRCAND);
-        Stretch(target, face.Get(), slice, SRCINVERT);
+        Stretch(target, m_face.Get(), slice, SRCINVERT);
+        Stretch(target, m_mask.Get(), slice, SRCAND);
+        Stretch(target, m_face.Get(), slice, SRCINVERT);
     }
 }
 
@@ -57,21 +48,22 @@ bool ButtonFace::Load(HDC context) noexcept
         return false;
     }
     UniqueBitmap mask(::CreateBitmap(info.bmWidth, info.bmHeight, 1, 1, nullptr));
-    const UniqueMemoryDc from(::CreateCompatibleDC(context));
-    const UniqueMemoryDc to(::CreateCompatibleDC(context));
+    UniqueMemoryDc faceContext(::CreateCompatibleDC(context));
+    UniqueMemoryDc maskContext(::CreateCompatibleDC(context));
+    ::SelectObject(faceContext.Get(), face.Get());
+    ::SelectObject(maskContext.Get(), mask.Get());
+    // Turned to monochrome, pixels of the background colour become 1: black ones.
+    ::SetBkColor(faceContext.Get(), RGB(0, 0, 0));
+    if (!mask || !::BitBlt(maskContext.Get(), 0, 0, info.bmWidth, info.bmHeight, faceContext.Get(),
+                           0, 0, SRCCOPY))
     {
-        const SelectScope selectedFrom(from.Get(), face.Get());
-        const SelectScope selectedTo(to.Get(), mask.Get());
-        // Turned to monochrome, pixels of the background colour become 1: black ones.
-        ::SetBkColor(from.Get(), RGB(0, 0, 0));
-        if (!::BitBlt(to.Get(), 0, 0, info.bmWidth, info.bmHeight, from.Get(), 0, 0, SRCCOPY))
-        {
-            return false;
-        }
+        return false;
     }
     m_size = {info.bmWidth, info.bmHeight};
-    m_face = std::move(face);
-    m_mask = std::move(mask);
+    m_faceBitmap = std::move(face);
+    m_maskBitmap = std::move(mask);
+    m_face = std::move(faceContext);
+    m_mask = std::move(maskContext);
     return true;
 }
 } // namespace velt

@@ -23,7 +23,10 @@ private:
 
     UINT m_id;
     Size m_size{};
-    UniqueBitmap m_face;
-    UniqueBitmap m_mask; // monochrome; 1 where the face is black
+    // Selected for good, because selecting costs more than drawing; the contexts are closed first.
+    UniqueBitmap m_faceBitmap;
+    UniqueBitmap m_maskBitmap; // monochrome; 1 where the face is black
+    UniqueMemoryDc m_face;
+    UniqueMemoryDc m_mask;
 };
 } // namespace velt
