@@ -5,7 +5,8 @@
 #include <utility>
 
 // The linker's name for the start of the module that this code is in.
-extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" IMAGE_DOS_HEADER __ImageBase;
 
 namespace velt
 {

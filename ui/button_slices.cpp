@@ -9,7 +9,7 @@ std::array<SliceCopy, 3> PlaceButtonSlices(Size face, Size button) noexcept
         return Area{x, 0, width, whole.height};
     };
     const auto middle = [&](Size whole) {
-        return at(kEndWidth, Coordinate(std::int64_t{whole.width} - 2 * kEndWidth), whole);
+        return at(kEndWidth, Coordinate(std::int64_t{whole.width} - kEndWidth - kEndWidth), whole);
     };
     const auto right = [&](Size whole) {
         return at(Coordinate(std::int64_t{whole.width} - kEndWidth), kEndWidth, whole);
