@@ -15,10 +15,6 @@ constinit const std::array<ClassRow, kClassCount> kClassTable = {{
      VELT_REGISTRY_ENUM_VARIANT_COL,
      L"Apartment",
      {}},
-    {&CLSID_CVeltEulaDlg,
-     &CreateComObject<CVeltEulaDlg>,
-     VELT_REGISTRY_VELT_EULA_DLG,
-     L"Both",
-     {}},
+    {&CLSID_CVeltEulaDlg, &CreateComObject<CVeltEulaDlg>, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
 }};
 } // namespace velt

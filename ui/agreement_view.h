@@ -4,8 +4,8 @@
 
 namespace velt
 {
-/// Makes a rich edit control in a dialog fit for reading by keyboard: Tab leaves it, and entering it
-/// neither selects its text nor scrolls it to the end. Lives on the dialog's thread, longer than
+/// Makes a rich edit control in a dialog fit for reading by keyboard: Tab leaves it, and entering
+/// it neither selects its text nor scrolls it to the end. Lives on the dialog's thread, longer than
 /// the control.
 class AgreementView
 {
@@ -15,8 +15,8 @@ public:
     AgreementView& operator=(const AgreementView&) = delete;
     ~AgreementView() = default;
 
-    /// Takes the control's messages first; null, and a second call, do nothing. `label` becomes the static control
-    /// right before it: there, visible or not, a screen reader looks for its name.
+    /// Takes the control's messages first; null, and a second call, do nothing. `label` becomes the
+    /// static control right before it: there, visible or not, a screen reader looks for its name.
     void Attach(HWND view, HWND label) noexcept;
 
 private:

@@ -10,10 +10,10 @@
 #include <optional>
 #include <string>
 
-/// The dialog that shows a licence agreement: a read-only view of it, a choice between declining and
-/// accepting it, which starts as declining, and an OK button. Only OK ends it; DoModal answers 1
-/// when accepting was chosen, else 0, and 0 at once when the agreement cannot be opened. By design,
-/// neither Escape nor the system's close command ends it.
+/// The dialog that shows a licence agreement: a read-only view of it, a choice between declining
+/// and accepting it, which starts as declining, and an OK button. Only OK ends it; DoModal answers
+/// 1 when accepting was chosen, else 0, and 0 at once when the agreement cannot be opened. By
+/// design, neither Escape nor the system's close command ends it.
 ///
 /// One is made for each call and lives on the thread that shows it.
 class CEulaDialog final : public CHaldenStyleDlg<CEulaDialog>

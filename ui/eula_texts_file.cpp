@@ -33,9 +33,8 @@ _bstr_t Owned(BSTR text)
 ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog)
 {
     ComPtr<IXMLDOMDocument> document;
-    HRESULT hr =
-        ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
-                           reinterpret_cast<void**>(document.GetAddressOf()));
+    HRESULT hr = ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
+                                    reinterpret_cast<void**>(document.GetAddressOf()));
     if (FAILED(hr))
     {
         UTrace::TraceLevel1("no XML document object: 0x%08lX", static_cast<unsigned long>(hr));
@@ -65,7 +64,8 @@ bool IsRecord(IXMLDOMNode& node)
 {
     DOMNodeType type = NODE_INVALID;
     BSTR name = nullptr;
-    if (node.get_nodeType(&type) != S_OK || type != NODE_ELEMENT || node.get_nodeName(&name) != S_OK)
+    if (node.get_nodeType(&type) != S_OK || type != NODE_ELEMENT ||
+        node.get_nodeName(&name) != S_OK)
     {
         return false;
     }

@@ -40,9 +40,8 @@ DWORD CALLBACK ReadNext(DWORD_PTR file, LPBYTE buffer, LONG wanted, LONG* read) 
 
 bool StreamRtfFile(HWND view, const std::wstring& path) noexcept
 {
-    const UniqueHandle<FileTraits> file(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr,
-                                                      OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE,
-                                                      nullptr));
+    const UniqueHandle<FileTraits> file(::CreateFileW(
+        path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE, nullptr));
     if (!file)
     {
         return false;

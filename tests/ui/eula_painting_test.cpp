@@ -28,8 +28,7 @@ std::vector<std::uint32_t> PixelsOf(HWND window, const RECT& part)
     info.bmiHeader.biPlanes = 1;
     info.bmiHeader.biBitCount = 32;
     void* bits = nullptr;
-    const HBITMAP bitmap =
-        ::CreateDIBSection(memory, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    const HBITMAP bitmap = ::CreateDIBSection(memory, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
     REQUIRE(bitmap);
     const HGDIOBJ old = ::SelectObject(memory, bitmap);
     ::BitBlt(memory, 0, 0, width, height, source, part.left, part.top, SRCCOPY);
@@ -80,9 +79,9 @@ struct Painted
 {
     explicit Painted(const std::string& title = {})
         : session(library, Agreement(),
-                  title.empty() ? std::wstring()
-                                : (folder.Write(L"texts.xml", TitleXml(title)),
-                                   folder.File(L"texts.xml")))
+                  title.empty()
+                      ? std::wstring()
+                      : (folder.Write(L"texts.xml", TitleXml(title)), folder.File(L"texts.xml")))
     {
         session.Activate();
         ::RedrawWindow(session.Dialog(), nullptr, nullptr,
@@ -129,9 +128,9 @@ TEST_CASE("CEulaDialog: what was covered is as before when it is uncovered", "[u
 
     RECT place{};
     ::GetWindowRect(dialog, &place);
-    const HWND cover = ::CreateWindowExW(
-        WS_EX_TOPMOST | WS_EX_NOACTIVATE, L"STATIC", L"", WS_POPUP | WS_VISIBLE, place.left + 50,
-        place.top, 300, 300, nullptr, nullptr, nullptr, nullptr);
+    const HWND cover =
+        ::CreateWindowExW(WS_EX_TOPMOST | WS_EX_NOACTIVATE, L"STATIC", L"", WS_POPUP | WS_VISIBLE,
+                          place.left + 50, place.top, 300, 300, nullptr, nullptr, nullptr, nullptr);
     ::UpdateWindow(cover);
     ::DestroyWindow(cover);
     CHECK(WaitUntil([&] { return PixelsOf(dialog, client) == before; }));

@@ -94,8 +94,8 @@ std::string RandomBytes(std::size_t count, unsigned seed)
 DWORD CALLBACK ReadText(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read)
 {
     auto& left = *reinterpret_cast<std::string_view*>(cookie);
-    *read = static_cast<LONG>(left.copy(reinterpret_cast<char*>(buffer),
-                                        static_cast<std::size_t>(wanted)));
+    *read = static_cast<LONG>(
+        left.copy(reinterpret_cast<char*>(buffer), static_cast<std::size_t>(wanted)));
     left.remove_prefix(static_cast<std::size_t>(*read));
     return 0;
 }
