@@ -1,8 +1,11 @@
 #include "ui/bitmap_region.h"
 
 #include "ui/drawing_scopes.h"
+#include "ui/pixel_bitmap.h"
 #include "ui/pixel_runs.h"
 #include "ui/run_block.h"
+
+#include <utility>
 
 namespace velt
 {
@@ -12,18 +15,6 @@ namespace
 constexpr std::uint32_t PixelOf(COLORREF colour) noexcept
 {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
-}
-
-BITMAPINFO PixelFormat(Size size) noexcept
-{
-    BITMAPINFO info{};
-    info.bmiHeader.biSize = sizeof(info.bmiHeader);
-    info.bmiHeader.biWidth = size.width;
-    info.bmiHeader.biHeight = size.height; // positive: the bottom row comes first
-    info.bmiHeader.biPlanes = 1;
-    info.bmiHeader.biBitCount = 32;
-    info.bmiHeader.biCompression = BI_RGB;
-    return info;
 }
 
 bool MergeInto(UniqueRegion& result, const RunBlock& block) noexcept
@@ -68,34 +59,33 @@ UniqueRegion RegionFromRuns(PixelRuns runs) noexcept
 
 UniqueRegion RegionFromBitmap(HBITMAP bitmap, Point source, Size size, COLORREF key) noexcept
 {
+    const auto regionOf = [&](std::span<const std::uint32_t> pixels) {
+        return RegionFromRuns(PixelRuns(pixels, size.width, size.height, PixelOf(key)));
+    };
+    if (source == Point{0, 0})
+    {
+        const std::span<const std::uint32_t> pixels = PixelsOf(bitmap, size);
+        if (!pixels.empty())
+        {
+            return regionOf(pixels); // stretched to its own size it would be the same
+        }
+    }
     BITMAP info{};
     const UniqueMemoryDc from(::CreateCompatibleDC(nullptr));
     const UniqueMemoryDc to(::CreateCompatibleDC(nullptr));
-    if (!from || !to || size.width <= 0 || size.height <= 0 ||
-        ::GetObjectW(bitmap, sizeof(info), &info) == 0)
-    {
-        return {};
-    }
-    const BITMAPINFO format = PixelFormat(size);
-    void* bits = nullptr;
-    const UniqueBitmap pixels(
-        ::CreateDIBSection(to.Get(), &format, DIB_RGB_COLORS, &bits, nullptr, 0));
-    if (!pixels || !bits)
+    const UniqueBitmap stretched = MakePixelBitmap(to.Get(), size);
+    if (!from || !to || !stretched || ::GetObjectW(bitmap, sizeof(info), &info) == 0)
     {
         return {};
     }
     const SelectScope selectedFrom(from.Get(), bitmap);
-    const SelectScope selectedTo(to.Get(), pixels.Get());
+    const SelectScope selectedTo(to.Get(), stretched.Get());
     ::SetStretchBltMode(to.Get(), COLORONCOLOR);
     if (!::StretchBlt(to.Get(), 0, 0, size.width, size.height, from.Get(), source.x, source.y,
                       info.bmWidth - source.x, info.bmHeight - source.y, SRCCOPY))
     {
         return {};
     }
-    ::GdiFlush(); // the pixels are read without GDI
-    const std::size_t count =
-        static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height);
-    return RegionFromRuns(PixelRuns({static_cast<const std::uint32_t*>(bits), count}, size.width,
-                                    size.height, PixelOf(key)));
+    return regionOf(PixelsOf(stretched.Get(), size));
 }
 } // namespace velt

@@ -2,7 +2,11 @@
 
 #include "ui/button_slices.h"
 #include "ui/drawing_scopes.h"
-#include "ui/gdi_handles.h"
+
+#include <utility>
+
+// The linker's name for the start of the module that this code is in.
+extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier)
 
 namespace velt
 {
@@ -16,35 +20,58 @@ void Stretch(HDC target, HDC source, const SliceCopy& slice, DWORD operation) no
 }
 } // namespace
 
-void DrawFace(HDC target, HBITMAP face, Size button) noexcept
-{
-    BITMAP info{};
-    const UniqueMemoryDc faceContext(::CreateCompatibleDC(target));
-    const UniqueMemoryDc maskContext(::CreateCompatibleDC(target));
-    if (!faceContext || !maskContext || ::GetObjectW(face, sizeof(info), &info) == 0)
-    {
-        return;
-    }
-    const UniqueBitmap mask(::CreateBitmap(info.bmWidth, info.bmHeight, 1, 1, nullptr));
-    if (!mask)
-    {
-        return;
-    }
-    const SelectScope selectedFace(faceContext.Get(), face);
-    const SelectScope selectedMask(maskContext.Get(), mask.Get());
-    // Turned to monochrome, pixels of the background colour become 1: black ones.
-    ::SetBkColor(faceContext.Get(), RGB(0, 0, 0));
-    ::BitBlt(maskContext.Get(), 0, 0, info.bmWidth, info.bmHeight, faceContext.Get(), 0, 0,
-             SRCCOPY);
+ButtonFace::ButtonFace(UINT id) noexcept : m_id(id) {}
 
+void ButtonFace::Draw(HDC target, Size button) noexcept
+{
+    if (!m_mask && !Load(target))
+    {
+        return;
+    }
+    const UniqueMemoryDc face(::CreateCompatibleDC(target));
+    const UniqueMemoryDc mask(::CreateCompatibleDC(target));
+    const SelectScope selectedFace(face.Get(), m_face.Get());
+    const SelectScope selectedMask(mask.Get(), m_mask.Get());
+    if (!selectedFace || !selectedMask)
+    {
+        return;
+    }
     ::SetStretchBltMode(target, COLORONCOLOR);
     ::SetBkColor(target, RGB(255, 255, 255)); // what the mask's 1 is on the target: left as it is
     ::SetTextColor(target, RGB(0, 0, 0));
-    for (const SliceCopy& slice : PlaceButtonSlices({info.bmWidth, info.bmHeight}, button))
+    for (const SliceCopy& slice : PlaceButtonSlices(m_size, button))
     {
-        Stretch(target, faceContext.Get(), slice, SRCINVERT);
-        Stretch(target, maskContext.Get(), slice, SRCAND);
-        Stretch(target, faceContext.Get(), slice, SRCINVERT);
+        Stretch(target, face.Get(), slice, SRCINVERT);
+        Stretch(target, mask.Get(), slice, SRCAND);
+        Stretch(target, face.Get(), slice, SRCINVERT);
     }
+}
+
+bool ButtonFace::Load(HDC context) noexcept
+{
+    BITMAP info{};
+    UniqueBitmap face(
+        ::LoadBitmapW(reinterpret_cast<HINSTANCE>(&__ImageBase), MAKEINTRESOURCEW(m_id)));
+    if (!face || ::GetObjectW(face.Get(), sizeof(info), &info) == 0)
+    {
+        return false;
+    }
+    UniqueBitmap mask(::CreateBitmap(info.bmWidth, info.bmHeight, 1, 1, nullptr));
+    const UniqueMemoryDc from(::CreateCompatibleDC(context));
+    const UniqueMemoryDc to(::CreateCompatibleDC(context));
+    {
+        const SelectScope selectedFrom(from.Get(), face.Get());
+        const SelectScope selectedTo(to.Get(), mask.Get());
+        // Turned to monochrome, pixels of the background colour become 1: black ones.
+        ::SetBkColor(from.Get(), RGB(0, 0, 0));
+        if (!::BitBlt(to.Get(), 0, 0, info.bmWidth, info.bmHeight, from.Get(), 0, 0, SRCCOPY))
+        {
+            return false;
+        }
+    }
+    m_size = {info.bmWidth, info.bmHeight};
+    m_face = std::move(face);
+    m_mask = std::move(mask);
+    return true;
 }
 } // namespace velt

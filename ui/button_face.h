@@ -1,13 +1,29 @@
 #pragma once
 
+#include "ui/gdi_handles.h"
 #include "ui/geometry.h"
 
 #include <windows.h>
 
 namespace velt
 {
-/// Draws a button's face in three slices onto a context, at its origin and of the size `button`;
-/// pure black pixels are transparent. What cannot be made is not drawn. The bitmap must not be
-/// selected into a context. Changes the context's colours and stretch mode.
-void DrawFace(HDC target, HBITMAP face, Size button) noexcept;
+/// One of a button's faces: a bitmap resource of this module, whose pure black pixels are
+/// transparent. It is loaded when it is first drawn.
+class ButtonFace
+{
+public:
+    explicit ButtonFace(UINT id) noexcept;
+
+    /// Draws the face in three slices at the context's origin, of the size `button`; nothing when
+    /// it cannot be loaded. Changes the context's colours and stretch mode.
+    void Draw(HDC target, Size button) noexcept;
+
+private:
+    bool Load(HDC context) noexcept;
+
+    UINT m_id;
+    Size m_size{};
+    UniqueBitmap m_face;
+    UniqueBitmap m_mask; // monochrome; 1 where the face is black
+};
 } // namespace velt

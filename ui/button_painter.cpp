@@ -1,6 +1,5 @@
 #include "ui/button_painter.h"
 
-#include "ui/button_face.h"
 #include "ui/button_text.h"
 #include "ui/drawing_scopes.h"
 #include "ui/gdi_handles.h"
@@ -8,9 +7,6 @@
 
 #include <array>
 #include <string_view>
-
-// The linker's name for the start of the module that this code is in.
-extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier)
 
 namespace velt
 {
@@ -118,16 +114,6 @@ void DrawSystemFace(HDC context, RECT client, const ButtonLook& look) noexcept
     }
 }
 
-void DrawSkinFace(HDC context, const RECT& client, UINT faceId) noexcept
-{
-    const UniqueBitmap face(
-        ::LoadBitmapW(reinterpret_cast<HINSTANCE>(&__ImageBase), MAKEINTRESOURCEW(faceId)));
-    if (face)
-    {
-        DrawFace(context, face.Get(), {client.right, client.bottom});
-    }
-}
-
 void FillWithParentsBrush(HDC target, HWND button, const RECT& client) noexcept
 {
     const LRESULT brush =
@@ -162,7 +148,7 @@ void DrawButton(HDC target, HWND button, const ButtonLook& look) noexcept
     }
     else
     {
-        DrawSkinFace(memory.Get(), client, look.faceId);
+        look.face.Draw(memory.Get(), {client.right, client.bottom});
     }
     DrawButtonText(memory.Get(), button, client,
                    TextColour(::IsWindowEnabled(button) != FALSE, isHighContrast));

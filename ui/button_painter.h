@@ -1,12 +1,14 @@
 #pragma once
 
+#include "ui/button_face.h"
+
 #include <windows.h>
 
 namespace velt
 {
 struct ButtonLook
 {
-    UINT faceId; // a bitmap resource of this module
+    ButtonFace& face;
     bool isPressed;
     bool isFocused;
 };

@@ -21,9 +21,9 @@ bool IsRelayed(UINT message) noexcept
 } // namespace
 
 CHaldenStyleButton::CHaldenStyleButton(UINT normalId, UINT hotId, UINT pressedId) noexcept
-    : m_normalId(normalId),
-      m_hotId(hotId),
-      m_pressedId(pressedId)
+    : m_normalFace(normalId),
+      m_hotFace(hotId),
+      m_pressedFace(pressedId)
 {
 }
 
@@ -278,10 +278,10 @@ void CHaldenStyleButton::Repaint() const noexcept
     ::UpdateWindow(m_window);
 }
 
-void CHaldenStyleButton::Draw(HDC context) const noexcept
+void CHaldenStyleButton::Draw(HDC context) noexcept
 {
     const bool isHot = Has(kHot | kFocused);
-    const UINT face = Has(kPressed) ? m_pressedId : isHot ? m_hotId : m_normalId;
+    velt::ButtonFace& face = Has(kPressed) ? m_pressedFace : isHot ? m_hotFace : m_normalFace;
     velt::DrawButton(context, m_window, {face, Has(kPressed), Has(kFocused)});
 }
 

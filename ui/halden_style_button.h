@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/button_face.h"
 #include "ui/gdi_handles.h"
 
 #include <windows.h>
@@ -59,14 +60,14 @@ private:
     void SetState(std::uint32_t bit, bool on) noexcept;
     bool Has(std::uint32_t bit) const noexcept;
     void Repaint() const noexcept;
-    void Draw(HDC context) const noexcept;
+    void Draw(HDC context) noexcept;
     LPARAM InParent(LPARAM point) const noexcept;
 
     HWND m_window = nullptr;
     velt::UniqueWindow m_tooltip;
     std::wstring m_tooltipText;
-    UINT m_normalId;
-    UINT m_hotId;
-    UINT m_pressedId;
+    velt::ButtonFace m_normalFace;
+    velt::ButtonFace m_hotFace;
+    velt::ButtonFace m_pressedFace;
     std::uint32_t m_state = 0; // of the bits above
 };

@@ -10,11 +10,11 @@ constexpr std::uint32_t kColourBits = 0x00FFFFFF;
 
 // So many pixels are looked at in one go, without a branch between them, which lets the compiler
 // use wide registers.
-constexpr std::ptrdiff_t kStep = 16;
+constexpr std::ptrdiff_t kStep = 64;
 
 bool IsKey(std::uint32_t pixel, std::uint32_t key) noexcept
 {
-    return ((pixel ^ key) & kColourBits) == 0;
+    return (pixel & kColourBits) == key;
 }
 
 bool AreAllKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
@@ -63,7 +63,7 @@ PixelRuns::PixelRuns(std::span<const std::uint32_t> pixels, std::int32_t width, 
     : m_pixels(pixels.data()),
       m_width(width),
       m_height(height),
-      m_key(key)
+      m_key(key & kColourBits)
 {
     if (width <= 0 || height <= 0 ||
         pixels.size() < static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height))

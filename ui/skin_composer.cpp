@@ -1,6 +1,7 @@
 #include "ui/skin_composer.h"
 
 #include "ui/drawing_scopes.h"
+#include "ui/pixel_bitmap.h"
 
 namespace velt
 {
@@ -32,7 +33,7 @@ UniqueBitmap ComposeSkin(HDC context, HBITMAP skin, const CornerSizes& corners,
     BITMAP info{};
     const UniqueMemoryDc source(::CreateCompatibleDC(context));
     const UniqueMemoryDc target(::CreateCompatibleDC(context));
-    UniqueBitmap composed(::CreateCompatibleBitmap(context, client.width, client.height));
+    UniqueBitmap composed = MakePixelBitmap(context, client);
     if (!source || !target || !composed || ::GetObjectW(skin, sizeof(info), &info) == 0)
     {
         return {};

@@ -315,7 +315,7 @@ TEST_CASE("Region: one that cannot be built leaves the window without", "[ui]")
                 return static_cast<HBITMAP>(nullptr);
             });
         dialog.Resize(90, 70);
-        CHECK(failing.Calls() == 1);
+        CHECK(failing.Calls() > 0);
         CHECK(Outline(dialog.Window()).type == ERROR);
     });
 }
