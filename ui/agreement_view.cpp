@@ -6,6 +6,14 @@ namespace
 {
 constexpr wchar_t kProperty[] = L"VeltAgreementView";
 
+/// Answers with the procedure that the window had.
+WNDPROC SetProcedure(HWND view, WNDPROC procedure) noexcept
+{
+    const LONG_PTR old =
+        ::SetWindowLongPtrW(view, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
+    return reinterpret_cast<WNDPROC>(old); // NOLINT(performance-no-int-to-ptr): so it is given
+}
+
 /// What the control wants to see of the keyboard, less what would keep the reader in it.
 LRESULT DialogCode(LRESULT code, const MSG* key) noexcept
 {
@@ -24,8 +32,7 @@ void AgreementView::Attach(HWND view, HWND label) noexcept
     {
         return;
     }
-    m_original = reinterpret_cast<WNDPROC>(::GetWindowLongPtrW(view, GWLP_WNDPROC));
-    ::SetWindowLongPtrW(view, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&AgreementView::Procedure));
+    m_original = SetProcedure(view, &AgreementView::Procedure);
     if (label)
     {
         ::SetWindowPos(label, ::GetWindow(view, GW_HWNDPREV), 0, 0, 0, 0,
@@ -44,11 +51,15 @@ LRESULT CALLBACK AgreementView::Procedure(HWND view, UINT message, WPARAM wParam
     const WNDPROC original = self->m_original;
     if (message == WM_NCDESTROY)
     {
-        ::SetWindowLongPtrW(view, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(original));
+        SetProcedure(view, original);
         ::RemovePropW(view, kProperty);
     }
     const LRESULT result = ::CallWindowProcW(original, view, message, wParam, lParam);
-    return message == WM_GETDLGCODE ? DialogCode(result, reinterpret_cast<const MSG*>(lParam))
-                                    : result;
+    if (message != WM_GETDLGCODE)
+    {
+        return result;
+    }
+    const auto* const key = reinterpret_cast<const MSG*>(lParam); // NOLINT(*-no-int-to-ptr)
+    return DialogCode(result, key);
 }
 } // namespace velt

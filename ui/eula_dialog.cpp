@@ -10,7 +10,7 @@
 
 #include <utility>
 
-extern "C" IMAGE_DOS_HEADER __ImageBase; // the linker's name for where this module begins
+extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier): the linker's
 
 namespace
 {

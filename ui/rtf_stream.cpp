@@ -25,11 +25,11 @@ struct FileTraits
 
 /// The control asks for the next bytes; fewer than wanted are its end. By design, a failed read
 /// ends the text like the end of the file: nothing is reported.
-DWORD CALLBACK ReadNext(DWORD_PTR file, LPBYTE buffer, LONG wanted, LONG* read) noexcept
+DWORD CALLBACK ReadNext(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read) noexcept
 {
+    const auto file = reinterpret_cast<HANDLE>(cookie); // NOLINT(performance-no-int-to-ptr)
     DWORD count = 0;
-    if (wanted <= 0 || !::ReadFile(reinterpret_cast<HANDLE>(file), buffer,
-                                   static_cast<DWORD>(wanted), &count, nullptr))
+    if (wanted <= 0 || !::ReadFile(file, buffer, static_cast<DWORD>(wanted), &count, nullptr))
     {
         count = 0;
     }
