@@ -1,12 +1,9 @@
 #include "ui/button_face.h"
 
 #include "ui/button_slices.h"
+#include "ui/own_module.h"
 
 #include <utility>
-
-// The linker's name for the start of the module that this code is in.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-extern "C" IMAGE_DOS_HEADER __ImageBase;
 
 namespace velt
 {
@@ -42,8 +39,7 @@ void ButtonFace::Draw(HDC target, Size button) noexcept
 bool ButtonFace::Load(HDC context) noexcept
 {
     BITMAP info{};
-    UniqueBitmap face(
-        ::LoadBitmapW(reinterpret_cast<HINSTANCE>(&__ImageBase), MAKEINTRESOURCEW(m_id)));
+    UniqueBitmap face(::LoadBitmapW(OwnModule(), MAKEINTRESOURCEW(m_id)));
     if (!face || ::GetObjectW(face.Get(), sizeof(info), &info) == 0)
     {
         return false;

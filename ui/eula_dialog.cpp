@@ -2,6 +2,7 @@
 
 #include "foundation/utrace.h"
 #include "ui/eula_texts_file.h"
+#include "ui/own_module.h"
 #include "ui/resources/resource_ids.h"
 #include "ui/rtf_stream.h"
 
@@ -10,17 +11,10 @@
 
 #include <utility>
 
-extern "C" IMAGE_DOS_HEADER __ImageBase; // NOLINT(bugprone-reserved-identifier): the linker's
-
 namespace
 {
 constexpr int kCornerWidth = 109;
 constexpr int kCornerHeight = 63;
-
-HINSTANCE OwnModule() noexcept
-{
-    return reinterpret_cast<HINSTANCE>(&__ImageBase);
-}
 
 /// The library that registers the window class of the view, "RICHEDIT".
 HMODULE LoadRichEdit() noexcept
@@ -49,7 +43,7 @@ CEulaDialog::CEulaDialog(std::wstring agreementPath, std::wstring textsPath)
     version.dwOSVersionInfoSize = sizeof(version);
     ::GetVersionExW(&version); // by design asked for and used for nothing
     SetTextColour(RGB(0, 0, 0));
-    InitSkin(true, VELT_EULA_DIALOG, OwnModule(), VELT_SKIN);
+    InitSkin(true, VELT_EULA_DIALOG, velt::OwnModule(), VELT_SKIN);
     m_richEdit.emplace(LoadRichEdit());
     ::InitCommonControls();
 }
