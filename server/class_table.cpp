@@ -3,6 +3,7 @@
 #include "collection/enum_variant_col.h"
 #include "server/resource_ids.h"
 #include "service/velt_http_service.h"
+#include "ui/velt_eula_dlg.h"
 
 #include <provider_lib.h>
 
@@ -19,6 +20,6 @@ constinit const std::array<ClassRow, kClassCount> kClassTable = {{
      VELT_REGISTRY_ENUM_VARIANT_COL,
      L"Apartment",
      {}},
-    {&CLSID_CVeltEulaDlg, nullptr, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
+    {&CLSID_CVeltEulaDlg, &CreateComObject<CVeltEulaDlg>, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
 }};
 } // namespace velt
