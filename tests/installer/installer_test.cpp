@@ -1,0 +1,330 @@
+// The installer as an administrator's tool runs it: silently, for all users and for the current
+// one, over itself, and away again.
+
+#include "foundation/unique_handle.h"
+#include "foundation/wide_text.h"
+#include "tests/support/com_apartment.h"
+#include "tests/support/component_library.h"
+#include "tests/support/registry_snapshot.h"
+
+#include <provider_lib.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+#include <wrl/client.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include <catch.hpp>
+
+using Microsoft::WRL::ComPtr;
+using velt::UniqueKernelObject;
+using velt::test::ComApartment;
+using velt::test::RegistryDifference;
+using velt::test::RegistryTree;
+using velt::test::SnapshotRegistry;
+
+namespace
+{
+constexpr DWORD kLimitMs = 60'000;
+constexpr wchar_t kLibrary[] = L"VeltHTTPClient12OEM.dll";
+constexpr wchar_t kProductKey[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM";
+constexpr wchar_t kServerKey[] =
+    L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32";
+
+/// Runs a program and waits until it and all that it started have ended: an uninstaller goes on in
+/// a copy of itself. Returns the program's own exit code.
+DWORD RunToItsEnd(std::wstring commandLine)
+{
+    const UniqueKernelObject job(::CreateJobObjectW(nullptr, nullptr));
+    const UniqueKernelObject port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
+    JOBOBJECT_ASSOCIATE_COMPLETION_PORT association{job.Get(), port.Get()};
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!::SetInformationJobObject(job.Get(), JobObjectAssociateCompletionPortInformation,
+                                   &association, sizeof(association)) ||
+        !::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+                          nullptr, nullptr, &startup, &process))
+    {
+        throw std::runtime_error("a program cannot be started");
+    }
+    const UniqueKernelObject handle(process.hProcess);
+    const UniqueKernelObject thread(process.hThread);
+    if (!::AssignProcessToJobObject(job.Get(), handle.Get()))
+    {
+        ::TerminateProcess(handle.Get(), 98);
+        throw std::runtime_error("a program cannot be watched");
+    }
+    ::ResumeThread(thread.Get());
+    DWORD message = 0;
+    ULONG_PTR key = 0;
+    OVERLAPPED* ignored = nullptr;
+    while (message != JOB_OBJECT_MSG_ACTIVE_PROCESS_ZERO)
+    {
+        if (!::GetQueuedCompletionStatus(port.Get(), &message, &key, &ignored, kLimitMs))
+        {
+            ::TerminateJobObject(job.Get(), 98);
+            throw std::runtime_error("a program does not end");
+        }
+    }
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(handle.Get(), &exitCode);
+    return exitCode;
+}
+
+/// What an installation may change.
+struct Machine
+{
+    RegistryTree machine = SnapshotRegistry(HKEY_LOCAL_MACHINE, L"Software");
+    RegistryTree user = SnapshotRegistry(HKEY_CURRENT_USER);
+
+    std::string Since(const Machine& before) const
+    {
+        return RegistryDifference(before.machine, machine) + RegistryDifference(before.user, user);
+    }
+};
+
+std::wstring Value(HKEY root, const wchar_t* key, const wchar_t* name)
+{
+    std::array<wchar_t, 1024> text{};
+    DWORD size = sizeof(text);
+    return ::RegGetValueW(root, key, name, RRF_RT_REG_SZ, nullptr, text.data(), &size) ==
+                   ERROR_SUCCESS
+               ? std::wstring(text.data())
+               : std::wstring();
+}
+
+std::wstring KnownFolder(int id)
+{
+    std::array<wchar_t, MAX_PATH> path{};
+    REQUIRE(::SHGetFolderPathW(nullptr, id, nullptr, 0, path.data()) == S_OK);
+    return path.data();
+}
+
+/// Where an installation goes by itself, how one asks for it, and the root of its entries.
+struct Scope
+{
+    const char* name;
+    const wchar_t* argument;
+    std::wstring folder;
+    HKEY root;
+    HKEY otherRoot;
+};
+
+Scope AllUsers()
+{
+    return {"all users", L" /AllUsers", KnownFolder(CSIDL_PROGRAM_FILES) + L"\\VeltHTTPClient",
+            HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
+}
+
+Scope CurrentUser()
+{
+    return {"the current user", L" /CurrentUser",
+            KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Programs\\VeltHTTPClient", HKEY_CURRENT_USER,
+            HKEY_LOCAL_MACHINE};
+}
+
+DWORD Install(const std::wstring& arguments)
+{
+    return RunToItsEnd(L"\"" VELT_SETUP L"\" /S" + arguments);
+}
+
+DWORD Uninstall(const std::wstring& folder)
+{
+    return RunToItsEnd(L"\"" + folder + L"\\Uninstall.exe\" /S");
+}
+
+/// The files below a folder, by their paths relative to it.
+std::set<std::wstring> FilesBelow(const std::filesystem::path& folder)
+{
+    std::set<std::wstring> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+    {
+        if (entry.is_regular_file())
+        {
+            files.insert(entry.path().lexically_relative(folder).wstring());
+        }
+    }
+    return files;
+}
+
+void CheckInstalled(const Scope& scope)
+{
+    const std::wstring library = scope.folder + L'\\' + kLibrary;
+    CHECK((Value(scope.root, kProductKey, L"InstallLocation") == scope.folder));
+    CHECK((Value(scope.root, kProductKey, L"QuietUninstallString") ==
+           L"\"" + scope.folder + L"\\Uninstall.exe\" /S"));
+    CHECK(Value(scope.otherRoot, kProductKey, L"InstallLocation").empty());
+    CHECK((Value(scope.root, kServerKey, nullptr) == library));
+    CHECK(Value(scope.otherRoot, kServerKey, nullptr).empty());
+
+    // The same files as the build's own, and no more than what goes with them.
+    const auto installed = FilesBelow(scope.folder);
+    for (const auto& file : FilesBelow(velt::test::ShippedFile(L"")))
+    {
+        INFO(velt::Utf8FromWide(file));
+        CHECK(installed.contains(file));
+    }
+    CHECK(installed.contains(L"Uninstall.exe"));
+    CHECK(installed.contains(L"README.md"));
+    CHECK(installed.contains(L"docs\\host-guide.md"));
+    CHECK(installed.contains(L"samples\\collection_host.cpp"));
+}
+
+/// The component as it is installed: by its ProgID where COM finds it, and loaded from the folder.
+void CheckWorks(const Scope& scope)
+{
+    const ComApartment apartment;
+    // By design registration does not make the collection creatable: its manifest does.
+    ACTCTXW description{};
+    description.cbSize = sizeof(description);
+    const std::wstring manifest = scope.folder + L"\\VeltHTTPClient12OEM.Assembly.manifest";
+    description.lpSource = manifest.c_str();
+    const HANDLE context = ::CreateActCtxW(&description);
+    REQUIRE(context != INVALID_HANDLE_VALUE);
+    ULONG_PTR cookie = 0;
+    REQUIRE(::ActivateActCtx(context, &cookie));
+    {
+        CLSID clsid{};
+        CHECK(::CLSIDFromProgID(L"VeltHTTPClient.EnumVariantCol12OEM", &clsid) == S_OK);
+        ComPtr<IEnumVariantCol> collection;
+        REQUIRE(::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_PPV_ARGS(&collection)) == S_OK);
+        LONG count = -1;
+        CHECK(collection->get_Count(&count) == S_OK);
+        CHECK(count == 0);
+        std::array<wchar_t, MAX_PATH> loaded{};
+        ::GetModuleFileNameW(::GetModuleHandleW(kLibrary), loaded.data(), MAX_PATH);
+        CHECK(::lstrcmpiW(loaded.data(), (scope.folder + L'\\' + kLibrary).c_str()) == 0);
+    }
+    ::DeactivateActCtx(0, cookie);
+    ::ReleaseActCtx(context);
+
+    // The type library is found by its registration.
+    ComPtr<ITypeLib> library;
+    CHECK(::LoadRegTypeLib(LIBID_ProviderLib, 1, 0, 0, &library) == S_OK);
+}
+} // namespace
+
+TEST_CASE("The installer: puts the component there, and the uninstaller leaves nothing",
+          "[installer]")
+{
+    const Scope scope = GENERATE(0, 1) == 0 ? AllUsers() : CurrentUser();
+    INFO(scope.name);
+    const Machine before;
+    REQUIRE(Install(scope.argument) == 0);
+    CheckInstalled(scope);
+    CheckWorks(scope);
+
+    SECTION("at once") {}
+    SECTION("after an upgrade in place")
+    {
+        // A file that only the earlier version had goes with it; somebody else's stays.
+        REQUIRE(Install(scope.argument) == 0);
+        CheckInstalled(scope);
+        CheckWorks(scope);
+    }
+    SECTION("after an upgrade of a damaged installation")
+    {
+        std::filesystem::remove(scope.folder + L'\\' + kLibrary);
+        std::ofstream(std::filesystem::path(scope.folder) / L"README.md") << "changed";
+        ::RegDeleteTreeW(scope.root, L"Software\\Classes\\VeltHTTPClient.EnumVariantCol12OEM");
+        REQUIRE(Install(scope.argument) == 0);
+        CheckInstalled(scope);
+        CheckWorks(scope);
+    }
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK_FALSE(std::filesystem::exists(scope.folder));
+    CHECK(Machine().Since(before) == "");
+}
+
+TEST_CASE("The installer: takes a folder of one's own, and moves to another one", "[installer]")
+{
+    const Machine before;
+    Scope scope = CurrentUser();
+    const std::wstring first = KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Velt \u00E4 first";
+    const std::wstring second = KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Velt second";
+    scope.folder = first;
+    REQUIRE(Install(scope.argument + (L" /D=" + first)) == 0);
+    CheckInstalled(scope);
+    CheckWorks(scope);
+
+    scope.folder = second;
+    REQUIRE(Install(scope.argument + (L" /D=" + second)) == 0);
+    CheckInstalled(scope);
+    CHECK_FALSE(std::filesystem::exists(first));
+
+    // Without a folder on the command line, the one in use is used again.
+    REQUIRE(Install(scope.argument) == 0);
+    CheckInstalled(scope);
+    CHECK(Uninstall(second) == 0);
+    CHECK_FALSE(std::filesystem::exists(second));
+    CHECK(Machine().Since(before) == "");
+}
+
+TEST_CASE("The uninstaller: leaves what others put there", "[installer]")
+{
+    const Machine before;
+    const Scope scope = AllUsers();
+    REQUIRE(Install(scope.argument) == 0);
+    const std::filesystem::path note =
+        std::filesystem::path(scope.folder) / L"samples" / L"mine.js";
+    std::ofstream(note) << "// somebody else's";
+    constexpr wchar_t kForeign[] =
+        L"Software\\Classes\\CLSID\\{E9F9957F-AE23-4BBC-A97D-9815EA6E4C83}\\Foreign";
+    REQUIRE(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kForeign, L"kept", REG_SZ, L"x", 4) ==
+            ERROR_SUCCESS);
+
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK((FilesBelow(scope.folder) == std::set<std::wstring>{L"samples\\mine.js"}));
+    CHECK((Value(HKEY_LOCAL_MACHINE, kForeign, L"kept") == L"x"));
+    CHECK(Value(HKEY_LOCAL_MACHINE, kServerKey, nullptr).empty());
+
+    std::filesystem::remove_all(scope.folder);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE,
+                     L"Software\\Classes\\CLSID\\{E9F9957F-AE23-4BBC-A97D-9815EA6E4C83}");
+    CHECK(Machine().Since(before) == "");
+}
+
+TEST_CASE("The uninstaller: leaves the registration of another copy", "[installer]")
+{
+    const Machine before;
+    const Scope scope = AllUsers();
+    REQUIRE(Install(scope.argument) == 0);
+    {
+        const velt::test::ComponentLibrary other; // the build's own
+        REQUIRE(other.RegisterServer() == S_OK);
+    }
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK_FALSE(std::filesystem::exists(scope.folder));
+    CHECK((Value(HKEY_LOCAL_MACHINE, kServerKey, nullptr) == velt::test::ShippedFile(kLibrary)));
+
+    // Installed over it and removed again, nothing is left of either.
+    REQUIRE(Install(scope.argument) == 0);
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK(Machine().Since(before) == "");
+}
+
+TEST_CASE("The installer: for all users and for one, beside each other", "[installer]")
+{
+    const Machine before;
+    const Scope all = AllUsers();
+    const Scope user = CurrentUser();
+    REQUIRE(Install(all.argument) == 0);
+    REQUIRE(Install(user.argument) == 0);
+    CHECK((Value(HKEY_LOCAL_MACHINE, kProductKey, L"InstallLocation") == all.folder));
+    CHECK((Value(HKEY_CURRENT_USER, kProductKey, L"InstallLocation") == user.folder));
+    CHECK((Value(HKEY_LOCAL_MACHINE, kServerKey, nullptr) == all.folder + L'\\' + kLibrary));
+    CHECK((Value(HKEY_CURRENT_USER, kServerKey, nullptr) == user.folder + L'\\' + kLibrary));
+    CHECK(Uninstall(user.folder) == 0);
+    CHECK((Value(HKEY_LOCAL_MACHINE, kServerKey, nullptr) == all.folder + L'\\' + kLibrary));
+    CHECK(Uninstall(all.folder) == 0);
+    CHECK(Machine().Since(before) == "");
+}
