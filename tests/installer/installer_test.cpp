@@ -1,6 +1,7 @@
 // The installer as an administrator's tool runs it: silently, for all users and for the current
 // one, over itself, and away again.
 
+#include "foundation/reg_key.h"
 #include "foundation/unique_handle.h"
 #include "foundation/wide_text.h"
 #include "tests/support/com_apartment.h"
@@ -42,6 +43,9 @@ constexpr wchar_t kServerKey[] =
 /// a copy of itself. Returns the program's own exit code.
 DWORD RunToItsEnd(std::wstring commandLine)
 {
+    // Where the first window of a session starts the desktop's own process, it is not to be one
+    // that the program started.
+    ::GetWindowThreadProcessId(::GetDesktopWindow(), nullptr);
     const UniqueKernelObject job(::CreateJobObjectW(nullptr, nullptr));
     const UniqueKernelObject port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
     JOBOBJECT_ASSOCIATE_COMPLETION_PORT association{job.Get(), port.Get()};
@@ -79,17 +83,65 @@ DWORD RunToItsEnd(std::wstring commandLine)
     return exitCode;
 }
 
+/// The machine's software keys, of Microsoft's those of Windows only: below the others there are
+/// some that are no keys but a way to read performance data.
+RegistryTree SnapshotSoftware()
+{
+    RegistryTree software;
+    const auto add = [&](const std::wstring& path) {
+        for (auto& [key, values] : SnapshotRegistry(HKEY_LOCAL_MACHINE, path))
+        {
+            software.emplace(path + L'\\' + key, std::move(values));
+        }
+    };
+    CRegKeyW parent;
+    REQUIRE(parent.Open(HKEY_LOCAL_MACHINE, L"Software", KEY_READ) == ERROR_SUCCESS);
+    std::array<wchar_t, 256> name{};
+    for (DWORD index = 0; ::RegEnumKeyW(parent.GetKey(), index, name.data(), 256) == ERROR_SUCCESS;
+         ++index)
+    {
+        if (::lstrcmpiW(name.data(), L"Microsoft") != 0)
+        {
+            add(std::wstring(L"Software\\") + name.data());
+        }
+    }
+    add(L"Software\\Microsoft\\Windows");
+    return software;
+}
+
+/// The user's keys, without those that Wine keeps for itself.
+RegistryTree SnapshotUser()
+{
+    RegistryTree user = SnapshotRegistry(HKEY_CURRENT_USER);
+    std::erase_if(user,
+                  [](const auto& entry) { return entry.first.starts_with(L"Software\\Wine\\"); });
+    return user;
+}
+
 /// What an installation may change.
 struct Machine
 {
-    RegistryTree machine = SnapshotRegistry(HKEY_LOCAL_MACHINE, L"Software");
-    RegistryTree user = SnapshotRegistry(HKEY_CURRENT_USER);
+    RegistryTree machine = SnapshotSoftware();
+    RegistryTree user = SnapshotUser();
 
     std::string Since(const Machine& before) const
     {
         return RegistryDifference(before.machine, machine) + RegistryDifference(before.user, user);
     }
 };
+
+/// The registry before an installation. A fresh user has no classes or programs of his own under
+/// Wine; on Windows every user has the keys for them.
+Machine Before()
+{
+    for (const wchar_t* path :
+         {L"Software\\Classes", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall"})
+    {
+        CRegKeyW key;
+        REQUIRE(key.Create(HKEY_CURRENT_USER, path) == ERROR_SUCCESS);
+    }
+    return {};
+}
 
 std::wstring Value(HKEY root, const wchar_t* key, const wchar_t* name)
 {
@@ -218,15 +270,14 @@ TEST_CASE("The installer: puts the component there, and the uninstaller leaves n
 {
     const Scope scope = GENERATE(0, 1) == 0 ? AllUsers() : CurrentUser();
     INFO(scope.name);
-    const Machine before;
+    const Machine before = Before();
     REQUIRE(Install(scope.argument) == 0);
     CheckInstalled(scope);
     CheckWorks(scope);
 
     SECTION("at once") {}
-    SECTION("after an upgrade in place")
+    SECTION("after the same version once more")
     {
-        // A file that only the earlier version had goes with it; somebody else's stays.
         REQUIRE(Install(scope.argument) == 0);
         CheckInstalled(scope);
         CheckWorks(scope);
@@ -245,9 +296,29 @@ TEST_CASE("The installer: puts the component there, and the uninstaller leaves n
     CHECK(Machine().Since(before) == "");
 }
 
+TEST_CASE("The installer: an upgrade in place takes the earlier version's files away",
+          "[installer]")
+{
+    const Scope scope = GENERATE(0, 1) == 0 ? AllUsers() : CurrentUser();
+    INFO(scope.name);
+    const Machine before = Before();
+    REQUIRE(RunToItsEnd(L"\"" VELT_EARLIER_SETUP L"\" /S" + std::wstring(scope.argument)) == 0);
+    CHECK((Value(scope.root, kProductKey, L"DisplayVersion") == L"11.9.0.0"));
+    const std::filesystem::path folder = scope.folder;
+    CHECK(std::filesystem::exists(folder / L"withdrawn" / L"withdrawn.txt"));
+
+    REQUIRE(Install(scope.argument) == 0);
+    CHECK((Value(scope.root, kProductKey, L"DisplayVersion") == VELT_VERSION));
+    CHECK_FALSE(std::filesystem::exists(folder / L"withdrawn"));
+    CheckInstalled(scope);
+    CheckWorks(scope);
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK(Machine().Since(before) == "");
+}
+
 TEST_CASE("The installer: takes a folder of one's own, and moves to another one", "[installer]")
 {
-    const Machine before;
+    const Machine before = Before();
     Scope scope = CurrentUser();
     const std::wstring first = KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Velt \u00E4 first";
     const std::wstring second = KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Velt second";
@@ -271,7 +342,7 @@ TEST_CASE("The installer: takes a folder of one's own, and moves to another one"
 
 TEST_CASE("The uninstaller: leaves what others put there", "[installer]")
 {
-    const Machine before;
+    const Machine before = Before();
     const Scope scope = AllUsers();
     REQUIRE(Install(scope.argument) == 0);
     const std::filesystem::path note =
@@ -295,7 +366,7 @@ TEST_CASE("The uninstaller: leaves what others put there", "[installer]")
 
 TEST_CASE("The uninstaller: leaves the registration of another copy", "[installer]")
 {
-    const Machine before;
+    const Machine before = Before();
     const Scope scope = AllUsers();
     REQUIRE(Install(scope.argument) == 0);
     {
@@ -314,7 +385,7 @@ TEST_CASE("The uninstaller: leaves the registration of another copy", "[installe
 
 TEST_CASE("The installer: for all users and for one, beside each other", "[installer]")
 {
-    const Machine before;
+    const Machine before = Before();
     const Scope all = AllUsers();
     const Scope user = CurrentUser();
     REQUIRE(Install(all.argument) == 0);

@@ -3,7 +3,8 @@
 #
 #   package_test.sh <source folder> <build folder> <work folder>
 #
-# The packages of the first time stay in the work folder, for the test that installs them.
+# The packages of the first time stay in the work folder, for the test that installs them; so does
+# one of an earlier version, in earlier/.
 set -euo pipefail
 source_dir=$1
 build=$2
@@ -35,6 +36,12 @@ touch "$second/left over"
     cp "$build/CMakeCache.txt" "$copy/"
     cp -R "$build/bin" "$copy/bin"
     "$make_package" "$copy" "$second"
+
+    # An earlier version, which had a file that is there no more.
+    sed -i -E 's/^(CMAKE_PROJECT_VERSION:STATIC)=.*/\1=11.9.0.0/' "$copy/CMakeCache.txt"
+    mkdir "$copy/bin/withdrawn"
+    echo 'not any more' >"$copy/bin/withdrawn/withdrawn.txt"
+    "$make_package" "$copy" "$work/earlier"
 ) >"$work/again.log" 2>&1
 cd "$work"
 for file in *.zip *.exe SHA256SUMS; do
