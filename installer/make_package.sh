@@ -32,7 +32,8 @@ cp -R "$build/bin/." "$stage/"
 cp "$root/README.md" "$stage/"
 cp "$root"/docs/*.md "$stage/docs/"
 cp -R "$root/samples/." "$stage/samples/"
-rm -f "$stage/samples/CMakeLists.txt" "$stage/samples/fetch_host.cpp"
+find "$stage/samples" -name CMakeLists.txt -delete
+rm -f "$stage/samples/fetch_host.cpp"
 
 find "$stage" -type d -exec chmod 755 {} +
 find "$stage" -type f -exec chmod 644 {} +
