@@ -1,8 +1,9 @@
-// docs/reference.md against the type library: the tables and headlines of the one are those that
-// the other makes, in its order, and there are no more.
+// Documents against what they describe: docs/reference.md against the type library, the table of
+// keys in docs/installer-guide.md against what registration writes.
 
 #include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
+#include "tests/support/component_registration.h"
 #include "tests/support/type_library_text.h"
 
 #include <comutil.h>
@@ -10,6 +11,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -116,27 +118,52 @@ Lines FromTypeLibrary()
     return lines;
 }
 
-/// The document's headlines of types and rows of tables.
-Lines FromDocument()
+/// The values that registration writes, as rows; a key without any has a row too.
+Lines FromRegistration()
 {
-    std::ifstream file(VELT_REFERENCE);
-    REQUIRE(file);
+    const std::wstring library = L"<folder>\\VeltHTTPClient12OEM.dll";
     Lines lines;
-    for (std::string line; std::getline(file, line);)
+    for (const auto& [path, values] : velt::test::Merge(
+             velt::test::ExpectedClassKeys(library), velt::test::ExpectedTypeLibraryKeys(library)))
     {
-        if (line.starts_with("## ") || line.starts_with("|"))
+        const std::string key = "| `" + velt::Utf8FromWide(path) + "` | ";
+        if (values.empty())
         {
-            lines.push_back(line);
+            lines.push_back(key + "| |");
+        }
+        for (const auto& [name, value] : values)
+        {
+            REQUIRE(value.type == REG_SZ);
+            const std::wstring text(reinterpret_cast<const wchar_t*>(value.data.data()),
+                                    value.data.size() / sizeof(wchar_t) - 1);
+            lines.push_back(key + (name.empty() ? "(default)" : velt::Utf8FromWide(name)) + " | `" +
+                            velt::Utf8FromWide(text) + "` |");
         }
     }
     return lines;
 }
-} // namespace
 
-TEST_CASE("The reference: says what the type library says, all of it and no more", "[server]")
+/// The lines of a document that start with one of some texts.
+Lines FromDocument(const char* name, std::initializer_list<std::string_view> starts)
 {
-    const Lines expected = FromTypeLibrary();
-    const Lines found = FromDocument();
+    std::ifstream file(std::string(VELT_DOCS_DIR "/") + name);
+    REQUIRE(file);
+    Lines lines;
+    for (std::string line; std::getline(file, line);)
+    {
+        for (const std::string_view start : starts)
+        {
+            if (line.starts_with(start))
+            {
+                lines.push_back(line);
+            }
+        }
+    }
+    return lines;
+}
+
+void CheckSame(const Lines& found, const Lines& expected)
+{
     if (found != expected)
     {
         std::puts("The document is to have these lines:");
@@ -147,4 +174,18 @@ TEST_CASE("The reference: says what the type library says, all of it and no more
     }
     CHECK(expected.size() > 30);
     CHECK((found == expected));
+}
+} // namespace
+
+TEST_CASE("The reference: says what the type library says, all of it and no more", "[server]")
+{
+    CheckSame(FromDocument("reference.md", {"## ", "|"}), FromTypeLibrary());
+}
+
+TEST_CASE("The installer guide: lists what registration writes, all of it and no more", "[server]")
+{
+    CheckSame(
+        FromDocument("installer-guide.md", {"| `AppID", "| `CLSID", "| `Interface", "| `TypeLib",
+                                            "| `VeltHTTPClient.", "| `VeltHTTPClientX."}),
+        FromRegistration());
 }
