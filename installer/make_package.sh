@@ -50,10 +50,14 @@ printf "$name/%s\n" "${files[@]}" | zip -q -X -9 -@ "$name.zip"
 list=$output/$name-files.nsh
 {
     echo '!macro InstallFiles'
+    current=
     for file in "${files[@]}"; do
         folder=$(dirname "/$file")
-        folder=${folder%/}
-        printf '    SetOutPath "$INSTDIR%s"\n' "${folder//\//\\}"
+        if [ "$folder" != "$current" ]; then
+            current=$folder
+            folder=${folder%/}
+            printf '    SetOutPath "$INSTDIR%s"\n' "${folder//\//\\}"
+        fi
         printf '    File "%s"\n' "$stage/$file"
     done
     echo '!macroend'

@@ -126,6 +126,10 @@ Section
     SetOutPath $INSTDIR
     WriteUninstaller "$INSTDIR\${UNINSTALLER}"
     ${If} ${Errors}
+        !insertmacro RemoveFiles
+        Delete "$INSTDIR\${UNINSTALLER}"
+        SetOutPath $TEMP
+        RMDir "$INSTDIR"
         Abort "The files could not be written."
     ${EndIf}
 
