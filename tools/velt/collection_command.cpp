@@ -82,7 +82,7 @@ ExitCode RunCollection(const CommandLine& line, CommandContext& context)
         value.Detach(); // by design, the collection has taken over what it owns
     }
     const long count = CountOf(*collection.Get());
-    results.Add("Count", static_cast<std::int64_t>(count));
+    results.Add("count", static_cast<std::int64_t>(count));
     ReportValue::Texts items;
     for (long i = 1; i <= count; ++i)
     {
@@ -91,16 +91,16 @@ ExitCode RunCollection(const CommandLine& line, CommandContext& context)
         Require(collection->get_Item(_variant_t(i), &item), L"Item");
         items.push_back(item.vt == VT_R8 ? "(a double)" : TextOf(item));
     }
-    results.Add("Item", ReportValue{items});
-    results.Add("_NewEnum", ReportValue{Enumerate(*collection.Get())});
+    results.Add("items", ReportValue{items});
+    results.Add("enumerated", ReportValue{Enumerate(*collection.Get())});
     if (count > 0)
     {
         Require(collection->Remove(_variant_t(1L)), L"Remove");
-        results.Add("Count after Remove(1)",
+        results.Add("countAfterRemove",
                     static_cast<std::int64_t>(CountOf(*collection.Get())));
     }
     Require(collection->Clear(), L"Clear");
-    results.Add("Count after Clear", static_cast<std::int64_t>(CountOf(*collection.Get())));
+    results.Add("countAfterClear", static_cast<std::int64_t>(CountOf(*collection.Get())));
     return ExitCode::done;
 }
 } // namespace velt::tool

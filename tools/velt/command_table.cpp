@@ -16,12 +16,12 @@ constexpr std::array<OptionRow, 1> kDomainOption = {{
 }};
 
 constexpr std::array<OptionRow, 2> kUpdateCheckOptions = {{
-    {"locale", "LCID", "locale of the product, such as 1033, which is the default"},
+    {"locale", "LCID", "locale of the product; 1033, English, by default"},
     {"offline", "", "only ask whether an update agent is installed"},
 }};
 
 constexpr std::array<OptionRow, 5> kUpdateStartOptions = {{
-    {"locale", "LCID", "locale of the product, such as 1033, which is the default"},
+    {"locale", "LCID", "locale of the product; 1033, English, by default"},
     {"description", "TEXT", "name of the product, shown by the agent"},
     {"background", "", "queue the work; it begins 30 seconds later"},
     {"wait", "", "wait until the work has ended"},

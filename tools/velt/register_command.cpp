@@ -45,7 +45,7 @@ ExitCode RunRegister(const CommandLine& line, CommandContext& context)
     const RegistrationScope scope = ScopeOf(line);
     const Redirection redirection(scope);
     Require(component.Register(), L"DllRegisterServer");
-    context.Results().Add("registered for the", NameOf(scope));
+    context.Results().Add("scope", NameOf(scope));
     context.Results().Add("library", Utf8FromWide(component.Path()));
     return ExitCode::done;
 }

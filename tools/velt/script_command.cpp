@@ -61,7 +61,7 @@ ExitCode RunScript(const CommandLine& line, CommandContext& context)
     context.SetAnswer({}); // the script has printed its own
     if (host.QuitCode())
     {
-        context.Results().Add("exit code", static_cast<std::int64_t>(*host.QuitCode()));
+        context.Results().Add("exitCode", static_cast<std::int64_t>(*host.QuitCode()));
         return static_cast<ExitCode>(*host.QuitCode());
     }
     Require(hr, L"the script");

@@ -28,12 +28,12 @@ ExitCode RunStatus(const CommandLine&, CommandContext& context)
     add("domain", ServiceHost::TextOf(L"the cookie domain", [&](BSTR* text) {
             return service->GetDomain(text);
         }));
-    add("service tag", ServiceHost::TextOf(L"the service tag", [&](BSTR* text) {
+    add("serviceTag", ServiceHost::TextOf(L"the service tag", [&](BSTR* text) {
             return service->GetServiceTag(text);
         }));
     const ComponentRegistry registry(service.Library());
-    add("registered for the machine", registry.LibraryOf(RegistrationScope::machine));
-    add("registered for the user", registry.LibraryOf(RegistrationScope::user));
+    add("registeredForMachine", registry.LibraryOf(RegistrationScope::machine));
+    add("registeredForUser", registry.LibraryOf(RegistrationScope::user));
     add("version", service.Library().Version());
     add("library", service.Library().Path());
     return ExitCode::done;
