@@ -13,7 +13,7 @@
 ;   /D=<folder>    where to; the last argument, never quoted
 ;
 ; Exit codes of the installer and the uninstaller: 0 done, 1 given up by the user, 2 not completed,
-; 3 the component could not be registered, 5 /AllUsers without the right to it.
+; 3 the component could not be registered or unregistered, 5 /AllUsers without the right to it.
 
 Unicode true
 SetCompressor /SOLID lzma
@@ -22,8 +22,10 @@ ManifestSupportedOS all
 
 !define PRODUCT "VeltHTTPClient12OEM"
 !define LIBRARY "VeltHTTPClient12OEM.dll"
+!define TOOL "velt.exe"
 !define UNINSTALLER "Uninstall.exe"
 !define PRODUCT_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
+!define NOTHING_TO_DO 1 ; the command-line program's answer when another copy, or none, is registered
 !define NOT_REGISTERED 3
 !define NOT_ALLOWED 5
 
@@ -41,7 +43,6 @@ ManifestSupportedOS all
 !include MUI2.nsh
 !include FileFunc.nsh
 !include LogicLib.nsh
-!include "${__FILEDIR__}/registration.nsh"
 !include "${VELT_FILES}"
 
 Name "VeltHTTPClient ${VELT_VERSION}"
@@ -100,6 +101,18 @@ FunctionEnd
     ${EndIf}
 !macroend
 
+; Has the command-line program register the component, or take its registration back: it knows what
+; the component writes, and leaves alone what another copy has registered. An administrator's
+; registration would be for the machine, unless the user is named. The exit code is left in $0.
+!macro RunTool COMMAND
+    StrCpy $1 ""
+    ${If} $MultiUser.InstallMode == CurrentUser
+        StrCpy $1 " --user"
+    ${EndIf}
+    nsExec::ExecToLog '"$INSTDIR\${TOOL}" ${COMMAND}$1'
+    Pop $0
+!macroend
+
 ; A version that is here already goes first, with its registration; so does one of the same scope in
 ; another folder.
 Function RemoveEarlierVersion
@@ -143,8 +156,8 @@ Section
     WriteRegDWORD SHCTX "${PRODUCT_KEY}" "NoModify" 1
     WriteRegDWORD SHCTX "${PRODUCT_KEY}" "NoRepair" 1
 
-    !insertmacro RegisterComponent "$INSTDIR\${LIBRARY}" $MultiUser.InstallMode
-    ${If} ${Errors}
+    !insertmacro RunTool register
+    ${If} $0 != 0
         ; What is there can be used without registration, and removed.
         MessageBox MB_OK|MB_ICONEXCLAMATION "The component could not be registered." /SD IDOK
         SetErrorLevel ${NOT_REGISTERED}
@@ -173,7 +186,12 @@ Function un.onInit
 FunctionEnd
 
 Section Uninstall
-    !insertmacro UnregisterComponent "$INSTDIR\${LIBRARY}" $MultiUser.InstallMode
+    !insertmacro RunTool unregister
+    ${If} $0 != 0
+    ${AndIf} $0 != ${NOTHING_TO_DO}
+        DetailPrint "The registration could not be removed."
+        SetErrorLevel ${NOT_REGISTERED}
+    ${EndIf}
     !insertmacro RemoveInUse "$INSTDIR\${LIBRARY}"
     !insertmacro RemoveFiles
     Delete "$INSTDIR\${UNINSTALLER}"

@@ -40,6 +40,8 @@ constexpr wchar_t kProductKey[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM";
 constexpr wchar_t kServerKey[] =
     L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32";
+constexpr wchar_t kTypeLibraryKey[] =
+    L"Software\\Classes\\TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\win32";
 
 /// Runs a program and waits until it and all that it started have ended: an uninstaller goes on in
 /// a copy of itself. Returns the program's own exit code.
@@ -111,12 +113,14 @@ RegistryTree SnapshotSoftware()
     return software;
 }
 
-/// The user's keys, without those that Wine keeps for itself.
+/// The user's keys, without those that Wine writes for itself: its own, and the looks of a console
+/// when the first one is made.
 RegistryTree SnapshotUser()
 {
     RegistryTree user = SnapshotRegistry(HKEY_CURRENT_USER);
-    std::erase_if(user,
-                  [](const auto& entry) { return entry.first.starts_with(L"Software\\Wine\\"); });
+    std::erase_if(user, [](const auto& entry) {
+        return entry.first.starts_with(L"Software\\Wine\\") || entry.first == L"Console";
+    });
     return user;
 }
 
@@ -261,9 +265,13 @@ void CheckWorks(const Scope& scope)
     ::DeactivateActCtx(0, cookie);
     ::ReleaseActCtx(context);
 
-    // The type library is found by its registration.
+    // The type library is found by its registration; a user's one only where the system looks for
+    // it among the user's classes, as Wine does not.
+    CHECK((Value(scope.root, kTypeLibraryKey, nullptr) == scope.folder + L'\\' + kLibrary));
+    CHECK(Value(scope.otherRoot, kTypeLibraryKey, nullptr).empty());
     ComPtr<ITypeLib> library;
-    CHECK(::LoadRegTypeLib(LIBID_ProviderLib, 1, 0, 0, &library) == S_OK);
+    const HRESULT hr = ::LoadRegTypeLib(LIBID_ProviderLib, 1, 0, 0, &library);
+    CHECK((hr == S_OK || (scope.root == HKEY_CURRENT_USER && hr == TYPE_E_LIBNOTREGISTERED)));
 }
 } // namespace
 
@@ -368,6 +376,24 @@ TEST_CASE("The installer: says that the component could not be registered", "[in
     CHECK_FALSE(std::filesystem::exists(scope.folder));
     CHECK(Machine().Since(before) == "");
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kRefused);
+}
+
+TEST_CASE("The uninstaller: removes the files also when it cannot take the registration back",
+          "[installer]")
+{
+    const Machine before = Before();
+    const Scope scope = AllUsers();
+    REQUIRE(Install(scope.argument) == 0);
+    std::filesystem::remove(scope.folder + L"\\velt.exe");
+    CHECK(Uninstall(scope.folder) ==
+          0); // the answer of the part that goes on in a copy is not seen
+    CHECK_FALSE(std::filesystem::exists(scope.folder));
+    CHECK((Value(HKEY_LOCAL_MACHINE, kServerKey, nullptr) == scope.folder + L'\\' + kLibrary));
+
+    // Installing once more mends it.
+    REQUIRE(Install(scope.argument) == 0);
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK(Machine().Since(before) == "");
 }
 
 TEST_CASE("The uninstaller: leaves what others put there", "[installer]")

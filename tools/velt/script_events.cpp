@@ -22,8 +22,7 @@ ComPtr<IUnknown> IdentityOf(IUnknown* object)
 ScriptEvents::ScriptEvents(const Component& component, ScriptHost& host) : m_host(host)
 {
     ComPtr<ITypeLib> library;
-    Require(::LoadTypeLibEx(component.Path().c_str(), REGKIND_NONE, &library),
-            L"the type library");
+    Require(::LoadTypeLibEx(component.Path().c_str(), REGKIND_NONE, &library), L"the type library");
     Require(library->GetTypeInfoOfGuid(DIID_IVeltHTTPServiceEvents, &m_events),
             L"the events' description");
 }
@@ -37,8 +36,8 @@ void ScriptEvents::Connect(IUnknown* source, const std::wstring& prefix)
             const std::wstring name = NameOf(event);
             if (!name.empty())
             {
-                m_host.CallFunction(prefix + name, {arguments.rgvarg,
-                                                    arguments.rgvarg + arguments.cArgs});
+                m_host.CallFunction(prefix + name,
+                                    {arguments.rgvarg, arguments.rgvarg + arguments.cArgs});
             }
         });
     m_connections.push_back({identity, std::make_unique<SinkConnection>(
