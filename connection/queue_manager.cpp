@@ -153,9 +153,8 @@ bool queue_manager::IsRunning()
     return m_running;
 }
 
-DWORD queue_manager::GetConnectionState()
+DWORD queue_manager::GetConnectionState() const noexcept
 {
-    const VeltMutexLock lock(&m_mutex);
     return m_lastStepResult;
 }
 

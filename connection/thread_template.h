@@ -113,6 +113,31 @@ public:
         m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
     }
 
+    /// Whether the calling thread is the worker.
+    bool IsWorker() const noexcept
+    {
+        return m_threadId == ::GetCurrentThreadId();
+    }
+
+    /// Asks the worker to end; whether it has done so within `waitMs` milliseconds, or was not
+    /// running. On the worker itself the answer is no, at once. stop is still due. For the owner's
+    /// thread, and the worker.
+    bool TryStop(DWORD waitMs)
+    {
+        SignalStop();
+        if (!IsThreadSet())
+        {
+            return true;
+        }
+        if (IsWorker() || !m_hWaitThreadEvent ||
+            ::WaitForSingleObject(m_hWaitThreadEvent.Get(), waitMs) != WAIT_OBJECT_0)
+        {
+            return false;
+        }
+        ::SetEvent(m_hWaitThreadEvent.Get()); // the wait has reset it; stop needs it too
+        return true;
+    }
+
 protected:
     enum class Signal
     {
