@@ -236,9 +236,34 @@ void CheckInstalled(const Scope& scope)
     CHECK(installed.contains(L"samples\\collection_host.cpp"));
 }
 
+/// A registered class, by its ProgID. In the multithreaded apartment, which its threading model
+/// asks for: so the library is gone when this returns, and its file can be deleted.
+void CheckServiceWorks(const Scope& scope)
+{
+    REQUIRE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    {
+        // Wine looks among the machine's classes only.
+        CLSID clsid{};
+        const HRESULT known = ::CLSIDFromProgID(L"VeltHTTPClient.VeltHTTPService12OEM", &clsid);
+        CHECK((known == S_OK || scope.root == HKEY_CURRENT_USER));
+        ComPtr<IVeltHTTPService> service;
+        const HRESULT made = ::CoCreateInstance(CLSID_CVeltHTTPService, nullptr,
+                                                CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&service));
+        CHECK((made == S_OK || (scope.root == HKEY_CURRENT_USER && made == REGDB_E_CLASSNOTREG)));
+        if (service)
+        {
+            VARIANT_BOOL connected = VARIANT_TRUE;
+            CHECK(service->get_IsConnected(&connected) == S_OK);
+            CHECK(connected == VARIANT_FALSE);
+        }
+    }
+    ::CoUninitialize();
+}
+
 /// The component as it is installed: by its ProgID where COM finds it, and loaded from the folder.
 void CheckWorks(const Scope& scope)
 {
+    CheckServiceWorks(scope);
     const ComApartment apartment;
     // By design registration does not make the collection creatable: its manifest does.
     ACTCTXW description{};
