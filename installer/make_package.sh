@@ -34,6 +34,13 @@ cp "$root"/docs/*.md "$stage/docs/"
 cp -R "$root/samples/." "$stage/samples/"
 find "$stage/samples" -name CMakeLists.txt -delete
 rm -f "$stage/samples/fetch_host.cpp"
+# The sample agent goes as a program: its sources need the project's.
+agent=$stage/samples/update_agent
+rm -rf "$agent"
+mkdir "$agent"
+cp "$root/samples/update_agent/update_agent.ini" "$agent/"
+SOURCE_DATE_EPOCH=946684800 i686-w64-mingw32-strip --strip-all -o "$agent/sample_agent.exe" \
+    "$build/samples/update_agent/sample_agent.exe"
 
 find "$stage" -type d -exec chmod 755 {} +
 find "$stage" -type f -exec chmod 644 {} +

@@ -35,6 +35,8 @@ touch "$second/left over"
     mkdir -p "$copy"
     cp "$build/CMakeCache.txt" "$copy/"
     cp -R "$build/bin" "$copy/bin"
+    mkdir -p "$copy/samples/update_agent"
+    cp "$build/samples/update_agent/sample_agent.exe" "$copy/samples/update_agent/"
     "$make_package" "$copy" "$second"
 
     # An earlier version, which had a file that is there no more.
@@ -60,7 +62,8 @@ inside=$(unzip -Z1 "$zip")
 expect "everything lies in one folder" "$name" "$(cut -d/ -f1 <<<"$inside" | sort -u)"
 expect "the names are sorted" "$inside" "$(LC_ALL=C sort <<<"$inside")"
 for file in $(cd "$build/bin" && find . -type f -printf '%P\n') README.md docs/host-guide.md \
-    docs/installer-guide.md samples/collection_host.cpp; do
+    docs/installer-guide.md samples/collection_host.cpp samples/eula/agreement.rtf \
+    samples/update_agent/sample_agent.exe; do
     expect "the zip has $file" 1 "$(grep -cxF "$name/$file" <<<"$inside")"
 done
 unzip -q "$zip" -d unpacked
