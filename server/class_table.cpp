@@ -1,7 +1,7 @@
 #include "server/class_table.h"
 
 #include "collection/enum_variant_col.h"
-#include "server/resource_ids.h"
+#include "server/registrar_replacements.h"
 #include "service/velt_http_service.h"
 #include "ui/velt_eula_dlg.h"
 
@@ -12,14 +12,18 @@ namespace velt
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
     {&CLSID_CVeltHTTPService,
      &CreateComObject<CVeltHTTPService>,
-     VELT_REGISTRY_VELT_HTTP_SERVICE,
-     L"Free",
+     kServiceScript.script,
+     kServiceScript.threadingModel,
      {}},
     {&CLSID_CEnumVariantCol,
      &CreateComObject<CEnumVariantCol>,
-     VELT_REGISTRY_ENUM_VARIANT_COL,
-     L"Apartment",
+     kCollectionScript.script,
+     kCollectionScript.threadingModel,
      {}},
-    {&CLSID_CVeltEulaDlg, &CreateComObject<CVeltEulaDlg>, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
+    {&CLSID_CVeltEulaDlg,
+     &CreateComObject<CVeltEulaDlg>,
+     kEulaScript.script,
+     kEulaScript.threadingModel,
+     {}},
 }};
 } // namespace velt
