@@ -2,13 +2,18 @@
 
 #include "collection/enum_variant_col.h"
 #include "server/registrar_replacements.h"
+#include "service/velt_http_service.h"
 
 #include <provider_lib.h>
 
 namespace velt
 {
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
-    {&CLSID_CVeltHTTPService, nullptr, kServiceScript.script, kServiceScript.threadingModel, {}},
+    {&CLSID_CVeltHTTPService,
+     &CreateComObject<CVeltHTTPService>,
+     kServiceScript.script,
+     kServiceScript.threadingModel,
+     {}},
     {&CLSID_CEnumVariantCol,
      &CreateComObject<CEnumVariantCol>,
      kCollectionScript.script,
