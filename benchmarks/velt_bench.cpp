@@ -104,9 +104,8 @@ void FetchDirectly(const std::string& url, const std::wstring& file)
         ::SwitchToThread();
     }
     Check(request->GetBody() && request->GetBody()->size() == kLargeBytes, "the body is wrong");
-    const velt::UniqueKernelObject out(::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr,
-                                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                                                     nullptr));
+    const velt::UniqueKernelObject out(::CreateFileW(
+        file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
     Check(::WriteFile(out.Get(), request->GetBody()->data(), kLargeBytes, &written, nullptr) &&
               written == kLargeBytes,
@@ -131,13 +130,13 @@ void BenchFetch(const std::wstring& velt, const std::string& site)
     ::GetTempPathW(MAX_PATH, folder);
     const std::wstring file = std::wstring(folder) + L"velt_bench_large";
     const std::string url = site + "/large";
-    const std::wstring commandLine = velt + L" fetch --output \"" + file + L"\" " +
-                                     std::wstring(url.begin(), url.end());
-    velt::bench::PrintRow("velt fetch of 64 MiB", "the queue called directly",
-                          MeasurePaired(
-                              9, 1, [&] { RunProgram(commandLine); },
-                              [&] { FetchDirectly(url, file); }),
-                          "<= 1.10");
+    const std::wstring commandLine =
+        velt + L" fetch --output \"" + file + L"\" " + std::wstring(url.begin(), url.end());
+    velt::bench::PrintRow(
+        "velt fetch of 64 MiB", "the queue called directly",
+        MeasurePaired(
+            9, 1, [&] { RunProgram(commandLine); }, [&] { FetchDirectly(url, file); }),
+        "<= 1.10");
     ::DeleteFileW(file.c_str());
 }
 } // namespace

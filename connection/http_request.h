@@ -144,7 +144,7 @@ private:
             Widen(request.GetVerb()).c_str(), Widen(request.GetObjectPath()).c_str(), L"", kContext,
             acceptType.empty() ? nullptr : acceptTypes.data(),
             Widen(request.GetHttpVersion()).c_str(), request.GetFlags());
-        if constexpr (requires(Request& r) { r.OnOpened(*m_file); })
+        if constexpr (requires(Request & r) { r.OnOpened(*m_file); })
         {
             request.OnOpened(*m_file);
         }
@@ -200,7 +200,7 @@ private:
         {
             read = m_file->Read(body.Reserve(kReadBytes), kReadBytes);
             body.Commit(read);
-            if constexpr (requires(Request& r) { r.OnProgress(body.Size()); })
+            if constexpr (requires(Request & r) { r.OnProgress(body.Size()); })
             {
                 request.OnProgress(body.Size());
             }

@@ -30,8 +30,7 @@ inline RegistrarReplacements CommonReplacements(const std::wstring& module)
 }
 
 /// Beside those, the text for %THREADINGMODEL%.
-inline void AddClassReplacements(RegistrarReplacements& replacements,
-                                 const wchar_t* threadingModel)
+inline void AddClassReplacements(RegistrarReplacements& replacements, const wchar_t* threadingModel)
 {
     replacements.insert_or_assign(L"THREADINGMODEL", threadingModel);
 }

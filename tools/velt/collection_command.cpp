@@ -29,8 +29,8 @@ _variant_t ValueOf(const std::wstring& text)
     {
         return converted;
     }
-    const bool number = text.find_first_not_of(L"-.0123456789") == text.npos &&
-                        text.find(L'.') != text.npos;
+    const bool number =
+        text.find_first_not_of(L"-.0123456789") == text.npos && text.find(L'.') != text.npos;
     if (number && SUCCEEDED(::VariantChangeTypeEx(&converted, &value, LOCALE_INVARIANT, 0, VT_R8)))
     {
         return converted;
@@ -96,8 +96,7 @@ ExitCode RunCollection(const CommandLine& line, CommandContext& context)
     if (count > 0)
     {
         Require(collection->Remove(_variant_t(1L)), L"Remove");
-        results.Add("countAfterRemove",
-                    static_cast<std::int64_t>(CountOf(*collection.Get())));
+        results.Add("countAfterRemove", static_cast<std::int64_t>(CountOf(*collection.Get())));
     }
     Require(collection->Clear(), L"Clear");
     results.Add("countAfterClear", static_cast<std::int64_t>(CountOf(*collection.Get())));

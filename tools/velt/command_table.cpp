@@ -57,17 +57,36 @@ constexpr std::array<OptionRow, 1> kUserOption = {{
 }};
 
 constexpr std::array<CommandRow, 16> kCommands = {{
-    {CommandId::status, "status", "", 0, 0, "what the component and the machine are like",
+    {CommandId::status,
+     "status",
+     "",
+     0,
+     0,
+     "what the component and the machine are like",
      "Prints whether the component's last update work found the machine online, the\n"
      "address of the redirect service, the cookie domain, the serial number of the\n"
      "machine, where the component is registered, and its version and file.\n",
-     {}, false},
-    {CommandId::cookieGet, "cookie get", "URL", 1, 1, "the cookies of a URL",
-     "Prints all cookies of the URL. Exit code 1 when it has none.\n", {}, false},
-    {CommandId::cookieSet, "cookie set", "URL NAME VALUE", 3, 3, "set a cookie of a URL",
+     {},
+     false},
+    {CommandId::cookieGet,
+     "cookie get",
+     "URL",
+     1,
+     1,
+     "the cookies of a URL",
+     "Prints all cookies of the URL. Exit code 1 when it has none.\n",
+     {},
+     false},
+    {CommandId::cookieSet,
+     "cookie set",
+     "URL NAME VALUE",
+     3,
+     3,
+     "set a cookie of a URL",
      "A value without \"; expires=...\" makes a cookie that ends with this process.\n"
      "Exit code 1 when the cookie was not kept.\n",
-     {}, false},
+     {},
+     false},
     {CommandId::safeGet, "safe get", "URL NAME", 2, 2, "a scrambled value of a URL",
      "Exit code 1 when there is none of that name. Scrambling hides a value from a\n"
      "casual reader; it is not encryption.\n",
@@ -90,11 +109,16 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      "Exit code 0 when the agreement was accepted, 1 when it was not. Both files are\n"
      "needed.\n",
      kEulaOptions, false},
-    {CommandId::collection, "collection", "VALUE...", 0, kAnyNumber,
+    {CommandId::collection,
+     "collection",
+     "VALUE...",
+     0,
+     kAnyNumber,
      "fill a collection and use every operation once",
      "Whole numbers, numbers with a point, true and false are added as such, other\n"
      "values as texts.\n",
-     {}, false},
+     {},
+     false},
     {CommandId::script, "script", "FILE [ARGUMENT...]", 1, kAnyNumber,
      "run a JScript or VBScript file",
      "The script creates the component's classes by their ProgIDs, registered or not.\n"
@@ -109,8 +133,15 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      "name when it is complete, and not before. Ctrl+C abandons what is under way.\n"
      "Exit code 1 when a server answered with another status than 200.\n",
      kFetchOptions, false},
-    {CommandId::proxy, "proxy", "", 0, 0, "the proxy that discovery finds, and from where",
-     "Exit code 1 when there is none.\n", {}, false},
+    {CommandId::proxy,
+     "proxy",
+     "",
+     0,
+     0,
+     "the proxy that discovery finds, and from where",
+     "Exit code 1 when there is none.\n",
+     {},
+     false},
     {CommandId::ping, "ping", "[TARGET]", 0, 1, "whether the machine is connected",
      "TARGET is a host to send an echo to, or an http or https URL to connect to;\n"
      "without one, the system's own answer counts. Exit code 1 when it is no.\n",
@@ -123,9 +154,15 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      "Removes the keys, values and type library that registration wrote, and nothing\n"
      "else. Exit code 1 when this copy of the component is not registered.\n",
      kUserOption, false},
-    {CommandId::traceOn, "trace on", "COMMAND...", 1, kAnyNumber,
+    {CommandId::traceOn,
+     "trace on",
+     "COMMAND...",
+     1,
+     kAnyNumber,
      "run another command with its trace shown",
-     "Trace lines go to standard error.\n", {}, true},
+     "Trace lines go to standard error.\n",
+     {},
+     true},
 }};
 } // namespace
 

@@ -6,8 +6,8 @@
 namespace velt::tool
 {
 /// Each carries out one command, or two that belong together, in the file that is named for it, and
-/// leaves the results in the context. They throw WrongUsage, CommandFailure and what the component's
-/// libraries throw.
+/// leaves the results in the context. They throw WrongUsage, CommandFailure and what the
+/// component's libraries throw.
 ExitCode RunStatus(const CommandLine& line, CommandContext& context);
 ExitCode RunCookie(const CommandLine& line, CommandContext& context);
 ExitCode RunSafe(const CommandLine& line, CommandContext& context);

@@ -17,8 +17,7 @@ constexpr wchar_t kFileName[] = L"VeltHTTPClient12OEM.dll";
 HMODULE Load(const std::wstring& path)
 {
     // What the library needs comes from its own folder or the system's, never from the current one.
-    const HMODULE module =
-        ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    const HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (!module)
     {
         throw LastFailure(path);

@@ -98,12 +98,14 @@ void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
     Require(::LoadTypeLibEx(m_component.Path().c_str(), REGKIND_NONE, &library),
             L"the type library");
     const TLIBATTR attributes = AttributesOf(*library.Get());
-    RegistryOperation file{RegistryOperation::Kind::setValue, RegistryRoot::classesRoot,
+    RegistryOperation file{RegistryOperation::Kind::setValue,
+                           RegistryRoot::classesRoot,
                            L"TypeLib\\" + GuidText(attributes.guid) + L"\\" +
                                std::to_wstring(attributes.wMajorVerNum) + L"." +
                                std::to_wstring(attributes.wMinorVerNum) + L"\\" +
                                std::to_wstring(attributes.lcid) + L"\\win32",
-                           {}, m_component.Path()};
+                           {},
+                           m_component.Path()};
     const auto present = ReadValue(file, scope);
     if (!present || present->type != REG_SZ || !IsOwn(TextOf(*present)))
     {
@@ -133,8 +135,7 @@ UserClassesScope::UserClassesScope()
     }
     if (error != ERROR_SUCCESS)
     {
-        throw CommandFailure{HRESULT_FROM_WIN32(static_cast<DWORD>(error)),
-                             L"the user's classes"};
+        throw CommandFailure{HRESULT_FROM_WIN32(static_cast<DWORD>(error)), L"the user's classes"};
     }
 }
 

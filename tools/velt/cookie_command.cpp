@@ -27,8 +27,8 @@ bool HoldsPair(std::wstring_view cookies, std::wstring_view pair)
 
 std::optional<std::wstring> Read(const ServiceHost& service, const _bstr_t& url)
 {
-    return ServiceHost::TextOf(
-        L"the cookies", [&](BSTR* text) { return service->ReadData(url, nullptr, text); });
+    return ServiceHost::TextOf(L"the cookies",
+                               [&](BSTR* text) { return service->ReadData(url, nullptr, text); });
 }
 } // namespace
 

@@ -10,8 +10,8 @@
 
 namespace velt::tool
 {
-/// A sink of one event interface that hands each event to a function, on the thread of the apartment
-/// that made it.
+/// A sink of one event interface that hands each event to a function, on the thread of the
+/// apartment that made it.
 class DispatchSink final : public IDispatch
 {
 public:

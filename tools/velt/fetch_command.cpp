@@ -35,8 +35,8 @@ url_options OptionsOf(const CommandLine& line)
 {
     url_options options;
     std::wstring data = line.Value("data");
-    options.data = data.starts_with(L"@") ? ReadWholeFile(FullPath(data.substr(1)))
-                                          : Utf8FromWide(data);
+    options.data =
+        data.starts_with(L"@") ? ReadWholeFile(FullPath(data.substr(1))) : Utf8FromWide(data);
     options.verb = Utf8FromWide(line.Value("verb", options.data.empty() ? L"GET" : L"POST"));
     options.proxy = Utf8FromWide(line.Value("proxy"));
     options.acceptType = Utf8FromWide(line.Value("accept"));
@@ -55,7 +55,8 @@ void CheckUsage(const CommandLine& line)
     }
     if (line.json && !line.Has("output") && !line.Has("folder"))
     {
-        throw WrongUsage{L"--json needs --output or --folder, because the bodies would mix with it"};
+        throw WrongUsage{
+            L"--json needs --output or --folder, because the bodies would mix with it"};
     }
 }
 
@@ -193,8 +194,8 @@ private:
 
     void Show(ProgressDisplay& display) const
     {
-        FetchProgress progress{CountDone(), m_fetches.size(), "done",
-                               ::GetTickCount64() - m_startMs, 0, {}};
+        FetchProgress progress{
+            CountDone(), m_fetches.size(), "done", ::GetTickCount64() - m_startMs, 0, {}};
         std::string name;
         for (const Fetch& fetch : m_fetches)
         {

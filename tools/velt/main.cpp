@@ -127,8 +127,8 @@ ExitCode RunTraced(const CommandLine& line, CommandContext& context)
 void SearchSystemFolderOnly() noexcept
 {
     using SetFunction = BOOL(WINAPI*)(DWORD flags);
-    const auto set = FindFunction<SetFunction>(::GetModuleHandleW(L"kernel32.dll"),
-                                               "SetDefaultDllDirectories");
+    const auto set =
+        FindFunction<SetFunction>(::GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories");
     if (set)
     {
         set(LOAD_LIBRARY_SEARCH_SYSTEM32);
@@ -140,8 +140,8 @@ int Main(std::span<wchar_t* const> arguments) noexcept
     SearchSystemFolderOnly();
     try
     {
-        return static_cast<int>(Run(std::vector<std::wstring>(arguments.begin(), arguments.end()),
-                                    false));
+        return static_cast<int>(
+            Run(std::vector<std::wstring>(arguments.begin(), arguments.end()), false));
     }
     catch (...)
     {

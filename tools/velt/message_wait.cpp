@@ -17,8 +17,8 @@ bool WaitWithMessages(const std::function<bool()>& condition, HANDLE event,
         }
         const DWORD leftMs = limitMs ? static_cast<DWORD>(*limitMs - passedMs) : INFINITE;
         const DWORD count = event ? 1 : 0;
-        const DWORD woken = ::MsgWaitForMultipleObjectsEx(count, &event, leftMs, QS_ALLINPUT,
-                                                          MWMO_INPUTAVAILABLE);
+        const DWORD woken =
+            ::MsgWaitForMultipleObjectsEx(count, &event, leftMs, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
         if (woken != WAIT_OBJECT_0 + count && woken != WAIT_TIMEOUT)
         {
             return condition(); // the event, or a failure

@@ -99,9 +99,9 @@ bool Echo(const ConnectionProbe& probe, const std::wstring& host, DWORD timeoutM
 
 ExitCode RunPing(const CommandLine& line, CommandContext& context)
 {
-    const auto timeoutMs =
-        line.Has("timeout") ? ParseNumber(line.Value("timeout"), 1, kLongestTimeoutMs)
-                            : std::optional(kDefaultTimeoutMs);
+    const auto timeoutMs = line.Has("timeout")
+                               ? ParseNumber(line.Value("timeout"), 1, kLongestTimeoutMs)
+                               : std::optional(kDefaultTimeoutMs);
     if (!timeoutMs)
     {
         throw WrongUsage{L"not a number of milliseconds: " + line.Value("timeout")};

@@ -15,9 +15,8 @@ ExitCode RunProxy(const CommandLine&, CommandContext& context)
         results.AddNothing("proxy");
         return ExitCode::no;
     }
-    const std::wstring from =
-        std::wstring(L"HKEY_CURRENT_USER\\") +
-        (proxy.GetText().empty() ? kInternetSettingsKey : kLegacyProxyKey);
+    const std::wstring from = std::wstring(L"HKEY_CURRENT_USER\\") +
+                              (proxy.GetText().empty() ? kInternetSettingsKey : kLegacyProxyKey);
     results.Add("proxy", Utf8FromWide(session));
     results.Add("host", Utf8FromWide(proxy.GetHost()));
     results.Add("port", Utf8FromWide(proxy.GetPort()));

@@ -24,8 +24,7 @@ ComPtr<IUnknown> IdentityOf(IUnknown* object)
 ScriptEvents::ScriptEvents(const Component& component, ScriptHost& host) : m_host(host)
 {
     ComPtr<ITypeLib> library;
-    Require(::LoadTypeLibEx(component.Path().c_str(), REGKIND_NONE, &library),
-            L"the type library");
+    Require(::LoadTypeLibEx(component.Path().c_str(), REGKIND_NONE, &library), L"the type library");
     Require(library->GetTypeInfoOfGuid(DIID_IVeltHTTPServiceEvents, &m_events),
             L"the events' description");
 }

@@ -15,7 +15,8 @@
 
 namespace velt::tool
 {
-/// Delivers the events of service objects to a script's functions. Everything throws CommandFailure.
+/// Delivers the events of service objects to a script's functions. Everything throws
+/// CommandFailure.
 class ScriptEvents
 {
 public:

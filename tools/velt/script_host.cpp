@@ -127,9 +127,8 @@ STDMETHODIMP ScriptHost::GetItemInfo(LPCOLESTR name, DWORD mask, IUnknown** item
     {
         *info = nullptr;
     }
-    const auto found =
-        std::find_if(m_objects.begin(), m_objects.end(),
-                     [&](const auto& object) { return object.first == name; });
+    const auto found = std::find_if(m_objects.begin(), m_objects.end(),
+                                    [&](const auto& object) { return object.first == name; });
     if (found == m_objects.end())
     {
         return TYPE_E_ELEMENTNOTFOUND;

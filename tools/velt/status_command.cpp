@@ -22,12 +22,10 @@ ExitCode RunStatus(const CommandLine&, CommandContext& context)
     VARIANT_BOOL connected = VARIANT_FALSE;
     Require(service->get_IsConnected(&connected), L"the connection state");
     results.Add("connected", connected == VARIANT_TRUE);
-    add("redirect", ServiceHost::TextOf(L"the redirect address", [&](BSTR* text) {
-            return service->get_Redirect(text);
-        }));
-    add("domain", ServiceHost::TextOf(L"the cookie domain", [&](BSTR* text) {
-            return service->GetDomain(text);
-        }));
+    add("redirect", ServiceHost::TextOf(L"the redirect address",
+                                        [&](BSTR* text) { return service->get_Redirect(text); }));
+    add("domain", ServiceHost::TextOf(L"the cookie domain",
+                                      [&](BSTR* text) { return service->GetDomain(text); }));
     add("serviceTag", ServiceHost::TextOf(L"the service tag", [&](BSTR* text) {
             return service->GetServiceTag(text);
         }));

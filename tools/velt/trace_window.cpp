@@ -20,9 +20,8 @@ TraceWindow::TraceWindow(const Console& console)
     : m_console(console),
       m_ready(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
-    m_thread.Reset(m_ready
-                       ? ::CreateThread(nullptr, 0, &TraceWindow::ThreadEntry, this, 0, nullptr)
-                       : nullptr);
+    m_thread.Reset(m_ready ? ::CreateThread(nullptr, 0, &TraceWindow::ThreadEntry, this, 0, nullptr)
+                           : nullptr);
     if (!m_thread)
     {
         throw LastFailure(L"the trace window");
@@ -55,9 +54,9 @@ void TraceWindow::RunThread() noexcept
     type.lpszClassName = kTraceViewerClass;
     ::RegisterClassW(&type);
     // Above other viewers, so that it is the one that is found.
-    m_window = ::CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kTraceViewerClass,
-                                 kTraceViewerClass, WS_POPUP, 0, 0, 0, 0, nullptr, nullptr,
-                                 type.hInstance, nullptr);
+    m_window =
+        ::CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kTraceViewerClass, kTraceViewerClass,
+                          WS_POPUP, 0, 0, 0, 0, nullptr, nullptr, type.hInstance, nullptr);
     if (m_window)
     {
         ::SetWindowLongPtrW(m_window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));

@@ -7,8 +7,8 @@
 
 namespace velt::tool
 {
-/// A window that traced libraries find when they are loaded, on a thread of its own, so that it takes
-/// lines while everything else waits; each line goes to a console. Throws CommandFailure.
+/// A window that traced libraries find when they are loaded, on a thread of its own, so that it
+/// takes lines while everything else waits; each line goes to a console. Throws CommandFailure.
 class TraceWindow
 {
 public:

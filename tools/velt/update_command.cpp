@@ -58,9 +58,9 @@ ExitCode Check(const CommandLine& line, CommandContext& context)
     const Product product = ProductOf(line);
     const ServiceHost service;
     VARIANT_BOOL available = VARIANT_FALSE;
-    Require(service->IsUpdateOrMessageAvailable(
-                product.guid, product.version, product.locale,
-                line.Has("offline") ? VARIANT_FALSE : VARIANT_TRUE, &available),
+    Require(service->IsUpdateOrMessageAvailable(product.guid, product.version, product.locale,
+                                                line.Has("offline") ? VARIANT_FALSE : VARIANT_TRUE,
+                                                &available),
             L"the question for updates");
     context.Results().Add("available", available == VARIANT_TRUE);
     return ExitCodeFor(available == VARIANT_TRUE);
@@ -72,12 +72,12 @@ class EventLog
 public:
     EventLog(const ServiceHost& service, const CommandContext& context)
         : m_context(context),
-          m_connection(service.Get(), DIID_IVeltHTTPServiceEvents,
-                       DispatchSink::Make(DIID_IVeltHTTPServiceEvents,
-                                          [this](DISPID event, const DISPPARAMS& arguments) {
-                                              OnEvent(event, arguments);
-                                          })
-                           .Get())
+          m_connection(
+              service.Get(), DIID_IVeltHTTPServiceEvents,
+              DispatchSink::Make(DIID_IVeltHTTPServiceEvents, [this](DISPID event,
+                                                                     const DISPPARAMS& arguments) {
+                  OnEvent(event, arguments);
+              }).Get())
     {
     }
 
@@ -97,7 +97,8 @@ private:
         std::string text = "event " + std::to_string(event);
         if (event == kDispidNotify && arguments.cArgs == 2)
         {
-            text = "self_upgrade " + Utf8FromWide(_bstr_t(_variant_t(arguments.rgvarg[0])).GetBSTR());
+            text =
+                "self_upgrade " + Utf8FromWide(_bstr_t(_variant_t(arguments.rgvarg[0])).GetBSTR());
         }
         m_context.Line(text);
         m_events.push_back(std::move(text));

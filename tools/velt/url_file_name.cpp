@@ -83,8 +83,8 @@ std::string FileNameFromUrl(std::string_view url)
     std::u16string units = Utf16FromUtf8(Unescape(LastPart(url)));
     for (char16_t& unit : units)
     {
-        const bool forbidden = unit < 0x80 && kForbidden.find(static_cast<char>(unit)) !=
-                                                  kForbidden.npos;
+        const bool forbidden =
+            unit < 0x80 && kForbidden.find(static_cast<char>(unit)) != kForbidden.npos;
         if (unit < 0x20 || unit == 0x7F || forbidden)
         {
             unit = u'_';

@@ -95,7 +95,8 @@ TEST_CASE("ParseCommandLine: the last of several equal options counts", "[tools]
 
 TEST_CASE("ParseCommandLine: the rest after a script or trace on is its own", "[tools]")
 {
-    const CommandLine script = Command({L"script", L"--engine", L"JScript", L"f", L"--engine", L"x"});
+    const CommandLine script =
+        Command({L"script", L"--engine", L"JScript", L"f", L"--engine", L"x"});
     CHECK(script.Value("engine") == L"JScript");
     CHECK(script.operands == Words{L"f", L"--engine", L"x"});
     CHECK(Command({L"trace", L"on", L"fetch", L"--help"}).operands == Words{L"fetch", L"--help"});
@@ -150,8 +151,8 @@ TEST_CASE("ParseNumber: decimal digits of the range only", "[tools]")
     CHECK(ParseNumber(L"1", 1, 10) == 1U);
     CHECK(ParseNumber(L"0010", 1, 10) == 10U);
     CHECK(ParseNumber(L"4294967295", 0, 0xFFFFFFFF) == 0xFFFFFFFFU);
-    for (const wchar_t* const text :
-         {L"", L"0", L"11", L"4294967296", L"99999999999999999999", L"-1", L"+1", L" 1", L"1x", L"0x1"})
+    for (const wchar_t* const text : {L"", L"0", L"11", L"4294967296", L"99999999999999999999",
+                                      L"-1", L"+1", L" 1", L"1x", L"0x1"})
     {
         CHECK_FALSE(ParseNumber(text, 1, 10).has_value());
     }

@@ -73,9 +73,9 @@ public:
         {
             throw std::runtime_error("no console");
         }
-        m_screen = ::CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                 nullptr);
+        m_screen =
+            ::CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
         ::SetHandleInformation(m_screen, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
     }
 
@@ -228,12 +228,11 @@ TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[to
 
 TEST_CASE("velt fetch: credentials are sent to a server that asks for them", "[tools]")
 {
-    ProgramResult result = RunVelt(
-        {L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"secret"});
+    ProgramResult result =
+        RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"secret"});
     CHECK(result.exitCode == 0);
     CHECK(result.output == "private text\n");
-    result =
-        RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"wrong"});
+    result = RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"wrong"});
     CHECK(result.exitCode == 1);
     CHECK(result.output.empty());
 }
@@ -275,8 +274,7 @@ TEST_CASE("velt fetch: verb, data and accepted type are the request's", "[tools]
 
 TEST_CASE("velt fetch: failures are told with their code, and the others go on", "[tools]")
 {
-    const ProgramResult result =
-        RunVelt({L"fetch", L"http://127.0.0.1:1/", Url(L"/plain.txt")});
+    const ProgramResult result = RunVelt({L"fetch", L"http://127.0.0.1:1/", Url(L"/plain.txt")});
     CHECK(result.exitCode == 3);
     CHECK(result.output == "plain text\n");
     CHECK(Contains(result.messages, "http://127.0.0.1:1/: the exchange: "));
@@ -288,8 +286,8 @@ TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
     const TempFolder folder(L"denied");
     SECTION("no folder")
     {
-        const ProgramResult result = RunVelt(
-            {L"fetch", Url(L"/plain.txt"), L"--output", folder.File(L"nowhere\\x.txt")});
+        const ProgramResult result =
+            RunVelt({L"fetch", Url(L"/plain.txt"), L"--output", folder.File(L"nowhere\\x.txt")});
         CHECK(result.exitCode == 3);
         CHECK(Contains(result.messages, "(0x80070003)"));
     }
@@ -344,7 +342,8 @@ TEST_CASE("velt fetch: Ctrl+C leaves no file under the final name", "[tools]")
                    {L"fetch", L"--folder", folder.Path(), Url(L"/slow"), Url(L"/plain.txt")});
     REQUIRE(Eventually([&] {
         const std::wstring shown = console.Text();
-        return shown.starts_with(L"[0/2] 0:0") && shown.find(L" KiB  receiving  http://") != shown.npos;
+        return shown.starts_with(L"[0/2] 0:0") &&
+               shown.find(L" KiB  receiving  http://") != shown.npos;
     }));
     console.PressControlC();
     CHECK(run.Wait() == 3);

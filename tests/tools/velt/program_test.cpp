@@ -87,10 +87,19 @@ TEST_CASE("velt: help goes to standard output and is done", "[tools]")
 TEST_CASE("velt: wrong usage is a message and code 2", "[tools]")
 {
     for (const std::vector<std::wstring>& arguments : std::vector<std::vector<std::wstring>>{
-             {}, {L"nonsense"}, {L"status", L"x"}, {L"fetch"}, {L"fetch", L"u", L"--nope"},
-             {L"eula", L"show"}, {L"ping", L"x", L"--timeout", L"0"}, {L"ping", L"ftp://host/"},
-             {L"update", L"check", L"no-guid", L"1"}, {L"update", L"start", L"{x}"},
-             {L"script", L"file.txt"}, {L"fetch", L"no-url"}, {L"fetch", L"u", L"--json"},
+             {},
+             {L"nonsense"},
+             {L"status", L"x"},
+             {L"fetch"},
+             {L"fetch", L"u", L"--nope"},
+             {L"eula", L"show"},
+             {L"ping", L"x", L"--timeout", L"0"},
+             {L"ping", L"ftp://host/"},
+             {L"update", L"check", L"no-guid", L"1"},
+             {L"update", L"start", L"{x}"},
+             {L"script", L"file.txt"},
+             {L"fetch", L"no-url"},
+             {L"fetch", L"u", L"--json"},
              {L"fetch", L"--output", L"x", L"--folder", L"y", L"http://h/"},
              {L"fetch", L"--output", L"x", L"http://h/", L"http://h/"}})
     {
@@ -111,7 +120,8 @@ TEST_CASE("velt: says its version", "[tools]")
 
 TEST_CASE("velt collection: uses every operation once", "[tools]")
 {
-    const ProgramResult result = RunVelt({L"collection", L"7", L"-2.5", L"true", L"\x00E4 \"q\"", L""});
+    const ProgramResult result =
+        RunVelt({L"collection", L"7", L"-2.5", L"true", L"\x00E4 \"q\"", L""});
     CHECK(result.exitCode == 0);
     CHECK(result.messages.empty());
     CHECK(Contains(result.output, "count: 5\n"));
@@ -158,9 +168,9 @@ TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]"
 
 TEST_CASE("velt: a disk that is full is a failure", "[tools]")
 {
-    const velt::UniqueKernelObject full(
-        ::CreateFileW(L"Z:\\dev\\full", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                      OPEN_EXISTING, 0, nullptr));
+    const velt::UniqueKernelObject full(::CreateFileW(L"Z:\\dev\\full", GENERIC_WRITE,
+                                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                      OPEN_EXISTING, 0, nullptr));
     REQUIRE(full.Get() != INVALID_HANDLE_VALUE);
     ::SetHandleInformation(full.Get(), HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
     for (const wchar_t* const command : {L"--help", L"collection"})
@@ -210,7 +220,8 @@ TEST_CASE("velt ping: echoes, and says no in time", "[tools]")
     // Of a range that is not given to hosts.
     result = RunVelt({L"ping", L"240.0.0.1", L"--timeout", L"100", L"--json"});
     CHECK(result.exitCode == 1);
-    CHECK(result.output == "{\"host\":\"240.0.0.1\",\"address\":\"240.0.0.1\",\"answered\":false}\n");
+    CHECK(result.output ==
+          "{\"host\":\"240.0.0.1\",\"address\":\"240.0.0.1\",\"answered\":false}\n");
     result = RunVelt({L"ping", L"no.such.host.invalid"});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "no.such.host.invalid: "));

@@ -39,7 +39,10 @@ TEST_CASE("FormatProgressLine: phase, time, bytes and name, cut to the width", "
 TEST_CASE("FormatProgressLine: is one line of whole characters", "[tools]")
 {
     const std::string start = "[0/1] 0:00  0 B  x  ";
-    CHECK(FormatProgressLine({0, 1, "x", 0, 0, "a\r\n\x1B" "b"}, 80) == start + "a   b");
+    CHECK(FormatProgressLine({0, 1, "x", 0, 0,
+                              "a\r\n\x1B"
+                              "b"},
+                             80) == start + "a   b");
     // U+1F600 has two units, of which only one would fit.
     const FetchProgress wide{0, 1, "x", 0, 0, "\xF0\x9F\x98\x80"};
     CHECK(FormatProgressLine(wide, start.size() + 2) == start + "\xF0\x9F\x98\x80");

@@ -35,8 +35,9 @@ TEST_CASE("Report: each kind of value in both forms", "[tools]")
     report.AddNothing("nothing");
     report.Add("texts", ReportValue{ReportValue::Texts{"x", "y"}});
     report.Add("parts", ReportValue{ReportValue::Parts{part, Report()}});
-    CHECK(report.Json() == R"({"yes":true,"no":false,"number":-9007199254740993,"text":"a b",)"
-                           R"("nothing":null,"texts":["x","y"],"parts":[{"url":"u","file":null},{}]})");
+    CHECK(report.Json() ==
+          R"({"yes":true,"no":false,"number":-9007199254740993,"text":"a b",)"
+          R"("nothing":null,"texts":["x","y"],"parts":[{"url":"u","file":null},{}]})");
     CHECK(report.Text() == "yes: yes\nno: no\nnumber: -9007199254740993\ntext: a b\n"
                            "nothing: none\ntexts:\n  x\n  y\nparts:\n  url: u\n  file: none\n"
                            "parts:\n");

@@ -24,11 +24,11 @@ ProgramResult RunScript(const wchar_t* name, const std::string& text,
 
 TEST_CASE("velt script: runs JScript and VBScript with their arguments", "[tools]")
 {
-    ProgramResult result =
-        RunScript(L"a.js",
-                  "var a = WScript.Arguments;"
-                  "WScript.Echo(a.length, a(0), a.Item(1), WScript.Arguments(2), WScript.ScriptName);",
-                  {L"one", L"--two", L"\x00E4"});
+    ProgramResult result = RunScript(
+        L"a.js",
+        "var a = WScript.Arguments;"
+        "WScript.Echo(a.length, a(0), a.Item(1), WScript.Arguments(2), WScript.ScriptName);",
+        {L"one", L"--two", L"\x00E4"});
     CHECK(result.messages.empty());
     CHECK(result.exitCode == 0);
     CHECK(result.output == "3 one --two \xC3\xA4 a.js\n");
@@ -92,9 +92,8 @@ TEST_CASE("velt script: a failure is told with its place", "[tools]")
 
 TEST_CASE("velt script: a script can handle its failures", "[tools]")
 {
-    const ProgramResult result =
-        RunScript(L"h.js", "try { WScript.CreateObject('No.Such.Class'); }"
-                           "catch (e) { WScript.Echo('caught'); }");
+    const ProgramResult result = RunScript(L"h.js", "try { WScript.CreateObject('No.Such.Class'); }"
+                                                    "catch (e) { WScript.Echo('caught'); }");
     CHECK(result.exitCode == 0);
     CHECK(result.output == "caught\n");
 }

@@ -11,7 +11,8 @@ TEST_CASE("DecodeScript: UTF-8 with and without a mark", "[tools]")
 {
     CHECK(DecodeScript("").empty());
     CHECK(DecodeScript("a\xC3\xA4") == u"a\u00E4");
-    CHECK(DecodeScript("\xEF\xBB\xBF" "a") == u"a");
+    CHECK(DecodeScript("\xEF\xBB\xBF"
+                       "a") == u"a");
     CHECK(DecodeScript("\xEF\xBB") == u"\uFFFD\uFFFD");
 }
 

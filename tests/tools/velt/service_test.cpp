@@ -15,8 +15,8 @@ using namespace velt::test;
 namespace
 {
 const std::wstring kProduct = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
-const std::string kOneUpdate =
-    "[agent]\r\nconnected=1\r\n[updates]\r\n{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}=1\r\n";
+const std::string kOneUpdate = "[agent]\r\nconnected=1\r\nwanted=1\r\n[updates]\r\n{AC0EE5B0-A8FB-"
+                               "4D0A-AF03-2EDC518F841B}=1\r\n";
 const std::string kNoUpdate = "[agent]\r\nconnected=1\r\n";
 const std::string kEvent = "self_upgrade {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n";
 
@@ -67,8 +67,8 @@ TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
     ProgramResult result = RunVelt({L"cookie", L"get", url});
     CHECK(result.exitCode == 1);
     CHECK(result.output.empty());
-    result = RunVelt(
-        {L"cookie", L"set", url, L"name", L"value; expires=Fri, 31-Dec-2038 00:00:00 GMT"});
+    result =
+        RunVelt({L"cookie", L"set", url, L"name", L"value; expires=Fri, 31-Dec-2038 00:00:00 GMT"});
     CHECK(result.exitCode == 0);
     CHECK(result.output.empty());
     result = RunVelt({L"cookie", L"get", url});
@@ -102,8 +102,9 @@ TEST_CASE("velt safe: values of any text survive, with and without a domain", "[
     const std::wstring host = L"http://host.domain.velt.example/";
     CHECK(RunVelt({L"safe", L"set", host, L"n", L"v", L"--domain", L"domain.velt.example"})
               .exitCode == 0);
-    CHECK(RunVelt({L"safe", L"get", L"http://other.domain.velt.example/", L"n", L"--json"}).output ==
-          "{\"url\":\"http://other.domain.velt.example/\",\"name\":\"n\",\"value\":\"v\"}\n");
+    CHECK(
+        RunVelt({L"safe", L"get", L"http://other.domain.velt.example/", L"n", L"--json"}).output ==
+        "{\"url\":\"http://other.domain.velt.example/\",\"name\":\"n\",\"value\":\"v\"}\n");
 }
 
 TEST_CASE("velt safe: a wrong URL keeps nothing, and says so", "[tools]")
@@ -158,7 +159,7 @@ TEST_CASE("velt update start: queued work is done while it waits", "[tools]")
     const ProgramResult result = queued.Wait(60'000);
     CHECK(result.exitCode == 0);
     CHECK(result.output == kEvent);
-    CHECK(HasCall(agent, "StartBackgroundUpdate"));
+    CHECK(HasCall(agent, "StartBackgroundUpdate "));
 }
 
 TEST_CASE("velt script: the service's events reach the script's functions", "[tools]")
@@ -180,10 +181,11 @@ TEST_CASE("velt script: the service's events reach the script's functions", "[to
     CHECK(result.output == "on 0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n"
                            "t 0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\nend\n");
     result = RunScript(
-        L"e.vbs", "Set s = CreateObject(\"VeltHTTPClient.VeltHTTPService12OEM\")\r\n"
-                  "WScript.ConnectObject s, \"s_\"\r\n"
-                  "Sub s_Notify(e, text)\r\nWScript.Echo e, text\r\nEnd Sub\r\n"
-                  "s.InvokeUpdate \"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\", \"3.0\", 1033, \"\"\r\n");
+        L"e.vbs",
+        "Set s = CreateObject(\"VeltHTTPClient.VeltHTTPService12OEM\")\r\n"
+        "WScript.ConnectObject s, \"s_\"\r\n"
+        "Sub s_Notify(e, text)\r\nWScript.Echo e, text\r\nEnd Sub\r\n"
+        "s.InvokeUpdate \"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\", \"3.0\", 1033, \"\"\r\n");
     CHECK(result.exitCode == 0);
     CHECK(result.messages.empty());
     CHECK(result.output == "0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n");
