@@ -3,6 +3,7 @@
 #include "collection/enum_variant_col.h"
 #include "server/registrar_replacements.h"
 #include "service/velt_http_service.h"
+#include "ui/velt_eula_dlg.h"
 
 #include <provider_lib.h>
 
@@ -19,6 +20,10 @@ constinit const std::array<ClassRow, kClassCount> kClassTable = {{
      kCollectionScript.script,
      kCollectionScript.threadingModel,
      {}},
-    {&CLSID_CVeltEulaDlg, nullptr, kEulaScript.script, kEulaScript.threadingModel, {}},
+    {&CLSID_CVeltEulaDlg,
+     &CreateComObject<CVeltEulaDlg>,
+     kEulaScript.script,
+     kEulaScript.threadingModel,
+     {}},
 }};
 } // namespace velt

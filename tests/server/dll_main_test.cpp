@@ -36,7 +36,7 @@ struct KnownClass
 const std::array<KnownClass, 3> kClasses = {{
     {&CLSID_CVeltHTTPService, true},
     {&CLSID_CEnumVariantCol, true},
-    {&CLSID_CVeltEulaDlg, false},
+    {&CLSID_CVeltEulaDlg, true},
 }};
 } // namespace
 
