@@ -159,6 +159,10 @@ TEST_CASE("velt update start: queued work is done while it waits", "[tools]")
     const ProgramResult result = queued.Wait(60'000);
     CHECK(result.exitCode == 0);
     CHECK(result.output == kEvent);
+    for (const std::string& call : agent.Calls())
+    {
+        UNSCOPED_INFO(call);
+    }
     CHECK(HasCall(agent, "StartBackgroundUpdate "));
 }
 
