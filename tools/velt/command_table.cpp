@@ -100,10 +100,10 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      kUpdateCheckOptions, false},
     {CommandId::updateStart, "update start", "[GUID VERSION]", 0, 2,
      "have the update agent look after a product",
-     "GUID is the product's installer GUID in braces; without one, the component asks\n"
-     "for its own updates, which it does in the background only. Events are printed as\n"
-     "they arrive. Queued work ends with this process, so --background goes with\n"
-     "--wait. Exit code 1 when the work has not ended in time.\n",
+     "GUID is the product's installer GUID in braces; without one, the component\n"
+     "asks for its own updates, which it does in the background only. Events are\n"
+     "printed as they arrive. Queued work ends with this process, so --background\n"
+     "goes with --wait. Exit code 1 when the work has not ended in time.\n",
      kUpdateStartOptions, false},
     {CommandId::eulaShow, "eula show", "", 0, 0, "show a licence agreement and ask for consent",
      "Exit code 0 when the agreement was accepted, 1 when it was not. Both files are\n"
@@ -122,11 +122,11 @@ constexpr std::array<CommandRow, 16> kCommands = {{
     {CommandId::script, "script", "FILE [ARGUMENT...]", 1, kAnyNumber,
      "run a JScript or VBScript file",
      "The script creates the component's classes by their ProgIDs, registered or not.\n"
-     "WScript is there with Arguments, ConnectObject, CreateObject, DisconnectObject,\n"
-     "Echo, Quit, ScriptFullName, ScriptName and Sleep. ConnectObject(service, prefix)\n"
-     "delivers events to functions such as prefix_Notify, while the script sleeps.\n"
-     "The exit code is that of Quit; 3 when the script fails. Options stand before\n"
-     "FILE.\n",
+     "WScript is there with Arguments, ConnectObject, CreateObject, Echo, Quit,\n"
+     "DisconnectObject, ScriptFullName, ScriptName and Sleep. While the script\n"
+     "sleeps, ConnectObject(service, \"on_\") delivers events to functions such as\n"
+     "on_Notify. The exit code is that of Quit; 3 when the script fails. Options\n"
+     "stand before FILE.\n",
      kScriptOptions, true},
     {CommandId::fetch, "fetch", "URL...", 1, kAnyNumber, "fetch URLs through the request queue",
      "Without a file or a folder the bodies go to standard output. A file gets its\n"

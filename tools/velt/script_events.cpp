@@ -4,6 +4,8 @@
 
 #include <oleauto.h>
 
+#include <span>
+
 using Microsoft::WRL::ComPtr;
 
 namespace velt::tool
@@ -36,8 +38,9 @@ void ScriptEvents::Connect(IUnknown* source, const std::wstring& prefix)
             const std::wstring name = NameOf(event);
             if (!name.empty())
             {
+                const std::span<VARIANT> values(arguments.rgvarg, arguments.cArgs);
                 m_host.CallFunction(prefix + name,
-                                    {arguments.rgvarg, arguments.rgvarg + arguments.cArgs});
+                                    std::vector<_variant_t>(values.begin(), values.end()));
             }
         });
     m_connections.push_back({identity, std::make_unique<SinkConnection>(

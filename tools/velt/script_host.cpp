@@ -60,7 +60,7 @@ HRESULT ScriptHost::Run(const std::wstring& script)
 {
     Require(m_engine->SetScriptState(SCRIPTSTATE_STARTED), L"the engine's start");
     ExceptionTexts exception;
-    const HRESULT hr = m_parser->ParseScriptText(script.c_str(), nullptr, nullptr, nullptr, 0, 1,
+    const HRESULT hr = m_parser->ParseScriptText(script.c_str(), nullptr, nullptr, nullptr, 0, 0,
                                                  SCRIPTTEXT_ISVISIBLE, nullptr, &exception);
     return m_error == S_OK && !m_exitCode ? hr : m_error;
 }

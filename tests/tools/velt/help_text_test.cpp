@@ -51,6 +51,7 @@ TEST_CASE("HelpText: fits a terminal of 80 columns", "[tools]")
     std::istringstream lines(all);
     for (std::string line; std::getline(lines, line);)
     {
+        INFO(line);
         CHECK(line.size() < 80);
         CHECK((line.empty() || line.back() != ' '));
     }

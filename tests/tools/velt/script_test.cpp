@@ -73,6 +73,7 @@ TEST_CASE("velt script: a failure is told with its place", "[tools]")
 {
     ProgramResult result = RunScript(L"e.js", "var a = 1;\nnope();\n");
     CHECK(result.exitCode == 3);
+    INFO(result.messages);
     CHECK(result.messages.find("e.js(2, ") != std::string::npos);
     result = RunScript(L"e.js", "function (");
     CHECK(result.exitCode == 3);
