@@ -78,7 +78,18 @@ SampleAgentServer::~SampleAgentServer()
 
 void SampleAgentServer::Configure(const std::string& settings) const
 {
-    m_folder.Write(L"update_agent.ini", settings);
+    const auto isWritten = [&] {
+        try
+        {
+            m_folder.Write(L"update_agent.ini", settings);
+            return true;
+        }
+        catch (const std::runtime_error&)
+        {
+            return false; // the agent is reading it
+        }
+    };
+    WaitUntil(isWritten, "the sample agent cannot be configured");
 }
 
 std::vector<std::string> SampleAgentServer::Calls() const
