@@ -4,16 +4,6 @@ namespace velt
 {
 namespace
 {
-constexpr wchar_t kProperty[] = L"VeltAgreementView";
-
-/// Answers with the procedure that the window had.
-WNDPROC SetProcedure(HWND view, WNDPROC procedure) noexcept
-{
-    const LONG_PTR old =
-        ::SetWindowLongPtrW(view, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
-    return reinterpret_cast<WNDPROC>(old); // NOLINT(performance-no-int-to-ptr): so it is given
-}
-
 /// What the control wants to see of the keyboard, less what would keep the reader in it.
 LRESULT DialogCode(LRESULT code, const MSG* key) noexcept
 {
@@ -28,33 +18,25 @@ LRESULT DialogCode(LRESULT code, const MSG* key) noexcept
 
 void AgreementView::Attach(HWND view, HWND label) noexcept
 {
-    if (!view || m_original || !::SetPropW(view, kProperty, this))
-    {
-        return;
-    }
-    m_original = SetProcedure(view, &AgreementView::Procedure);
-    if (label)
+    const bool taken = m_subclass.Attach(view, &AgreementView::HandleMessage, this);
+    if (taken && label)
     {
         ::SetWindowPos(label, ::GetWindow(view, GW_HWNDPREV), 0, 0, 0, 0,
                        SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_NOREDRAW);
     }
 }
 
-LRESULT CALLBACK AgreementView::Procedure(HWND view, UINT message, WPARAM wParam,
-                                          LPARAM lParam) noexcept
+LRESULT AgreementView::HandleMessage(void* view, UINT message, WPARAM wParam,
+                                     LPARAM lParam) noexcept
 {
-    const auto* const self = static_cast<const AgreementView*>(::GetPropW(view, kProperty));
-    if (!self)
-    {
-        return ::DefWindowProcW(view, message, wParam, lParam);
-    }
-    const WNDPROC original = self->m_original;
+    WindowSubclass& subclass = static_cast<AgreementView*>(view)->m_subclass;
+    const HWND window = subclass.Window();
+    const WNDPROC original = subclass.Original();
     if (message == WM_NCDESTROY)
     {
-        SetProcedure(view, original);
-        ::RemovePropW(view, kProperty);
+        subclass.Detach();
     }
-    const LRESULT result = ::CallWindowProcW(original, view, message, wParam, lParam);
+    const LRESULT result = ::CallWindowProcW(original, window, message, wParam, lParam);
     if (message != WM_GETDLGCODE)
     {
         return result;

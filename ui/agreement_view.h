@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/window_subclass.h"
+
 #include <windows.h>
 
 namespace velt
@@ -20,9 +22,8 @@ public:
     void Attach(HWND view, HWND label) noexcept;
 
 private:
-    static LRESULT CALLBACK Procedure(HWND view, UINT message, WPARAM wParam,
-                                      LPARAM lParam) noexcept;
+    static LRESULT HandleMessage(void* view, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
 
-    WNDPROC m_original = nullptr;
+    WindowSubclass m_subclass;
 };
 } // namespace velt

@@ -27,23 +27,12 @@ CHaldenStyleButton::CHaldenStyleButton(UINT normalId, UINT hotId, UINT pressedId
 {
 }
 
-CHaldenStyleButton::~CHaldenStyleButton()
-{
-    if (m_window)
-    {
-        OnDestroyed();
-    }
-}
-
 bool CHaldenStyleButton::SubclassWindow(HWND button) noexcept
 {
-    if (m_window ||
-        !::SetWindowSubclass(button, &CHaldenStyleButton::ButtonProc,
-                             reinterpret_cast<UINT_PTR>(this), reinterpret_cast<DWORD_PTR>(this)))
+    if (!m_subclass.Attach(button, &CHaldenStyleButton::HandleMessage, this))
     {
         return false;
     }
-    m_window = button;
     m_state = 0;
     OnInitialise();
     return true;
@@ -60,20 +49,21 @@ void CHaldenStyleButton::SetTooltipText(std::wstring text)
 
 HWND CHaldenStyleButton::Window() const noexcept
 {
-    return m_window;
+    return m_subclass.Window();
 }
 
-LRESULT CALLBACK CHaldenStyleButton::ButtonProc(HWND /*window*/, UINT message, WPARAM wParam,
-                                                LPARAM lParam, UINT_PTR /*id*/,
-                                                DWORD_PTR button) noexcept
+LRESULT CHaldenStyleButton::HandleMessage(void* button, UINT message, WPARAM wParam,
+                                          LPARAM lParam) noexcept
 {
-    return reinterpret_cast<CHaldenStyleButton*>(button)->Receive(message, wParam, lParam);
+    return static_cast<CHaldenStyleButton*>(button)->Receive(message, wParam, lParam);
 }
 
 /// Nothing in here throws, so that nothing has to be kept from the system.
 LRESULT CHaldenStyleButton::Receive(UINT message, WPARAM wParam, LPARAM lParam) noexcept
 {
-    const HWND window = m_window; // what a message brings about may end this object
+    // What a message brings about may end this object.
+    const HWND window = Window();
+    const WNDPROC original = m_subclass.Original();
     if (IsRelayed(message))
     {
         RelayToTooltip(message, wParam, lParam);
@@ -116,16 +106,16 @@ LRESULT CHaldenStyleButton::Receive(UINT message, WPARAM wParam, LPARAM lParam) 
     default:
         break;
     }
-    return ::DefSubclassProc(window, message, wParam, lParam);
+    return ::CallWindowProcW(original, window, message, wParam, lParam);
 }
 
 LRESULT CHaldenStyleButton::OnInitialise() noexcept
 {
-    const LONG_PTR style = ::GetWindowLongPtrW(m_window, GWL_STYLE);
-    ::SetWindowLongPtrW(m_window, GWL_STYLE, style | BS_OWNERDRAW);
+    const LONG_PTR style = ::GetWindowLongPtrW(Window(), GWL_STYLE);
+    ::SetWindowLongPtrW(Window(), GWL_STYLE, style | BS_OWNERDRAW);
     m_tooltip.Reset(::CreateWindowExW(
         0, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP | TTS_NOPREFIX, CW_USEDEFAULT,
-        CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, m_window, nullptr, nullptr, nullptr));
+        CW_USEDEFAULT, CW_USEDEFAULT, CW_USEDEFAULT, Window(), nullptr, nullptr, nullptr));
     if (m_tooltip && !m_tooltipText.empty())
     {
         ShowTooltipText();
@@ -135,7 +125,7 @@ LRESULT CHaldenStyleButton::OnInitialise() noexcept
 
 LRESULT CHaldenStyleButton::OnPaint() noexcept
 {
-    const velt::PaintScope paint(m_window);
+    const velt::PaintScope paint(Window());
     Draw(paint.Get());
     return 0;
 }
@@ -148,21 +138,21 @@ LRESULT CHaldenStyleButton::OnPrintClient(HDC context) noexcept
 
 LRESULT CHaldenStyleButton::OnLeftButtonDown(WPARAM keys, LPARAM point) noexcept
 {
-    ::SetCapture(m_window);
-    ::SendMessageW(m_window, BM_SETSTATE, TRUE, 0);
-    if (::GetCapture() == m_window)
+    ::SetCapture(Window());
+    ::SendMessageW(Window(), BM_SETSTATE, TRUE, 0);
+    if (::GetCapture() == Window())
     {
         m_state |= kPressed;
         Repaint();
     }
-    ::SendMessageW(::GetParent(m_window), WM_LBUTTONDOWN, keys, InParent(point));
+    ::SendMessageW(::GetParent(Window()), WM_LBUTTONDOWN, keys, InParent(point));
     return 0;
 }
 
 LRESULT CHaldenStyleButton::OnLeftButtonUp(WPARAM keys, LPARAM point) noexcept
 {
     // The command may end the dialog, and this object with it.
-    const HWND window = m_window;
+    const HWND window = Window();
     const HWND parent = ::GetParent(window);
     const LPARAM pointInParent = InParent(point);
     if (::GetCapture() == window)
@@ -182,7 +172,7 @@ LRESULT CHaldenStyleButton::OnLeftButtonUp(WPARAM keys, LPARAM point) noexcept
 LRESULT CHaldenStyleButton::OnLeftButtonDoubleClick(WPARAM keys, LPARAM point) noexcept
 {
     SetState(kPressed, true);
-    ::SendMessageW(::GetParent(m_window), WM_LBUTTONDBLCLK, keys, InParent(point));
+    ::SendMessageW(::GetParent(Window()), WM_LBUTTONDBLCLK, keys, InParent(point));
     return 0;
 }
 
@@ -194,12 +184,12 @@ LRESULT CHaldenStyleButton::OnMouseLeave() noexcept
 
 void CHaldenStyleButton::OnMouseMove(LPARAM point) noexcept
 {
-    if (::GetCapture() == m_window)
+    if (::GetCapture() == Window())
     {
         POINT onScreen = PointFrom(point);
         RECT area{};
-        ::ClientToScreen(m_window, &onScreen);
-        ::GetWindowRect(m_window, &area);
+        ::ClientToScreen(Window(), &onScreen);
+        ::GetWindowRect(Window(), &area);
         SetState(kPressed, ::PtInRect(&area, onScreen) != FALSE);
     }
     else if (!Has(kHot))
@@ -208,7 +198,7 @@ void CHaldenStyleButton::OnMouseMove(LPARAM point) noexcept
         TRACKMOUSEEVENT leave{};
         leave.cbSize = sizeof(leave);
         leave.dwFlags = TME_LEAVE;
-        leave.hwndTrack = m_window;
+        leave.hwndTrack = Window();
         ::_TrackMouseEvent(&leave);
     }
 }
@@ -222,8 +212,7 @@ void CHaldenStyleButton::OnFocus(bool focused) noexcept
 void CHaldenStyleButton::OnDestroyed() noexcept
 {
     m_tooltip.Reset();
-    ::RemoveWindowSubclass(std::exchange(m_window, nullptr), &CHaldenStyleButton::ButtonProc,
-                           reinterpret_cast<UINT_PTR>(this));
+    m_subclass.Detach();
 }
 
 void CHaldenStyleButton::RelayToTooltip(UINT message, WPARAM wParam, LPARAM lParam) const noexcept
@@ -231,7 +220,7 @@ void CHaldenStyleButton::RelayToTooltip(UINT message, WPARAM wParam, LPARAM lPar
     if (m_tooltip)
     {
         MSG relayed{};
-        relayed.hwnd = m_window;
+        relayed.hwnd = Window();
         relayed.message = message;
         relayed.wParam = wParam;
         relayed.lParam = lParam;
@@ -245,8 +234,8 @@ void CHaldenStyleButton::ShowTooltipText() const noexcept
     TTTOOLINFOW tool{};
     tool.cbSize = TTTOOLINFOW_V1_SIZE; // what every version of the controls takes
     tool.uFlags = TTF_IDISHWND;        // the whole button, whatever its size
-    tool.hwnd = m_window;
-    tool.uId = reinterpret_cast<UINT_PTR>(m_window);
+    tool.hwnd = Window();
+    tool.uId = reinterpret_cast<UINT_PTR>(Window());
     tool.lpszText = const_cast<wchar_t*>(m_tooltipText.c_str());
     const HWND tooltip = m_tooltip.Get();
     const auto parameter = reinterpret_cast<LPARAM>(&tool);
@@ -274,20 +263,20 @@ bool CHaldenStyleButton::Has(std::uint32_t bit) const noexcept
 
 void CHaldenStyleButton::Repaint() const noexcept
 {
-    ::InvalidateRect(m_window, nullptr, TRUE);
-    ::UpdateWindow(m_window);
+    ::InvalidateRect(Window(), nullptr, TRUE);
+    ::UpdateWindow(Window());
 }
 
 void CHaldenStyleButton::Draw(HDC context) noexcept
 {
     const bool isHot = Has(kHot | kFocused);
     velt::ButtonFace& face = Has(kPressed) ? m_pressedFace : isHot ? m_hotFace : m_normalFace;
-    velt::DrawButton(context, m_window, {face, Has(kPressed), Has(kFocused)});
+    velt::DrawButton(context, Window(), {face, Has(kPressed), Has(kFocused)});
 }
 
 LPARAM CHaldenStyleButton::InParent(LPARAM point) const noexcept
 {
     POINT at = PointFrom(point);
-    ::MapWindowPoints(m_window, ::GetParent(m_window), &at, 1);
+    ::MapWindowPoints(Window(), ::GetParent(Window()), &at, 1);
     return MAKELPARAM(at.x, at.y);
 }

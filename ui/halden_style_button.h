@@ -2,6 +2,7 @@
 
 #include "ui/button_face.h"
 #include "ui/gdi_handles.h"
+#include "ui/window_subclass.h"
 
 #include <windows.h>
 
@@ -23,7 +24,7 @@ public:
     CHaldenStyleButton& operator=(const CHaldenStyleButton&) = delete;
 
     /// Gives the window its own procedure back.
-    ~CHaldenStyleButton();
+    ~CHaldenStyleButton() = default;
 
     /// Takes the button over and makes it owner-drawn. An object takes one button at a time; false,
     /// and nothing has changed, when it has one or the window cannot be taken.
@@ -40,8 +41,7 @@ private:
     static constexpr std::uint32_t kFocused = 2;
     static constexpr std::uint32_t kPressed = 4;
 
-    static LRESULT CALLBACK ButtonProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
-                                       UINT_PTR id, DWORD_PTR button) noexcept;
+    static LRESULT HandleMessage(void* button, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
 
     LRESULT Receive(UINT message, WPARAM wParam, LPARAM lParam) noexcept;
     LRESULT OnInitialise() noexcept;
@@ -63,7 +63,7 @@ private:
     void Draw(HDC context) noexcept;
     LPARAM InParent(LPARAM point) const noexcept;
 
-    HWND m_window = nullptr;
+    velt::WindowSubclass m_subclass;
     velt::UniqueWindow m_tooltip;
     std::wstring m_tooltipText;
     velt::ButtonFace m_normalFace;
