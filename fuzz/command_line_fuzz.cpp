@@ -48,13 +48,13 @@ void CheckCommandLine(std::string_view bytes)
         const CommandRow& command = *line->command;
         Require(line->operands.size() >= command.leastOperands);
         Require(line->operands.size() <= command.mostOperands);
-        for (const auto& [name, value] : line->options)
+        for (const auto& entry : line->options)
         {
             const auto row =
                 std::find_if(command.options.begin(), command.options.end(),
-                             [&](const OptionRow& option) { return option.name == name; });
+                             [&](const OptionRow& option) { return option.name == entry.first; });
             Require(row != command.options.end());
-            Require(!row->value.empty() || value.empty());
+            Require(!row->value.empty() || entry.second.empty());
         }
     }
     else if (const auto* error = std::get_if<UsageError>(&parsed))

@@ -7,6 +7,7 @@ namespace velt::tool
 Interrupt::Interrupt() : m_event(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
     s_event = m_event.Get();
+    s_set = false;
     if (!m_event || !::SetConsoleCtrlHandler(&Interrupt::Handler, TRUE))
     {
         throw LastFailure(L"the handler of Ctrl+C");
@@ -21,7 +22,6 @@ Interrupt::~Interrupt()
 BOOL CALLBACK Interrupt::Handler(DWORD control) noexcept
 {
     const bool known = control == CTRL_C_EVENT || control == CTRL_BREAK_EVENT;
-    const bool first = ::WaitForSingleObject(s_event, 0) != WAIT_OBJECT_0;
-    return known && first && ::SetEvent(s_event);
+    return known && !s_set.exchange(true) && ::SetEvent(s_event);
 }
 } // namespace velt::tool

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 namespace velt::tool
 {
 /// Ctrl+C and Ctrl+Break as an event, until the end of the scope; one lives at a time. The second
@@ -26,7 +28,7 @@ public:
 
     bool IsSet() const noexcept
     {
-        return ::WaitForSingleObject(m_event.Get(), 0) == WAIT_OBJECT_0;
+        return s_set; // asked at every status of an exchange, so not of the system
     }
 
 private:
@@ -34,6 +36,7 @@ private:
     static BOOL CALLBACK Handler(DWORD control) noexcept;
 
     inline static HANDLE s_event = nullptr;
+    inline static std::atomic<bool> s_set = false;
 
     UniqueKernelObject m_event;
 };

@@ -5,6 +5,8 @@
 #include "tests/support/message_module.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
+#include "tests/ui/eula_files.h"
+#include "ui/resources/resource_ids.h"
 
 #include <catch.hpp>
 
@@ -40,6 +42,31 @@ public:
 private:
     TempFolder m_folder{L"copy"};
 };
+
+/// The top-level windows of a process.
+std::vector<HWND> WindowsOf(DWORD processId)
+{
+    struct Search
+    {
+        DWORD processId;
+        std::vector<HWND> windows;
+
+        static BOOL CALLBACK Add(HWND window, LPARAM search) noexcept
+        {
+            auto& self = *reinterpret_cast<Search*>(search);
+            DWORD owner = 0;
+            ::GetWindowThreadProcessId(window, &owner);
+            if (owner == self.processId)
+            {
+                self.windows.push_back(window);
+            }
+            return TRUE;
+        }
+    };
+    Search search{processId, {}};
+    ::EnumWindows(&Search::Add, reinterpret_cast<LPARAM>(&search));
+    return search.windows;
+}
 
 bool Contains(const std::string& text, const std::string& part)
 {
@@ -247,6 +274,41 @@ TEST_CASE("velt eula show: a file that is missing fails before a dialog comes", 
         CHECK(Contains(result.messages, "(0x80070002)"));
     }
     CHECK(RunVelt({L"eula", L"show", L"--texts", L"x"}).exitCode == 2);
+}
+
+TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
+{
+    const bool accept = GENERATE(true, false);
+    const TempFolder folder;
+    folder.Write(L"agreement.rtf", kSmallAgreement);
+    folder.Write(L"texts.xml", "<texts><RECORD><k>i_accept</k><v>Yes, I do</v></RECORD></texts>");
+    ProgramRun run({L"eula", L"show", L"--agreement", folder.File(L"agreement.rtf"), L"--texts",
+                    folder.File(L"texts.xml")});
+    HWND accepting = nullptr; // the radio button, once it has its text
+    const ULONGLONG limit = ::GetTickCount64() + 20'000;
+    while (!accepting && ::GetTickCount64() < limit)
+    {
+        for (const HWND window : WindowsOf(run.ProcessId()))
+        {
+            const HWND button = ::GetDlgItem(window, VELT_EULA_ACCEPT);
+            wchar_t text[20] = {};
+            if (button && ::IsWindowVisible(window) &&
+                ::SendMessageW(button, WM_GETTEXT, 20, reinterpret_cast<LPARAM>(text)) > 0 &&
+                std::wstring(text) == L"Yes, I do")
+            {
+                accepting = button;
+            }
+        }
+        ::Sleep(10);
+    }
+    REQUIRE(accepting);
+    const HWND dialog = ::GetParent(accepting);
+    ::SendMessageW(accept ? accepting : ::GetDlgItem(dialog, VELT_EULA_DECLINE), BM_CLICK, 0, 0);
+    ::PostMessageW(::GetDlgItem(dialog, VELT_EULA_OK), BM_CLICK, 0, 0);
+    const ProgramResult result = run.Wait(20'000);
+    CHECK(result.exitCode == (accept ? 0U : 1U));
+    CHECK(result.output == (accept ? "accepted: yes\n" : "accepted: no\n"));
+    CHECK(result.messages.empty());
 }
 
 TEST_CASE("velt trace on: shows the component's trace on standard error", "[tools]")

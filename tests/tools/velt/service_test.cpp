@@ -140,11 +140,9 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
     agent.Configure(kNoUpdate);
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0"}).exitCode == 1);
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0", L"--offline"}).exitCode == 0);
-}
 
-TEST_CASE("velt update start: queued work is done while it waits", "[tools]")
-{
-    const SampleAgentServer agent(kOneUpdate);
+    // Queued work is done while the program waits.
+    agent.Configure(kOneUpdate);
     // It begins 30 seconds later.
     ProgramRun queued({L"update", L"start", kProduct, L"3.0", L"--background", L"--wait"});
     const ProgramResult early =
@@ -156,7 +154,7 @@ TEST_CASE("velt update start: queued work is done while it waits", "[tools]")
         RunVelt({L"update", L"start", kProduct, L"3.0", L"--background"});
     CHECK(unattended.exitCode == 0);
     CHECK(Contains(unattended.messages, "ends with this process"));
-    const ProgramResult result = queued.Wait(60'000);
+    result = queued.Wait(60'000);
     CHECK(result.exitCode == 0);
     CHECK(result.output == kEvent);
     for (const std::string& call : agent.Calls())
