@@ -1,0 +1,46 @@
+#include "tools/trace/trace_pairs.h"
+
+#include "tools/trace/trace_line.h"
+
+namespace velt
+{
+std::optional<std::uint64_t> FindPartner(const TraceStore& store, std::uint64_t sequence)
+{
+    const TraceEntry start = store.At(sequence);
+    const TraceLine line = ParseTraceLine(start.level, start.text);
+    if (line.kind == TraceLineKind::other)
+    {
+        return std::nullopt;
+    }
+    const bool forward = line.kind == TraceLineKind::entry;
+    std::uint64_t open = 0; // pairs that have begun, seen from here, and not ended
+    // Going back from the first record leads past the last one: the numbers are unsigned.
+    for (std::uint64_t at = forward ? sequence + 1 : sequence - 1;
+         at >= store.First() && at < store.Next(); at = forward ? at + 1 : at - 1)
+    {
+        const TraceEntry entry = store.At(at);
+        if (entry.level != kTraceScopeLevel || entry.sender != start.sender)
+        {
+            continue;
+        }
+        const TraceLine other = ParseTraceLine(entry.level, entry.text);
+        if (other.name != line.name || other.indentation != line.indentation)
+        {
+            continue;
+        }
+        if (other.kind == line.kind)
+        {
+            ++open;
+        }
+        else if (open == 0)
+        {
+            return at;
+        }
+        else
+        {
+            --open;
+        }
+    }
+    return std::nullopt;
+}
+} // namespace velt
