@@ -1,5 +1,7 @@
 #include "tools/trace/trace_export.h"
 
+#include "tools/trace/trace_filter.h"
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -152,6 +154,13 @@ void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view p
         to += WithoutControls(entry.source) + ": ";
     }
     to += WithoutControls(entry.text) + "\r\n";
+}
+
+bool EndsInCsv(std::string_view name) noexcept
+{
+    constexpr std::string_view kEnd = ".csv";
+    return name.size() > kEnd.size() &&
+           ContainsIgnoringCase(name.substr(name.size() - kEnd.size()), kEnd);
 }
 
 void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process)

@@ -34,6 +34,9 @@ std::string WithoutControls(std::string_view text);
 /// Fields stand two blanks apart; the line ends with CR LF.
 void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view process);
 
+/// Whether a file of this name is to hold CSV: the name ends in ".csv", in any case.
+bool EndsInCsv(std::string_view name) noexcept;
+
 /// The first line of a CSV file, after the mark that tells spreadsheets that it is UTF-8.
 inline constexpr std::string_view kCsvHeading = "\xEF\xBB\xBFtime,process,level,source,text\r\n";
 

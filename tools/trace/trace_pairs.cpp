@@ -2,9 +2,12 @@
 
 #include "tools/trace/trace_line.h"
 
+#include <algorithm>
+
 namespace velt
 {
-std::optional<std::uint64_t> FindPartner(const TraceStore& store, std::uint64_t sequence)
+std::optional<std::uint64_t> FindPartner(const TraceStore& store, std::uint64_t sequence,
+                                         std::uint64_t most)
 {
     const TraceEntry start = store.At(sequence);
     const TraceLine line = ParseTraceLine(start.level, start.text);
@@ -14,10 +17,10 @@ std::optional<std::uint64_t> FindPartner(const TraceStore& store, std::uint64_t 
     }
     const bool forward = line.kind == TraceLineKind::entry;
     std::uint64_t open = 0; // pairs that have begun, seen from here, and not ended
-    // Going back from the first record leads past the last one: the numbers are unsigned.
-    for (std::uint64_t at = forward ? sequence + 1 : sequence - 1;
-         at >= store.First() && at < store.Next(); at = forward ? at + 1 : at - 1)
+    const std::uint64_t there = forward ? store.Next() - sequence - 1 : sequence - store.First();
+    for (std::uint64_t step = 1; step <= std::min(there, most); ++step)
     {
+        const std::uint64_t at = forward ? sequence + step : sequence - step;
         const TraceEntry entry = store.At(at);
         if (entry.level != kTraceScopeLevel || entry.sender != start.sender)
         {

@@ -122,3 +122,13 @@ TEST_CASE("kCsvHeading: a UTF-8 mark and one name a field", "[tools]")
 {
     CHECK(kCsvHeading == "\xEF\xBB\xBFtime,process,level,source,text\r\n");
 }
+
+TEST_CASE("EndsInCsv: by the end of the name, in any case", "[tools]")
+{
+    CHECK(EndsInCsv("C:\\folder\\trace.csv"));
+    CHECK(EndsInCsv("trace.CSV"));
+    CHECK_FALSE(EndsInCsv("trace.csv.txt"));
+    CHECK_FALSE(EndsInCsv("tracecsv"));
+    CHECK_FALSE(EndsInCsv(".csv"));
+    CHECK_FALSE(EndsInCsv(""));
+}

@@ -105,3 +105,12 @@ TEST_CASE("FindPartner: a line whose entry was dropped has no partner", "[tools]
     REQUIRE(store.First() > 0);
     CHECK_FALSE(FindPartner(store, store.Next() - 1));
 }
+
+TEST_CASE("FindPartner: it looks as far as it is told", "[tools]")
+{
+    const TraceStore store = StoreOf({{"A - enter"}, {"  x"}, {"  x"}, {"A - return"}});
+    CHECK_FALSE(FindPartner(store, 0, 2));
+    CHECK(FindPartner(store, 0, 3) == Found(3));
+    CHECK_FALSE(FindPartner(store, 3, 2));
+    CHECK(FindPartner(store, 3, 3) == Found(0));
+}
