@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <vector>
 
 namespace velt
@@ -268,7 +269,7 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
         OnCommand(LOWORD(wParam), HIWORD(wParam));
         return 0;
     case WM_NOTIFY:
-        return OnNotify(*reinterpret_cast<NMHDR*>(lParam));
+        return OnNotify(lParam);
     case WM_SIZE:
         Layout();
         return 0;
@@ -293,6 +294,13 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
                        static_cast<int>(place.bottom - place.top), SWP_NOZORDER | SWP_NOACTIVATE);
         return 0;
     }
+    case WM_CLOSE:
+        if (!::IsWindowEnabled(m_window))
+        {
+            ::MessageBeep(MB_OK); // a dialog of ours is open and would lose its owner
+            return 0;
+        }
+        return std::nullopt;
     case WM_DESTROY:
         m_built = false;
         ::PostQuitMessage(0);
@@ -346,8 +354,11 @@ void MainWindow::OnCommand(UINT command, UINT code)
     }
 }
 
-std::optional<LRESULT> MainWindow::OnNotify(NMHDR& header)
+std::optional<LRESULT> MainWindow::OnNotify(LPARAM notification)
 {
+    // Not all of these structures are aligned: that of a key is packed.
+    NMHDR header;
+    std::memcpy(&header, reinterpret_cast<const void*>(notification), sizeof(header));
     if (header.hwndFrom == m_list.Window())
     {
         switch (header.code)
@@ -367,8 +378,9 @@ std::optional<LRESULT> MainWindow::OnNotify(NMHDR& header)
             return 0;
         case LVN_KEYDOWN:
         {
-            const WORD key = reinterpret_cast<const NMLVKEYDOWN&>(header).wVKey;
-            if (key == VK_UP || key == VK_PRIOR || key == VK_HOME)
+            NMLVKEYDOWN key;
+            std::memcpy(&key, reinterpret_cast<const void*>(notification), sizeof(key));
+            if (key.wVKey == VK_UP || key.wVKey == VK_PRIOR || key.wVKey == VK_HOME)
             {
                 SetFollowing(false);
             }
@@ -378,7 +390,7 @@ std::optional<LRESULT> MainWindow::OnNotify(NMHDR& header)
             break;
         }
     }
-    return m_list.OnNotify(header);
+    return m_list.OnNotify(header, notification);
 }
 
 void MainWindow::OnTick()
@@ -408,15 +420,18 @@ void MainWindow::OnTick()
 
 void MainWindow::OnSelection()
 {
+    const std::size_t count = m_list.SelectedCount();
     const std::optional<std::uint64_t> focused = m_list.Focused();
-    if (!focused || *focused < m_session.Store().First() || m_list.SelectedCount() == 0)
+    const bool isThere = focused && *focused >= m_session.Store().First();
+    const std::string selection =
+        count > 1 ? SelectionText(count) : count == 1 && isThere ? PairText(*focused) : "";
+    SetStatus(kSelection, selection);
+    if (count == 0 || !isThere)
     {
         ::SetWindowTextW(m_details, L"");
-        SetStatus(kSelection, "");
         return;
     }
     const TraceEntry entry = m_session.Store().At(*focused);
-    const std::string selection = SelectionText(*focused);
     std::string text = FormatArrival(entry.arrivalUs) + "   level " + FormatLevel(entry) + "   " +
                        std::string(m_session.Process(entry));
     if (!entry.source.empty())
@@ -425,7 +440,6 @@ void MainWindow::OnSelection()
     }
     text += "\r\n" + WithoutControls(entry.text) + "\r\n" + selection;
     ::SetWindowTextW(m_details, WideFromUtf8(text).c_str());
-    SetStatus(kSelection, selection);
 }
 
 void MainWindow::OnEnter()
@@ -701,13 +715,8 @@ std::string MainWindow::PairText(std::uint64_t sequence) const
                : FormatDuration(std::max<std::int64_t>(from - to, 0)) + " since its entry line";
 }
 
-std::string MainWindow::SelectionText(std::uint64_t focused) const
+std::string MainWindow::SelectionText(std::size_t count) const
 {
-    const std::size_t count = m_list.SelectedCount();
-    if (count < 2)
-    {
-        return PairText(focused);
-    }
     std::string text = FormatCount(count) + " selected";
     if (count == 2)
     {

@@ -51,7 +51,7 @@ private:
 
     std::optional<LRESULT> Handle(UINT message, WPARAM wParam, LPARAM lParam);
     void OnCommand(UINT command, UINT code);
-    std::optional<LRESULT> OnNotify(NMHDR& header);
+    std::optional<LRESULT> OnNotify(LPARAM notification);
     void OnTick();
     void OnSelection();
     void OnEnter();
@@ -74,7 +74,7 @@ private:
     void ShowStatus();
     void SetStatus(int part, const std::string& text);
     std::string PairText(std::uint64_t sequence) const;
-    std::string SelectionText(std::uint64_t focused) const;
+    std::string SelectionText(std::size_t count) const;
 
     HWND m_window = nullptr;
     TraceSession m_session;

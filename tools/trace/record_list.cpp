@@ -181,7 +181,7 @@ std::size_t RecordList::SelectedCount() const noexcept
     return static_cast<std::size_t>(ListView_GetSelectedCount(m_window));
 }
 
-std::optional<LRESULT> RecordList::OnNotify(NMHDR& header)
+std::optional<LRESULT> RecordList::OnNotify(const NMHDR& header, LPARAM notification)
 {
     if (header.hwndFrom != m_window)
     {
@@ -189,12 +189,12 @@ std::optional<LRESULT> RecordList::OnNotify(NMHDR& header)
     }
     if (header.code == LVN_GETDISPINFOW)
     {
-        OnText(reinterpret_cast<NMLVDISPINFOW&>(header).item);
+        OnText(reinterpret_cast<NMLVDISPINFOW*>(notification)->item);
         return 0;
     }
     if (header.code == NM_CUSTOMDRAW)
     {
-        return OnDraw(reinterpret_cast<NMLVCUSTOMDRAW&>(header));
+        return OnDraw(*reinterpret_cast<NMLVCUSTOMDRAW*>(notification));
     }
     return std::nullopt;
 }

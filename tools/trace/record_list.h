@@ -54,8 +54,9 @@ public:
 
     std::size_t SelectedCount() const noexcept;
 
-    /// The answer to a notification of the list view, if it is one that the list answers itself.
-    std::optional<LRESULT> OnNotify(NMHDR& header);
+    /// The answer to a notification, if it is one that the list answers itself. The header is a copy
+    /// of the front of what `notification` points to.
+    std::optional<LRESULT> OnNotify(const NMHDR& header, LPARAM notification);
 
 private:
     void SelectRow(std::size_t row, UINT state) noexcept;

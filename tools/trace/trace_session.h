@@ -43,7 +43,7 @@ public:
     /// The process of an entry, such as "host.exe (12)".
     std::string_view Process(const TraceEntry& entry) const noexcept
     {
-        return entry.sender < m_senders.size() ? m_senders[entry.sender] : "?";
+        return entry.sender < m_senders.size() ? std::string_view(m_senders[entry.sender]) : "?";
     }
 
     std::uint64_t Malformed() const noexcept
