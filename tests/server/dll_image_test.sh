@@ -76,7 +76,7 @@ expect "the debug file has the symbols" yes \
 
 shipped=$(cd "$bin" && find . -type f | sort | tr '\n' ' ')
 expect "what is shipped, and nothing else" \
-    "./VeltHTTPClient12OEM.dll ./VeltHTTPClient12OEM.tlb ./include/provider_lib.h ./include/provider_lib_i.c " \
+    "./VeltHTTPClient12OEM.dll ./VeltHTTPClient12OEM.tlb ./include/provider_lib.h ./include/provider_lib_i.c ./velt-trace.exe " \
     "$shipped"
 
 exit "$((failures > 0))"

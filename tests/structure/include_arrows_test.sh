@@ -15,6 +15,7 @@ declare -A allowed=(
     [service]="service update connection internet foundation"
     [ui]="ui foundation"
     [collection]="collection foundation"
+    [tools]="tools update service connection internet ui collection foundation"
     [server]="server service update connection internet ui collection foundation"
 )
 
@@ -50,7 +51,7 @@ if [ "$(wrong_arrows "$trial" | wc -l)" -ne 1 ]; then
     exit 1
 fi
 
-found=$(wrong_arrows . && odd_includes foundation collection server tests benchmarks samples)
+found=$(wrong_arrows . && odd_includes foundation collection server tools tests benchmarks samples)
 if [ -n "$found" ]; then
     echo "$found"
     exit 1

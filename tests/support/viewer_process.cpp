@@ -219,6 +219,13 @@ std::string ViewerProcess::Errors()
     return ReadToEnd(m_errors.Get());
 }
 
+DWORD ViewerProcess::OutputWaiting() const noexcept
+{
+    DWORD size = 0;
+    ::PeekNamedPipe(m_output.Get(), nullptr, 0, nullptr, &size, nullptr);
+    return size;
+}
+
 std::wstring ViewerProcess::RemoteText(HWND window, UINT message, int item, int part) const
 {
     constexpr std::size_t kCharacters = 2048;

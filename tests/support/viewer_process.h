@@ -109,6 +109,9 @@ public:
     std::string Output();
     std::string Errors();
 
+    /// How many bytes of standard output nobody has read yet.
+    DWORD OutputWaiting() const noexcept;
+
 private:
     std::wstring RemoteText(HWND window, UINT message, int item, int part) const;
 
