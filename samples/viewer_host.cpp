@@ -4,7 +4,8 @@
 // Build it with the two files that are made from the component's IDL:
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I bin/include samples/viewer_host.cpp
 //       bin/include/provider_lib_i.c -o viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
-// Run it as: viewer_host.exe <path of VeltHTTPClient12OEM.dll> <path of velt-trace.exe> <picture.png>
+// Run it as: viewer_host.exe <path of VeltHTTPClient12OEM.dll> <path of velt-trace.exe>
+// <picture.png>
 
 #include <provider_lib.h>
 
@@ -111,9 +112,8 @@ void UseCollection(const wchar_t* path)
 {
     const HMODULE module = ::LoadLibraryW(path);
     Require(module, "the library cannot be loaded");
-    const auto getClassObject =
-        reinterpret_cast<HRESULT(WINAPI*)(REFCLSID, REFIID, void**)>(reinterpret_cast<void*>(
-            ::GetProcAddress(module, "DllGetClassObject")));
+    const auto getClassObject = reinterpret_cast<HRESULT(WINAPI*)(REFCLSID, REFIID, void**)>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "DllGetClassObject")));
     Require(getClassObject, "the library has no DllGetClassObject");
     ComPtr<IClassFactory> factory;
     ComPtr<IEnumVariantCol> collection;

@@ -423,8 +423,9 @@ void MainWindow::OnSelection()
     const std::size_t count = m_list.SelectedCount();
     const std::optional<std::uint64_t> focused = m_list.Focused();
     const bool isThere = focused && *focused >= m_session.Store().First();
-    const std::string selection =
-        count > 1 ? SelectionText(count) : count == 1 && isThere ? PairText(*focused) : "";
+    const std::string selection = count > 1               ? SelectionText(count)
+                                  : count == 1 && isThere ? PairText(*focused)
+                                                          : "";
     SetStatus(kSelection, selection);
     if (count == 0 || !isThere)
     {

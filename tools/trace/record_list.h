@@ -54,8 +54,8 @@ public:
 
     std::size_t SelectedCount() const noexcept;
 
-    /// The answer to a notification, if it is one that the list answers itself. The header is a copy
-    /// of the front of what `notification` points to.
+    /// The answer to a notification, if it is one that the list answers itself. The header is a
+    /// copy of the front of what `notification` points to.
     std::optional<LRESULT> OnNotify(const NMHDR& header, LPARAM notification);
 
 private:

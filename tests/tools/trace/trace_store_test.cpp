@@ -128,3 +128,17 @@ TEST_CASE("TraceStore: clearing forgets the records and goes on counting", "[too
     store.Clear();
     CHECK(store.First() == 31);
 }
+
+TEST_CASE("TraceStore: by default it keeps the newest million", "[tools]")
+{
+    TraceStore store;
+    constexpr std::uint64_t kRecords = 1'100'000;
+    for (std::uint64_t i = 0; i < kRecords; ++i)
+    {
+        store.Append(Entry("    CEnumVariantCol::get_Item - return = " + std::to_string(i)));
+    }
+    CHECK(store.Size() >= 1'000'000);
+    CHECK(store.Size() <= 1'062'501);
+    CHECK(store.Dropped() + store.Size() == kRecords);
+    CHECK(store.At(kRecords - 1).text == "    CEnumVariantCol::get_Item - return = 1099999");
+}

@@ -112,14 +112,15 @@ TEST_CASE("velt-trace: a file that cannot be made is a failure that says why", "
 {
     const TempFolder folder(L"recorded");
     CHECK_THAT(Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3),
-               Catch::Contains("3")); // ERROR_PATH_NOT_FOUND
+               Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
     // A folder cannot be written as a file.
-    CHECK_THAT(Fails(L"--save \"" + folder.Path() + L"\"", 3), Catch::Contains("5"));
+    CHECK_THAT(Fails(L"--save \"" + folder.Path() + L"\"", 3), Catch::Contains("0x00000005"));
     folder.Write(L"taken.txt", "what was there");
     const velt::UniqueFile open(::CreateFileW(folder.File(L"taken.txt").c_str(), GENERIC_READ, 0,
                                               nullptr, OPEN_EXISTING, 0, nullptr));
     REQUIRE(open);
-    CHECK_THAT(Fails(L"--save \"" + folder.File(L"taken.txt") + L"\"", 3), Catch::Contains("32"));
+    CHECK_THAT(Fails(L"--save \"" + folder.File(L"taken.txt") + L"\"", 3),
+               Catch::Contains("0x00000020"));
 }
 
 TEST_CASE("velt-trace: a disk that is full ends the recording", "[tools]")
@@ -129,7 +130,7 @@ TEST_CASE("velt-trace: a disk that is full ends the recording", "[tools]")
     viewer.AwaitReceiver();
     SendRecord(viewer.Receiver(), "text");
     CHECK(viewer.AwaitExit() == 3);
-    CHECK_THAT(viewer.Errors(), Catch::Contains("112")); // ERROR_DISK_FULL
+    CHECK_THAT(viewer.Errors(), Catch::Contains("0x00000070")); // ERROR_DISK_FULL
 }
 
 TEST_CASE("OutputFile: until it is committed the former file stays", "[tools]")
@@ -148,40 +149,44 @@ TEST_CASE("OutputFile: until it is committed the former file stays", "[tools]")
     file.Commit();
     CHECK(ReadWhole(folder.File(L"file.txt")) == "new");
     CHECK(::DeleteFileW(folder.File(L"file.txt").c_str()) != 0); // nobody has it open
-    CHECK(::GetFileAttributesW((folder.File(L"file.txt") + L".new-" +
-                                std::to_wstring(::GetCurrentProcessId()))
-                                   .c_str()) == INVALID_FILE_ATTRIBUTES);
+    CHECK(::GetFileAttributesW(
+              (folder.File(L"file.txt") + L".new-" + std::to_wstring(::GetCurrentProcessId()))
+                  .c_str()) == INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_CASE("OutputFile: a device is written and never replaced", "[tools]")
 {
     velt::OutputFile file(L"Z:\\dev\\full");
     CHECK_THROWS(file.Write("text"));
-    CHECK(::GetFileAttributesW(L"Z:\\dev\\full") != INVALID_FILE_ATTRIBUTES);
+    CHECK_NOTHROW(file.Commit());
+    velt::OutputFile again(L"Z:\\dev\\full"); // still the device
+    CHECK_THROWS(again.Write("text"));
 }
 
-TEST_CASE("Viewer: a million records in bounded memory, with word of those that went", "[tools]")
+TEST_CASE("Viewer: it takes records as fast as one program sends them, and loses none", "[tools]")
 {
     ViewerProcess viewer;
     viewer.AwaitWindow();
-    constexpr int kRecords = 1'100'000;
+    constexpr int kRecords = 100'000;
     const DWORD start = ::GetTickCount();
     for (int i = 0; i < kRecords; ++i)
     {
-        SendRecord(viewer.Receiver(), "    CEnumVariantCol::get_Item - return = 0");
+        SendRecord(viewer.Receiver(),
+                   "    CEnumVariantCol::get_Item - return = " + std::to_string(i));
     }
     const DWORD sentMs = std::max<DWORD>(::GetTickCount() - start, 1);
-    WARN("sent " << kRecords / sentMs << " records a millisecond");
-    REQUIRE(Eventually([&] { return viewer.Status(0) == L"1,037,499 records"; }));
-    CHECK(viewer.Status(2) == L"62,501 oldest dropped");
-    CHECK(viewer.AwaitRows(1'037'499));
+    // Ours and the system's share of the time: the bench tells them apart.
+    INFO("sent in " << sentMs << " ms");
+    REQUIRE(viewer.AwaitRows(kRecords));
+    CHECK(viewer.Status(0) == L"100,000 records");
+    CHECK(viewer.Status(2) == L"none dropped");
+    CHECK(viewer.Cell(kRecords - 1, 4) == L"    CEnumVariantCol::get_Item - return = 99999");
+    CHECK(viewer.Cell(0, 4) == L"    CEnumVariantCol::get_Item - return = 0");
+
+    viewer.Type(ViewerProcess::kFilter, L"return = 9999");
+    CHECK(viewer.AwaitRows(11));
     PROCESS_MEMORY_COUNTERS counters{};
     ::GetProcessMemoryInfo(viewer.Process(), &counters, sizeof(counters));
-    WARN("peak memory of the viewer: " << counters.PeakPagefileUsage / 1024 / 1024 << " MiB");
-    CHECK(counters.PeakPagefileUsage < 300u * 1024 * 1024);
-
-    // Still alive: a filter over all of them.
-    viewer.Type(ViewerProcess::kFilter, L"no such text");
-    CHECK(viewer.AwaitRows(0));
+    CHECK(counters.PeakPagefileUsage < 64u * 1024 * 1024);
     CHECK(viewer.Close() == 0);
 }
