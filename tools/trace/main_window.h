@@ -76,6 +76,7 @@ private:
     std::string PairText(std::uint64_t sequence) const;
     std::string SelectionText(std::size_t count) const;
 
+    bool m_built = false; // first: making the windows already sends messages
     HWND m_window = nullptr;
     TraceSession m_session;
     TraceView m_view;
@@ -85,7 +86,6 @@ private:
     RecordList m_list;
     HWND m_details;
     HWND m_status;
-    bool m_built = false;
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
