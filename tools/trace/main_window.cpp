@@ -25,11 +25,11 @@ namespace velt
 namespace
 {
 constexpr UINT_PTR kRefreshTimer = 1;
-constexpr UINT kArrivalMs = 40; // so that many records make one change of the list
+constexpr UINT kArrivalMs = 100; // so that many records make one change of the list
 constexpr UINT kBusyMs = USER_TIMER_MINIMUM;
 constexpr std::size_t kSlice = 50'000;         // records that are filtered between two messages
 constexpr std::uint64_t kPairSearch = 100'000; // records that a selection looks through
-constexpr int kTicksForSender = 12;            // how often the list waits for the sender's name
+constexpr int kTicksForSender = 5;             // how often the list waits for the sender's name
 constexpr UINT kDpiChanged = 0x02E0;           // WM_DPICHANGED, since Windows 8.1
 constexpr wchar_t kMessageTitle[] = L"Trace viewer";
 

@@ -17,7 +17,7 @@ namespace velt
 namespace
 {
 constexpr wchar_t kComponent[] = L"VeltHTTPClient12OEM.dll";
-constexpr DWORD kPeriodMs = 250;
+constexpr DWORD kPeriodMs = 500;
 constexpr DWORD kForeignMs = 10'000; // a process id may have gone to another process meanwhile
 constexpr std::size_t kMostNamed = 3;
 

@@ -26,7 +26,7 @@ public:
 
     ~SenderFinder();
 
-    /// Asks for a look at the processes, at most four times a second. Any thread may call; returns
+    /// Asks for a look at the processes, at most twice a second. Any thread may call; returns
     /// at once.
     void Look() noexcept;
 
