@@ -1,8 +1,11 @@
 #pragma once
 
+#ifdef _WIN32
 #include <windows.h>
+#endif
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <vector>
 
@@ -25,18 +28,28 @@ inline double Median(std::vector<double> values)
     return *middle;
 }
 
+/// The time since some start; the run-time's own clock is too coarse on Windows.
+inline double NowNs()
+{
+#ifdef _WIN32
+    LARGE_INTEGER frequency;
+    LARGE_INTEGER now;
+    ::QueryPerformanceFrequency(&frequency);
+    ::QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) * 1e9 / static_cast<double>(frequency.QuadPart);
+#else
+    return std::chrono::duration<double, std::nano>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+#endif
+}
+
 template <class Body>
 double NanosecondsOf(Body&& body)
 {
-    LARGE_INTEGER frequency;
-    LARGE_INTEGER start;
-    LARGE_INTEGER end;
-    ::QueryPerformanceFrequency(&frequency);
-    ::QueryPerformanceCounter(&start);
+    const double start = NowNs();
     body();
-    ::QueryPerformanceCounter(&end);
-    return static_cast<double>(end.QuadPart - start.QuadPart) * 1e9 /
-           static_cast<double>(frequency.QuadPart);
+    return NowNs() - start;
 }
 
 /// Runs both bodies once unmeasured and then `rounds` times in turn. Each body does `operations`

@@ -1,4 +1,5 @@
-# The type library, the published header and the identifiers, made from the IDL by widl.
+# What widl makes from the IDL files: the type library, the published header and the identifiers,
+# and the update agent's header.
 
 find_program(VELT_WIDL NAMES i686-w64-mingw32-widl widl REQUIRED)
 # The cross tools bring no IDL files; Wine's are the same, and its stdole2.tlb too.
@@ -21,23 +22,25 @@ endif()
 set(VELT_PUBLISHED_DIR "${VELT_BIN_DIR}/include")
 file(MAKE_DIRECTORY "${VELT_PUBLISHED_DIR}")
 
+# velt_idl_output(<idl file, from the root> <output> <widl's option for the kind of output>)
 # Run beside the source, so that no path of the build gets into the output.
-set(idl_dir "${PROJECT_SOURCE_DIR}/server")
-function(velt_idl_output output kind)
+function(velt_idl_output idl output kind)
+    get_filename_component(folder "${PROJECT_SOURCE_DIR}/${idl}" DIRECTORY)
+    get_filename_component(file "${idl}" NAME)
     add_custom_command(
         OUTPUT "${output}"
         COMMAND ${widl} -m32 ${kind} -I "${VELT_IDL_DIR}" -L "${VELT_STDOLE_DIR}" -o "${output}"
-            provider_lib.idl
-        WORKING_DIRECTORY "${idl_dir}"
-        DEPENDS "${idl_dir}/provider_lib.idl"
-        COMMENT "widl ${kind} provider_lib.idl"
+            "${file}"
+        WORKING_DIRECTORY "${folder}"
+        DEPENDS "${PROJECT_SOURCE_DIR}/${idl}"
+        COMMENT "widl ${kind} ${idl}"
         VERBATIM)
 endfunction()
 
 set(VELT_TYPELIB_FILE "${VELT_BIN_DIR}/VeltHTTPClient12OEM.tlb")
-velt_idl_output("${VELT_TYPELIB_FILE}" -t)
-velt_idl_output("${VELT_PUBLISHED_DIR}/provider_lib.h" -h)
-velt_idl_output("${VELT_PUBLISHED_DIR}/provider_lib_i.c" -u)
+velt_idl_output(server/provider_lib.idl "${VELT_TYPELIB_FILE}" -t)
+velt_idl_output(server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib.h" -h)
+velt_idl_output(server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib_i.c" -u)
 
 add_custom_target(velt_idl DEPENDS "${VELT_TYPELIB_FILE}")
 add_library(velt_interfaces STATIC
@@ -45,3 +48,14 @@ add_library(velt_interfaces STATIC
 target_include_directories(velt_interfaces SYSTEM PUBLIC "${VELT_PUBLISHED_DIR}")
 target_compile_options(velt_interfaces PRIVATE -ffunction-sections -fdata-sections)
 add_dependencies(velt_interfaces velt_idl)
+
+# The update agent's interfaces, which are another maker's and not published with the component.
+set(agent_header "${VELT_GENERATED_DIR}/update/update_agent.h")
+file(MAKE_DIRECTORY "${VELT_GENERATED_DIR}/update")
+velt_idl_output(update/update_agent.idl "${agent_header}" -h)
+velt_idl_output(update/update_agent.idl "${VELT_GENERATED_DIR}/update/update_agent_i.c" -u)
+add_custom_target(velt_agent_idl DEPENDS "${agent_header}")
+add_library(velt_agent_interfaces STATIC
+    "${VELT_GENERATED_DIR}/update/update_agent_i.c" "${agent_header}")
+target_compile_options(velt_agent_interfaces PRIVATE -ffunction-sections -fdata-sections)
+add_dependencies(velt_agent_interfaces velt_agent_idl)

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 namespace ONLINE_THREADS
 {
 /// A thread that runs a method of the object that it belongs to, in a single-threaded apartment of
@@ -28,8 +30,8 @@ protected:
     /// do not go from under it.
     HANDLE BeginThread() noexcept;
 
-    HANDLE m_hThread = nullptr; // owned; null while no thread runs
-    DWORD m_threadId = 0;       // written by the thread itself
+    HANDLE m_hThread = nullptr;        // owned; null while no thread runs
+    std::atomic<DWORD> m_threadId = 0; // written by the thread itself
 
 private:
     static unsigned __stdcall ThreadEntry(void* thread) noexcept;

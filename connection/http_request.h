@@ -20,7 +20,12 @@
 #include <utility>
 
 /// Runs the HTTP exchange that a request describes. `Request` has the accessors of
-/// CONNECTION_MANAGER::queue_request. Worker only.
+/// CONNECTION_MANAGER::queue_request. A host's own type of request may also have
+///
+///     void OnOpened(CHttpFile& file);           // before it is sent; for options of the request
+///     void OnProgress(std::size_t sizeBytes);   // how much of the body has come
+///
+/// Worker only.
 template <class Request>
 class CHTTPRequest
 {
@@ -131,7 +136,7 @@ private:
         }
     }
 
-    void Open(const Request& request, CHttpConnection& connection)
+    void Open(Request& request, CHttpConnection& connection)
     {
         const std::wstring acceptType = Widen(request.GetAcceptType());
         std::array<const wchar_t*, 2> acceptTypes{acceptType.c_str(), nullptr};
@@ -139,6 +144,10 @@ private:
             Widen(request.GetVerb()).c_str(), Widen(request.GetObjectPath()).c_str(), L"", kContext,
             acceptType.empty() ? nullptr : acceptTypes.data(),
             Widen(request.GetHttpVersion()).c_str(), request.GetFlags());
+        if constexpr (requires(Request & r) { r.OnOpened(*m_file); })
+        {
+            request.OnOpened(*m_file);
+        }
     }
 
     /// Sends the request, again with the credentials for as long as the server asks for them: by
@@ -191,6 +200,10 @@ private:
         {
             read = m_file->Read(body.Reserve(kReadBytes), kReadBytes);
             body.Commit(read);
+            if constexpr (requires(Request & r) { r.OnProgress(body.Size()); })
+            {
+                request.OnProgress(body.Size());
+            }
         } while (read > 0 && session.GetHandle());
         const std::size_t size = body.Size();
         const auto joined = body.Join();

@@ -55,9 +55,14 @@ void queue_manager::Run()
             return;
         }
     }
-    while (m_timer && !IsStopSignalled())
+    for (;;)
     {
-        if (::WaitForSingleObject(m_timer.Get(), 0) == WAIT_OBJECT_0)
+        const Signal signal = PollStopOr(m_timer.Get());
+        if (signal == Signal::Stop)
+        {
+            return;
+        }
+        if (signal == Signal::Other)
         {
             OnTimer();
         }
@@ -148,9 +153,8 @@ bool queue_manager::IsRunning()
     return m_running;
 }
 
-DWORD queue_manager::GetConnectionState()
+DWORD queue_manager::GetConnectionState() const noexcept
 {
-    const VeltMutexLock lock(&m_mutex);
     return m_lastStepResult;
 }
 

@@ -65,7 +65,7 @@ public:
     bool IsRunning();
 
     /// What the last step of a request answered, 0 before any: the connection state.
-    DWORD GetConnectionState();
+    DWORD GetConnectionState() const noexcept;
 
 protected:
     /// Hold-and-retry processing: waits for the hold to end, then gives each request up to two
@@ -96,12 +96,14 @@ private:
     // guarded by m_mutex
     std::vector<std::shared_ptr<queue_request>> m_queue; // the oldest first
     std::map<state_notifier*, std::string> m_notifiers;
-    DWORD m_lastStepResult = 0;
     DWORD m_periodMs = 0;
     bool m_armed = false;
     bool m_running = false;
     velt::UniqueKernelObject m_holdEvent; // auto-reset; null when nothing is held
     DWORD m_holdTimeoutMs = 0;
+
+    // written under m_mutex; one number, so that readers are spared the mutex's calls of the system
+    std::atomic<DWORD> m_lastStepResult = 0;
 
     std::atomic<bool> m_holdMode = false;
     DWORD m_completionValue = 1; // handed to each completion; worker only

@@ -11,8 +11,9 @@
 
 namespace CONNECTION_MANAGER
 {
-/// One item of the queue: what is to be fetched, and how the queue works it. The worker calls all
-/// of it, and holds a reference while it does. Narrow texts go out as they are.
+/// One item of the queue: how the queue works it, and what is to be fetched; work of another kind
+/// leaves the accessors as they are. The worker calls all of it, and holds a reference while it
+/// does. Narrow texts go out as they are.
 class queue_request
 {
 public:
@@ -26,26 +27,63 @@ public:
     queue_request(const queue_request&) = delete;
     queue_request& operator=(const queue_request&) = delete;
 
-    virtual std::string GetPassword() const = 0;
-    virtual std::string GetUserName() const = 0;
+    virtual std::string GetPassword() const
+    {
+        return {};
+    }
+
+    virtual std::string GetUserName() const
+    {
+        return {};
+    }
 
     /// The body of the response; the bytes are followed by a NUL that is not counted and are gone
     /// after the call.
-    virtual void OnBody(const char* body, DWORD lengthBytes) = 0;
+    virtual void OnBody([[maybe_unused]] const char* body, [[maybe_unused]] DWORD lengthBytes) {}
 
     /// Data that is sent with the request; null for none. Belongs to the request and stays as it is
     /// while the exchange runs.
-    virtual const void* GetRequestData(DWORD* lengthBytes) const = 0;
+    virtual const void* GetRequestData(DWORD* lengthBytes) const
+    {
+        *lengthBytes = 0;
+        return nullptr;
+    }
 
     /// INTERNET_FLAG_... bits of the request.
-    virtual DWORD GetFlags() const = 0;
+    virtual DWORD GetFlags() const
+    {
+        return 0;
+    }
 
-    virtual std::string GetHttpVersion() const = 0;
-    virtual std::string GetAcceptType() const = 0; // empty for none
-    virtual std::string GetObjectPath() const = 0;
-    virtual std::string GetVerb() const = 0;
-    virtual INTERNET_PORT GetPort() const = 0;
-    virtual std::string GetServer() const = 0;
+    virtual std::string GetHttpVersion() const
+    {
+        return {};
+    }
+
+    virtual std::string GetAcceptType() const // empty for none
+    {
+        return {};
+    }
+
+    virtual std::string GetObjectPath() const
+    {
+        return {};
+    }
+
+    virtual std::string GetVerb() const
+    {
+        return {};
+    }
+
+    virtual INTERNET_PORT GetPort() const
+    {
+        return 0;
+    }
+
+    virtual std::string GetServer() const
+    {
+        return {};
+    }
 
     /// Works the request once. `probeHosts` are hosts by which it may test the connection.
     virtual DWORD Step(connection_object& connection, const std::vector<std::string>& probeHosts,
@@ -61,7 +99,10 @@ public:
     }
 
     /// "host:port" or "host"; empty for the system's own configuration.
-    virtual std::string GetProxy() const = 0;
+    virtual std::string GetProxy() const
+    {
+        return {};
+    }
 
     virtual ~queue_request() = default;
 };

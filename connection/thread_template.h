@@ -12,6 +12,8 @@
 
 #include <comdef.h>
 
+#include <array>
+
 namespace ONLINE_THREADS
 {
 /// The start and stop protocol of a worker thread; `Worker` is the class whose Run it is.
@@ -111,21 +113,66 @@ public:
         m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
     }
 
+    /// Whether the calling thread is the worker.
+    bool IsWorker() const noexcept
+    {
+        return m_threadId == ::GetCurrentThreadId();
+    }
+
+    /// Asks the worker to end; whether it has done so within `waitMs` milliseconds, or was not
+    /// running. On the worker itself the answer is no, at once. stop is still due. For the owner's
+    /// thread, and the worker.
+    bool TryStop(DWORD waitMs)
+    {
+        SignalStop();
+        if (!IsThreadSet())
+        {
+            return true;
+        }
+        if (IsWorker() || !m_hWaitThreadEvent ||
+            ::WaitForSingleObject(m_hWaitThreadEvent.Get(), waitMs) != WAIT_OBJECT_0)
+        {
+            return false;
+        }
+        ::SetEvent(m_hWaitThreadEvent.Get()); // the wait has reset it; stop needs it too
+        return true;
+    }
+
 protected:
-    /// Whether the worker was asked to end, or there is no stop event. Worker only.
-    bool IsStopSignalled()
+    enum class Signal
+    {
+        None,
+        Stop,
+        Other,
+    };
+
+    /// What is signalled now: the stop event, which is also taken for signalled when there is none,
+    /// before another object. One question for both, because the worker asks all the time. A null
+    /// `other` is never signalled. Worker only.
+    Signal PollStopOr(HANDLE other)
     {
         const VeltAutoCriticalSection lock(&m_handleLock);
         if (!m_hStopEvent)
         {
-            return true;
+            return Signal::Stop;
         }
-        if (::WaitForSingleObject(m_hStopEvent.Get(), 0) != WAIT_OBJECT_0)
+        const std::array<HANDLE, 2> objects{m_hStopEvent.Get(), other};
+        switch (::WaitForMultipleObjects(other ? 2 : 1, objects.data(), FALSE, 0))
         {
-            return false;
+        case WAIT_OBJECT_0:
+            ::SetEvent(m_hStopEvent.Get()); // the wait has reset it; the next question needs it too
+            return Signal::Stop;
+        case WAIT_OBJECT_0 + 1:
+            return Signal::Other;
+        default:
+            return Signal::None;
         }
-        ::SetEvent(m_hStopEvent.Get()); // the wait has reset it; the next question needs it too
-        return true;
+    }
+
+    /// Whether the worker was asked to end, or there is no stop event. Worker only.
+    bool IsStopSignalled()
+    {
+        return PollStopOr(nullptr) == Signal::Stop;
     }
 
     /// For the state of derived classes; not used here.

@@ -7,7 +7,6 @@
 
 namespace
 {
-constexpr wchar_t kLegacyKey[] = L"SOFTWARE\\Lumenfield Technologies\\Quillplayer\\Internet";
 constexpr std::size_t kLongestProxy = 260;
 
 /// A proxy text of the registry; empty when there is none.
@@ -34,7 +33,7 @@ bool IsSystemProxyEnabled()
 }
 } // namespace
 
-CInternetProxy::CInternetProxy() : m_text(ReadProxyText(kLegacyKey, L"proxy"))
+CInternetProxy::CInternetProxy() : m_text(ReadProxyText(velt::kLegacyProxyKey, L"proxy"))
 {
     if (!m_text.empty())
     {

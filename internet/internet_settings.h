@@ -10,6 +10,10 @@ namespace velt
 inline constexpr wchar_t kInternetSettingsKey[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 
+/// The legacy key of the program's family, below HKEY_CURRENT_USER.
+inline constexpr wchar_t kLegacyProxyKey[] =
+    L"SOFTWARE\\Lumenfield Technologies\\Quillplayer\\Internet";
+
 /// Reads a text of up to `capacity` bytes with its final NUL from a key of the current user, in the
 /// thread's ANSI code page. Nothing when the key or value cannot be read, or is longer.
 /// Throws std::bad_alloc only.

@@ -1,20 +1,32 @@
 #!/usr/bin/env bash
 # Runs a Windows program in a Wine prefix and on a virtual screen of its own.
 #
-#   in_wine.sh [--keep] <prefix> <program> [argument...]
+#   in_wine.sh [--keep] [--show] [--beside <command>] <prefix> <program> [argument...]
 #
 # The prefix is a folder below the build folder. It is made anew for each run, so that nothing is
-# left of earlier ones; with --keep an existing one is used again. The user's own prefix and display
-# are never touched. The exit code is the program's.
+# left of earlier ones; with --keep an existing one is used again. The user's own prefix is never
+# touched, and the user's display only with --show, which puts the program on it. With --beside, a
+# shell command runs on the same screen and ends before this script does; it uses the screen as a
+# person would. The exit code is the program's, or the command's when that failed.
 set -eu
 
 keep=
-if [ "$1" = --keep ]; then
-    keep=1
+show=
+beside=
+while :; do
+    case "${1:-}" in
+    --keep) keep=1 ;;
+    --show) show=1 ;;
+    --beside)
+        beside=$2
+        shift
+        ;;
+    *) break ;;
+    esac
     shift
-fi
+done
 if [ -z "${1:-}" ] || [ -z "${2:-}" ]; then
-    echo "usage: in_wine.sh [--keep] <prefix> <program> [argument...]" >&2
+    echo "usage: in_wine.sh [--keep] [--show] [--beside <command>] <prefix> <program> [argument...]" >&2
     exit 2
 fi
 prefix=$(realpath -m "$1")
@@ -22,6 +34,7 @@ shift
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 template=$root/build/wine/template
+made=$template/.made-4 # another name for each change of how it is made
 
 export WINEARCH=win32
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
@@ -29,18 +42,25 @@ export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe="
 unset WAYLAND_DISPLAY
 
 # A screen of its own, which ends with this script.
-screen_pipe=$(mktemp -u)
-mkfifo "$screen_pipe"
-Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$screen_pipe" >/dev/null 2>&1 &
-screen_pid=$!
-read -r display <"$screen_pipe"
-rm -f "$screen_pipe"
-export DISPLAY=:$display
+screen_pid=
+if [ -z "$show" ]; then
+    screen_pipe=$(mktemp -u)
+    mkfifo "$screen_pipe"
+    Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$screen_pipe" >/dev/null 2>&1 &
+    screen_pid=$!
+    read -r display <"$screen_pipe"
+    rm -f "$screen_pipe"
+    export DISPLAY=:$display
+fi
 
+beside_pid=
 end() {
     [ ! -d "$prefix" ] || WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
-    kill "$screen_pid" 2>/dev/null || true
-    wait "$screen_pid" 2>/dev/null || true
+    local pid
+    for pid in $beside_pid $screen_pid; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
 }
 trap end EXIT
 
@@ -49,11 +69,19 @@ trap end EXIT
 mkdir -p "$root/build/wine"
 (
     flock 9
-    if [ ! -e "$template/.complete" ]; then
+    if [ ! -e "$made" ]; then
         rm -rf "$template"
         WINEPREFIX=$template wineboot -i >"$root/build/wine/wineboot.log" 2>&1
+        # Where a font lacks a character, Windows takes it from the fonts linked to that one; the
+        # font is the one that stands for all that Windows has for its dialogs.
+        for font in 'Liberation Sans' 'Liberation Sans Bold'; do
+            WINEPREFIX=$template wine reg add \
+                'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontLink\SystemLink' /f \
+                /v "$font" /t REG_MULTI_SZ \
+                /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
+        done
         WINEPREFIX=$template wineserver -w
-        touch "$template/.complete"
+        touch "$made"
     fi
 ) 9>"$root/build/wine/template.lock"
 
@@ -62,8 +90,20 @@ if [ -z "$keep" ] || [ ! -d "$prefix" ]; then
     mkdir -p "$prefix"
     cp -al "$template/drive_c" "$prefix/"
     cp -a "$template/dosdevices" "$template"/*.reg "$template/.update-timestamp" "$prefix/"
+    if [ -z "$show" ]; then
+        # There is no window manager on the screen of its own, and each window would wait for one.
+        printf '\n[Software\\\\Wine\\\\X11 Driver]\n"Managed"="N"\n' >>"$prefix/user.reg"
+    fi
 fi
 
+if [ -n "$beside" ]; then
+    bash -c "$beside" &
+    beside_pid=$!
+fi
 status=0
 WINEPREFIX=$prefix wine "$@" || status=$?
+if [ -n "$beside" ]; then
+    wait "$beside_pid" || status=$?
+    beside_pid=
+fi
 exit "$status"

@@ -6,7 +6,7 @@ set -euo pipefail
 velt_setup
 cd "$velt_root"
 velt_build release
-[ $# -gt 0 ] || set -- foundation/*.cpp internet/*.cpp connection/*.cpp collection/*.cpp server/*.cpp
+[ $# -gt 0 ] || set -- foundation/*.cpp internet/*.cpp connection/*.cpp update/*.cpp collection/*.cpp ui/*.cpp server/*.cpp
 
 # clang looks for the cross compiler's headers where that one says they are.
 extra=(--extra-arg-before=--target=i686-w64-mingw32)

@@ -8,6 +8,8 @@ velt_packages=(
     wine wine32:i386 xvfb faketime
     catch2 clang clang-format clang-tidy libclang-rt-14-dev
     nginx-light tinyproxy-bin
+    nsis zip unzip
+    python3 fonts-liberation fonts-droid-fallback xdotool imagemagick
 )
 
 # The packages of the list that are not installed, one a line.

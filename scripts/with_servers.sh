@@ -13,6 +13,8 @@
 #                              user, "request line", "agent"), proxy.log
 #   VELT_SERVERS_DIR_WINDOWS   the folder as programs in Wine see it
 #
+# In the folder lies "full.part", a file that finds its disk full.
+#
 # What nginx serves:
 #
 #   /plain.txt          "plain text\n"
@@ -21,6 +23,7 @@
 #   /large              64 MiB: lines of 64 bytes, each its own number with leading zeros
 #   /chunked            as /plain.txt, in chunks
 #   /moved              a redirection to /plain.txt
+#   /slow               as /large, 256 KiB a second
 #   /private/           "private text\n", for the user "user" with the password "secret"
 #   everything else     404
 set -eu
@@ -30,6 +33,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 folder=$root/build/servers/$$
 rm -rf "$folder"
 mkdir -p "$folder/temp" "$root/build/servers"
+ln -s /dev/full "$folder/full.part"
 exec 4>&2 # where this script's own complaints go
 
 server_pids=()
@@ -135,6 +139,10 @@ http {
             # A page that is searched has no length beforehand.
             sub_filter_types *;
             sub_filter 'nowhere in the text' '';
+        }
+        location = /slow {
+            alias $pages/large;
+            limit_rate 256k;
         }
         location = /moved {
             return 302 /plain.txt;

@@ -1,19 +1,29 @@
 #include "server/class_table.h"
 
 #include "collection/enum_variant_col.h"
-#include "server/resource_ids.h"
+#include "server/registrar_replacements.h"
+#include "service/velt_http_service.h"
+#include "ui/velt_eula_dlg.h"
 
 #include <provider_lib.h>
 
 namespace velt
 {
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
-    {&CLSID_CVeltHTTPService, nullptr, VELT_REGISTRY_VELT_HTTP_SERVICE, L"Free", {}},
+    {&CLSID_CVeltHTTPService,
+     &CreateComObject<CVeltHTTPService>,
+     kServiceScript.script,
+     kServiceScript.threadingModel,
+     {}},
     {&CLSID_CEnumVariantCol,
      &CreateComObject<CEnumVariantCol>,
-     VELT_REGISTRY_ENUM_VARIANT_COL,
-     L"Apartment",
+     kCollectionScript.script,
+     kCollectionScript.threadingModel,
      {}},
-    {&CLSID_CVeltEulaDlg, nullptr, VELT_REGISTRY_VELT_EULA_DLG, L"Both", {}},
+    {&CLSID_CVeltEulaDlg,
+     &CreateComObject<CVeltEulaDlg>,
+     kEulaScript.script,
+     kEulaScript.threadingModel,
+     {}},
 }};
 } // namespace velt

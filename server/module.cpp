@@ -4,6 +4,7 @@
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
 #include "foundation/velt_auto_critical_section.h"
+#include "server/registrar_replacements.h"
 #include "server/registration.h"
 #include "server/resource_ids.h"
 #include "server/thread_locale_scope.h"
@@ -11,11 +12,6 @@
 #include <oleauto.h>
 
 #include <algorithm>
-
-namespace
-{
-constexpr wchar_t kAppId[] = L"{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}";
-} // namespace
 
 CVeltHTTPClient::~CVeltHTTPClient()
 {
@@ -100,7 +96,7 @@ void CVeltHTTPClient::SetRegistrationHook(RegistrationHook hook) noexcept
 
 void CVeltHTTPClient::AddCommonRGSReplacements(velt::RegistrarReplacements& replacements) const
 {
-    replacements.insert_or_assign(L"APPID", kAppId);
+    replacements.insert_or_assign(L"APPID", velt::kAppId);
 }
 
 LONG CVeltHTTPClient::Lock() noexcept
@@ -178,7 +174,7 @@ void CVeltHTTPClient::RunScripts(velt::RegistrationScope scope)
     velt::RunRegistrarScript(m_instance, VELT_REGISTRY_APPID, replacements, scope);
     for (const velt::ClassRow& row : velt::kClassTable)
     {
-        replacements.insert_or_assign(L"THREADINGMODEL", row.threadingModel);
+        velt::AddClassReplacements(replacements, row.threadingModel);
         velt::RunRegistrarScript(m_instance, row.registrarScript, replacements, scope);
         velt::RegisterCategories(*row.clsid, row.categories);
     }

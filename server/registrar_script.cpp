@@ -106,7 +106,8 @@ private:
     void ReadKey()
     {
         const bool force = m_tokens.Peek().IsKeyword(L"ForceRemove");
-        if (force || m_tokens.Peek().IsKeyword(L"NoRemove"))
+        const bool shared = m_tokens.Peek().IsKeyword(L"NoRemove");
+        if (force || shared)
         {
             m_tokens.Take();
         }
@@ -117,6 +118,7 @@ private:
             DeleteKey(name);
         }
         Add(RegistryOperation::Kind::createKey, path);
+        m_operations.back().shared = shared;
         if (m_tokens.TakeIf(RegistrarToken::Kind::equals))
         {
             SetValue(path, {}, ReadValue());

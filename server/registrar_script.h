@@ -39,6 +39,7 @@ struct RegistryOperation
     std::wstring path;      // below the root, names divided by single backslashes
     std::wstring valueName; // setValue only; empty for the key's default value
     Value value;            // setValue only
+    bool shared = false;    // createKey only: NoRemove, others have something in there too
 };
 
 /// Where a script is wrong, and how. Lines and columns count from 1.

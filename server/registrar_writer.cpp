@@ -19,13 +19,75 @@ void ThrowIfError(LSTATUS error)
     }
 }
 
-struct Location
+/// A text with its final NUL.
+RegistryData TextData(DWORD type, const std::wstring& text)
 {
-    HKEY root;
-    std::wstring path;
+    const std::span<const wchar_t> characters(text.c_str(), text.size() + 1);
+    const auto bytes = std::as_bytes(characters);
+    return {type, {bytes.begin(), bytes.end()}};
+}
+
+/// One form for each kind of data.
+struct ValueEncoder
+{
+    RegistryData operator()(const std::wstring& text) const
+    {
+        return TextData(REG_SZ, text);
+    }
+
+    RegistryData operator()(std::uint32_t number) const
+    {
+        const auto bytes = std::as_bytes(std::span(&number, 1));
+        return {REG_DWORD, {bytes.begin(), bytes.end()}};
+    }
+
+    RegistryData operator()(const std::vector<std::uint8_t>& data) const
+    {
+        const auto bytes = std::as_bytes(std::span(data));
+        return {REG_BINARY, {bytes.begin(), bytes.end()}};
+    }
+
+    RegistryData operator()(const std::vector<std::wstring>& texts) const
+    {
+        std::wstring joined;
+        for (const std::wstring& text : texts)
+        {
+            joined.append(text).push_back(L'\0');
+        }
+        return TextData(REG_MULTI_SZ, joined);
+    }
 };
 
-Location Locate(const RegistryOperation& operation, RegistrationScope scope)
+void DeleteTree(const RegistryLocation& at)
+{
+    const LSTATUS error = ::RegDeleteTreeW(at.root, at.path.c_str());
+    if (error != ERROR_FILE_NOT_FOUND)
+    {
+        ThrowIfError(error);
+    }
+}
+
+void Write(const RegistryOperation& operation, RegistrationScope scope)
+{
+    const RegistryLocation at = Locate(operation, scope);
+    if (operation.kind == RegistryOperation::Kind::deleteTree)
+    {
+        DeleteTree(at);
+        return;
+    }
+    CRegKeyW key;
+    ThrowIfError(key.Create(at.root, at.path.c_str(), nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE));
+    if (operation.kind == RegistryOperation::Kind::setValue)
+    {
+        const RegistryData data = EncodeValue(operation.value);
+        ThrowIfError(::RegSetValueExW(key.GetKey(), operation.valueName.c_str(), 0, data.type,
+                                      reinterpret_cast<const BYTE*>(data.bytes.data()),
+                                      static_cast<DWORD>(data.bytes.size())));
+    }
+}
+} // namespace
+
+RegistryLocation Locate(const RegistryOperation& operation, RegistrationScope scope)
 {
     switch (operation.root)
     {
@@ -47,75 +109,10 @@ Location Locate(const RegistryOperation& operation, RegistrationScope scope)
     throw VeltException(__FILE__, __LINE__);
 }
 
-void SetData(const CRegKeyW& key, const std::wstring& name, DWORD type, const void* data,
-             std::size_t sizeBytes)
+RegistryData EncodeValue(const RegistryOperation::Value& value)
 {
-    ThrowIfError(::RegSetValueExW(key.GetKey(), name.c_str(), 0, type,
-                                  static_cast<const BYTE*>(data), static_cast<DWORD>(sizeBytes)));
+    return std::visit(ValueEncoder(), value);
 }
-
-std::size_t SizeWithNul(const std::wstring& text) noexcept
-{
-    return (text.size() + 1) * sizeof(wchar_t);
-}
-
-/// One writer for each kind of data.
-struct ValueWriter
-{
-    const CRegKeyW& key;
-    const std::wstring& name;
-
-    void operator()(const std::wstring& text) const
-    {
-        SetData(key, name, REG_SZ, text.c_str(), SizeWithNul(text));
-    }
-
-    void operator()(std::uint32_t number) const
-    {
-        SetData(key, name, REG_DWORD, &number, sizeof(number));
-    }
-
-    void operator()(const std::vector<std::uint8_t>& bytes) const
-    {
-        SetData(key, name, REG_BINARY, bytes.data(), bytes.size());
-    }
-
-    void operator()(const std::vector<std::wstring>& texts) const
-    {
-        std::wstring joined;
-        for (const std::wstring& text : texts)
-        {
-            joined.append(text).push_back(L'\0');
-        }
-        SetData(key, name, REG_MULTI_SZ, joined.c_str(), SizeWithNul(joined));
-    }
-};
-
-void DeleteTree(const Location& at)
-{
-    const LSTATUS error = ::RegDeleteTreeW(at.root, at.path.c_str());
-    if (error != ERROR_FILE_NOT_FOUND)
-    {
-        ThrowIfError(error);
-    }
-}
-
-void Write(const RegistryOperation& operation, RegistrationScope scope)
-{
-    const Location at = Locate(operation, scope);
-    if (operation.kind == RegistryOperation::Kind::deleteTree)
-    {
-        DeleteTree(at);
-        return;
-    }
-    CRegKeyW key;
-    ThrowIfError(key.Create(at.root, at.path.c_str(), nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE));
-    if (operation.kind == RegistryOperation::Kind::setValue)
-    {
-        std::visit(ValueWriter{key, operation.valueName}, operation.value);
-    }
-}
-} // namespace
 
 void WriteRegistry(std::span<const RegistryOperation> operations, RegistrationScope scope)
 {

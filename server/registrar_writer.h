@@ -2,7 +2,12 @@
 
 #include "server/registrar_script.h"
 
+#include <windows.h>
+
+#include <cstddef>
 #include <span>
+#include <string>
+#include <vector>
 
 namespace velt
 {
@@ -12,6 +17,28 @@ enum class RegistrationScope
     machine, // HKEY_CLASSES_ROOT
     user,    // HKEY_CURRENT_USER\Software\Classes
 };
+
+/// A place in the registry.
+struct RegistryLocation
+{
+    HKEY root;
+    std::wstring path;
+};
+
+/// A value as it lies in the registry.
+struct RegistryData
+{
+    DWORD type;
+    std::vector<std::byte> bytes;
+
+    bool operator==(const RegistryData&) const = default;
+};
+
+/// The key that an operation is about.
+RegistryLocation Locate(const RegistryOperation& operation, RegistrationScope scope);
+
+/// What an operation's value is written as.
+RegistryData EncodeValue(const RegistryOperation::Value& value);
 
 /// Makes the changes in their order. Throws SystemException::Win32 at the first one that fails; the
 /// ones before it stay made.

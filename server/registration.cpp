@@ -78,10 +78,10 @@ std::wstring ModulePath(HMODULE module)
     }
 }
 
-void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& replacements,
-                        RegistrationScope scope)
+std::vector<RegistryOperation> ReadRegistrarScript(HMODULE module, UINT id,
+                                                   const RegistrarReplacements& replacements)
 {
-    const RegistrarResult result =
+    RegistrarResult result =
         ParseRegistrarScript(WideFromUtf8(ScriptBytes(module, id)), replacements);
     if (const auto* error = std::get_if<RegistrarError>(&result))
     {
@@ -90,7 +90,13 @@ void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& re
                             static_cast<unsigned>(error->column), error->message.c_str());
         throw SystemException::Win32(ERROR_INVALID_DATA);
     }
-    WriteRegistry(std::get<std::vector<RegistryOperation>>(result), scope);
+    return std::get<std::vector<RegistryOperation>>(std::move(result));
+}
+
+void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& replacements,
+                        RegistrationScope scope)
+{
+    WriteRegistry(ReadRegistrarScript(module, id, replacements), scope);
 }
 
 void RegisterCategories(const CLSID& clsid, std::span<const CategoryRow> categories)

@@ -8,6 +8,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace velt
 {
@@ -18,9 +19,13 @@ RegistrationScope CurrentRegistrationScope() noexcept;
 /// Full path of a loaded module. Throws SystemException::Win32 and std::bad_alloc.
 std::wstring ModulePath(HMODULE module);
 
-/// Runs the script that the module holds as resource `id` of type REGISTRY, encoded in UTF-8. A
-/// script that does not parse changes nothing and is an ERROR_INVALID_DATA; its line and column are
-/// traced. Throws SystemException::Win32 and std::bad_alloc.
+/// The operations of the script that the module holds as resource `id` of type REGISTRY, encoded in
+/// UTF-8. A script that does not parse is an ERROR_INVALID_DATA; its line and column are traced.
+/// Throws SystemException::Win32 and std::bad_alloc.
+std::vector<RegistryOperation> ReadRegistrarScript(HMODULE module, UINT id,
+                                                   const RegistrarReplacements& replacements);
+
+/// Runs such a script. One that does not parse changes nothing. Throws as above.
 void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& replacements,
                         RegistrationScope scope);
 

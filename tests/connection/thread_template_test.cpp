@@ -375,3 +375,26 @@ TEST_CASE("base_thread: the operations stand in the slots that they always had",
     CHECK(VirtualSlot(&Template::Start) == 4);
     CHECK(VirtualSlot(&Template::SignalStop) == 5);
 }
+
+TEST_CASE("thread_template: TryStop says whether the worker has ended", "[connection]")
+{
+    Worker idle;
+    CHECK(idle.TryStop(0)); // was never started
+    TestEvent entered;
+    TestEvent goOn;
+    std::atomic<bool> ownAnswer = true;
+    Worker worker([&](Worker& self) {
+        ownAnswer = self.TryStop(INFINITE); // at once, on the worker itself
+        entered.Set();
+        goOn.Wait();
+    });
+    CHECK_FALSE(worker.IsWorker());
+    worker.Start(&worker);
+    entered.Wait();
+    CHECK_FALSE(ownAnswer);
+    CHECK_FALSE(worker.TryStop(1));
+    goOn.Set();
+    CHECK(worker.TryStop(kGraceMs));
+    CHECK(worker.TryStop(0));
+    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs); // still finds the end
+}

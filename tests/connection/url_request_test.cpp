@@ -3,6 +3,7 @@
 #include "foundation/system_exception.h"
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
+#include "tests/support/logging_request.h"
 #include "tests/support/virtual_slot.h"
 
 #include <catch.hpp>
@@ -205,4 +206,25 @@ TEST_CASE("queue_request: the accessors stand in the slots that they always had"
     CHECK(VirtualSlot(&queue_request::GetPort) == 9);
     CHECK(VirtualSlot(&queue_request::GetServer) == 10);
     CHECK(VirtualSlot(&queue_request::GetProxy) > VirtualSlot(&queue_request::GetServer));
+}
+
+TEST_CASE("queue_request: work that fetches nothing need not say what", "[connection]")
+{
+    CallLog log;
+    LoggingRequest request(log, "work");
+    CHECK(request.GetPassword().empty());
+    CHECK(request.GetUserName().empty());
+    CHECK_NOTHROW(request.OnBody("body", 4));
+    DWORD lengthBytes = 5;
+    CHECK(request.GetRequestData(&lengthBytes) == nullptr);
+    CHECK(lengthBytes == 0);
+    CHECK(request.GetFlags() == 0);
+    CHECK(request.GetHttpVersion().empty());
+    CHECK(request.GetAcceptType().empty());
+    CHECK(request.GetObjectPath().empty());
+    CHECK(request.GetVerb().empty());
+    CHECK(request.GetPort() == 0);
+    CHECK(request.GetServer().empty());
+    CHECK(request.GetProxy().empty());
+    CHECK(log.All().empty());
 }

@@ -34,9 +34,9 @@ struct KnownClass
     bool creatable;
 };
 const std::array<KnownClass, 3> kClasses = {{
-    {&CLSID_CVeltHTTPService, false},
+    {&CLSID_CVeltHTTPService, true},
     {&CLSID_CEnumVariantCol, true},
-    {&CLSID_CVeltEulaDlg, false},
+    {&CLSID_CVeltEulaDlg, true},
 }};
 } // namespace
 

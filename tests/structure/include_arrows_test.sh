@@ -51,7 +51,7 @@ if [ "$(wrong_arrows "$trial" | wc -l)" -ne 1 ]; then
     exit 1
 fi
 
-found=$(wrong_arrows . && odd_includes foundation collection server tools tests benchmarks samples)
+found=$(wrong_arrows . && odd_includes foundation internet connection update service collection ui server tools tests benchmarks samples)
 if [ -n "$found" ]; then
     echo "$found"
     exit 1

@@ -1,58 +1,33 @@
 #pragma once
 
-#include "foundation/unique_handle.h"
-
 #include <windows.h>
 
-#include <array>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace velt::test
 {
-struct FileTraits
-{
-    using Type = HANDLE;
-
-    static Type Invalid() noexcept
-    {
-        return INVALID_HANDLE_VALUE;
-    }
-
-    static void Close(Type file) noexcept
-    {
-        ::CloseHandle(file);
-    }
-};
-using UniqueFile = UniqueHandle<FileTraits>;
-
-/// A folder as a host that registers nothing has it: a library and its side-by-side manifest. The
-/// manifest is in force on the calling thread until the end of the scope; then the folder goes.
+/// A side-by-side manifest in force on the calling thread until the end of the scope, as in a host
+/// that registers nothing. Other threads that need it make one of their own from the same file.
 class ActivationContext
 {
 public:
-    ActivationContext(std::string_view manifest, const std::wstring& library)
+    /// `manifest` is the full path of a manifest file. Throws std::runtime_error when the system
+    /// refuses it.
+    explicit ActivationContext(const std::wstring& manifest)
     {
-        std::array<wchar_t, MAX_PATH> temporary{};
-        ::GetTempPathW(MAX_PATH, temporary.data());
-        m_folder = std::wstring(temporary.data()) + L"velt_side_by_side_" +
-                   std::to_wstring(::GetCurrentProcessId());
-        ::CreateDirectoryW(m_folder.c_str(), nullptr);
-        m_library = m_folder + library.substr(library.rfind(L'\\'));
-        m_manifest = m_folder + L"\\host.manifest";
-        if (!::CopyFileW(library.c_str(), m_library.c_str(), FALSE))
-        {
-            throw std::runtime_error("the library cannot be copied");
-        }
-        Write(manifest);
         ACTCTXW description{};
         description.cbSize = sizeof(description);
-        description.lpSource = m_manifest.c_str();
+        description.lpSource = manifest.c_str();
         m_context = ::CreateActCtxW(&description);
-        if (m_context == INVALID_HANDLE_VALUE || !::ActivateActCtx(m_context, &m_cookie))
+        if (m_context == INVALID_HANDLE_VALUE)
         {
             throw std::runtime_error("the manifest is refused");
+        }
+        if (!::ActivateActCtx(m_context, &m_cookie))
+        {
+            ::ReleaseActCtx(m_context);
+            throw std::runtime_error("the manifest cannot be put in force");
         }
     }
 
@@ -63,34 +38,10 @@ public:
     {
         ::DeactivateActCtx(0, m_cookie);
         ::ReleaseActCtx(m_context);
-        ::DeleteFileW(m_manifest.c_str());
-        ::DeleteFileW(m_library.c_str());
-        ::RemoveDirectoryW(m_folder.c_str());
-    }
-
-    /// The library's full path in that folder.
-    const std::wstring& Library() const noexcept
-    {
-        return m_library;
     }
 
 private:
-    void Write(std::string_view manifest) const
-    {
-        const UniqueFile file(::CreateFileW(m_manifest.c_str(), GENERIC_WRITE, 0, nullptr,
-                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        DWORD written = 0;
-        if (!::WriteFile(file.Get(), manifest.data(), static_cast<DWORD>(manifest.size()), &written,
-                         nullptr))
-        {
-            throw std::runtime_error("the manifest cannot be written");
-        }
-    }
-
-    std::wstring m_folder;
-    std::wstring m_library;
-    std::wstring m_manifest;
-    HANDLE m_context = INVALID_HANDLE_VALUE;
+    HANDLE m_context;
     ULONG_PTR m_cookie = 0;
 };
 } // namespace velt::test

@@ -59,63 +59,6 @@ public:
         return cancelled;
     }
 
-    std::string GetPassword() const override
-    {
-        return {};
-    }
-
-    std::string GetUserName() const override
-    {
-        return {};
-    }
-
-    void OnBody(const char*, DWORD) override {}
-
-    const void* GetRequestData(DWORD*) const override
-    {
-        return nullptr;
-    }
-
-    DWORD GetFlags() const override
-    {
-        return 0;
-    }
-
-    std::string GetHttpVersion() const override
-    {
-        return {};
-    }
-
-    std::string GetAcceptType() const override
-    {
-        return {};
-    }
-
-    std::string GetObjectPath() const override
-    {
-        return {};
-    }
-
-    std::string GetVerb() const override
-    {
-        return {};
-    }
-
-    INTERNET_PORT GetPort() const override
-    {
-        return 0;
-    }
-
-    std::string GetServer() const override
-    {
-        return {};
-    }
-
-    std::string GetProxy() const override
-    {
-        return {};
-    }
-
     // set before the request is queued
     std::function<void()> onStep;
     std::function<void(DWORD*)> onComplete;

@@ -39,9 +39,9 @@ public:
     }
 
     /// Waits for the end of the function and throws what it has thrown.
-    void Join()
+    void Join(DWORD limitMs = kWaitLimitMs)
     {
-        if (::WaitForSingleObject(m_thread.Get(), kWaitLimitMs) != WAIT_OBJECT_0)
+        if (::WaitForSingleObject(m_thread.Get(), limitMs) != WAIT_OBJECT_0)
         {
             throw std::runtime_error("the thread does not end");
         }

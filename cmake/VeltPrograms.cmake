@@ -1,0 +1,38 @@
+# What the programs that are shipped need beside their sources.
+
+# velt_delay_load(<target> <library>...)
+#
+# Has the target load DLLs of the system, named as their import libraries are, at the first call of
+# one of their functions instead of at its start. Their import libraries are made anew from those of
+# the compiler.
+function(velt_delay_load target)
+    set(folder "${PROJECT_BINARY_DIR}/delay_load")
+    foreach(library IN LISTS ARGN)
+        if(NOT TARGET velt_delay_${library})
+            add_custom_command(
+                OUTPUT "${folder}/lib${library}.a"
+                COMMAND "${PROJECT_SOURCE_DIR}/cmake/delay_load_library.sh" ${library}
+                    "${folder}/lib${library}.a" "${CMAKE_CXX_COMPILER}" "${CMAKE_NM}"
+                    "${CMAKE_DLLTOOL}" "${CMAKE_OBJCOPY}"
+                DEPENDS "${PROJECT_SOURCE_DIR}/cmake/delay_load_library.sh"
+                COMMENT "delay-load library of ${library}.dll"
+                VERBATIM)
+            add_custom_target(velt_delay_${library} DEPENDS "${folder}/lib${library}.a")
+        endif()
+        add_dependencies(${target} velt_delay_${library})
+    endforeach()
+    # Found before the compiler's own libraries of the same names.
+    target_link_directories(${target} BEFORE PRIVATE "${folder}")
+    target_link_libraries(${target} PRIVATE delayimp)
+endfunction()
+
+# velt_split_symbols(<target>): moves the symbols of a shipped program into <target>.debug in the
+# build folder. strip writes a time stamp: the fixed one of the type library.
+function(velt_split_symbols target)
+    set(symbols "${PROJECT_BINARY_DIR}/${target}.debug")
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:${target}>" "${symbols}"
+        COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=946684800
+            "${CMAKE_STRIP}" --strip-all "$<TARGET_FILE:${target}>"
+        VERBATIM)
+endfunction()

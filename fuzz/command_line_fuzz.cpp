@@ -1,0 +1,102 @@
+// Feeds what velt.exe reads from its command line, from URLs and from script files with any bytes.
+
+#include "tests/support/well_formed_utf8.h"
+#include "tools/velt/command_line.h"
+#include "tools/velt/help_text.h"
+#include "tools/velt/report.h"
+#include "tools/velt/script_text.h"
+#include "tools/velt/url_file_name.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using namespace velt::tool;
+
+namespace
+{
+void Require(bool kept)
+{
+    if (!kept)
+    {
+        std::abort();
+    }
+}
+
+/// Arguments are divided by line feeds.
+void CheckCommandLine(std::string_view bytes)
+{
+    std::vector<std::wstring> arguments(1);
+    for (const char c : bytes)
+    {
+        if (c == '\n')
+        {
+            arguments.emplace_back();
+        }
+        else
+        {
+            arguments.back().push_back(static_cast<unsigned char>(c));
+        }
+    }
+    const ParsedCommandLine parsed = ParseCommandLine(arguments);
+    if (const auto* line = std::get_if<CommandLine>(&parsed))
+    {
+        const CommandRow& command = *line->command;
+        Require(line->operands.size() >= command.leastOperands);
+        Require(line->operands.size() <= command.mostOperands);
+        for (const auto& [name, value] : line->options)
+        {
+            const auto row =
+                std::find_if(command.options.begin(), command.options.end(),
+                             [&](const OptionRow& option) { return option.name == name; });
+            Require(row != command.options.end());
+            Require(!row->value.empty() || value.empty());
+        }
+    }
+    else if (const auto* error = std::get_if<UsageError>(&parsed))
+    {
+        Require(!error->message.empty());
+        Require(!HelpText(error->topic).empty());
+    }
+    else if (const auto* help = std::get_if<HelpWanted>(&parsed))
+    {
+        Require(help->topic.empty() || HelpText(help->topic) != HelpText(""));
+    }
+}
+
+void CheckFileName(std::string_view url)
+{
+    const std::string name = FileNameFromUrl(url);
+    Require(!name.empty() && name.back() != '.' && name.back() != ' ');
+    Require(velt::test::IsWellFormedUtf8(name));
+    Require(name.find_first_of(std::string_view("<>:\"/\\|?*\0", 10)) == name.npos);
+}
+
+void CheckReport(std::string_view text)
+{
+    Report report;
+    report.Add(text, text);
+    const std::string json = report.Json();
+    Require(std::all_of(json.begin(), json.end(), [](char c) { return c >= ' ' && c <= '~'; }));
+    Require(json.starts_with("{\"") && json.ends_with("\"}"));
+    report = {};
+    report.Add("t", text);
+    const std::string line = report.Text();
+    Require(std::count(line.begin(), line.end(), '\n') == 1);
+    Require(velt::test::IsWellFormedUtf8(line));
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string bytes(data, data + size);
+    CheckCommandLine(bytes);
+    CheckFileName(bytes);
+    CheckReport(bytes);
+    DecodeScript(bytes);
+    return 0;
+}

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Makes the installer and the zip of a build, and a file with their checksums.
+#
+#   make_package.sh <build folder> <output folder>
+#
+# The output folder gets VeltHTTPClient12OEM-<version>.zip, VeltHTTPClient12OEM-<version>-setup.exe
+# and SHA256SUMS. One commit makes the same bytes anywhere and any time: every file carries the time
+# SOURCE_DATE_EPOCH, which is the commit's when it is not set, and files are taken in a fixed order.
+set -euo pipefail
+export LC_ALL=C TZ=UTC
+umask 022
+
+build=$(realpath "$1")
+output=$(realpath -m "$2")
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=$(dirname "$here")
+
+if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
+    SOURCE_DATE_EPOCH=$(git -C "$root" log -1 --format=%ct 2>/dev/null) || SOURCE_DATE_EPOCH=946684800
+fi
+export SOURCE_DATE_EPOCH
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+name=VeltHTTPClient12OEM-$version
+
+stage=$output/$name
+rm -rf "$stage"
+mkdir -p "$stage/docs" "$stage/samples"
+
+# What the build says is shipped; the texts that go with it; samples that need the published files
+# only.
+cp -R "$build/bin/." "$stage/"
+cp "$root/README.md" "$stage/"
+cp "$root"/docs/*.md "$stage/docs/"
+cp -R "$root/samples/." "$stage/samples/"
+find "$stage/samples" -name CMakeLists.txt -delete
+rm -f "$stage/samples/fetch_host.cpp"
+# The sample agent goes as a program: its sources need the project's.
+agent=$stage/samples/update_agent
+rm -rf "$agent"
+mkdir "$agent"
+cp "$root/samples/update_agent/update_agent.ini" "$agent/"
+SOURCE_DATE_EPOCH=946684800 i686-w64-mingw32-strip --strip-all -o "$agent/sample_agent.exe" \
+    "$build/samples/update_agent/sample_agent.exe"
+
+find "$stage" -type d -exec chmod 755 {} +
+find "$stage" -type f -exec chmod 644 {} +
+find "$stage" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+cd "$output"
+readarray -t files < <(cd "$stage" && find . -type f -printf '%P\n' | sort)
+readarray -t folders < <(cd "$stage" && find . -mindepth 1 -type d -printf '%P\n' | sort)
+
+rm -f "$name.zip"
+printf "$name/%s\n" "${files[@]}" | zip -q -X -9 -@ "$name.zip"
+
+# What the installer writes and the uninstaller removes: each file by its name, so that nobody
+# else's file goes.
+list=$output/$name-files.nsh
+{
+    echo '!macro InstallFiles'
+    current=
+    for file in "${files[@]}"; do
+        folder=$(dirname "/$file")
+        if [ "$folder" != "$current" ]; then
+            current=$folder
+            folder=${folder%/}
+            printf '    SetOutPath "$INSTDIR%s"\n' "${folder//\//\\}"
+        fi
+        printf '    File "%s"\n' "$stage/$file"
+    done
+    echo '!macroend'
+    echo '!macro RemoveFiles'
+    for file in "${files[@]}"; do
+        printf '    Delete "$INSTDIR\\%s"\n' "${file//\//\\}"
+    done
+    for ((i = ${#folders[@]} - 1; i >= 0; --i)); do # the inner ones first
+        printf '    RMDir "$INSTDIR\\%s"\n' "${folders[i]//\//\\}"
+    done
+    echo '!macroend'
+} >"$list"
+size_bytes=$(find "$stage" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum }')
+makensis -V2 -WX -NOCD \
+    "-DVELT_VERSION=$version" "-DVELT_OUTPUT=$output/$name-setup.exe" "-DVELT_FILES=$list" \
+    "-DVELT_SIZE_KB=$(((size_bytes + 1023) / 1024))" "$here/velt.nsi"
+
+rm -rf "$stage" "$list"
+sha256sum "$name-setup.exe" "$name.zip" >SHA256SUMS
+cat SHA256SUMS

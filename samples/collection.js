@@ -1,0 +1,48 @@
+// The collection from JScript, without registration. Run it with one of
+//
+//     velt script samples\collection.js
+//     %SystemRoot%\SysWOW64\cscript //nologo samples\collection.js
+//
+// The first makes the component's classes known by itself. For the second the system's
+// activation-context object reads the manifest in the folder above.
+
+function createCollection()
+{
+    var progId = "VeltHTTPClient.EnumVariantCol12OEM";
+    try
+    {
+        return new ActiveXObject(progId);
+    }
+    catch (notKnown)
+    {
+        // By design registration alone does not make the collection creatable.
+        var folder = WScript.ScriptFullName.replace(/[^\\]*\\[^\\]*$/, "");
+        var context = new ActiveXObject("Microsoft.Windows.ActCtx");
+        context.Manifest = folder + "VeltHTTPClient12OEM.Assembly.manifest";
+        return context.CreateObject(progId);
+    }
+}
+
+var values = createCollection();
+values.Add("first");
+values.Add(2.5);
+values.Add(true);
+WScript.Echo("Count: " + values.Count);
+WScript.Echo("Item(2): " + values.Item(2)); // positions count from 1
+
+values.Remove(1);
+for (var e = new Enumerator(values); !e.atEnd(); e.moveNext())
+{
+    WScript.Echo("value: " + e.item());
+}
+
+try
+{
+    values.Item(3);
+}
+catch (error) // E_FAIL past the end, by design; Remove says E_INVALIDARG
+{
+    WScript.Echo("Item(3) fails");
+}
+values.Clear();
+WScript.Echo("Count after Clear: " + values.Count);

@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Makes the packages twice, under different circumstances, and looks into them.
+#
+#   package_test.sh <source folder> <build folder> <work folder>
+#
+# The packages of the first time stay in the work folder, for the test that installs them; so does
+# one of an earlier version, in earlier/.
+set -euo pipefail
+source_dir=$1
+build=$2
+work=$3
+make_package=$source_dir/installer/make_package.sh
+failures=0
+
+# expect <what> <expected> <actual>
+expect() {
+    if [ "$2" != "$3" ]; then
+        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
+        failures=$((failures + 1))
+    else
+        printf 'ok: %s\n' "$1"
+    fi
+}
+
+rm -rf "$work"
+"$make_package" "$build" "$work"
+second=$work/again/in/another/folder
+mkdir -p "$second"
+touch "$second/left over"
+# Another user's circumstances, and files that were built at another time.
+(
+    export TZ=Pacific/Auckland LANG=C.UTF-8 LC_ALL=C.UTF-8
+    umask 077
+    copy=$work/copy
+    mkdir -p "$copy"
+    cp "$build/CMakeCache.txt" "$copy/"
+    cp -R "$build/bin" "$copy/bin"
+    mkdir -p "$copy/samples/update_agent"
+    cp "$build/samples/update_agent/sample_agent.exe" "$copy/samples/update_agent/"
+    "$make_package" "$copy" "$second"
+
+    # An earlier version, which had a file that is there no more.
+    sed -i -E 's/^(CMAKE_PROJECT_VERSION:STATIC)=.*/\1=11.9.0.0/' "$copy/CMakeCache.txt"
+    mkdir "$copy/bin/withdrawn"
+    echo 'not any more' >"$copy/bin/withdrawn/withdrawn.txt"
+    "$make_package" "$copy" "$work/earlier"
+) >"$work/again.log" 2>&1
+cd "$work"
+for file in *.zip *.exe SHA256SUMS; do
+    expect "$file is the same bytes both times" same "$(cmp "$file" "$second/$file" && echo same)"
+done
+expect "three files, and nothing else" 3 "$(find . -maxdepth 1 -type f ! -name again.log | wc -l)"
+expect "the checksums are right" "2" "$(sha256sum -c SHA256SUMS | grep -c ': OK$')"
+expect "an explicit time is obeyed" "19800102.000000" "$(
+    SOURCE_DATE_EPOCH=315619200 "$make_package" "$build" "$second" >/dev/null &&
+        zipinfo -T "$second"/*.zip | sed -nE 's/.* ([0-9]{8}\.[0-9]{6}) .*/\1/p' | sort -u
+)"
+
+zip=$(echo *.zip)
+name=${zip%.zip}
+inside=$(unzip -Z1 "$zip")
+expect "everything lies in one folder" "$name" "$(cut -d/ -f1 <<<"$inside" | sort -u)"
+expect "the names are sorted" "$inside" "$(LC_ALL=C sort <<<"$inside")"
+for file in $(cd "$build/bin" && find . -type f -printf '%P\n') README.md docs/host-guide.md \
+    docs/installer-guide.md samples/collection_host.cpp samples/eula/agreement.rtf \
+    samples/update_agent/sample_agent.exe; do
+    expect "the zip has $file" 1 "$(grep -cxF "$name/$file" <<<"$inside")"
+done
+unzip -q "$zip" -d unpacked
+expect "what is shipped is what was built" same "$(
+    cd "$build/bin" && find . -type f -print0 |
+        xargs -0 -I{} cmp {} "$work/unpacked/$name/{}" && echo same
+)"
+# A program for its reader only: no path of the maker's machine.
+expect "no path of the build inside" 0 "$(
+    { grep -rlF "$source_dir/" unpacked || true; } | wc -l
+)"
+
+# Every link between the documents leads to a file in the package.
+broken=$(
+    cd "unpacked/$name"
+    find . -name '*.md' -printf '%P\n' | while read -r document; do
+        { grep -oP '\]\(\K[^)#]+(?=[)#])' "$document" || true; } | grep -v '://' | while read -r target; do
+            [ -e "$(dirname "$document")/$target" ] || echo "$document: $target"
+        done || true
+    done
+)
+expect "links between the documents lead somewhere" "" "$broken"
+rm -rf unpacked again copy again.log
+exit "$((failures > 0))"

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tests/support/child_process.h"
+#include "tests/support/component_library.h"
+#include "tests/support/temp_folder.h"
+
+#include <windows.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace velt::test
+{
+inline const std::string kProduct = " {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
+
+/// Settings of the sample agent: it is connected and has one update.
+inline const std::string kOneUpdate = "[agent]\r\nconnected=1\r\n[updates]\r\n" +
+                                      kProduct.substr(1) + "=1\r\n[messages]\r\n" +
+                                      kProduct.substr(1) + "=0\r\n";
+
+/// What a command prints, its errors too.
+inline std::vector<std::string> OutputOf(const std::wstring& command)
+{
+    const TempFolder folder(L"output");
+    const std::wstring output = folder.File(L"output.txt");
+    RunProcess(L"cmd /c " + command + L" > \"" + output + L"\" 2>&1");
+    std::ifstream file(output.c_str());
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+    {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+/// The component, registered; its keys go with the prefix.
+class RegisteredComponent
+{
+public:
+    RegisteredComponent()
+    {
+        if (m_library.RegisterServer() != S_OK)
+        {
+            throw std::runtime_error("the component cannot be registered");
+        }
+    }
+
+private:
+    ComponentLibrary m_library;
+};
+
+/// Closes the window that the sample agent shows for an update in the foreground.
+inline void CloseAgentWindow()
+{
+    ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0);
+}
+} // namespace velt::test

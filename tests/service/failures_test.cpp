@@ -1,0 +1,305 @@
+// What the service does when the platform fails, and the names under which its members trace.
+
+#include "service/velt_http_service.h"
+
+#include "service/cookie_store.h"
+#include "tests/service/service_objects.h"
+#include "tests/support/com_apartment.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/test_module.h"
+#include "tests/support/trace_recorder.h"
+
+#include <olectl.h>
+#include <wininet.h>
+
+#include <catch.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+using Microsoft::WRL::ComPtr;
+using namespace velt::test;
+using velt::MakeBstr;
+
+namespace
+{
+using GetCookieW = ImportPatch<"InternetGetCookieW", decltype(::InternetGetCookieW)>;
+using GetCookieA = ImportPatch<"InternetGetCookieA", decltype(::InternetGetCookieA)>;
+using SetCookieA = ImportPatch<"InternetSetCookieA", decltype(::InternetSetCookieA)>;
+using Create = ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)>;
+
+struct Fixture
+{
+    Fixture()
+    {
+        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(
+            nullptr, __uuidof(IVeltHTTPService), reinterpret_cast<void**>(service.GetAddressOf())));
+    }
+
+    Fixture(const Fixture&) = delete;
+    Fixture& operator=(const Fixture&) = delete;
+
+    ~Fixture() = default;
+
+    const ComApartment apartment;
+    TraceRecorder trace;
+    TestModule module;
+    ComPtr<IVeltHTTPService> service;
+    const velt::UniqueBstr url = MakeBstr(L"http://failures.velt.example/");
+    const velt::UniqueBstr text = MakeBstr(L"t");
+};
+
+HRESULT NoInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object)
+{
+    *object = nullptr;
+    return REGDB_E_CLASSNOTREG;
+}
+} // namespace
+
+TEST_CASE("The service: each member traces under its name", "[service]")
+{
+    Fixture f;
+    BSTR out = nullptr;
+    VARIANT_BOOL flag = VARIANT_FALSE;
+    IVeltHTTPService& s = *f.service.Get();
+    const BSTR url = f.url.Get();
+    const BSTR t = f.text.Get();
+    const std::vector<std::pair<std::string, std::function<HRESULT()>>> members = {
+        {"StartService", [&] { return s.StartService(); }},
+        {"WriteData", [&] { return s.WriteData(url, t, t); }},
+        {"ReadData", [&] { return s.ReadData(url, t, &out); }},
+        {"SafeWriteData", [&] { return s.SafeWriteData(url, t, t); }},
+        {"SafeReadData", [&] { return s.SafeReadData(url, t, &out); }},
+        {"get_IsConnected", [&] { return s.get_IsConnected(&flag); }},
+        {"get_Redirect", [&] { return s.get_Redirect(&out); }},
+        {"put_domain", [&] { return s.put_domain(nullptr); }},
+        {"GetServiceTag", [&] { return s.GetServiceTag(&out); }},
+        {"InvokeUpdate", [&] { return s.InvokeUpdate(t, t, 1033, t); }},
+        {"IsUpdateOrMessageAvailable",
+         [&] { return s.IsUpdateOrMessageAvailable(t, t, 1033, VARIANT_FALSE, &flag); }},
+        {"GetDomain", [&] { return s.GetDomain(&out); }},
+    };
+    for (const auto& [name, call] : members)
+    {
+        INFO(name);
+        out = nullptr;
+        const std::string line = "CVeltHTTPService::" + name + " - enter";
+        const std::size_t before = f.trace.Count(line);
+        CHECK(call() == S_OK);
+        CHECK(f.trace.Count(line) == before + 1);
+        CHECK(f.trace.Count("CVeltHTTPService::" + name + " - return = 0") >= before + 1);
+        ::SysFreeString(out);
+    }
+    CHECK(f.trace.Count("CVeltHTTPService::StartUpdateService - enter") == 1); // of StartService
+}
+
+TEST_CASE("The service: a text that cannot be allocated is out of memory", "[service]")
+{
+    Fixture f;
+    f.service->WriteData(f.url.Get(), f.text.Get(), f.text.Get());
+    f.service->SafeWriteData(f.url.Get(), f.text.Get(), f.text.Get());
+    ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
+        "oleaut32.dll", [](const wchar_t*, UINT) { return BSTR{}; });
+    BSTR out = PoisonText();
+    CHECK(f.service->ReadData(f.url.Get(), f.text.Get(), &out) == E_OUTOFMEMORY);
+    CHECK(f.service->SafeReadData(f.url.Get(), f.text.Get(), &out) == E_OUTOFMEMORY);
+    CHECK(f.service->get_Redirect(&out) == E_OUTOFMEMORY);
+    CHECK(f.service->GetDomain(&out) == E_OUTOFMEMORY);
+    CHECK(f.service->StartService() == E_OUTOFMEMORY);
+    CHECK(out == PoisonText());
+}
+
+TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
+{
+    Fixture f;
+    RecordingSink sink;
+    Advise(f.service.Get(), &sink);
+    {
+        ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
+            "oleaut32.dll", [](const wchar_t*, UINT) { return BSTR{}; });
+        CHECK(f.service->InvokeUpdate(f.text.Get(), f.text.Get(), 1033, nullptr) == S_OK);
+        CHECK(none.Calls() >= 1);
+    }
+    CHECK(sink.Count() == 0);
+    CHECK(f.service->InvokeUpdate(f.text.Get(), f.text.Get(), 1033, nullptr) == S_OK);
+    CHECK(sink.Count() == 1);
+}
+
+TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
+{
+    Fixture f;
+    RecordingSink sink;
+    const auto point = EventsOf(f.service.Get());
+    DWORD cookie = 0xCDCDCDCD;
+    {
+        const Create none("ole32.dll", NoInstance); // no global interface table
+        CHECK(point->Advise(&sink, &cookie) == CONNECT_E_ADVISELIMIT);
+    }
+    CHECK(cookie == 0);
+    CHECK(sink.References() == 1);
+    CHECK(point->Advise(&sink, &cookie) == S_OK);
+}
+
+TEST_CASE("ReadData: asks for the size, then for all cookies, without a name", "[service]")
+{
+    Fixture f;
+    std::vector<std::string> calls;
+    DWORD sizeGiven = 0;
+    const GetCookieW patch(
+        "wininet.dll", [&](const wchar_t* url, const wchar_t* name, wchar_t* text, DWORD* size) {
+            calls.push_back(std::wstring(url) == f.url.Get() && !name ? (text ? "text" : "size")
+                                                                      : "wrong");
+            if (!text)
+            {
+                *size = 7;
+                return TRUE;
+            }
+            sizeGiven = *size;
+            std::memcpy(text, L"a=b; c=", 7 * sizeof(wchar_t)); // without a NUL
+            return TRUE;
+        });
+    BSTR out = nullptr;
+    CHECK(f.service->ReadData(f.url.Get(), f.text.Get(), &out) == S_OK);
+    CHECK((Taken(out) == L"a=b; c="));
+    CHECK(sizeGiven == 7);
+    CHECK(calls == std::vector<std::string>{"size", "text"});
+}
+
+TEST_CASE("ReadData: each failing call leaves the out value as it was", "[service]")
+{
+    Fixture f;
+    const std::string failing = GENERATE(as<std::string>(), "size", "empty", "text");
+    const GetCookieW patch("wininet.dll", [&](auto, auto, wchar_t* text, DWORD* size) {
+        *size = failing == "empty" ? 0 : 4;
+        ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return failing == (text ? "text" : "size") ? FALSE : TRUE;
+    });
+    BSTR out = PoisonText();
+    CHECK(f.service->ReadData(f.url.Get(), f.text.Get(), &out) == S_OK);
+    CHECK(out == PoisonText());
+    CHECK(patch.Calls() == (failing == "text" ? 2 : 1));
+}
+
+TEST_CASE("CookieStore: the cookie ends 183 days after it was made", "[service]")
+{
+    Fixture f;
+    std::string data;
+    std::string url;
+    bool named = true;
+    const SetCookieA patch("wininet.dll",
+                           [&](const char* cookieUrl, const char* name, const char* cookieData) {
+                               url = cookieUrl;
+                               named = name != nullptr;
+                               data = cookieData;
+                               return TRUE;
+                           });
+    velt::CookieStore store;
+    store.SetDomain(L".velt.example");
+    CHECK(store.Write(L"http://expiry.velt.example/", L"n", L"v"));
+    CHECK(url == "http://expiry.velt.example/");
+    CHECK_FALSE(named); // the data carries the pair itself
+    CHECK(data.starts_with("velt="));
+    const std::size_t domain = data.find(";domain=.velt.example;expires=");
+    REQUIRE(domain != std::string::npos);
+    const std::string date = data.substr(data.find("expires=") + 8);
+
+    // The platform reads the date; the difference to local time is as long as it is said to be.
+    SYSTEMTIME read{};
+    REQUIRE(::InternetTimeToSystemTimeA(date.c_str(), &read, 0));
+    FILETIME end{};
+    REQUIRE(::SystemTimeToFileTime(&read, &end));
+    SYSTEMTIME now{};
+    ::GetSystemTime(&now);
+    FILETIME universal{};
+    ::SystemTimeToFileTime(&now, &universal);
+    const auto ticks = [](const FILETIME& time) {
+        return static_cast<LONGLONG>(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+    };
+    FILETIME later{};
+    const LONGLONG then = ticks(universal) + 183LL * 24 * 3600 * 10'000'000;
+    later.dwLowDateTime = static_cast<DWORD>(then);
+    later.dwHighDateTime = static_cast<DWORD>(then >> 32);
+    SYSTEMTIME laterUniversal{};
+    SYSTEMTIME laterLocal{};
+    REQUIRE(::FileTimeToSystemTime(&later, &laterUniversal));
+    REQUIRE(::SystemTimeToTzSpecificLocalTime(nullptr, &laterUniversal, &laterLocal));
+    FILETIME local{};
+    ::SystemTimeToFileTime(&laterLocal, &local);
+    const LONGLONG seconds = (ticks(local) - ticks(end)) / 10'000'000;
+    CHECK(seconds >= 0);
+    CHECK(seconds <= 5);
+}
+
+TEST_CASE("CookieStore: an empty domain is not written", "[service]")
+{
+    Fixture f;
+    std::string data;
+    const SetCookieA patch("wininet.dll", [&](auto, auto, const char* cookieData) {
+        data = cookieData;
+        return TRUE;
+    });
+    velt::CookieStore store;
+    CHECK(store.Write(L"http://expiry.velt.example/", L"n", L"v"));
+    CHECK(data.find("domain") == std::string::npos);
+    CHECK(data.find(";expires=") != std::string::npos);
+}
+
+TEST_CASE("CookieStore: cookies that cannot be read are not written over", "[service]")
+{
+    Fixture f;
+    const GetCookieA unreadable("wininet.dll", [](auto...) {
+        ::SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    });
+    const SetCookieA patch("wininet.dll", [](auto...) { return TRUE; });
+    velt::CookieStore store;
+    CHECK_FALSE(store.Write(L"http://a.velt.example/", L"n", L"v"));
+    CHECK_FALSE(store.Read(L"http://a.velt.example/", L"n"));
+    CHECK(patch.Calls() == 0);
+}
+
+TEST_CASE("CookieStore: a store that refuses is told", "[service]")
+{
+    Fixture f;
+    const SetCookieA patch("wininet.dll", [](auto...) {
+        ::SetLastError(ERROR_INVALID_OPERATION);
+        return FALSE;
+    });
+    velt::CookieStore store;
+    CHECK_FALSE(store.Write(L"http://refused.velt.example/", L"n", L"v"));
+    CHECK(f.trace.Count("InternetSetCookieA failed: 4317") == 1);
+}
+
+TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
+{
+    Fixture f;
+    std::string ours;
+    {
+        const SetCookieA patch("wininet.dll", [&](auto, auto, const char* data) {
+            ours = std::string(data).substr(0, std::string(data).find(';'));
+            return TRUE;
+        });
+        velt::CookieStore().Write(L"http://many.velt.example/", L"n", L"v");
+    }
+    const std::string all = "big=" + std::string(50'000, 'x') + "; " + ours;
+    // The platform tells the size it needs; one that keeps growing is given up.
+    const bool grows = GENERATE(false, true);
+    const GetCookieA patch("wininet.dll", [&](auto, auto, char* text, DWORD* size) {
+        if (grows || *size < all.size() + 1)
+        {
+            *size = grows ? *size * 2 : static_cast<DWORD>(all.size() + 1);
+            ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        }
+        std::memcpy(text, all.c_str(), all.size() + 1);
+        *size = static_cast<DWORD>(all.size());
+        return TRUE;
+    });
+    velt::CookieStore store;
+    CHECK((store.Read(L"http://many.velt.example/", L"n") == L"v") == !grows);
+    CHECK(patch.Calls() < 20);
+}

@@ -1,0 +1,91 @@
+#include "tests/support/gui_usage.h"
+
+#include <windows.h>
+
+#include <winternl.h>
+
+#include <cstdint>
+#include <stdexcept>
+
+namespace velt::test
+{
+namespace
+{
+/// A row of the table of drawing objects, which the process environment block points to.
+struct GdiRow
+{
+    std::uint64_t object;
+    std::uint32_t owner;
+    std::uint16_t unique;
+    std::uint8_t type; // 0 for a free row
+    std::uint8_t flags;
+    std::uint64_t userData;
+};
+static_assert(sizeof(GdiRow) == 24);
+
+constexpr std::size_t kRows = 0x4000;
+constexpr std::size_t kTableOffset = 0x94; // in the process environment block
+
+/// Counted in the table where the system does not tell the number, as Wine does not.
+std::size_t CountGdiObjects()
+{
+    if (const DWORD told = ::GetGuiResources(::GetCurrentProcess(), GR_GDIOBJECTS))
+    {
+        return told;
+    }
+    PROCESS_BASIC_INFORMATION information{};
+    if (::NtQueryInformationProcess(::GetCurrentProcess(), ProcessBasicInformation, &information,
+                                    sizeof(information), nullptr) < 0)
+    {
+        throw std::runtime_error("the system does not tell of drawing objects");
+    }
+    const auto* const block = reinterpret_cast<const char*>(information.PebBaseAddress);
+    const auto* const table = *reinterpret_cast<const GdiRow* const*>(block + kTableOffset);
+    if (!table)
+    {
+        throw std::runtime_error("there is no table of drawing objects");
+    }
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < kRows; ++i)
+    {
+        count += table[i].type != 0;
+    }
+    return count;
+}
+
+BOOL CALLBACK CountChild(HWND, LPARAM count) noexcept
+{
+    ++*reinterpret_cast<std::size_t*>(count);
+    return TRUE;
+}
+
+BOOL CALLBACK CountWindow(HWND window, LPARAM count) noexcept
+{
+    DWORD process = 0;
+    ::GetWindowThreadProcessId(window, &process);
+    if (process == ::GetCurrentProcessId())
+    {
+        ++*reinterpret_cast<std::size_t*>(count);
+        ::EnumChildWindows(window, &CountChild, count);
+    }
+    return TRUE;
+}
+
+std::size_t CountWindows()
+{
+    std::size_t count = 0;
+    ::EnumWindows(&CountWindow, reinterpret_cast<LPARAM>(&count));
+    HWND window = nullptr;
+    while ((window = ::FindWindowExW(HWND_MESSAGE, window, nullptr, nullptr)) != nullptr)
+    {
+        CountWindow(window, reinterpret_cast<LPARAM>(&count));
+    }
+    return count;
+}
+} // namespace
+
+GuiUsage CurrentGuiUsage()
+{
+    return {CountGdiObjects(), CountWindows()};
+}
+} // namespace velt::test

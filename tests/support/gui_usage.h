@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+
+namespace velt::test
+{
+/// What this process has of the system's drawing objects and windows.
+struct GuiUsage
+{
+    std::size_t gdiObjects;
+    std::size_t windows; // of all kinds, children and message-only ones too
+};
+
+/// Throws std::runtime_error when the system does not tell.
+GuiUsage CurrentGuiUsage();
+} // namespace velt::test

@@ -1,0 +1,354 @@
+// velt fetch beside a real web server and a real proxy.
+
+#include "tests/support/real_servers.h"
+#include "tests/support/temp_folder.h"
+#include "tests/tools/velt/velt_program.h"
+
+#include <catch.hpp>
+
+#include <cstdio>
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+std::wstring Url(const std::wstring& path)
+{
+    return L"http://127.0.0.1:" + std::to_wstring(real_servers::HttpPort()) + path;
+}
+
+bool Exists(const std::wstring& path)
+{
+    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::string ReadAll(const std::wstring& path)
+{
+    std::string bytes;
+    std::FILE* const file = ::_wfopen(path.c_str(), L"rb");
+    if (!file)
+    {
+        return "(no file)";
+    }
+    char block[65536];
+    for (std::size_t read = 0; (read = std::fread(block, 1, sizeof(block), file)) > 0;)
+    {
+        bytes.append(block, read);
+    }
+    std::fclose(file);
+    return bytes;
+}
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != text.npos;
+}
+
+/// The names of the files in a folder, divided by blanks.
+std::wstring FilesIn(const TempFolder& folder)
+{
+    std::wstring names;
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = ::FindFirstFileW(folder.File(L"*").c_str(), &found);
+    do
+    {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+        {
+            names.append(found.cFileName).append(L" ");
+        }
+    } while (::FindNextFileW(search, &found));
+    ::FindClose(search);
+    return names;
+}
+
+/// A console of the test's own, whose characters can be read.
+class OwnConsole
+{
+public:
+    OwnConsole()
+    {
+        ::FreeConsole();
+        if (!::AllocConsole())
+        {
+            throw std::runtime_error("no console");
+        }
+        m_screen =
+            ::CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+        ::SetHandleInformation(m_screen, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    }
+
+    OwnConsole(const OwnConsole&) = delete;
+    OwnConsole& operator=(const OwnConsole&) = delete;
+
+    ~OwnConsole()
+    {
+        ::CloseHandle(m_screen);
+        ::FreeConsole();
+    }
+
+    HANDLE Screen() const noexcept
+    {
+        return m_screen;
+    }
+
+    /// The first lines as one text.
+    std::wstring Text() const
+    {
+        CONSOLE_SCREEN_BUFFER_INFO info{};
+        ::GetConsoleScreenBufferInfo(m_screen, &info);
+        std::wstring text(static_cast<std::size_t>(info.dwSize.X) * 5, L' ');
+        DWORD read = 0;
+        ::ReadConsoleOutputCharacterW(m_screen, text.data(), static_cast<DWORD>(text.size()),
+                                      {0, 0}, &read);
+        text.resize(read);
+        return text;
+    }
+
+    /// As the user does, for every program of the console but this one.
+    void PressControlC() const
+    {
+        ::SetConsoleCtrlHandler(nullptr, TRUE);
+        const BOOL sent = ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+        ::SetConsoleCtrlHandler(nullptr, FALSE);
+        if (!sent)
+        {
+            throw std::runtime_error("no Ctrl+C");
+        }
+    }
+
+private:
+    HANDLE m_screen;
+};
+
+/// A run of velt.exe with a console for its terminal.
+class ConsoleRun
+{
+public:
+    ConsoleRun(const OwnConsole& console, std::vector<std::wstring> arguments)
+    {
+        arguments.insert(arguments.begin(), VeltProgram());
+        std::wstring line = CommandLineOf(arguments);
+        STARTUPINFOW startup{};
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = console.Screen();
+        startup.hStdError = console.Screen();
+        PROCESS_INFORMATION process{};
+        if (!::CreateProcessW(VeltProgram().c_str(), line.data(), nullptr, nullptr, TRUE, 0,
+                              nullptr, nullptr, &startup, &process))
+        {
+            throw std::runtime_error("velt.exe cannot be started");
+        }
+        ::CloseHandle(process.hThread);
+        m_process.Reset(process.hProcess);
+    }
+
+    ConsoleRun(const ConsoleRun&) = delete;
+    ConsoleRun& operator=(const ConsoleRun&) = delete;
+
+    ~ConsoleRun()
+    {
+        ::TerminateProcess(m_process.Get(), 98);
+    }
+
+    /// Its exit code.
+    DWORD Wait()
+    {
+        if (::WaitForSingleObject(m_process.Get(), 20'000) != WAIT_OBJECT_0)
+        {
+            throw std::runtime_error("velt.exe does not end");
+        }
+        DWORD exitCode = 0;
+        ::GetExitCodeProcess(m_process.Get(), &exitCode);
+        return exitCode;
+    }
+
+private:
+    velt::UniqueKernelObject m_process;
+};
+
+/// Waits until a condition holds; false when it does not within 20 seconds.
+template <class Condition>
+bool Eventually(Condition&& condition)
+{
+    const ULONGLONG limit = ::GetTickCount64() + 20'000;
+    while (!condition())
+    {
+        if (::GetTickCount64() > limit)
+        {
+            return false;
+        }
+        ::Sleep(10);
+    }
+    return true;
+}
+} // namespace
+
+TEST_CASE("velt fetch: bodies go to standard output in their order", "[tools]")
+{
+    const ProgramResult result =
+        RunVelt({L"fetch", Url(L"/plain.txt"), Url(L"/empty"), Url(L"/chunked"), Url(L"/moved")});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "plain text\nplain text\nplain text\n");
+    CHECK(result.messages.empty()); // no progress: this is no terminal
+}
+
+TEST_CASE("velt fetch: many at once into a folder", "[tools]")
+{
+    const TempFolder folder(L"many");
+    std::vector<std::wstring> arguments{L"fetch", L"--json", L"--folder", folder.Path()};
+    for (int i = 0; i < 50; ++i)
+    {
+        arguments.push_back(Url(L"/body-8193"));
+    }
+    arguments.push_back(Url(L"/large"));
+    const ProgramResult result = RunVelt(arguments);
+    CHECK(result.exitCode == 0);
+    CHECK(ReadAll(folder.File(L"body-8193")) == real_servers::LargeBytes(0, 8193));
+    CHECK(ReadAll(folder.File(L"body-8193 (50)")) == real_servers::LargeBytes(0, 8193));
+    const std::string large = ReadAll(folder.File(L"large"));
+    CHECK(large.size() == real_servers::kLargeBytes);
+    CHECK((large == real_servers::LargeBytes(0, real_servers::kLargeBytes)));
+    CHECK(Contains(result.output, "\"bytes\":67108864"));
+    CHECK_FALSE(Contains(result.output, "\n{"));
+}
+
+TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[tools]")
+{
+    const TempFolder folder(L"status");
+    const ProgramResult result = RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/nope"),
+                                          Url(L"/plain.txt"), Url(L"/private/")});
+    CHECK(result.exitCode == 1);
+    CHECK(Contains(result.messages, "/nope: the server answered with status 404"));
+    CHECK(Contains(result.messages, "/private/: the server answered with status 401"));
+    CHECK(FilesIn(folder) == L"plain.txt ");
+}
+
+TEST_CASE("velt fetch: credentials are sent to a server that asks for them", "[tools]")
+{
+    ProgramResult result =
+        RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"secret"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "private text\n");
+    result = RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"wrong"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.empty());
+}
+
+TEST_CASE("velt fetch: goes through a proxy when told so", "[tools]")
+{
+    // A name of its own, because connections to the same host may be used again.
+    const std::wstring url =
+        L"http://localhost:" + std::to_wstring(real_servers::HttpPort()) + L"/plain.txt";
+    const std::size_t before = real_servers::LogLines("proxy.log").size();
+    const ProgramResult result = RunVelt({L"fetch", url, L"--proxy", real_servers::Proxy()});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "plain text\n");
+    CHECK(real_servers::LogLines("proxy.log").size() > before);
+}
+
+TEST_CASE("velt fetch: verb, data and accepted type are the request's", "[tools]")
+{
+    const TempFolder folder(L"data");
+    folder.Write(L"data.txt", "from a file");
+    CHECK(RunVelt({L"fetch", Url(L"/plain.txt?1"), L"--data", L"x"}).exitCode == 1); // POST: 405
+    CHECK(RunVelt({L"fetch", Url(L"/plain.txt?2"), L"--data", L"@" + folder.File(L"data.txt"),
+                   L"--verb", L"PUT", L"--accept", L"text/plain"})
+              .exitCode == 1);
+    CHECK(RunVelt({L"fetch", Url(L"/plain.txt?3"), L"--verb", L"HEAD"}).exitCode == 0);
+    std::string log;
+    for (const std::string& line : real_servers::LogLines("access.log"))
+    {
+        log += line + "\n";
+    }
+    CHECK(Contains(log, "\"POST /plain.txt?1 "));
+    CHECK(Contains(log, "\"PUT /plain.txt?2 "));
+    CHECK(Contains(log, "\"HEAD /plain.txt?3 "));
+    const ProgramResult missing =
+        RunVelt({L"fetch", Url(L"/plain.txt"), L"--data", L"@" + folder.File(L"nope")});
+    CHECK(missing.exitCode == 3);
+    CHECK(Contains(missing.messages, "(0x80070002)"));
+}
+
+TEST_CASE("velt fetch: failures are told with their code, and the others go on", "[tools]")
+{
+    const ProgramResult result = RunVelt({L"fetch", L"http://127.0.0.1:1/", Url(L"/plain.txt")});
+    CHECK(result.exitCode == 3);
+    CHECK(result.output == "plain text\n");
+    CHECK(Contains(result.messages, "http://127.0.0.1:1/: the exchange: "));
+    CHECK(Contains(result.messages, "(0x80072EFD)"));
+}
+
+TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
+{
+    const TempFolder folder(L"denied");
+    SECTION("no folder")
+    {
+        const ProgramResult result =
+            RunVelt({L"fetch", Url(L"/plain.txt"), L"--output", folder.File(L"nowhere\\x.txt")});
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x80070003)"));
+    }
+    SECTION("no permission: the name is a folder's")
+    {
+        ::CreateDirectoryW(folder.File(L"x").c_str(), nullptr);
+        const ProgramResult result =
+            RunVelt({L"fetch", Url(L"/plain.txt"), L"--output", folder.File(L"x")});
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x80070005)"));
+        ::RemoveDirectoryW(folder.File(L"x").c_str());
+    }
+    SECTION("the file is open elsewhere")
+    {
+        folder.Write(L"x", "old");
+        const velt::UniqueKernelObject open(::CreateFileW(folder.File(L"x").c_str(), GENERIC_READ,
+                                                          0, nullptr, OPEN_EXISTING, 0, nullptr));
+        const ProgramResult result =
+            RunVelt({L"fetch", Url(L"/plain.txt"), L"--output", folder.File(L"x")});
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x800700"));
+    }
+    CHECK_FALSE(Exists(folder.File(L"x.part")));
+}
+
+TEST_CASE("velt fetch: a disk that is full while saving is a failure", "[tools]")
+{
+    const std::string folder = real_servers::Variable("VELT_SERVERS_DIR_WINDOWS");
+    const std::wstring file = std::wstring(folder.begin(), folder.end()) + L"\\full";
+    const ProgramResult result = RunVelt({L"fetch", L"--output", file, Url(L"/plain.txt")});
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "(0x80070070)"));
+    CHECK_FALSE(Exists(file));
+    CHECK_FALSE(Exists(file + L".part"));
+}
+
+TEST_CASE("velt fetch: shows its progress on a terminal and nothing of it at the end", "[tools]")
+{
+    OwnConsole console;
+    const TempFolder folder(L"progress");
+    ConsoleRun run(console, {L"fetch", L"--output", folder.File(L"page"), Url(L"/body-8193")});
+    CHECK(run.Wait() == 0);
+    CHECK(console.Text().find_first_not_of(L' ') == std::wstring::npos);
+}
+
+TEST_CASE("velt fetch: Ctrl+C leaves no file under the final name", "[tools]")
+{
+    OwnConsole console;
+    const TempFolder folder(L"cancelled");
+    folder.Write(L"slow", "old");
+    ConsoleRun run(console,
+                   {L"fetch", L"--folder", folder.Path(), Url(L"/slow"), Url(L"/plain.txt")});
+    REQUIRE(Eventually([&] {
+        const std::wstring shown = console.Text();
+        return shown.starts_with(L"[0/2] 0:0") &&
+               shown.find(L" KiB  receiving  http://") != shown.npos;
+    }));
+    console.PressControlC();
+    CHECK(run.Wait() == 3);
+    CHECK(console.Text().find(L"/slow: the exchange: ") != std::wstring::npos);
+    CHECK(console.Text().find(L"(0x800704C7)") != std::wstring::npos);
+    CHECK(FilesIn(folder) == L"slow ");
+    CHECK(ReadAll(folder.File(L"slow")) == "old");
+}

@@ -1,0 +1,262 @@
+// velt.exe itself: its streams, exit codes and the commands that need no server.
+
+#include "tests/support/component_library.h"
+#include "tests/support/environment_variable.h"
+#include "tests/support/message_module.h"
+#include "tests/support/temp_folder.h"
+#include "tests/tools/velt/velt_program.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+constexpr wchar_t kLegacyKey[] = L"SOFTWARE\\Lumenfield Technologies\\Quillplayer\\Internet";
+constexpr wchar_t kSettingsKey[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+
+/// A copy of velt.exe in a folder of its own, beside what the test puts there.
+class CopiedProgram
+{
+public:
+    CopiedProgram()
+    {
+        REQUIRE(::CopyFileW(VeltProgram().c_str(), Path().c_str(), FALSE));
+    }
+
+    std::wstring Path() const
+    {
+        return m_folder.File(L"velt.exe");
+    }
+
+    const TempFolder& Folder() const noexcept
+    {
+        return m_folder;
+    }
+
+private:
+    TempFolder m_folder{L"copy"};
+};
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != text.npos;
+}
+
+/// A text value of the user's until the end of the scope.
+class UserText
+{
+public:
+    UserText(const wchar_t* key, const wchar_t* name, const std::wstring& text)
+        : m_key(key),
+          m_name(name)
+    {
+        ::RegSetKeyValueW(HKEY_CURRENT_USER, key, name, REG_SZ, text.c_str(),
+                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    }
+
+    UserText(const UserText&) = delete;
+    UserText& operator=(const UserText&) = delete;
+
+    ~UserText()
+    {
+        ::RegDeleteKeyValueW(HKEY_CURRENT_USER, m_key, m_name);
+    }
+
+private:
+    const wchar_t* m_key;
+    const wchar_t* m_name;
+};
+} // namespace
+
+TEST_CASE("velt: help goes to standard output and is done", "[tools]")
+{
+    for (const wchar_t* const argument : {L"--help", L"-h", L"help"})
+    {
+        const ProgramResult result = RunVelt({argument});
+        CHECK(result.exitCode == 0);
+        CHECK(Contains(result.output, "usage: velt COMMAND"));
+        CHECK(result.messages.empty());
+    }
+    CHECK(Contains(RunVelt({L"fetch", L"--help"}).output, "--folder DIR"));
+}
+
+TEST_CASE("velt: wrong usage is a message and code 2", "[tools]")
+{
+    for (const std::vector<std::wstring>& arguments : std::vector<std::vector<std::wstring>>{
+             {},
+             {L"nonsense"},
+             {L"status", L"x"},
+             {L"fetch"},
+             {L"fetch", L"u", L"--nope"},
+             {L"eula", L"show"},
+             {L"ping", L"x", L"--timeout", L"0"},
+             {L"ping", L"ftp://host/"},
+             {L"update", L"check", L"no-guid", L"1"},
+             {L"update", L"start", L"{x}"},
+             {L"script", L"file.txt"},
+             {L"fetch", L"no-url"},
+             {L"fetch", L"u", L"--json"},
+             {L"fetch", L"--output", L"x", L"--folder", L"y", L"http://h/"},
+             {L"fetch", L"--output", L"x", L"http://h/", L"http://h/"}})
+    {
+        const ProgramResult result = RunVelt(arguments);
+        INFO(result.messages);
+        CHECK(result.exitCode == 2);
+        CHECK(result.output.empty());
+        CHECK(Contains(result.messages, "velt: try: velt"));
+    }
+}
+
+TEST_CASE("velt: says its version", "[tools]")
+{
+    const ProgramResult result = RunVelt({L"--version"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.starts_with("velt 12."));
+}
+
+TEST_CASE("velt collection: uses every operation once", "[tools]")
+{
+    const ProgramResult result =
+        RunVelt({L"collection", L"7", L"-2.5", L"true", L"\x00E4 \"q\"", L""});
+    CHECK(result.exitCode == 0);
+    CHECK(result.messages.empty());
+    CHECK(Contains(result.output, "count: 5\n"));
+    CHECK(Contains(result.output, "enumerated:\n  7\n  -2.5\n  True\n  \xC3\xA4 \"q\"\n  \n"));
+    CHECK(Contains(result.output, "countAfterRemove: 4\ncountAfterClear: 0\n"));
+    CHECK(RunVelt({L"collection", L"--json", L"*.exe"}).output ==
+          "{\"count\":1,\"items\":[\"*.exe\"],\"enumerated\":[\"*.exe\"],"
+          "\"countAfterRemove\":0,\"countAfterClear\":0}\n");
+    CHECK(Contains(RunVelt({L"collection"}).output, "count: 0\n"));
+}
+
+TEST_CASE("velt: without the library it fails with the system's code", "[tools]")
+{
+    const CopiedProgram program;
+    const ProgramResult result = RunVelt({L"collection", L"x", L"--json"}, program.Path());
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "VeltHTTPClient12OEM.dll: "));
+    CHECK(Contains(result.messages, "(0x8007007E)"));
+    CHECK(Contains(result.output, "\"code\":\"0x8007007E\""));
+    CHECK(result.output.back() == '\n');
+}
+
+TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]")
+{
+    const CopiedProgram program;
+    SECTION("not a library at all")
+    {
+        program.Folder().Write(L"VeltHTTPClient12OEM.dll", "text");
+        const ProgramResult result = RunVelt({L"collection"}, program.Path());
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x800700C1)"));
+    }
+    SECTION("one without the entry points")
+    {
+        const MessageModule library(program.Folder().File(L"VeltHTTPClient12OEM.dll"), 1, L"x");
+        for (const wchar_t* const command : {L"collection", L"register"})
+        {
+            const ProgramResult result = RunVelt({command}, program.Path());
+            CHECK(result.exitCode == 3);
+            CHECK(Contains(result.messages, "(0x8007007F)"));
+        }
+    }
+}
+
+TEST_CASE("velt: a disk that is full is a failure", "[tools]")
+{
+    const velt::UniqueKernelObject full(::CreateFileW(L"Z:\\dev\\full", GENERIC_WRITE,
+                                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                      OPEN_EXISTING, 0, nullptr));
+    REQUIRE(full.Get() != INVALID_HANDLE_VALUE);
+    ::SetHandleInformation(full.Get(), HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    for (const wchar_t* const command : {L"--help", L"collection"})
+    {
+        const ProgramResult result = ProgramRun({command}, VeltProgram(), full.Get()).Wait();
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x80070070)"));
+    }
+}
+
+TEST_CASE("velt proxy: nothing without settings", "[tools]")
+{
+    const ProgramResult result = RunVelt({L"proxy"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output == "proxy: none\n");
+    CHECK(RunVelt({L"proxy", L"--json"}).output == "{\"proxy\":null}\n");
+}
+
+TEST_CASE("velt proxy: what discovery found and from where", "[tools]")
+{
+    const DWORD enabled = 1;
+    const UserText server(kSettingsKey, L"ProxyServer", L"http=relay:3128");
+    ::RegSetKeyValueW(HKEY_CURRENT_USER, kSettingsKey, L"ProxyEnable", REG_DWORD, &enabled,
+                      sizeof(enabled));
+    ProgramResult result = RunVelt({L"proxy"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "proxy: relay:3128\nhost: relay\nport: 3128\nurl: http://relay\n"
+                           "from: HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\"
+                           "Internet Settings\n");
+    {
+        const UserText legacy(kLegacyKey, L"proxy", L"gateway");
+        result = RunVelt({L"proxy"});
+        CHECK(result.exitCode == 0);
+        CHECK(Contains(result.output, "proxy: gateway\nhost: gateway\nport: \n"));
+        CHECK(Contains(result.output, "Quillplayer\\Internet\n"));
+    }
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, L"SOFTWARE\\Lumenfield Technologies");
+    ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kSettingsKey, L"ProxyEnable");
+    CHECK(RunVelt({L"proxy"}).exitCode == 1);
+}
+
+TEST_CASE("velt ping: echoes, and says no in time", "[tools]")
+{
+    ProgramResult result = RunVelt({L"ping", L"127.0.0.1"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "host: 127.0.0.1\naddress: 127.0.0.1\nanswered: yes\n");
+    // Of a range that is not given to hosts.
+    result = RunVelt({L"ping", L"240.0.0.1", L"--timeout", L"100", L"--json"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output ==
+          "{\"host\":\"240.0.0.1\",\"address\":\"240.0.0.1\",\"answered\":false}\n");
+    result = RunVelt({L"ping", L"no.such.host.invalid"});
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "no.such.host.invalid: "));
+    result = RunVelt({L"ping"});
+    CHECK(result.exitCode == (Contains(result.output, "connected: yes") ? 0U : 1U));
+    result = RunVelt({L"ping", L"http://127.0.0.1:1/"});
+    CHECK(result.exitCode == 1);
+    CHECK(Contains(result.output, "connected: no\n"));
+}
+
+TEST_CASE("velt eula show: a file that is missing fails before a dialog comes", "[tools]")
+{
+    const TempFolder folder;
+    folder.Write(L"there.rtf", "{\\rtf1 x}");
+    for (const auto& [agreement, texts] :
+         {std::pair(folder.File(L"nope.rtf"), folder.File(L"there.rtf")),
+          std::pair(folder.File(L"there.rtf"), folder.File(L"nope.xml")),
+          std::pair(folder.Path(), folder.File(L"there.rtf"))})
+    {
+        const ProgramResult result =
+            RunVelt({L"eula", L"show", L"--agreement", agreement, L"--texts", texts});
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "(0x80070002)"));
+    }
+    CHECK(RunVelt({L"eula", L"show", L"--texts", L"x"}).exitCode == 2);
+}
+
+TEST_CASE("velt trace on: shows the component's trace on standard error", "[tools]")
+{
+    const EnvironmentVariable quiet("VELT_TRACE", "0"); // is overruled
+    const ProgramResult result = RunVelt({L"trace", L"on", L"collection", L"a", L"--json"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.starts_with("{\"count\":1,"));
+    CHECK(Contains(result.messages, "trace: CEnumVariantCol::Add - enter\n"));
+    CHECK(Contains(result.messages, "trace: CEnumVariantCol::Clear - return = 0\n"));
+    CHECK(RunVelt({L"trace", L"on", L"nonsense"}).exitCode == 2);
+    CHECK_FALSE(Contains(RunVelt({L"collection", L"a"}).messages, "trace:"));
+}

@@ -1,0 +1,160 @@
+// velt register and unregister in a registry of their own: afterwards it is as before.
+
+#include "tests/support/component_library.h"
+#include "tests/support/component_registration.h"
+#include "tests/support/registry_snapshot.h"
+#include "tests/support/temp_folder.h"
+#include "tests/tools/velt/velt_program.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+constexpr wchar_t kClassKey[] = L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}";
+
+/// The tree of a classes key, which every user has; some systems make it with the first entry.
+RegistryTree TreeOf(HKEY root)
+{
+    HKEY classes = nullptr;
+    REQUIRE(::RegCreateKeyW(root, kUserClasses, &classes) == 0);
+    ::RegCloseKey(classes);
+    return SnapshotRegistry(root, kUserClasses);
+}
+
+/// Both places that registration writes to, whole.
+struct Classes
+{
+    RegistryTree machine = TreeOf(HKEY_LOCAL_MACHINE);
+    RegistryTree user = TreeOf(HKEY_CURRENT_USER);
+};
+
+void CheckSame(const RegistryTree& before, const RegistryTree& after)
+{
+    INFO(RegistryDifference(before, after));
+    CHECK((before == after));
+}
+
+void CheckSame(const Classes& before)
+{
+    const Classes after;
+    CheckSame(before.machine, after.machine);
+    CheckSame(before.user, after.user);
+}
+
+void WriteText(HKEY root, const std::wstring& path, const wchar_t* name, const std::wstring& text)
+{
+    REQUIRE(::RegSetKeyValueW(root, path.c_str(), name, REG_SZ, text.c_str(),
+                              static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == 0);
+}
+} // namespace
+
+TEST_CASE("velt unregister: the registry is as it was before register", "[tools]")
+{
+    const bool user = GENERATE(false, true);
+    const std::vector<std::wstring> option =
+        user ? std::vector<std::wstring>{L"--user"} : std::vector<std::wstring>{};
+    const auto with = [&](const wchar_t* command) {
+        std::vector<std::wstring> arguments{command};
+        arguments.insert(arguments.end(), option.begin(), option.end());
+        return arguments;
+    };
+    const Classes before;
+
+    ProgramResult result = RunVelt(with(L"register"));
+    REQUIRE(result.exitCode == 0);
+    CHECK(result.output.starts_with(user ? "scope: user\n" : "scope: machine\n"));
+    const std::wstring library = ShippedFile(L"VeltHTTPClient12OEM.dll");
+    const HKEY root = user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+    CheckSame(Merge(ExpectedClassKeys(library), ExpectedTypeLibraryKeys(library)),
+              ComponentKeys(root, kUserClasses));
+    CHECK(ComponentKeys(user ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER, kUserClasses).empty());
+
+    result = RunVelt(with(L"unregister"));
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.find("unregistered: yes\n") != std::string::npos);
+    CheckSame(before);
+
+    result = RunVelt(with(L"unregister"));
+    CHECK(result.exitCode == 1);
+    CHECK(result.messages == "velt: the component is not registered\n");
+    CheckSame(before);
+}
+
+TEST_CASE("velt unregister: takes back what regsvr32 has registered", "[tools]")
+{
+    const Classes before;
+    const ComponentLibrary library;
+    REQUIRE(library.RegisterServer() == S_OK);
+    CHECK(RunVelt({L"unregister"}).exitCode == 0);
+    CheckSame(before);
+}
+
+TEST_CASE("velt unregister: leaves what other programs put there", "[tools]")
+{
+    const Classes before;
+    REQUIRE(RunVelt({L"register"}).exitCode == 0);
+    const std::wstring progId = L"Software\\Classes\\VeltHTTPClient.VeltHTTPService12OEM";
+    WriteText(HKEY_LOCAL_MACHINE, std::wstring(kClassKey) + L"\\TreatAs", nullptr, L"{other}");
+    WriteText(HKEY_LOCAL_MACHINE, progId, L"Other", L"value");
+    WriteText(HKEY_LOCAL_MACHINE, progId + L"\\CurVer", nullptr, L"Other.Version.9");
+    CHECK(RunVelt({L"unregister"}).exitCode == 0);
+
+    RegistryTree left = SnapshotRegistry(HKEY_LOCAL_MACHINE, kUserClasses);
+    RegistryTree expected = before.machine;
+    const std::wstring classKey = std::wstring(kClassKey).substr(17);
+    expected[classKey];
+    expected[classKey + L"\\TreatAs"][L""] = TextValue(L"{other}");
+    expected[L"VeltHTTPClient.VeltHTTPService12OEM"][L"Other"] = TextValue(L"value");
+    expected[L"VeltHTTPClient.VeltHTTPService12OEM\\CurVer"][L""] = TextValue(L"Other.Version.9");
+    CheckSame(expected, left);
+    DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+    CheckSame(before);
+}
+
+TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
+{
+    const Classes before;
+    const TempFolder folder(L"copy");
+    const std::wstring program = folder.File(L"velt.exe");
+    REQUIRE(::CopyFileW(VeltProgram().c_str(), program.c_str(), FALSE));
+    REQUIRE(::CopyFileW(ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(),
+                        folder.File(L"VeltHTTPClient12OEM.dll").c_str(), FALSE));
+    REQUIRE(RunVelt({L"register"}, program).exitCode == 0);
+    const Classes registered;
+    const ProgramResult result = RunVelt({L"unregister"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.messages.starts_with("velt: another copy is registered, and stays so: "));
+    CheckSame(registered);
+    CHECK(RunVelt({L"unregister"}, program).exitCode == 0);
+    CheckSame(before);
+}
+
+TEST_CASE("velt register: without the right to the machine's classes, for the user", "[tools]")
+{
+    const Classes before;
+    {
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, kUserClasses);
+        const ProgramResult result = RunVelt({L"register"});
+        CHECK(result.exitCode == 0);
+        CHECK(result.output.starts_with("scope: user\n"));
+        CHECK_FALSE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses).empty());
+        CHECK(RunVelt({L"unregister"}).exitCode == 0);
+    }
+    CheckSame(before);
+}
+
+TEST_CASE("velt unregister: a key that must not be changed is a failure", "[tools]")
+{
+    REQUIRE(RunVelt({L"register"}).exitCode == 0);
+    {
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, kClassKey);
+        const ProgramResult result = RunVelt({L"unregister"});
+        CHECK(result.exitCode == 3);
+        CHECK(result.messages.find("(0x80070005)") != std::string::npos);
+    }
+    DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+}

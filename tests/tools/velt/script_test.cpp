@@ -1,0 +1,125 @@
+// velt script: real engines run real files.
+
+#include "tests/support/temp_folder.h"
+#include "tests/tools/velt/velt_program.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+/// Runs a script file of that name and content.
+ProgramResult RunScript(const wchar_t* name, const std::string& text,
+                        std::vector<std::wstring> arguments = {})
+{
+    const TempFolder folder(L"script");
+    folder.Write(name, text);
+    arguments.insert(arguments.begin(), {L"script", folder.File(name)});
+    return RunVelt(arguments);
+}
+} // namespace
+
+TEST_CASE("velt script: runs JScript and VBScript with their arguments", "[tools]")
+{
+    ProgramResult result = RunScript(
+        L"a.js",
+        "var a = WScript.Arguments;"
+        "WScript.Echo(a.length, a(0), a.Item(1), WScript.Arguments(2), WScript.ScriptName);",
+        {L"one", L"--two", L"\x00E4"});
+    CHECK(result.messages.empty());
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "3 one --two \xC3\xA4 a.js\n");
+    result = RunScript(L"a.VBS",
+                       "WScript.Echo WScript.Arguments.Count\r\n"
+                       "For i = 0 To WScript.Arguments.Count - 1\r\n"
+                       "WScript.Echo WScript.Arguments(i)\r\nNext\r\n",
+                       {L"one", L"two"});
+    CHECK(result.messages.empty());
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "2\none\ntwo\n");
+}
+
+TEST_CASE("velt script: the collection is there without registration", "[tools]")
+{
+    ProgramResult result =
+        RunScript(L"c.js", "var c = new ActiveXObject('VeltHTTPClient.EnumVariantCol12OEM');"
+                           "c.Add('first'); c.Add(2.5);"
+                           "for (var e = new Enumerator(c); !e.atEnd(); e.moveNext())"
+                           "    WScript.Echo(e.item());"
+                           "WScript.Echo(c.Count);");
+    CHECK(result.messages.empty());
+    CHECK(result.output == "first\n2.5\n2\n");
+    result = RunScript(L"c.vbs", "Set c = CreateObject(\"VeltHTTPClient.EnumVariantCol12OEM\")\r\n"
+                                 "c.Add \"first\"\r\nc.Add 3\r\n"
+                                 "For Each v In c\r\nWScript.Echo v\r\nNext\r\n");
+    CHECK(result.messages.empty());
+    CHECK(result.output == "first\n3\n");
+}
+
+TEST_CASE("velt script: Quit ends the script with its code", "[tools]")
+{
+    const ProgramResult result =
+        RunScript(L"q.js", "WScript.Echo('a'); WScript.Quit(42); WScript.Echo('b');");
+    CHECK(result.exitCode == 42);
+    CHECK(result.output == "a\n");
+    CHECK(result.messages.empty());
+    CHECK(RunScript(L"q.vbs", "WScript.Quit\r\nWScript.Echo \"b\"").exitCode == 0);
+}
+
+TEST_CASE("velt script: a failure is told with its place", "[tools]")
+{
+    ProgramResult result = RunScript(L"e.js", "var a = 1;\nnope();\n");
+    CHECK(result.exitCode == 3);
+    INFO(result.messages);
+    CHECK(result.messages.find("e.js(2, ") != std::string::npos);
+    result = RunScript(L"e.js", "function (");
+    CHECK(result.exitCode == 3);
+    CHECK(result.messages.find("e.js(1, ") != std::string::npos);
+    result = RunScript(L"e.js", "WScript.Nope();");
+    CHECK(result.exitCode == 3);
+    result = RunScript(L"e.js", "WScript.Sleep();");
+    CHECK(result.exitCode == 3);
+    result = RunScript(L"e.js", "WScript.ConnectObject(5, 'x');");
+    CHECK(result.exitCode == 3);
+    result = RunScript(L"e.js", "WScript.Arguments(0);");
+    CHECK(result.exitCode == 3);
+    result = RunScript(L"e.js", "WScript.CreateObject('No.Such.Class');");
+    CHECK(result.exitCode == 3);
+}
+
+TEST_CASE("velt script: a script can handle its failures", "[tools]")
+{
+    const ProgramResult result = RunScript(L"h.js", "try { WScript.CreateObject('No.Such.Class'); }"
+                                                    "catch (e) { WScript.Echo('caught'); }");
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "caught\n");
+}
+
+TEST_CASE("velt script: files of every encoding", "[tools]")
+{
+    using namespace std::string_literals;
+    const std::string text = "WScript.Echo('x');";
+    std::string wide = "\xFF\xFE"s;
+    for (const char c : text)
+    {
+        wide += {c, '\0'};
+    }
+    CHECK(RunScript(L"u.js", wide).output == "x\n");
+    CHECK(RunScript(L"u.js", "\xEF\xBB\xBF" + text).output == "x\n");
+    CHECK(RunScript(L"u.js", "").exitCode == 0);
+}
+
+TEST_CASE("velt script: a missing file or engine is a failure", "[tools]")
+{
+    ProgramResult result = RunVelt({L"script", L"C:\\nowhere\\x.js"});
+    CHECK(result.exitCode == 3);
+    CHECK(result.messages.find("(0x80070003)") != std::string::npos);
+    const TempFolder folder;
+    folder.Write(L"x.txt", "WScript.Echo(1)");
+    CHECK(RunVelt({L"script", folder.File(L"x.txt")}).exitCode == 2);
+    CHECK(RunVelt({L"script", L"--engine", L"No.Such", folder.File(L"x.txt")}).exitCode == 3);
+    CHECK(RunVelt({L"script", L"--engine", L"JScript", folder.File(L"x.txt")}).output == "1\n");
+}

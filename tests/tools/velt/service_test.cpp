@@ -1,0 +1,196 @@
+// The commands of velt.exe that use the HTTP service object, with the system's own cookie store and
+// with the sample update agent in its own process.
+
+#include "tests/support/component_library.h"
+#include "tests/support/sample_agent_server.h"
+#include "tests/support/temp_folder.h"
+#include "tests/tools/velt/velt_program.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+const std::wstring kProduct = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
+const std::string kOneUpdate = "[agent]\r\nconnected=1\r\nwanted=1\r\n[updates]\r\n{AC0EE5B0-A8FB-"
+                               "4D0A-AF03-2EDC518F841B}=1\r\n";
+const std::string kNoUpdate = "[agent]\r\nconnected=1\r\n";
+const std::string kEvent = "self_upgrade {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n";
+
+bool Contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != text.npos;
+}
+
+bool HasCall(const SampleAgentServer& agent, const std::string& begin)
+{
+    for (const std::string& call : agent.Calls())
+    {
+        if (call.starts_with(begin))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+ProgramResult RunScript(const wchar_t* name, const std::string& text)
+{
+    const TempFolder folder(L"script");
+    folder.Write(name, text);
+    return RunVelt({L"script", folder.File(name)});
+}
+} // namespace
+
+TEST_CASE("velt status: what the component and its registration are", "[tools]")
+{
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.messages.empty());
+    CHECK(result.output.starts_with("connected: no\nredirect: http://"));
+    CHECK(Contains(result.output, "/redirect/redirect.aspx?\ndomain: \nserviceTag: "));
+    CHECK(Contains(result.output, "registeredForMachine: none\nregisteredForUser: none\n"));
+    CHECK(Contains(result.output, "version: 12."));
+    REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
+    result = RunVelt({L"status", L"--json"});
+    CHECK(Contains(result.output, "\"connected\":false,"));
+    CHECK(Contains(result.output, "\"registeredForMachine\":null,\"registeredForUser\":\""));
+    REQUIRE(RunVelt({L"unregister", L"--user"}).exitCode == 0);
+}
+
+TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
+{
+    const std::wstring url = L"http://cookies.velt.example/";
+    ProgramResult result = RunVelt({L"cookie", L"get", url});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.empty());
+    result =
+        RunVelt({L"cookie", L"set", url, L"name", L"value; expires=Fri, 31-Dec-2038 00:00:00 GMT"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.empty());
+    result = RunVelt({L"cookie", L"get", url});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "name=value\n");
+    CHECK(RunVelt({L"cookie", L"get", url, L"--json"}).output ==
+          "{\"url\":\"http://cookies.velt.example/\",\"cookies\":\"name=value\"}\n");
+}
+
+TEST_CASE("velt cookie: a wrong URL keeps nothing, and says so", "[tools]")
+{
+    const ProgramResult result = RunVelt({L"cookie", L"set", L"nonsense", L"name", L"value"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.messages == "velt: the cookie store did not keep the cookie\n");
+    CHECK(RunVelt({L"cookie", L"get", L"nonsense"}).exitCode == 1);
+}
+
+TEST_CASE("velt safe: values of any text survive, with and without a domain", "[tools]")
+{
+    const std::wstring url = L"http://www.safe.velt.example/";
+    const std::wstring text = L"a=b; c \x00E4\x4E2D";
+    CHECK(RunVelt({L"safe", L"get", url, L"name"}).exitCode == 1);
+    CHECK(RunVelt({L"safe", L"set", url, L"name", text}).exitCode == 0);
+    const ProgramResult result = RunVelt({L"safe", L"get", url, L"name"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "a=b; c \xC3\xA4\xE4\xB8\xAD\n");
+    CHECK(RunVelt({L"safe", L"get", url, L"other"}).exitCode == 1);
+    // It is scrambled in the cookie.
+    CHECK_FALSE(Contains(RunVelt({L"cookie", L"get", url}).output, "a=b"));
+
+    const std::wstring host = L"http://host.domain.velt.example/";
+    CHECK(RunVelt({L"safe", L"set", host, L"n", L"v", L"--domain", L"domain.velt.example"})
+              .exitCode == 0);
+    CHECK(
+        RunVelt({L"safe", L"get", L"http://other.domain.velt.example/", L"n", L"--json"}).output ==
+        "{\"url\":\"http://other.domain.velt.example/\",\"name\":\"n\",\"value\":\"v\"}\n");
+}
+
+TEST_CASE("velt safe: a wrong URL keeps nothing, and says so", "[tools]")
+{
+    const ProgramResult result = RunVelt({L"safe", L"set", L"nonsense", L"n", L"v", L"--json"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output == "{\"url\":\"nonsense\",\"name\":\"n\",\"kept\":false}\n");
+    CHECK(result.messages == "velt: the cookie store did not keep the value\n");
+}
+
+TEST_CASE("velt update: without an agent the answer is no, and work ends at once", "[tools]")
+{
+    CHECK(RunVelt({L"update", L"check", kProduct, L"3.0"}).exitCode == 1);
+    CHECK(RunVelt({L"update", L"check", kProduct, L"3.0", L"--offline"}).output ==
+          "available: no\n");
+    const ProgramResult result = RunVelt({L"update", L"start", kProduct, L"3.0", L"--wait"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == kEvent);
+}
+
+TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
+{
+    const SampleAgentServer agent(kOneUpdate);
+    ProgramResult result = RunVelt({L"update", L"check", kProduct, L"3.0"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "available: yes\n");
+    result = RunVelt({L"update", L"start", kProduct, L"3.0", L"--locale", L"1031", L"--description",
+                      L"Product", L"--json"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "{\"ended\":true,\"events\":[\"self_upgrade "
+                           "{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\"]}\n");
+    CHECK(HasCall(agent, "SetLanguage {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B} 1031"));
+    agent.Configure(kNoUpdate);
+    CHECK(RunVelt({L"update", L"check", kProduct, L"3.0"}).exitCode == 1);
+    CHECK(RunVelt({L"update", L"check", kProduct, L"3.0", L"--offline"}).exitCode == 0);
+}
+
+TEST_CASE("velt update start: queued work is done while it waits", "[tools]")
+{
+    const SampleAgentServer agent(kOneUpdate);
+    // It begins 30 seconds later.
+    ProgramRun queued({L"update", L"start", kProduct, L"3.0", L"--background", L"--wait"});
+    const ProgramResult early =
+        RunVelt({L"update", L"start", L"--wait", L"--timeout", L"1", L"--json"});
+    CHECK(early.exitCode == 1);
+    CHECK(early.output == "{\"ended\":false,\"events\":[]}\n");
+    CHECK(early.messages == "velt: the work has not ended in time\n");
+    const ProgramResult unattended =
+        RunVelt({L"update", L"start", kProduct, L"3.0", L"--background"});
+    CHECK(unattended.exitCode == 0);
+    CHECK(Contains(unattended.messages, "ends with this process"));
+    const ProgramResult result = queued.Wait(60'000);
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == kEvent);
+    for (const std::string& call : agent.Calls())
+    {
+        UNSCOPED_INFO(call);
+    }
+    CHECK(HasCall(agent, "StartBackgroundUpdate "));
+}
+
+TEST_CASE("velt script: the service's events reach the script's functions", "[tools]")
+{
+    ProgramResult result = RunScript(
+        L"e.js", "var s = WScript.CreateObject('VeltHTTPClient.VeltHTTPService12OEM', 'on_');"
+                 "var t = new ActiveXObject('VeltHTTPClient.VeltHTTPService12OEM.2');"
+                 "var id = '{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}';"
+                 "function on_Notify(event, text) { WScript.Echo('on', event, text); }"
+                 "function t_Notify(event, text) { WScript.Echo('t', event, text); }"
+                 "s.InvokeUpdate(id, '3.0', 1033, '');"
+                 "WScript.ConnectObject(t, 't_');"
+                 "t.InvokeUpdate(id, '3.0', 1033, '');"
+                 "WScript.DisconnectObject(t);"
+                 "t.InvokeUpdate(id, '3.0', 1033, '');"
+                 "WScript.Echo('end');");
+    CHECK(result.exitCode == 0);
+    CHECK(result.messages.empty());
+    CHECK(result.output == "on 0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n"
+                           "t 0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\nend\n");
+    result = RunScript(
+        L"e.vbs",
+        "Set s = CreateObject(\"VeltHTTPClient.VeltHTTPService12OEM\")\r\n"
+        "WScript.ConnectObject s, \"s_\"\r\n"
+        "Sub s_Notify(e, text)\r\nWScript.Echo e, text\r\nEnd Sub\r\n"
+        "s.InvokeUpdate \"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\", \"3.0\", 1033, \"\"\r\n");
+    CHECK(result.exitCode == 0);
+    CHECK(result.messages.empty());
+    CHECK(result.output == "0 {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n");
+}

@@ -1,0 +1,104 @@
+#include "tests/support/import_patch.h"
+#include "tests/ui/test_dialog.h"
+
+#include <ole2.h>
+
+#include <catch.hpp>
+
+#include <array>
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+/// OLE on this thread, which hosts of ActiveX controls need.
+class OleScope
+{
+public:
+    OleScope()
+    {
+        REQUIRE(SUCCEEDED(::OleInitialize(nullptr)));
+    }
+
+    OleScope(const OleScope&) = delete;
+    OleScope& operator=(const OleScope&) = delete;
+
+    ~OleScope()
+    {
+        ::OleUninitialize();
+    }
+};
+
+std::wstring ClassOf(HWND window)
+{
+    std::array<wchar_t, 64> name{};
+    ::GetClassNameW(window, name.data(), static_cast<int>(name.size()));
+    return name.data();
+}
+} // namespace
+
+TEST_CASE("ActiveX children: the system's library hosts the control at its place of the template",
+          "[ui]")
+{
+    const OleScope ole;
+    TestDialog dialog(TEST_DIALOG_ACTIVEX);
+    HWND host = nullptr;
+    CHECK(dialog.Show([&] {
+        host = dialog.Child(TEST_CHILD_BROWSER);
+        REQUIRE(host);
+        CHECK(ClassOf(host) == L"AtlAxWin");
+        CHECK(::GetWindow(host, GW_CHILD) != nullptr); // the browser's own window
+        CHECK(::IsWindowVisible(host));
+
+        RECT expected{30, 20, 90, 60};
+        ::MapDialogRect(dialog.Window(), &expected);
+        RECT place{};
+        ::GetWindowRect(host, &place);
+        ::MapWindowPoints(nullptr, dialog.Window(), reinterpret_cast<POINT*>(&place), 2);
+        CHECK(::EqualRect(&place, &expected));
+
+        CHECK(::GetWindow(host, GW_HWNDPREV) == dialog.Child(TEST_CHILD_BUTTON));
+        CHECK(::GetWindow(host, GW_HWNDNEXT) == dialog.Child(TEST_CHILD_LABEL));
+    }) == 7);
+    CHECK_FALSE(::IsWindow(host));
+}
+
+TEST_CASE("ActiveX children: without the system's library the dialog works without them", "[ui]")
+{
+    using LoadPatch = velt::test::ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
+    const LoadPatch missing("kernel32.dll", [](const wchar_t* name, HANDLE file, DWORD flags) {
+        if (::lstrcmpiW(name, L"ATL.DLL") == 0)
+        {
+            ::SetLastError(ERROR_MOD_NOT_FOUND);
+            return static_cast<HMODULE>(nullptr);
+        }
+        return LoadPatch::Original(name, file, flags);
+    });
+    TestDialog dialog(TEST_DIALOG_ACTIVEX);
+    CHECK(dialog.Show([&] {
+        CHECK(dialog.Child(TEST_CHILD_BROWSER) == nullptr);
+        CHECK(dialog.Child(TEST_CHILD_BUTTON) != nullptr);
+        CHECK(dialog.Child(TEST_CHILD_LABEL) != nullptr);
+    }) == 7);
+    CHECK(missing.Calls() == 1);
+}
+
+TEST_CASE("ActiveX children: a control that cannot be made does not keep the dialog from showing",
+          "[ui]")
+{
+    // On this thread OLE is not initialised.
+    TestDialog dialog(TEST_DIALOG_ACTIVEX);
+    CHECK(dialog.Show([&] { CHECK(dialog.Child(TEST_CHILD_LABEL) != nullptr); }) == 7);
+}
+
+TEST_CASE("ActiveX children: a dialog without them does not load the library", "[ui]")
+{
+    using LoadPatch = velt::test::ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
+    const LoadPatch load("kernel32.dll", [](const wchar_t* name, HANDLE file, DWORD flags) {
+        return LoadPatch::Original(name, file, flags);
+    });
+    TestDialog dialog(TEST_DIALOG);
+    CHECK(dialog.Show([] {}) == 7);
+    CHECK(load.Calls() == 0);
+}

@@ -1,0 +1,264 @@
+#include "tests/ui/eula_session.h"
+
+#include "tests/support/com_apartment.h"
+#include "ui/resources/resource_ids.h"
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace velt::test
+{
+namespace
+{
+constexpr UINT kAnswerLimitMs = 20'000;
+constexpr wchar_t kReady[] = L"VeltTestReady"; // a property of the dialog
+
+std::vector<HWND> DialogsOf(DWORD thread)
+{
+    std::vector<HWND> dialogs;
+    const auto collect = [](HWND window, LPARAM list) WINAPI -> BOOL {
+        wchar_t name[16] = {};
+        ::GetClassNameW(window, name, 16);
+        if (::lstrcmpW(name, L"#32770") == 0)
+        {
+            reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+        }
+        return TRUE;
+    };
+    ::EnumThreadWindows(thread, collect, reinterpret_cast<LPARAM>(&dialogs));
+    return dialogs;
+}
+
+HWND FocusOf(DWORD thread)
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    return ::GetGUIThreadInfo(thread, &info) ? info.hwndFocus : nullptr;
+}
+
+/// Marks the dialog when its initialisation is over.
+LRESULT CALLBACK MarkWhenReady(int code, WPARAM wParam, LPARAM lParam)
+{
+    const auto& sent = *reinterpret_cast<const CWPRETSTRUCT*>(lParam);
+    if (code == HC_ACTION && sent.message == WM_INITDIALOG)
+    {
+        ::SetPropW(sent.hwnd, kReady, ::GetModuleHandleW(nullptr));
+    }
+    return ::CallNextHookEx(nullptr, code, wParam, lParam);
+}
+
+INPUT KeyInput(WORD key, bool down)
+{
+    INPUT input{};
+    input.type = INPUT_KEYBOARD;
+    input.ki.wVk = key;
+    input.ki.wScan = static_cast<WORD>(::MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
+    input.ki.dwFlags = down ? 0 : KEYEVENTF_KEYUP;
+    return input;
+}
+} // namespace
+
+bool WaitUntil(const std::function<bool()>& condition, DWORD limitMs)
+{
+    const ULONGLONG start = ::GetTickCount64();
+    while (!condition())
+    {
+        if (::GetTickCount64() - start > limitMs)
+        {
+            return false;
+        }
+        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, 5, QS_ALLINPUT);
+        MSG message;
+        while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
+        {
+            ::DispatchMessageW(&message);
+        }
+    }
+    return true;
+}
+
+std::wstring TextOfWindow(HWND window)
+{
+    std::wstring text(static_cast<std::size_t>(::SendMessageW(window, WM_GETTEXTLENGTH, 0, 0)) + 1,
+                      L'\0');
+    const LRESULT length =
+        ::SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+RECT PlaceInParent(HWND window)
+{
+    RECT place{};
+    ::GetWindowRect(window, &place);
+    ::MapWindowPoints(nullptr, ::GetParent(window), reinterpret_cast<POINT*>(&place), 2);
+    return place;
+}
+
+EulaSession::EulaSession(const ComponentLibrary& library, std::wstring agreement,
+                         std::wstring texts, bool withCom, std::function<void()> before,
+                         std::function<void()> after)
+    : m_thread([this, &library, agreement = std::move(agreement), texts = std::move(texts), withCom,
+                before = std::move(before), after = std::move(after)] {
+          std::optional<ComApartment> com;
+          if (withCom)
+          {
+              com.emplace();
+          }
+          const auto dialog = library.Create<IVeltEulaDlg>(CLSID_CVeltEulaDlg);
+          const BSTR agreementText = ::SysAllocString(agreement.c_str());
+          const BSTR textsText = ::SysAllocString(texts.c_str());
+          if (before)
+          {
+              before();
+          }
+          m_threadId = ::GetCurrentThreadId();
+          const HHOOK hook =
+              ::SetWindowsHookExW(WH_CALLWNDPROCRET, &MarkWhenReady, nullptr, m_threadId);
+          m_answer.hr = dialog->LaunchEula(agreementText, textsText, &m_answer.accepted);
+          ::UnhookWindowsHookEx(hook);
+          if (after)
+          {
+              after();
+          }
+          ::SysFreeString(agreementText);
+          ::SysFreeString(textsText);
+      })
+{
+}
+
+EulaSession::~EulaSession()
+{
+    try
+    {
+        if (!m_joined)
+        {
+            WaitUntil([this] { return m_threadId != 0; });
+            for (const HWND dialog : DialogsOf(m_threadId))
+            {
+                ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+            }
+        }
+    }
+    catch (const std::exception&)
+    {
+        // The test has failed by then.
+    }
+}
+
+HWND EulaSession::Dialog()
+{
+    const bool ready = WaitUntil([this] {
+        const std::vector<HWND> dialogs =
+            m_threadId != 0 ? DialogsOf(m_threadId) : std::vector<HWND>();
+        m_dialog = dialogs.empty() ? nullptr : dialogs.front();
+        return m_dialog && ::GetPropW(m_dialog, kReady);
+    });
+    if (!ready)
+    {
+        throw std::runtime_error("no dialog comes");
+    }
+    return m_dialog;
+}
+
+HWND EulaSession::Item(int id)
+{
+    return ::GetDlgItem(m_dialog ? m_dialog : Dialog(), id);
+}
+
+std::wstring EulaSession::Text(int id)
+{
+    return TextOfWindow(Item(id));
+}
+
+bool EulaSession::IsChecked(int id)
+{
+    return ::SendMessageW(Item(id), BM_GETCHECK, 0, 0) == BST_CHECKED;
+}
+
+int EulaSession::FocusedId()
+{
+    const HWND focus = FocusOf(m_threadId);
+    return focus ? ::GetDlgCtrlID(focus) : 0;
+}
+
+void EulaSession::Activate()
+{
+    const HWND dialog = Dialog();
+    ::BringWindowToTop(dialog);
+    ::SetForegroundWindow(dialog);
+    if (!WaitUntil([dialog] { return ::GetForegroundWindow() == dialog; }))
+    {
+        throw std::runtime_error("the dialog does not come to the front");
+    }
+}
+
+void EulaSession::Click(int id)
+{
+    RECT place{};
+    ::GetWindowRect(Item(id), &place);
+    // Near the left end of wide controls, where their mark is.
+    const int x = place.left + std::min(place.right - place.left, 40L) / 2;
+    const int y = (place.top + place.bottom) / 2;
+    // The pointer itself goes there first: it would be seen where it was when the screen changes.
+    ::SetCursorPos(x, y);
+    int looks = 0; // in a row that have found it at rest there
+    const auto isThere = [x, y, &looks] {
+        POINT at{};
+        looks = ::GetCursorPos(&at) && at.x == x && at.y == y ? looks + 1 : 0;
+        return looks == 5;
+    };
+    INPUT inputs[2] = {};
+    inputs[0].type = INPUT_MOUSE;
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].type = INPUT_MOUSE;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    if (!WaitUntil(isThere) || ::SendInput(2, inputs, sizeof(INPUT)) != 2)
+    {
+        throw std::runtime_error("no mouse");
+    }
+}
+
+void EulaSession::Press(WORD key, std::initializer_list<WORD> held)
+{
+    std::vector<INPUT> inputs;
+    for (const WORD other : held)
+    {
+        inputs.push_back(KeyInput(other, true));
+    }
+    inputs.push_back(KeyInput(key, true));
+    inputs.push_back(KeyInput(key, false));
+    for (const WORD other : held)
+    {
+        inputs.push_back(KeyInput(other, false));
+    }
+    if (::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
+        inputs.size())
+    {
+        throw std::runtime_error("no keyboard");
+    }
+}
+
+bool EulaSession::IsOpen() const
+{
+    DWORD_PTR answer = 0;
+    return ::IsWindow(m_dialog) && ::IsWindowVisible(m_dialog) &&
+           ::SendMessageTimeoutW(m_dialog, WM_NULL, 0, 0, SMTO_NORMAL, kAnswerLimitMs, &answer) !=
+               0;
+}
+
+void EulaSession::PressOk()
+{
+    ::PostMessageW(Dialog(), WM_COMMAND, IDOK, reinterpret_cast<LPARAM>(Item(VELT_EULA_OK)));
+}
+
+EulaAnswer EulaSession::Join()
+{
+    m_thread.Join();
+    m_joined = true;
+    return m_answer;
+}
+} // namespace velt::test

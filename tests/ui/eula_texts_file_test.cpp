@@ -1,0 +1,210 @@
+#include "ui/eula_texts_file.h"
+
+#include "foundation/language_table.h"
+#include "foundation/wide_text.h"
+#include "tests/support/com_apartment.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/test_thread.h"
+
+#include <catch.hpp>
+
+#include <set>
+#include <string>
+#include <string_view>
+
+using velt::EulaTexts;
+using namespace velt::test;
+
+namespace
+{
+/// A window that stands for the dialog while a file loads.
+class Dialog
+{
+public:
+    Dialog()
+        : m_window(::CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr,
+                                     nullptr, nullptr))
+    {
+    }
+
+    Dialog(const Dialog&) = delete;
+    Dialog& operator=(const Dialog&) = delete;
+
+    ~Dialog()
+    {
+        ::DestroyWindow(m_window);
+    }
+
+    HWND Window() const noexcept
+    {
+        return m_window;
+    }
+
+private:
+    HWND m_window;
+};
+
+EulaTexts ReadFile(const std::wstring& path)
+{
+    const ComApartment com;
+    const Dialog dialog;
+    return velt::ReadEulaTexts(path, dialog.Window());
+}
+
+EulaTexts Read(std::string_view xml)
+{
+    const TempFolder folder;
+    folder.Write(L"texts.xml", xml);
+    return ReadFile(folder.File(L"texts.xml"));
+}
+
+bool IsEmpty(const EulaTexts& texts)
+{
+    return !texts.title && !texts.decline && !texts.accept && !texts.ok;
+}
+
+std::string Record(const std::string& key, const std::string& value)
+{
+    return "<RECORD><KEY>" + key + "</KEY><TEXT>" + value + "</TEXT></RECORD>";
+}
+} // namespace
+
+TEST_CASE("ReadEulaTexts: the four texts of a file", "[ui]")
+{
+    const EulaTexts texts = Read("<?xml version='1.0' encoding='UTF-8'?>\r\n<ANY>\r\n"
+                                 "  <RECORD>\r\n    <A>enu_user_license_agreement</A>\r\n"
+                                 "    <B>Titel \xC3\xA4\xE2\x82\xAC</B>\r\n  </RECORD>\r\n" +
+                                 Record("i_do_not_accept", "no") + Record("i_accept", "ja") +
+                                 Record("btn_ok", "fertig") + "</ANY>");
+    CHECK(texts.title == L"Titel \u00E4\u20AC");
+    CHECK(texts.decline == L"no");
+    CHECK(texts.accept == L"ja");
+    CHECK(texts.ok == L"fertig");
+}
+
+TEST_CASE("ReadEulaTexts: the first child is the key and the last one the value", "[ui]")
+{
+    CHECK(Read("<R><RECORD><X>btn_ok</X><Y>between</Y><Z>last</Z></RECORD></R>").ok == L"last");
+    // One child is both; so is a text without an element around it.
+    CHECK_FALSE(Read("<R><RECORD><X>some text</X></RECORD></R>").ok);
+    CHECK(Read("<R><RECORD><X>btn_ok</X></RECORD></R>").ok == L"btn_ok");
+    CHECK(Read("<R><RECORD>btn_ok</RECORD></R>").ok == L"btn_ok");
+    CHECK(Read("<R><RECORD>btn_ok<V>value</V></RECORD></R>").ok == L"value");
+    // The text of a node is that of everything in it.
+    CHECK(Read("<R><RECORD><X>btn_<i>ok</i></X><Y><a>o</a><b>k</b></Y></RECORD></R>").ok == L"ok");
+}
+
+TEST_CASE("ReadEulaTexts: only child elements of the root named RECORD count", "[ui]")
+{
+    const std::string record = Record("btn_ok", "new");
+    CHECK(Read("<RECORD>" + record + "</RECORD>").ok == L"new");
+    CHECK(IsEmpty(Read(record)));
+    CHECK(IsEmpty(Read("<R><INNER>" + record + "</INNER></R>")));
+    CHECK(IsEmpty(Read("<R><record><K>btn_ok</K><V>new</V></record></R>")));
+    CHECK(IsEmpty(Read("<R><RECORDS><K>btn_ok</K><V>new</V></RECORDS></R>")));
+    CHECK(IsEmpty(Read("<R xmlns:v='urn:v'><v:RECORD><K>btn_ok</K><V>x</V></v:RECORD></R>")));
+    CHECK(
+        IsEmpty(Read("<R><!-- " + record + " --><![CDATA[" + record + "]]><?RECORD btn_ok?></R>")));
+    CHECK(Read("<R>text<!-- comment -->" + record + "text</R>").ok == L"new");
+    CHECK(IsEmpty(Read("<R><RECORD/><RECORD></RECORD><RECORD key='btn_ok'/></R>")));
+    CHECK(IsEmpty(Read("<R/>")));
+}
+
+TEST_CASE("ReadEulaTexts: repeated and unknown keys", "[ui]")
+{
+    const EulaTexts texts = Read("<R>" + Record("btn_ok", "first") + Record("i_accept", "kept") +
+                                 Record("unknown", "x") + Record("BTN_OK", "y") + Record("", "z") +
+                                 Record("btn_ok", "second") + "</R>");
+    CHECK(texts.ok == L"second");
+    CHECK(texts.accept == L"kept");
+    CHECK_FALSE(texts.title);
+    CHECK(Read("<R>" + Record("btn_ok", "x") + Record("btn_ok", "") + "</R>").ok == L"");
+}
+
+TEST_CASE("ReadEulaTexts: files that cannot be read give no texts", "[ui]")
+{
+    const TempFolder folder;
+    const std::string good = "<R>" + Record("btn_ok", "new") + "</R>";
+    CHECK(IsEmpty(ReadFile(L"")));
+    CHECK(IsEmpty(ReadFile(folder.File(L"missing.xml"))));
+    CHECK(IsEmpty(ReadFile(folder.Path())));
+    CHECK(IsEmpty(ReadFile(L"?:\\*<>|")));
+    CHECK(IsEmpty(ReadFile(std::wstring(40'000, L'x'))));
+    CHECK(IsEmpty(Read("")));
+    CHECK(IsEmpty(Read("no markup at all")));
+    CHECK(IsEmpty(Read(good.substr(0, good.size() - 3))));
+    CHECK(IsEmpty(Read("<R>" + Record("btn_ok", "a & b") + "</R>")));
+    CHECK(IsEmpty(Read("<R>" + Record("btn_ok", "\xFF\xFE\x80") + "</R>")));
+    CHECK(IsEmpty(Read(std::string(4096, '\0'))));
+    CHECK(Read(good).ok == L"new");
+}
+
+TEST_CASE("ReadEulaTexts: a thread without COM gets no texts", "[ui]")
+{
+    const TempFolder folder;
+    folder.Write(L"texts.xml", "<R>" + Record("btn_ok", "new") + "</R>");
+    const auto isEmpty = OnOtherThread([&] {
+        const Dialog dialog;
+        return IsEmpty(velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window()));
+    });
+    CHECK(isEmpty);
+}
+
+TEST_CASE("ReadEulaTexts: 100,000 records and a text of 10,000 characters", "[ui]")
+{
+    std::string xml = "<R>";
+    for (int i = 0; i < 100'000; ++i)
+    {
+        xml += Record("key" + std::to_string(i), "value");
+    }
+    xml += Record("btn_ok", std::string(10'000, 'x')) + "</R>";
+    const ULONGLONG start = ::GetTickCount64();
+    const EulaTexts texts = Read(xml);
+    CHECK(texts.ok == std::wstring(10'000, L'x'));
+    CHECK(::GetTickCount64() - start < 20'000); // each record is visited once
+}
+
+TEST_CASE("ReadEulaTexts: a thread told to quit still is afterwards", "[ui]")
+{
+    const TempFolder folder;
+    folder.Write(L"texts.xml", "<R>" + Record("btn_ok", "new") + "</R>");
+    const auto code = OnOtherThread([&] {
+        ::PostQuitMessage(7);
+        const ComApartment com;
+        const Dialog dialog;
+        velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window());
+        MSG message{};
+        while (::GetMessageW(&message, nullptr, 0, 0) > 0)
+        {
+        }
+        return message.wParam;
+    });
+    CHECK(code == 7);
+}
+
+TEST_CASE("ReadEulaTexts: the sample texts of every language of the table", "[ui]")
+{
+    std::set<std::wstring> declines;
+    for (const velt::Language& language : velt::kLanguages)
+    {
+        CAPTURE(language.code);
+        const std::wstring code = velt::WideFromUtf8(language.code);
+        const EulaTexts texts = ReadFile(VELT_EULA_SAMPLES L"\\texts\\" + code + L".xml");
+        for (const auto* text : {&texts.title, &texts.decline, &texts.accept, &texts.ok})
+        {
+            REQUIRE(text->has_value());
+            CHECK_FALSE((*text)->empty());
+            CHECK((*text)->find(L'\uFFFD') == std::wstring::npos);
+        }
+        // Each choice has a key of its own, and the two differ.
+        const auto key = [](const std::wstring& text) {
+            const std::size_t at = text.find(L'&');
+            REQUIRE(at + 1 < text.size());
+            CHECK(text.find(L'&', at + 1) == std::wstring::npos);
+            return ::CharLowerW(reinterpret_cast<LPWSTR>(static_cast<ULONG_PTR>(text[at + 1])));
+        };
+        CHECK(key(*texts.decline) != key(*texts.accept));
+        declines.insert(*texts.decline);
+    }
+    CHECK(declines.size() == 15); // both kinds of Portuguese say the same
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tests/support/registry_snapshot.h"
+
+#include <windows.h>
+
+namespace velt::test
+{
+/// The record of registered products: none at the start and none left at the end.
+class ProductsKey
+{
+public:
+    static constexpr wchar_t kPath[] = L"Software\\Velt\\UpdateManager";
+
+    ProductsKey()
+    {
+        Delete();
+    }
+
+    ProductsKey(const ProductsKey&) = delete;
+    ProductsKey& operator=(const ProductsKey&) = delete;
+
+    ~ProductsKey()
+    {
+        Delete();
+    }
+
+    /// The record's values; none without a record.
+    static RegistryValues Values()
+    {
+        const RegistryTree tree = SnapshotRegistry(HKEY_CURRENT_USER, kPath);
+        return tree.empty() ? RegistryValues() : tree.at(L"");
+    }
+
+    static void Write(const wchar_t* name, DWORD type, const void* data, DWORD sizeBytes)
+    {
+        ::RegSetKeyValueW(HKEY_CURRENT_USER, kPath, name, type, data, sizeBytes);
+    }
+
+private:
+    static void Delete()
+    {
+        ::RegDeleteKeyW(HKEY_CURRENT_USER, kPath);
+    }
+};
+} // namespace velt::test

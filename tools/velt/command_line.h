@@ -1,0 +1,67 @@
+#pragma once
+
+#include "tools/velt/command_table.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace velt::tool
+{
+/// A command line that says what to do.
+struct CommandLine
+{
+    const CommandRow* command;
+    std::vector<std::wstring> operands;
+    std::map<std::string_view, std::wstring> options; // by their names; a switch has no text
+    bool json = false;
+
+    bool Has(std::string_view option) const
+    {
+        return options.count(option) != 0;
+    }
+
+    /// The value of an option, or what it is without one.
+    std::wstring Value(std::string_view option, std::wstring_view otherwise = {}) const;
+};
+
+/// A command line that asks for help.
+struct HelpWanted
+{
+    std::string topic; // the name of a command, or the first word of several; empty for all
+};
+
+/// A command line that asks for the program's version.
+struct VersionWanted
+{
+};
+
+/// A command line that is wrong.
+struct UsageError
+{
+    std::wstring message;
+    std::string topic; // where help would help, as above
+};
+
+using ParsedCommandLine = std::variant<CommandLine, HelpWanted, VersionWanted, UsageError>;
+
+/// Reads the arguments that follow the program's name.
+///
+///     [--json] COMMAND { --option | --option VALUE | --option=VALUE | operand } [ -- operand... ]
+///
+/// Options and operands may be mixed; after "--" everything is an operand. Of an option that stands
+/// twice the last one counts. Every input is valid. Throws std::bad_alloc only.
+ParsedCommandLine ParseCommandLine(std::span<const std::wstring> arguments);
+
+/// A decimal number of that range; nothing for any other text.
+std::optional<std::uint32_t> ParseNumber(std::wstring_view text, std::uint32_t least,
+                                         std::uint32_t most) noexcept;
+
+/// Whether a text is a GUID in braces.
+bool IsGuidText(std::wstring_view text) noexcept;
+} // namespace velt::tool

@@ -1,0 +1,178 @@
+#include "tools/velt/command_table.h"
+
+#include <array>
+
+namespace velt::tool
+{
+namespace
+{
+constexpr std::array<OptionRow, 2> kCommonOptions = {{
+    {"json", "", "print one JSON object instead of text"},
+    {"help", "", "print how to use the command"},
+}};
+
+constexpr std::array<OptionRow, 1> kDomainOption = {{
+    {"domain", "D", "domain that the cookie is for, such as .example.com"},
+}};
+
+constexpr std::array<OptionRow, 2> kUpdateCheckOptions = {{
+    {"locale", "LCID", "locale of the product; 1033, English, by default"},
+    {"offline", "", "only ask whether an update agent is installed"},
+}};
+
+constexpr std::array<OptionRow, 5> kUpdateStartOptions = {{
+    {"locale", "LCID", "locale of the product; 1033, English, by default"},
+    {"description", "TEXT", "name of the product, shown by the agent"},
+    {"background", "", "queue the work; it begins 30 seconds later"},
+    {"wait", "", "wait until the work has ended"},
+    {"timeout", "SECONDS", "how long to wait; 120 seconds by default"},
+}};
+
+constexpr std::array<OptionRow, 2> kEulaOptions = {{
+    {"agreement", "FILE", "the agreement, an RTF file"},
+    {"texts", "FILE", "the captions, an XML file"},
+}};
+
+constexpr std::array<OptionRow, 1> kScriptOptions = {{
+    {"engine", "NAME", "script engine; by default JScript for .js, VBScript for .vbs"},
+}};
+
+constexpr std::array<OptionRow, 8> kFetchOptions = {{
+    {"output", "FILE", "file for the body; one URL only"},
+    {"folder", "DIR", "folder for the bodies; files are named after the URLs"},
+    {"user", "NAME", "user name for a server that asks for one"},
+    {"password", "TEXT", "password for it"},
+    {"proxy", "HOST:PORT", "proxy; by default the system's configuration"},
+    {"verb", "VERB", "GET by default, POST with data"},
+    {"data", "TEXT", "data to send, or @FILE for what is in a file"},
+    {"accept", "TYPE", "media type to accept"},
+}};
+
+constexpr std::array<OptionRow, 1> kPingOptions = {{
+    {"timeout", "MS", "milliseconds to wait for the echo; 1000 by default"},
+}};
+
+constexpr std::array<OptionRow, 1> kUserOption = {{
+    {"user", "", "for the current user, not for the machine"},
+}};
+
+constexpr std::array<CommandRow, 16> kCommands = {{
+    {CommandId::status,
+     "status",
+     "",
+     0,
+     0,
+     "what the component and the machine are like",
+     "Prints whether the component's last update work found the machine online, the\n"
+     "address of the redirect service, the cookie domain, the serial number of the\n"
+     "machine, where the component is registered, and its version and file.\n",
+     {},
+     false},
+    {CommandId::cookieGet,
+     "cookie get",
+     "URL",
+     1,
+     1,
+     "the cookies of a URL",
+     "Prints all cookies of the URL. Exit code 1 when it has none.\n",
+     {},
+     false},
+    {CommandId::cookieSet,
+     "cookie set",
+     "URL NAME VALUE",
+     3,
+     3,
+     "set a cookie of a URL",
+     "A value without \"; expires=...\" makes a cookie that ends with this process.\n"
+     "Exit code 1 when the cookie was not kept.\n",
+     {},
+     false},
+    {CommandId::safeGet, "safe get", "URL NAME", 2, 2, "a scrambled value of a URL",
+     "Exit code 1 when there is none of that name. Scrambling hides a value from a\n"
+     "casual reader; it is not encryption.\n",
+     kDomainOption, false},
+    {CommandId::safeSet, "safe set", "URL NAME VALUE", 3, 3, "keep a scrambled value for a URL",
+     "The value is kept for 183 days. Exit code 1 when it was refused.\n", kDomainOption, false},
+    {CommandId::updateCheck, "update check", "GUID VERSION", 2, 2,
+     "whether an update or a message is available",
+     "GUID is the product's installer GUID in braces. Exit code 1 when nothing is\n"
+     "available, or no update agent is installed.\n",
+     kUpdateCheckOptions, false},
+    {CommandId::updateStart, "update start", "[GUID VERSION]", 0, 2,
+     "have the update agent look after a product",
+     "GUID is the product's installer GUID in braces; without one, the component\n"
+     "asks for its own updates, which it does in the background only. Events are\n"
+     "printed as they arrive. Queued work ends with this process, so --background\n"
+     "goes with --wait. Exit code 1 when the work has not ended in time.\n",
+     kUpdateStartOptions, false},
+    {CommandId::eulaShow, "eula show", "", 0, 0, "show a licence agreement and ask for consent",
+     "Exit code 0 when the agreement was accepted, 1 when it was not. Both files are\n"
+     "needed.\n",
+     kEulaOptions, false},
+    {CommandId::collection,
+     "collection",
+     "VALUE...",
+     0,
+     kAnyNumber,
+     "fill a collection and use every operation once",
+     "Whole numbers, numbers with a point, true and false are added as such, other\n"
+     "values as texts.\n",
+     {},
+     false},
+    {CommandId::script, "script", "FILE [ARGUMENT...]", 1, kAnyNumber,
+     "run a JScript or VBScript file",
+     "The script creates the component's classes by their ProgIDs, registered or not.\n"
+     "WScript is there with Arguments, ConnectObject, CreateObject, Echo, Quit,\n"
+     "DisconnectObject, ScriptFullName, ScriptName and Sleep. While the script\n"
+     "sleeps, ConnectObject(service, \"on_\") delivers events to functions such as\n"
+     "on_Notify. The exit code is that of Quit; 3 when the script fails. Options\n"
+     "stand before FILE.\n",
+     kScriptOptions, true},
+    {CommandId::fetch, "fetch", "URL...", 1, kAnyNumber, "fetch URLs through the request queue",
+     "Without a file or a folder the bodies go to standard output. A file gets its\n"
+     "name when it is complete, and not before. Ctrl+C abandons what is under way.\n"
+     "Exit code 1 when a server answered with another status than 200.\n",
+     kFetchOptions, false},
+    {CommandId::proxy,
+     "proxy",
+     "",
+     0,
+     0,
+     "the proxy that discovery finds, and from where",
+     "Exit code 1 when there is none.\n",
+     {},
+     false},
+    {CommandId::ping, "ping", "[TARGET]", 0, 1, "whether the machine is connected",
+     "TARGET is a host to send an echo to, or an http or https URL to connect to;\n"
+     "without one, the system's own answer counts. Exit code 1 when it is no.\n",
+     kPingOptions, false},
+    {CommandId::registerComponent, "register", "", 0, 0, "register the component",
+     "For the machine, or for the current user when the machine's classes cannot be\n"
+     "written.\n",
+     kUserOption, false},
+    {CommandId::unregisterComponent, "unregister", "", 0, 0, "take the registration back",
+     "Removes the keys, values and type library that registration wrote, and nothing\n"
+     "else. Exit code 1 when this copy of the component is not registered.\n",
+     kUserOption, false},
+    {CommandId::traceOn,
+     "trace on",
+     "COMMAND...",
+     1,
+     kAnyNumber,
+     "run another command with its trace shown",
+     "Trace lines go to standard error.\n",
+     {},
+     true},
+}};
+} // namespace
+
+std::span<const CommandRow> Commands() noexcept
+{
+    return kCommands;
+}
+
+std::span<const OptionRow> CommonOptions() noexcept
+{
+    return kCommonOptions;
+}
+} // namespace velt::tool

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "server/registrar_script.h"
+#include "server/registrar_writer.h"
+#include "tools/velt/component.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velt::tool
+{
+/// What the component's registration writes, read from the scripts in the component itself, and
+/// what of it is in the registry.
+class ComponentRegistry
+{
+public:
+    /// The component outlives this object. Throws SystemException::Win32.
+    explicit ComponentRegistry(const Component& component);
+
+    ComponentRegistry(const ComponentRegistry&) = delete;
+    ComponentRegistry& operator=(const ComponentRegistry&) = delete;
+
+    ~ComponentRegistry() = default;
+
+    /// The library that the classes are registered with, this one or another copy; nothing when
+    /// they are not registered there.
+    std::optional<std::wstring> LibraryOf(RegistrationScope scope) const;
+
+    /// Whether that is this component.
+    bool IsOwn(const std::wstring& library) const noexcept;
+
+    /// Takes everything back that registering this component has written there, its type library
+    /// included. Other copies' registrations must have been ruled out. COM is initialised. Throws
+    /// SystemException::Win32 and CommandFailure.
+    void Erase(RegistrationScope scope) const;
+
+private:
+    void EraseTypeLibrary(RegistrationScope scope) const;
+
+    const Component& m_component;
+    std::vector<RegistryOperation> m_operations; // of all scripts, in their order
+};
+
+/// Has everything that this process writes below HKEY_CLASSES_ROOT go to the user's classes until
+/// the end of the scope. Throws CommandFailure.
+class UserClassesScope
+{
+public:
+    UserClassesScope();
+
+    UserClassesScope(const UserClassesScope&) = delete;
+    UserClassesScope& operator=(const UserClassesScope&) = delete;
+
+    ~UserClassesScope();
+};
+} // namespace velt::tool

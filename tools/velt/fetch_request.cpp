@@ -1,0 +1,145 @@
+#include "tools/velt/fetch_request.h"
+
+#include "connection/http_request.h"
+
+namespace velt::tool
+{
+namespace
+{
+/// A server that asks for credentials again and again does not like them: by design, the exchange
+/// itself goes on for as long as it asks.
+constexpr std::uint32_t kMostSends = 6;
+
+void SetText(HINTERNET file, DWORD option, std::wstring text)
+{
+    if (!::InternetSetOptionW(file, option, text.data(), static_cast<DWORD>(text.size())))
+    {
+        throw CInternetException(::GetLastError());
+    }
+}
+} // namespace
+
+FetchRequest::FetchRequest(const CONNECTION_MANAGER::url_options& options, std::wstring userName,
+                           std::wstring password, const Interrupt& interrupt, BodyTarget target,
+                           std::function<void()> done)
+    : url_request(options, this, nullptr),
+      m_userName(std::move(userName)),
+      m_password(std::move(password)),
+      m_interrupt(interrupt),
+      m_target(std::move(target)),
+      m_onDone(std::move(done))
+{
+}
+
+DWORD FetchRequest::Step(CONNECTION_MANAGER::connection_object&, const std::vector<std::string>&,
+                         bool)
+{
+    if (m_interrupt.IsSet())
+    {
+        Fail(ERROR_CANCELLED);
+        return kFinished;
+    }
+    const bool answered = CHTTPRequest<FetchRequest>(this).Execute(*this);
+    m_file = nullptr;
+    m_outcome.bytes = m_bytes;
+    if (m_outcome.failure)
+    {
+        return kFinished;
+    }
+    if (answered)
+    {
+        m_outcome.status = m_error == 0 ? HTTP_STATUS_OK : m_error.load();
+    }
+    else if (m_interrupt.IsSet())
+    {
+        Fail(ERROR_CANCELLED);
+    }
+    else if (m_sent > kMostSends)
+    {
+        m_outcome.status = HTTP_STATUS_DENIED;
+    }
+    else
+    {
+        Fail(m_error);
+    }
+    return kFinished;
+}
+
+void FetchRequest::Complete(CONNECTION_MANAGER::connection_object&, DWORD*)
+{
+    m_done = true;
+    m_onDone();
+}
+
+void FetchRequest::OnBody(const char* body, DWORD lengthBytes)
+{
+    try
+    {
+        if (m_interrupt.IsSet())
+        {
+            Fail(ERROR_CANCELLED); // it may be only a part
+            return;
+        }
+        RequireWhole(lengthBytes);
+        m_target(body, lengthBytes);
+    }
+    catch (const CommandFailure& failure)
+    {
+        m_outcome.failure = failure;
+    }
+}
+
+void FetchRequest::OnOpened(CHttpFile& file)
+{
+    m_file = &file;
+    if (!m_userName.empty())
+    {
+        SetText(file.GetHandle(), INTERNET_OPTION_USERNAME, m_userName);
+        SetText(file.GetHandle(), INTERNET_OPTION_PASSWORD, m_password);
+    }
+}
+
+void FetchRequest::OnProgress(std::size_t sizeBytes) noexcept
+{
+    m_bytes = static_cast<std::uint32_t>(sizeBytes);
+}
+
+void FetchRequest::OnError(DWORD error)
+{
+    m_error = error;
+}
+
+void FetchRequest::OnComplete() {}
+
+bool FetchRequest::OnStatus(DWORD status, DWORD_PTR)
+{
+    m_status = status;
+    if (status == INTERNET_STATUS_SENDING_REQUEST)
+    {
+        ++m_sent;
+    }
+    else if (status == INTERNET_STATUS_REDIRECT)
+    {
+        m_sent = 0;
+    }
+    return m_interrupt.IsSet() || m_sent > kMostSends;
+}
+
+void FetchRequest::Fail(DWORD error)
+{
+    m_outcome.failure = CommandFailure{HRESULT_FROM_WIN32(error), L"the exchange"};
+}
+
+void FetchRequest::RequireWhole(DWORD lengthBytes) const
+{
+    constexpr DWORD kUnknown = 0xFFFFFFFF;
+    DWORD announced = kUnknown;
+    DWORD size = sizeof(announced);
+    m_file->QueryInfo(HTTP_QUERY_CONTENT_LENGTH | HTTP_QUERY_FLAG_NUMBER, &announced, &size,
+                      nullptr);
+    if (announced != kUnknown && announced > lengthBytes && GetVerb() != "HEAD")
+    {
+        throw CommandFailure{HRESULT_FROM_WIN32(ERROR_HANDLE_EOF), L"the body is incomplete"};
+    }
+}
+} // namespace velt::tool

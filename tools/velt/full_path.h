@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace velt::tool
+{
+/// A path from the current folder's point of view as a full one. Throws CommandFailure.
+std::wstring FullPath(const std::wstring& path);
+
+/// All bytes of a file. Throws CommandFailure, and std::bad_alloc for one that does not fit.
+std::string ReadWholeFile(const std::wstring& path);
+} // namespace velt::tool

@@ -1,0 +1,75 @@
+#include "foundation/library_utils.h"
+#include "foundation/wide_text.h"
+#include "server/registration.h"
+#include "tools/velt/commands.h"
+#include "tools/velt/component_registry.h"
+
+#include <optional>
+
+namespace velt::tool
+{
+namespace
+{
+/// Where to register, decided as the component itself decides unless the user is named.
+RegistrationScope ScopeOf(const CommandLine& line) noexcept
+{
+    return line.Has("user") ? RegistrationScope::user : CurrentRegistrationScope();
+}
+
+const char* NameOf(RegistrationScope scope) noexcept
+{
+    return scope == RegistrationScope::user ? "user" : "machine";
+}
+
+/// In the user's scope everything goes to the user's classes, the type library too.
+class Redirection
+{
+public:
+    explicit Redirection(RegistrationScope scope)
+    {
+        if (scope == RegistrationScope::user)
+        {
+            m_user.emplace();
+        }
+    }
+
+private:
+    std::optional<UserClassesScope> m_user;
+};
+} // namespace
+
+ExitCode RunRegister(const CommandLine& line, CommandContext& context)
+{
+    const CLibraryUtils::SmartComInitializer com;
+    const Component component;
+    const RegistrationScope scope = ScopeOf(line);
+    const Redirection redirection(scope);
+    Require(component.Register(), L"DllRegisterServer");
+    context.Results().Add("scope", NameOf(scope));
+    context.Results().Add("library", Utf8FromWide(component.Path()));
+    return ExitCode::done;
+}
+
+ExitCode RunUnregister(const CommandLine& line, CommandContext& context)
+{
+    const CLibraryUtils::SmartComInitializer com;
+    const Component component;
+    const RegistrationScope scope = ScopeOf(line);
+    const ComponentRegistry registry(component);
+    const auto library = registry.LibraryOf(scope);
+    Report& results = context.Results();
+    results.Add("scope", NameOf(scope));
+    if (!library || !registry.IsOwn(*library))
+    {
+        results.Add("unregistered", false);
+        context.Message(library ? L"another copy is registered, and stays so: " + *library
+                                : std::wstring(L"the component is not registered"));
+        return ExitCode::no;
+    }
+    const Redirection redirection(scope);
+    registry.Erase(scope);
+    results.Add("unregistered", true);
+    results.Add("library", Utf8FromWide(*library));
+    return ExitCode::done;
+}
+} // namespace velt::tool

@@ -1,0 +1,107 @@
+#include "tools/velt/trace_window.h"
+
+#include "foundation/trace_record.h"
+#include "tools/velt/command_context.h"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+
+namespace velt::tool
+{
+namespace
+{
+// Of a trace record; see foundation/trace_record.h.
+constexpr std::size_t kTextOffset = 81;
+constexpr std::size_t kLeastBytes = kTextOffset + 1;
+} // namespace
+
+TraceWindow::TraceWindow(const Console& console)
+    : m_console(console),
+      m_ready(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
+{
+    m_thread.Reset(m_ready ? ::CreateThread(nullptr, 0, &TraceWindow::ThreadEntry, this, 0, nullptr)
+                           : nullptr);
+    if (!m_thread)
+    {
+        throw LastFailure(L"the trace window");
+    }
+    ::WaitForSingleObject(m_ready.Get(), INFINITE);
+    if (!m_window)
+    {
+        ::WaitForSingleObject(m_thread.Get(), INFINITE);
+        throw CommandFailure{E_FAIL, L"the trace window"};
+    }
+}
+
+TraceWindow::~TraceWindow()
+{
+    ::PostMessageW(m_window, WM_CLOSE, 0, 0);
+    ::WaitForSingleObject(m_thread.Get(), INFINITE);
+}
+
+DWORD CALLBACK TraceWindow::ThreadEntry(void* window) noexcept
+{
+    static_cast<TraceWindow*>(window)->RunThread();
+    return 0;
+}
+
+void TraceWindow::RunThread() noexcept
+{
+    WNDCLASSW type{};
+    type.lpfnWndProc = &TraceWindow::Procedure;
+    type.hInstance = ::GetModuleHandleW(nullptr);
+    type.lpszClassName = kTraceViewerClass;
+    ::RegisterClassW(&type);
+    // Above other viewers, so that it is the one that is found.
+    m_window =
+        ::CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kTraceViewerClass, kTraceViewerClass,
+                          WS_POPUP, 0, 0, 0, 0, nullptr, nullptr, type.hInstance, nullptr);
+    if (m_window)
+    {
+        ::SetWindowLongPtrW(m_window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    }
+    ::SetEvent(m_ready.Get());
+    MSG message;
+    while (m_window && ::GetMessageW(&message, nullptr, 0, 0) > 0)
+    {
+        ::DispatchMessageW(&message);
+    }
+}
+
+LRESULT CALLBACK TraceWindow::Procedure(HWND window, UINT message, WPARAM wParam,
+                                        LPARAM lParam) noexcept
+{
+    const auto* const self =
+        reinterpret_cast<const TraceWindow*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (message == WM_COPYDATA && self)
+    {
+        self->Print(*reinterpret_cast<const COPYDATASTRUCT*>(lParam));
+        return TRUE;
+    }
+    if (message == WM_DESTROY)
+    {
+        ::PostQuitMessage(0);
+    }
+    return ::DefWindowProcW(window, message, wParam, lParam);
+}
+
+void TraceWindow::Print(const COPYDATASTRUCT& data) const noexcept
+{
+    if (data.dwData != kTraceMagic || data.cbData < kLeastBytes)
+    {
+        return;
+    }
+    try
+    {
+        std::string text(static_cast<const char*>(data.lpData) + kTextOffset,
+                         data.cbData - kLeastBytes);
+        text.resize(std::min(text.find('\0'), text.size()));
+        m_console.Write("trace: " + text + "\n");
+    }
+    catch (const std::exception&)
+    {
+        // The line is lost; the traced program goes on.
+    }
+}
+} // namespace velt::tool

@@ -1,0 +1,113 @@
+#include "tools/velt/url_file_name.h"
+
+#include "foundation/utf.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace velt::tool
+{
+namespace
+{
+constexpr std::size_t kLongestName = 120;
+constexpr std::string_view kDefaultName = "index.html";
+constexpr std::string_view kForbidden = "<>:\"/\\|?*";
+
+std::optional<unsigned> HexDigit(char c) noexcept
+{
+    if (c >= '0' && c <= '9')
+    {
+        return static_cast<unsigned>(c - '0');
+    }
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? std::optional(static_cast<unsigned>(lower - 'a' + 10))
+                                        : std::nullopt;
+}
+
+/// A percent sign that no two hexadecimal digits follow stands for itself.
+std::string Unescape(std::string_view text)
+{
+    std::string result;
+    while (!text.empty())
+    {
+        const bool escaped = text.size() >= 3 && text[0] == '%';
+        const auto high = escaped ? HexDigit(text[1]) : std::nullopt;
+        const auto low = escaped ? HexDigit(text[2]) : std::nullopt;
+        result.push_back(high && low ? static_cast<char>(*high << 4 | *low) : text[0]);
+        text.remove_prefix(high && low ? 3 : 1);
+    }
+    return result;
+}
+
+/// The last part of a URL's path, as it stands.
+std::string_view LastPart(std::string_view url) noexcept
+{
+    url = url.substr(0, url.find_first_of("?#"));
+    const std::size_t scheme = url.find("://");
+    if (scheme != url.npos)
+    {
+        url.remove_prefix(scheme + 3);
+        url.remove_prefix(std::min(url.find('/'), url.size())); // the server
+    }
+    return url.substr(url.rfind('/') + 1); // npos + 1 is the start
+}
+
+char LowerAscii(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string Lower(std::string_view text)
+{
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), &LowerAscii);
+    return lower;
+}
+
+/// Names that the system takes for devices, whatever their extension.
+bool IsDevice(std::string_view name)
+{
+    constexpr std::array<std::string_view, 6> kDevices = {"con", "prn",    "aux",
+                                                          "nul", "conin$", "conout$"};
+    std::string stem = Lower(name.substr(0, name.find('.')));
+    stem.erase(stem.find_last_not_of(' ') + 1);
+    const bool port = stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) &&
+                      stem[3] >= '0' && stem[3] <= '9';
+    return port || std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end();
+}
+} // namespace
+
+std::string FileNameFromUrl(std::string_view url)
+{
+    std::u16string units = Utf16FromUtf8(Unescape(LastPart(url)));
+    for (char16_t& unit : units)
+    {
+        const bool forbidden =
+            unit < 0x80 && kForbidden.find(static_cast<char>(unit)) != kForbidden.npos;
+        if (unit < 0x20 || unit == 0x7F || forbidden)
+        {
+            unit = u'_';
+        }
+    }
+    units.resize(std::min(units.size(), kLongestName - 1)); // one more may come in front
+    std::string name = Utf8FromUtf16(units);
+    name.erase(name.find_last_not_of(". ") + 1); // the system would drop them
+    if (name.empty())
+    {
+        return std::string(kDefaultName);
+    }
+    return IsDevice(name) ? "_" + name : name;
+}
+
+std::string TakeFileName(std::set<std::string>& taken, const std::string& name)
+{
+    const std::size_t dot = std::min(name.rfind('.'), name.size());
+    std::string candidate = name;
+    for (int number = 2; !taken.insert(Lower(candidate)).second; ++number)
+    {
+        candidate = name.substr(0, dot) + " (" + std::to_string(number) + ")" + name.substr(dot);
+    }
+    return candidate;
+}
+} // namespace velt::tool

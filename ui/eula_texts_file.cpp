@@ -1,0 +1,116 @@
+#include "ui/eula_texts_file.h"
+
+#include "foundation/utrace.h"
+#include "ui/message_wait.h"
+
+#include <comdef.h>
+#include <msxml.h>
+#include <wrl/client.h>
+
+#include <string_view>
+#include <utility>
+
+namespace velt
+{
+namespace
+{
+using Microsoft::WRL::ComPtr;
+
+constexpr DWORD kLoadLimitMs = 5000;
+constexpr LONG kComplete = 4; // READYSTATE_COMPLETE; a failed load ends with it as well
+
+std::wstring_view ViewOf(const _bstr_t& text)
+{
+    return {static_cast<const wchar_t*>(text), text.length()};
+}
+
+/// A string that a COM call has handed out becomes an owned one.
+_bstr_t Owned(BSTR text)
+{
+    return {text, false};
+}
+
+ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog)
+{
+    ComPtr<IXMLDOMDocument> document;
+    HRESULT hr = ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
+                                    reinterpret_cast<void**>(document.GetAddressOf()));
+    if (FAILED(hr))
+    {
+        UTrace::TraceLevel1("no XML document object: 0x%08lX", static_cast<unsigned long>(hr));
+        return {};
+    }
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    hr = document->load(_variant_t(path.c_str()), &loaded);
+    if (hr != S_OK || loaded == VARIANT_FALSE)
+    {
+        UTrace::TraceLevel1("the texts cannot be loaded: 0x%08lX", static_cast<unsigned long>(hr));
+        return {};
+    }
+    const auto isComplete = [&document] {
+        LONG state = 0;
+        return FAILED(document->get_readyState(&state)) || state == kComplete;
+    };
+    if (!WaitWithMessages(dialog, kLoadLimitMs, isComplete))
+    {
+        UTrace::TraceLevel1("the texts take too long to load");
+        document->abort();
+        return {};
+    }
+    return document;
+}
+
+bool IsRecord(IXMLDOMNode& node)
+{
+    DOMNodeType type = NODE_INVALID;
+    BSTR name = nullptr;
+    if (node.get_nodeType(&type) != S_OK || type != NODE_ELEMENT ||
+        node.get_nodeName(&name) != S_OK)
+    {
+        return false;
+    }
+    return ViewOf(Owned(name)) == L"RECORD";
+}
+
+std::wstring TextOf(IXMLDOMNode& node)
+{
+    BSTR text = nullptr;
+    return node.get_text(&text) == S_OK ? std::wstring(ViewOf(Owned(text))) : std::wstring();
+}
+
+void PutRecord(IXMLDOMNode& record, EulaTexts& texts)
+{
+    ComPtr<IXMLDOMNode> key;
+    ComPtr<IXMLDOMNode> value;
+    if (record.get_firstChild(&key) == S_OK && record.get_lastChild(&value) == S_OK)
+    {
+        texts.Put(TextOf(*key.Get()), TextOf(*value.Get()));
+    }
+}
+} // namespace
+
+EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog)
+{
+    EulaTexts texts;
+    const ComPtr<IXMLDOMDocument> document = LoadDocument(path, dialog);
+    ComPtr<IXMLDOMElement> root;
+    if (!document || document->get_documentElement(&root) != S_OK)
+    {
+        return texts; // also what is not well-formed has no root
+    }
+    // From sibling to sibling: asking the list of children for an index walks it from its start.
+    ComPtr<IXMLDOMNode> node;
+    HRESULT hr = root->get_firstChild(&node);
+    while (hr == S_OK)
+    {
+        if (IsRecord(*node.Get()))
+        {
+            PutRecord(*node.Get(), texts);
+        }
+        ComPtr<IXMLDOMNode> next;
+        hr = node->get_nextSibling(&next);
+        node = std::move(next);
+    }
+    return texts;
+}
+} // namespace velt

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace velt
+{
+/// Whether the user has the system's high-contrast setting on.
+bool IsHighContrastOn() noexcept;
+} // namespace velt

@@ -1,0 +1,55 @@
+#include "ui/rtf_stream.h"
+
+#include "foundation/unique_handle.h"
+
+#include <richedit.h>
+
+namespace velt
+{
+namespace
+{
+struct FileTraits
+{
+    using Type = HANDLE;
+
+    static Type Invalid() noexcept
+    {
+        return INVALID_HANDLE_VALUE;
+    }
+
+    static void Close(Type file) noexcept
+    {
+        ::CloseHandle(file);
+    }
+};
+
+/// The control asks for the next bytes; fewer than wanted are its end. By design, a failed read
+/// ends the text like the end of the file: nothing is reported.
+DWORD CALLBACK ReadNext(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read) noexcept
+{
+    const auto file = reinterpret_cast<HANDLE>(cookie); // NOLINT(performance-no-int-to-ptr)
+    DWORD count = 0;
+    if (wanted <= 0 || !::ReadFile(file, buffer, static_cast<DWORD>(wanted), &count, nullptr))
+    {
+        count = 0;
+    }
+    *read = static_cast<LONG>(count);
+    return 0;
+}
+} // namespace
+
+bool StreamRtfFile(HWND view, const std::wstring& path) noexcept
+{
+    const UniqueHandle<FileTraits> file(::CreateFileW(
+        path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE, nullptr));
+    if (!file)
+    {
+        return false;
+    }
+    EDITSTREAM stream{};
+    stream.dwCookie = reinterpret_cast<DWORD_PTR>(file.Get());
+    stream.pfnCallback = &ReadNext;
+    ::SendMessageW(view, EM_STREAMIN, SF_RTF, reinterpret_cast<LPARAM>(&stream));
+    return true;
+}
+} // namespace velt

@@ -1,0 +1,362 @@
+#include "ui/skinned_frame.h"
+
+#include "foundation/exception_to_hresult.h"
+#include "foundation/system_exception.h"
+#include "foundation/utrace.h"
+#include "ui/activex_children.h"
+#include "ui/areas_around.h"
+#include "ui/bitmap_region.h"
+#include "ui/drawing_scopes.h"
+#include "ui/high_contrast.h"
+#include "ui/skin_composer.h"
+
+#include <comdef.h>
+
+#include <array>
+#include <utility>
+
+namespace velt
+{
+namespace
+{
+constexpr int kCaptionChild = 1006;
+constexpr int kBrowserChild = 201;
+constexpr std::size_t kLongestCaption = 519;
+constexpr COLORREF kControlColour = RGB(237, 237, 237);
+constexpr COLORREF kOutside = RGB(255, 0, 0); // of the skin, where the window is not
+
+UniqueFont MakeCaptionFont() noexcept
+{
+    LOGFONTW attributes{};
+    ::GetObjectW(::GetStockObject(DEFAULT_GUI_FONT), sizeof(attributes), &attributes);
+    attributes.lfHeight = -12;
+    attributes.lfWeight = 600;
+    ::lstrcpyW(attributes.lfFaceName, L"Arial");
+    return UniqueFont(::CreateFontIndirectW(&attributes));
+}
+
+/// The dialog's template as the module has it; none, and the thread's last error is set, when there
+/// is none or it is damaged.
+std::optional<DialogTemplate> LoadTemplate(HINSTANCE module, UINT id)
+{
+    const HRSRC place = ::FindResourceW(module, MAKEINTRESOURCEW(id), RT_DIALOG);
+    const HGLOBAL resource = place ? ::LoadResource(module, place) : nullptr;
+    const void* const bytes = resource ? ::LockResource(resource) : nullptr;
+    if (!bytes)
+    {
+        return std::nullopt;
+    }
+    std::optional<DialogTemplate> result = SplitDialogTemplate(
+        {static_cast<const std::byte*>(bytes), ::SizeofResource(module, place)});
+    if (!result)
+    {
+        ::SetLastError(ERROR_INVALID_DATA);
+    }
+    return result;
+}
+
+/// Messages whose answer is what the dialog procedure itself returns.
+bool IsAnsweredDirectly(UINT message) noexcept
+{
+    return message == WM_INITDIALOG || message == WM_CHARTOITEM || message == WM_VKEYTOITEM ||
+           message == WM_COMPAREITEM || message == WM_QUERYDRAGICON ||
+           (message >= WM_CTLCOLORMSGBOX && message <= WM_CTLCOLORSTATIC);
+}
+
+/// Gives the window a copy of the region, or none for none; it is not painted for that.
+void SetOutline(HWND window, HRGN region) noexcept
+{
+    UniqueRegion copy(region ? ::CreateRectRgn(0, 0, 0, 0) : nullptr);
+    if (copy && ::CombineRgn(copy.Get(), region, nullptr, RGN_COPY) == ERROR)
+    {
+        copy.Reset();
+    }
+    if (::SetWindowRgn(window, copy.Get(), FALSE) != 0)
+    {
+        (void)copy.Release(); // the system's from now on
+    }
+}
+} // namespace
+
+SkinnedFrame::SkinnedFrame(const CornerSizes& corners) noexcept : m_corners(corners) {}
+
+SkinnedFrame::~SkinnedFrame() = default;
+
+void SkinnedFrame::InitSkin(bool skinned, UINT dialogId, HINSTANCE module, UINT skinId)
+{
+    m_skinned = skinned;
+    m_dialogId = dialogId;
+    m_module = module;
+    m_skinId = skinId;
+    if (!skinned)
+    {
+        return;
+    }
+    m_captionFont = MakeCaptionFont();
+    m_controlBrush.Reset(::CreateSolidBrush(kControlColour));
+    m_skinSource.Reset(::LoadBitmapW(m_module, MAKEINTRESOURCEW(m_skinId)));
+    if (!m_skinSource)
+    {
+        throw _com_error(HRESULT_FROM_WIN32(::GetLastError()));
+    }
+}
+
+void SkinnedFrame::SetTextColour(COLORREF colour) noexcept
+{
+    m_textColour = colour;
+    m_composedSkin.Reset(); // has the caption in the old one
+}
+
+INT_PTR SkinnedFrame::DoModal(HWND owner)
+{
+    std::optional<DialogTemplate> dialog = LoadTemplate(m_module, m_dialogId);
+    if (!dialog)
+    {
+        return -1;
+    }
+    m_activeXItems.clear();
+    if ((dialog->hasHostWindows || !dialog->activeX.empty()) && InitActiveXHosts())
+    {
+        m_activeXItems = std::move(dialog->activeX);
+    }
+    m_composedSkin.Reset();
+    const INT_PTR result = ::DialogBoxIndirectParamW(
+        m_module, reinterpret_cast<const DLGTEMPLATE*>(dialog->words.data()), owner,
+        &SkinnedFrame::DialogProc, reinterpret_cast<LPARAM>(this));
+    if (m_failure)
+    {
+        std::rethrow_exception(std::exchange(m_failure, nullptr));
+    }
+    return result;
+}
+
+HWND SkinnedFrame::Window() const noexcept
+{
+    return m_window;
+}
+
+const std::wstring& SkinnedFrame::CaptionText() const noexcept
+{
+    return m_captionText;
+}
+
+void SkinnedFrame::SetCaptionText(std::wstring_view text)
+{
+    m_captionText = text.substr(0, kLongestCaption);
+    m_composedSkin.Reset(); // has the old one
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+INT_PTR CALLBACK SkinnedFrame::DialogProc(HWND window, UINT message, WPARAM wParam,
+                                          LPARAM lParam) noexcept
+{
+    return Receive(window, message, wParam, lParam);
+}
+
+INT_PTR SkinnedFrame::Receive(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    if (message == WM_INITDIALOG && ::GetWindowLongPtrW(window, DWLP_USER) == 0)
+    {
+        ::SetWindowLongPtrW(window, DWLP_USER, lParam);
+        reinterpret_cast<SkinnedFrame*>(lParam)->m_window = window;
+    }
+    auto* const frame = reinterpret_cast<SkinnedFrame*>(::GetWindowLongPtrW(window, DWLP_USER));
+    if (!frame)
+    {
+        return FALSE; // a message before WM_INITDIALOG
+    }
+    const INT_PTR answer = frame->Answer(message, wParam, lParam);
+    if (message == WM_NCDESTROY)
+    {
+        ::SetWindowLongPtrW(window, DWLP_USER, 0);
+        frame->m_window = nullptr;
+    }
+    return answer;
+}
+
+INT_PTR SkinnedFrame::Answer(UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    try
+    {
+        const std::optional<LRESULT> result = Dispatch(message, wParam, lParam);
+        if (!result || IsAnsweredDirectly(message))
+        {
+            return static_cast<INT_PTR>(result.value_or(FALSE));
+        }
+        ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, *result);
+        return TRUE;
+    }
+    catch (...)
+    {
+        if (!m_failure)
+        {
+            m_failure = std::current_exception();
+        }
+        ::EndDialog(m_window, -1);
+        return FALSE;
+    }
+}
+
+std::optional<LRESULT> SkinnedFrame::ProcessMessage(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message)
+    {
+    case WM_CREATE:
+    case WM_INITDIALOG:
+        return OnInitialise();
+    case WM_PAINT:
+        return OnPaint();
+    case WM_SIZE:
+        OnSize(LOWORD(lParam), HIWORD(lParam));
+        return 0;
+    case WM_LBUTTONDOWN:
+        return OnLeftButtonDown(lParam);
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORSTATIC:
+        return OnControlColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
+    default:
+        return std::nullopt;
+    }
+}
+
+LRESULT SkinnedFrame::OnInitialise()
+{
+    CreateActiveXChildren(m_window, m_module, m_activeXItems);
+    std::array<wchar_t, kLongestCaption + 1> text{};
+    ::GetDlgItemTextW(m_window, kCaptionChild, text.data(), static_cast<int>(text.size()));
+    m_captionText = text.data();
+    return TRUE;
+}
+
+LRESULT SkinnedFrame::OnPaint()
+{
+    const PaintScope paint(m_window);
+    if (m_skinned && paint.Get())
+    {
+        try
+        {
+            PaintSkin(paint.Get());
+        }
+        catch (...)
+        {
+            HResultFromCurrentException(); // traced; the window stays as it was
+        }
+    }
+    return 0;
+}
+
+void SkinnedFrame::OnSize(int width, int height)
+{
+    if (m_skinned)
+    {
+        Compose({width, height});
+    }
+    ::InvalidateRect(m_window, nullptr, TRUE);
+    ::UpdateWindow(m_window);
+}
+
+LRESULT SkinnedFrame::OnLeftButtonDown(LPARAM point)
+{
+    const POINT at{static_cast<short>(LOWORD(point)), static_cast<short>(HIWORD(point))};
+    // A button forwards its presses; they must not start a move, or it would never get its release.
+    if (::ChildWindowFromPointEx(m_window, at, CWP_SKIPINVISIBLE) == m_window)
+    {
+        ::PostMessageW(m_window, WM_NCLBUTTONDOWN, HTCAPTION, point);
+    }
+    return 0;
+}
+
+std::optional<LRESULT> SkinnedFrame::OnControlColour(HDC context, HWND control)
+{
+    UTrace::TraceLevel3("Using Brush");
+    const bool isDialog = control == m_window;
+    if (!isDialog && IsHighContrastOn())
+    {
+        return std::nullopt; // the system's colours
+    }
+    ::SetBkMode(context, TRANSPARENT);
+    ::SetTextColor(context, m_textColour);
+    const HGDIOBJ brush = isDialog ? ::GetStockObject(NULL_BRUSH) : m_controlBrush.Get();
+    return reinterpret_cast<LRESULT>(brush);
+}
+
+void SkinnedFrame::Compose(Size client)
+{
+    const WindowDc context(m_window);
+    if (!context.Get())
+    {
+        ThrowLastError();
+    }
+    m_captionAt.reset();
+    m_composedSkin.Reset();
+    m_composedSkin = ComposeSkin(context.Get(), m_skinSource.Get(), m_corners, client);
+    m_region.Reset();
+    m_region = RegionFromBitmap(m_composedSkin.Get(), {0, 0}, client, kOutside);
+    SetOutline(m_window, m_region.Get());
+}
+
+void SkinnedFrame::PaintSkin(HDC context)
+{
+    const Size client = ClientSize();
+    const std::optional<PixelRect> caption = CaptionArea();
+    // Smooth text must not be drawn over itself: one composed skin gets the caption once.
+    if (!m_composedSkin || (m_captionAt && m_captionAt != caption))
+    {
+        Compose(client);
+    }
+    const UniqueMemoryDc memory(::CreateCompatibleDC(context));
+    if (!memory || !m_composedSkin)
+    {
+        ThrowLastError();
+    }
+    const SelectScope selected(memory.Get(), m_composedSkin.Get());
+    if (caption && !m_captionAt)
+    {
+        DrawCaption(memory.Get(), *caption);
+        m_captionAt = caption;
+    }
+    // With a browser there are four parts around it, and one without.
+    const PixelRect browser =
+        ChildArea(kBrowserChild).value_or(PixelRect{0, client.height, 0, client.height});
+    for (const Area& part : AreasAround(client, browser))
+    {
+        ::BitBlt(context, part.x, part.y, part.width, part.height, memory.Get(), part.x, part.y,
+                 SRCCOPY);
+    }
+}
+
+void SkinnedFrame::DrawCaption(HDC context, const PixelRect& area) const noexcept
+{
+    const SelectScope font(context, m_captionFont.Get());
+    ::SetBkMode(context, TRANSPARENT);
+    ::SetTextColor(context, m_textColour);
+    RECT place{area.left, area.top, area.right, area.bottom};
+    ::DrawTextW(context, m_captionText.c_str(), static_cast<int>(m_captionText.size()), &place,
+                DT_VCENTER);
+}
+
+std::optional<PixelRect> SkinnedFrame::CaptionArea() const noexcept
+{
+    return m_captionText.empty() ? std::nullopt : ChildArea(kCaptionChild);
+}
+
+std::optional<PixelRect> SkinnedFrame::ChildArea(int id) const noexcept
+{
+    const HWND child = ::GetDlgItem(m_window, id);
+    RECT area{};
+    if (!child || !::GetWindowRect(child, &area))
+    {
+        return std::nullopt;
+    }
+    ::MapWindowPoints(HWND_DESKTOP, m_window, reinterpret_cast<POINT*>(&area), 2);
+    return PixelRect{area.left, area.top, area.right, area.bottom};
+}
+
+Size SkinnedFrame::ClientSize() const noexcept
+{
+    RECT client{};
+    ::GetClientRect(m_window, &client);
+    return {client.right, client.bottom};
+}
+} // namespace velt
