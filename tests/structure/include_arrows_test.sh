@@ -15,7 +15,6 @@ declare -A allowed=(
     [service]="service update connection internet foundation"
     [ui]="ui foundation"
     [collection]="collection foundation"
-    [tools]="tools update service connection internet ui collection foundation"
     [server]="server service update connection internet ui collection foundation"
 )
 
