@@ -70,7 +70,7 @@ TraceEntry TraceStore::At(std::uint64_t sequence) const noexcept
 {
     const Place place = m_places[static_cast<std::size_t>(sequence - m_first)];
     const std::byte* at = m_blocks[place.block - m_firstBlock].get() + place.offset;
-    Header header;
+    Header header{};
     std::memcpy(&header, at, sizeof(header));
     const auto* const texts = reinterpret_cast<const char*>(at + sizeof(header));
     TraceEntry entry;
