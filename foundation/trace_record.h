@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace velt
@@ -36,4 +37,29 @@ struct TraceRecord
 /// Encodes a record. Source and text are cut to the lengths above and at their first NUL.
 TraceRecord EncodeTraceRecord(std::int32_t level, std::uint32_t category, std::string_view source,
                               std::string_view text) noexcept;
+
+/// What is wrong with bytes that were sent as a record.
+enum class TraceRecordFault : std::uint8_t
+{
+    none,
+    tooShort, // fewer bytes than a record with an empty text has
+    wrongMagic,
+    wrongTotal,       // not the number of bytes, not 82 + length of the text, or too many
+    sourceWithoutEnd, // no zero among the 64 bytes of the source name
+    textWithoutEnd,   // no zero among the bytes of the text
+};
+
+/// A record taken apart. Source and text point into the bytes and lie within their lengths above;
+/// with a fault, all else is empty or 0.
+struct DecodedTraceRecord
+{
+    TraceRecordFault fault = TraceRecordFault::none;
+    std::int32_t level = 0;
+    std::uint32_t category = 0;
+    std::string_view source;
+    std::string_view text;
+};
+
+/// Takes a record apart that came from another process, so every byte is checked before it is used.
+DecodedTraceRecord DecodeTraceRecord(std::span<const std::byte> bytes) noexcept;
 } // namespace velt

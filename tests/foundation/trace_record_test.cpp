@@ -5,9 +5,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
+using velt::DecodeTraceRecord;
 using velt::EncodeTraceRecord;
 using velt::TraceRecord;
+using velt::TraceRecordFault;
 
 namespace
 {
@@ -19,6 +23,25 @@ std::string Bytes(const TraceRecord& record, std::size_t offset, std::size_t siz
                    record.bytes.begin() + static_cast<std::ptrdiff_t>(offset + size), part.begin(),
                    [](std::byte byte) { return static_cast<char>(byte); });
     return part;
+}
+
+/// An encoded record as it arrives: its bytes, which a test may spoil.
+std::vector<std::byte> Sent(std::string_view source, std::string_view text)
+{
+    const TraceRecord record = EncodeTraceRecord(3, 7, source, text);
+    return {record.bytes.begin(), record.bytes.begin() + static_cast<std::ptrdiff_t>(record.size)};
+}
+
+/// Stores a number at the front, where the total stands.
+void SetTotal(std::vector<std::byte>& bytes, std::size_t total)
+{
+    bytes[0] = static_cast<std::byte>(total & 0xFF);
+    bytes[1] = static_cast<std::byte>(total >> 8 & 0xFF);
+}
+
+TraceRecordFault FaultOf(const std::vector<std::byte>& bytes)
+{
+    return DecodeTraceRecord(bytes).fault;
 }
 } // namespace
 
@@ -89,4 +112,92 @@ TEST_CASE("EncodeTraceRecord: the numbers that viewers know are what they always
     CHECK(velt::kTraceTextMax == 1023);
     CHECK(std::tuple_size_v<decltype(TraceRecord::bytes)> == 1108);
     CHECK(std::wstring(velt::kTraceViewerClass) == L"Pembrook Corporation::Trace::1.0");
+}
+
+TEST_CASE("DecodeTraceRecord: it gives back what was encoded", "[foundation]")
+{
+    const auto [source, text] =
+        GENERATE(table<std::string, std::string>({{"", ""},
+                                                  {"module", "  CName::Method - enter"},
+                                                  {std::string(63, 's'), "t"},
+                                                  {"m", std::string(1023, 't')},
+                                                  {"\xC3\xA4", "\xFF\x01"}}));
+    const std::vector<std::byte> bytes = Sent(source, text);
+    const velt::DecodedTraceRecord record = DecodeTraceRecord(bytes);
+    CHECK(record.fault == TraceRecordFault::none);
+    CHECK(record.level == 3);
+    CHECK(record.category == 7);
+    CHECK(record.source == source);
+    CHECK(record.text == text);
+}
+
+TEST_CASE("DecodeTraceRecord: a level below zero comes back", "[foundation]")
+{
+    const TraceRecord record = EncodeTraceRecord(-2, 0xFFFFFFFF, "", "");
+    const auto decoded = DecodeTraceRecord({record.bytes.data(), record.size});
+    CHECK(decoded.level == -2);
+    CHECK(decoded.category == 0xFFFFFFFF);
+}
+
+TEST_CASE("DecodeTraceRecord: fewer than 82 bytes are too short", "[foundation]")
+{
+    std::vector<std::byte> bytes = Sent("", "");
+    REQUIRE(FaultOf(bytes) == TraceRecordFault::none);
+    while (!bytes.empty())
+    {
+        bytes.pop_back();
+        CHECK(FaultOf(bytes) == TraceRecordFault::tooShort);
+    }
+}
+
+TEST_CASE("DecodeTraceRecord: each byte of the magic counts", "[foundation]")
+{
+    const std::size_t at = GENERATE(4u, 5u, 6u, 7u);
+    std::vector<std::byte> bytes = Sent("m", "text");
+    bytes[at] ^= std::byte{1};
+    CHECK(FaultOf(bytes) == TraceRecordFault::wrongMagic);
+}
+
+TEST_CASE("DecodeTraceRecord: the total is the number of bytes", "[foundation]")
+{
+    std::vector<std::byte> bytes = Sent("m", "text");
+    SetTotal(bytes, bytes.size() + 1);
+    CHECK(FaultOf(bytes) == TraceRecordFault::wrongTotal);
+    SetTotal(bytes, bytes.size() - 1);
+    CHECK(FaultOf(bytes) == TraceRecordFault::wrongTotal);
+    SetTotal(bytes, bytes.size());
+    bytes[3] = std::byte{1};
+    CHECK(FaultOf(bytes) == TraceRecordFault::wrongTotal);
+}
+
+TEST_CASE("DecodeTraceRecord: a text that ends before its record makes the total wrong",
+          "[foundation]")
+{
+    std::vector<std::byte> bytes = Sent("m", "text");
+    bytes[82] = std::byte{0};
+    const velt::DecodedTraceRecord record = DecodeTraceRecord(bytes);
+    CHECK(record.fault == TraceRecordFault::wrongTotal);
+    CHECK(record.level == 0);
+    CHECK(record.text.empty());
+    CHECK(record.source.empty());
+}
+
+TEST_CASE("DecodeTraceRecord: a text past 1023 characters makes the total wrong", "[foundation]")
+{
+    std::vector<std::byte> bytes = Sent("m", std::string(1023, 't'));
+    bytes.back() = std::byte{'t'};
+    bytes.push_back(std::byte{0});
+    SetTotal(bytes, bytes.size());
+    CHECK(FaultOf(bytes) == TraceRecordFault::wrongTotal);
+}
+
+TEST_CASE("DecodeTraceRecord: source and text need their zero", "[foundation]")
+{
+    std::vector<std::byte> bytes = Sent("m", "text");
+    bytes.back() = std::byte{'!'};
+    CHECK(FaultOf(bytes) == TraceRecordFault::textWithoutEnd);
+
+    bytes = Sent(std::string(63, 's'), "text");
+    bytes[80] = std::byte{'s'};
+    CHECK(FaultOf(bytes) == TraceRecordFault::sourceWithoutEnd);
 }

@@ -77,7 +77,7 @@ expect "the debug file has the symbols" yes \
 
 shipped=$(cd "$bin" && find . -type f | sort | tr '\n' ' ')
 expect "what is shipped, and nothing else" \
-    "./VeltHTTPClient12OEM.Assembly.manifest ./VeltHTTPClient12OEM.dll ./VeltHTTPClient12OEM.tlb ./include/provider_lib.h ./include/provider_lib_i.c ./velt.exe " \
+    "./VeltHTTPClient12OEM.Assembly.manifest ./VeltHTTPClient12OEM.dll ./VeltHTTPClient12OEM.tlb ./include/provider_lib.h ./include/provider_lib_i.c ./velt-trace.exe ./velt.exe " \
     "$shipped"
 
 exit "$((failures > 0))"

@@ -1,0 +1,232 @@
+// What the trace viewer costs the programs that it watches, and itself: the shipped program beside
+// a window that does nothing with what it is sent.
+//
+//   tools_bench <path of velt-trace.exe>
+
+#include "benchmarks/table.h"
+#include "foundation/trace_record.h"
+#include "foundation/unique_handle.h"
+#include "tools/trace/arrival_queue.h"
+#include "tools/trace/trace_store.h"
+#include "tools/trace/trace_view.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+constexpr DWORD kLimitMs = 60'000;
+constexpr int kBatch = 1000;
+constexpr int kBatches = 7;
+constexpr std::size_t kMillion = 1'000'000;
+constexpr wchar_t kIdleClass[] = L"velt-bench idle receiver";
+
+void Check(bool condition, const char* what)
+{
+    if (!condition)
+    {
+        throw std::runtime_error(what);
+    }
+}
+
+template <class Condition>
+void WaitFor(Condition&& condition, const char* what)
+{
+    const DWORD start = ::GetTickCount();
+    while (!condition())
+    {
+        Check(::GetTickCount() - start < kLimitMs, what);
+        ::Sleep(5);
+    }
+}
+
+/// Sends one record of usual length.
+void Send(HWND window)
+{
+    static velt::TraceRecord record =
+        velt::EncodeTraceRecord(4, 0, "", "    CEnumVariantCol::get_Item - return = 0");
+    COPYDATASTRUCT data{velt::kTraceMagic, static_cast<DWORD>(record.size), record.bytes.data()};
+    ::SendMessageW(window, WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data));
+}
+
+/// Sends a batch; returns nanoseconds a record, and the longest that one was held.
+double SendBatch(HWND window, double& longestNs)
+{
+    const double all = velt::bench::NanosecondsOf([&] {
+        for (int i = 0; i < kBatch; ++i)
+        {
+            longestNs = std::max(longestNs, velt::bench::NanosecondsOf([&] { Send(window); }));
+        }
+    });
+    return all / kBatch;
+}
+
+velt::UniqueKernelObject Start(std::wstring commandLine)
+{
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    Check(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                           nullptr, &startup, &process) != 0,
+          "a process cannot be started");
+    ::CloseHandle(process.hThread);
+    return velt::UniqueKernelObject(process.hProcess);
+}
+
+/// The process that the viewer is measured against: a window that returns at once.
+int RunIdleReceiver()
+{
+    WNDCLASSW type{};
+    type.lpfnWndProc = &::DefWindowProcW;
+    type.lpszClassName = kIdleClass;
+    type.hInstance = ::GetModuleHandleW(nullptr);
+    ::RegisterClassW(&type);
+    const HWND window = ::CreateWindowExW(0, kIdleClass, L"", WS_POPUP, 0, 0, 0, 0, nullptr,
+                                          nullptr, type.hInstance, nullptr);
+    MSG message;
+    while (window && ::IsWindow(window) && ::GetMessageW(&message, nullptr, 0, 0) > 0)
+    {
+        ::DispatchMessageW(&message);
+    }
+    return 0;
+}
+
+std::size_t CommittedBytes()
+{
+    PROCESS_MEMORY_COUNTERS counters{};
+    ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof(counters));
+    return counters.PagefileUsage;
+}
+
+/// The viewer's own work at a million records, without the system's message between.
+void BenchMillion()
+{
+    const velt::TraceRecord record =
+        velt::EncodeTraceRecord(4, 0, "", "    CEnumVariantCol::get_Item - return = 0");
+    const std::span<const std::byte> bytes(record.bytes.data(), record.size);
+    const velt::Arrival arrival{0, 0, static_cast<std::uint32_t>(record.size), velt::kTraceMagic};
+    constexpr std::size_t kEach = 2000; // about what comes between two refreshes at 50,000 a second
+
+    const std::size_t before = CommittedBytes();
+    velt::ArrivalQueue queue;
+    velt::TraceStore store;
+    velt::TraceView view(store);
+    double copyNs = 0;
+    double keepNs = 0;
+    for (std::size_t i = 0; i < kMillion; i += kEach)
+    {
+        copyNs += velt::bench::NanosecondsOf([&] {
+            for (std::size_t k = 0; k < kEach; ++k)
+            {
+                queue.Append(arrival, bytes);
+            }
+        });
+        keepNs += velt::bench::NanosecondsOf([&] {
+            queue.Take().ForEach([&](const velt::Arrival& a, std::span<const std::byte> data) {
+                const velt::DecodedTraceRecord decoded = velt::DecodeTraceRecord(data);
+                velt::TraceEntry entry;
+                entry.arrivalUs = a.arrivalUs;
+                entry.level = decoded.level;
+                entry.source = decoded.source;
+                entry.text = decoded.text;
+                store.Append(entry);
+            });
+            view.Advance(kEach);
+        });
+    }
+    const std::size_t used = CommittedBytes() - before;
+    Check(view.Size() == kMillion, "a million records are not there");
+    view.SetFilter({"no such text"});
+    const double filterNs = velt::bench::NanosecondsOf([&] { view.Advance(kMillion); });
+
+    velt::bench::PrintFigure("copying a record, for which a sender waits", copyNs / kMillion, "ns",
+                             "");
+    velt::bench::PrintFigure("records a second, copied, decoded and kept",
+                             1e9 * kMillion / (copyNs + keepNs), "  ", ">= 50000");
+    velt::bench::PrintFigure("memory of 1,000,000 records of 42 characters",
+                             static_cast<double>(used) / (1024.0 * 1024.0), "MB", "<= 100 MB");
+    velt::bench::PrintFigure("filter over 1,000,000 records", filterNs / 1e6, "ms", "");
+}
+
+void Run(const std::wstring& self, const std::wstring& viewerPath)
+{
+    const velt::UniqueKernelObject idle = Start(L"\"" + self + L"\" --idle");
+    const velt::UniqueKernelObject viewer = Start(L"\"" + viewerPath + L"\"");
+    HWND idleWindow = nullptr;
+    HWND receiver = nullptr;
+    HWND shown = nullptr;
+    WaitFor([&] { return (idleWindow = ::FindWindowW(kIdleClass, nullptr)) != nullptr; },
+            "no idle receiver");
+    WaitFor(
+        [&] {
+            receiver = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+            shown = ::FindWindowW(L"VeltTraceViewer", nullptr);
+            return receiver && shown && ::IsWindowVisible(shown);
+        },
+        "no viewer");
+
+    std::vector<double> ours;
+    std::vector<double> others;
+    std::vector<double> ratios;
+    double longestNs = 0;
+    double otherLongestNs = 0;
+    for (int i = 0; i < kBatches; ++i)
+    {
+        ours.push_back(SendBatch(receiver, longestNs));
+        others.push_back(SendBatch(idleWindow, otherLongestNs));
+        ratios.push_back(ours.back() / others.back());
+    }
+    const HWND list = ::GetDlgItem(shown, 301);
+    constexpr UINT kGetItemCount = 0x1004; // LVM_GETITEMCOUNT
+    WaitFor([&] { return ::SendMessageW(list, kGetItemCount, 0, 0) == kBatch * kBatches; },
+            "the viewer does not show every record");
+
+    using velt::bench::Median;
+    velt::bench::PrintHeading("");
+    velt::bench::PrintRow("one record to the viewer, ns", "a window that does nothing",
+                          {Median(ours), Median(others), Median(ratios)}, "<= 1.50");
+    velt::bench::PrintFigure("longest that one record was held", longestNs / 1e6, "ms", "");
+    velt::bench::PrintFigure("the same, by the window that does nothing", otherLongestNs / 1e6,
+                             "ms", "");
+
+    ::PostMessageW(shown, WM_CLOSE, 0, 0);
+    ::PostMessageW(idleWindow, WM_CLOSE, 0, 0);
+    ::WaitForSingleObject(viewer.Get(), kLimitMs);
+    // A window that closes by itself leaves its thread waiting for another message.
+    ::TerminateProcess(idle.Get(), 0);
+}
+} // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    if (argc == 2 && std::wstring(argv[1]) == L"--idle")
+    {
+        return RunIdleReceiver();
+    }
+    if (argc != 2)
+    {
+        std::fprintf(stderr, "usage: tools_bench <path of velt-trace.exe>\n");
+        return 2;
+    }
+    try
+    {
+        Run(argv[0], argv[1]);
+        BenchMillion();
+        return 0;
+    }
+    catch (const std::exception& e)
+    {
+        std::fprintf(stderr, "bench: %s\n", e.what());
+        return 1;
+    }
+}

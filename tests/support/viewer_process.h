@@ -1,0 +1,132 @@
+#pragma once
+
+#include "foundation/unique_handle.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velt::test
+{
+/// Asks again and again until it is true; false when it is not within the limit.
+template <class Condition>
+bool Eventually(Condition&& condition, DWORD limitMs = 20'000)
+{
+    const DWORD start = ::GetTickCount();
+    while (!condition())
+    {
+        if (::GetTickCount() - start > limitMs)
+        {
+            return false;
+        }
+        ::Sleep(10);
+    }
+    return true;
+}
+
+/// The shipped velt-trace.exe as a process of its own, used the way a person uses it: by its
+/// window, its keys and its output. Failures throw std::runtime_error.
+class ViewerProcess
+{
+public:
+    /// Children of its window and commands of its menu.
+    static constexpr int kList = 301;
+    static constexpr int kFilter = 302;
+    static constexpr int kLevel = 303;
+    static constexpr int kHighlight = 304;
+    static constexpr int kDetails = 305;
+    static constexpr int kStatus = 306;
+    static constexpr int kToolbar = 307;
+    static constexpr int kSaveCommand = 201;
+    static constexpr int kPauseCommand = 206;
+
+    /// Starts it with these arguments; its output is caught.
+    explicit ViewerProcess(const std::wstring& arguments = L"");
+
+    ViewerProcess(const ViewerProcess&) = delete;
+    ViewerProcess& operator=(const ViewerProcess&) = delete;
+
+    /// Closes it; one that does not close is ended.
+    ~ViewerProcess();
+
+    /// Waits until its window is there, or only the one that receives.
+    void AwaitWindow();
+    void AwaitReceiver();
+
+    HWND Window() const noexcept
+    {
+        return m_window;
+    }
+
+    HWND Receiver() const noexcept
+    {
+        return m_receiver;
+    }
+
+    DWORD Id() const noexcept
+    {
+        return m_id;
+    }
+
+    HANDLE Process() const noexcept
+    {
+        return m_process.Get();
+    }
+
+    HWND Child(int id) const noexcept
+    {
+        return ::GetDlgItem(m_window, id);
+    }
+
+    /// Waits until the list has this many rows; returns whether it has.
+    bool AwaitRows(int rows) const;
+    int Rows() const noexcept;
+
+    /// A cell of the list: time, process, level, source, text.
+    std::wstring Cell(int row, int column) const;
+
+    /// The texts of all rows.
+    std::vector<std::wstring> Texts() const;
+
+    /// A part of the status bar, from 0: records, shown, dropped, malformed, selection.
+    std::wstring Status(int part) const;
+
+    /// Types into a field: replaces its text and tells its parent, as the keyboard does.
+    void Type(int field, const std::wstring& text) const;
+    std::wstring TextOf(int child) const;
+
+    /// Carries a command out, as its menu item does.
+    void Command(int id) const;
+
+    /// Asks it to close and waits for its exit code.
+    DWORD Close();
+    DWORD AwaitExit();
+
+    /// What it has written to standard output and standard error until it ended.
+    std::string Output();
+    std::string Errors();
+
+    /// How many bytes of standard output nobody has read yet.
+    DWORD OutputWaiting() const noexcept;
+
+private:
+    std::wstring RemoteText(HWND window, UINT message, int item, int part) const;
+
+    UniqueKernelObject m_process;
+    DWORD m_id = 0;
+    UniqueKernelObject m_output;
+    UniqueKernelObject m_errors;
+    HWND m_window = nullptr;
+    HWND m_receiver = nullptr;
+};
+
+/// Sends a record as the component does; returns whether somebody took it.
+bool SendRecord(HWND receiver, std::string_view text, std::int32_t level = 4,
+                std::string_view source = "", HWND sender = nullptr);
+
+/// Sends any bytes.
+bool SendBytes(HWND receiver, std::string_view bytes, ULONG_PTR kind = 0x55543132);
+} // namespace velt::test

@@ -1,0 +1,63 @@
+#include "tools/trace/trace_options.h"
+
+#include <catch.hpp>
+
+#include <string>
+#include <vector>
+
+using velt::ParseTraceOptions;
+using velt::TraceOptions;
+using velt::TraceUsageError;
+
+namespace
+{
+TraceOptions Parsed(const std::vector<std::string>& arguments)
+{
+    return std::get<TraceOptions>(ParseTraceOptions(arguments));
+}
+} // namespace
+
+TEST_CASE("ParseTraceOptions: without arguments a window that shows all", "[tools]")
+{
+    CHECK(Parsed({}) == TraceOptions{});
+}
+
+TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]")
+{
+    CHECK(Parsed({"--help"}).help);
+    CHECK(Parsed({"-h"}).help);
+    CHECK(Parsed({"/?"}).help);
+    const TraceOptions options =
+        Parsed({"--filter", "--level", "--save", "C:\\a b.csv", "--console", "--level", "-1"});
+    CHECK_FALSE(options.help);
+    CHECK(options.console);
+    CHECK(options.savePath == "C:\\a b.csv");
+    CHECK(options.filter.part == "--level"); // a value may look like an option
+    CHECK(options.filter.highestLevel == -1);
+}
+
+TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
+{
+    const auto [arguments, message] = GENERATE(table<std::vector<std::string>, std::string>({
+        {{"--nothing"}, "unknown argument: --nothing"},
+        {{"file.txt"}, "unknown argument: file.txt"},
+        {{""}, "unknown argument: "},
+        {{"--console", "--save"}, "--save needs a value"},
+        {{"--save", ""}, "--save needs a value"},
+        {{"--filter"}, "--filter needs a value"},
+        {{"--level", "four"}, "--level needs a number, not: four"},
+        {{"--level", "4x"}, "--level needs a number, not: 4x"},
+        {{"--level", "99999999999"}, "--level needs a number, not: 99999999999"},
+        {{"--Console"}, "unknown argument: --Console"},
+    }));
+    CHECK(std::get<TraceUsageError>(ParseTraceOptions(arguments)).message == message);
+}
+
+TEST_CASE("kTraceHelp: it names every option and exit code", "[tools]")
+{
+    for (const char* part : {"--console", "--save FILE", "--level N", "--filter TEXT", "--help",
+                             "0 done", "1 nothing", "2 wrong usage", "3 failed"})
+    {
+        CHECK_THAT(std::string(velt::kTraceHelp), Catch::Contains(part));
+    }
+}

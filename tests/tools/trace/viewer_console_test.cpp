@@ -1,0 +1,187 @@
+#include "foundation/trace_record.h"
+#include "tests/support/component_library.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/viewer_process.h"
+#include "tools/trace/output_file.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+std::string ReadWhole(const std::wstring& path)
+{
+    const velt::UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                              OPEN_EXISTING, 0, nullptr));
+    std::string text(file ? ::GetFileSize(file.Get(), nullptr) : 0, '\0');
+    DWORD read = 0;
+    if (file)
+    {
+        ::ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
+    }
+    return text;
+}
+
+/// Starts it, and waits for its end; what it says on standard error.
+std::string Fails(const std::wstring& arguments, DWORD code)
+{
+    ViewerProcess viewer(arguments);
+    CHECK(viewer.AwaitExit() == code);
+    CHECK(viewer.Output().empty());
+    return viewer.Errors();
+}
+} // namespace
+
+TEST_CASE("velt-trace: --help prints how it is used", "[tools]")
+{
+    ViewerProcess viewer(L"--help");
+    CHECK(viewer.AwaitExit() == 0);
+    CHECK_THAT(viewer.Output(), Catch::Contains("usage: velt-trace"));
+    CHECK(viewer.Errors().empty());
+}
+
+TEST_CASE("velt-trace: a command line that cannot be followed is wrong usage", "[tools]")
+{
+    CHECK(Fails(L"--nothing", 2) == "velt-trace: unknown argument: --nothing\r\n"
+                                    "velt-trace --help tells how it is used\r\n");
+    CHECK_THAT(Fails(L"--save", 2), Catch::Contains("--save needs a value"));
+    CHECK_THAT(Fails(L"--console --level x", 2), Catch::Contains("--level needs a number"));
+}
+
+TEST_CASE("velt-trace: --console prints what the component traces", "[tools]")
+{
+    ViewerProcess viewer(L"--console");
+    viewer.AwaitReceiver();
+    {
+        const ComponentLibrary library;
+        library.CanUnloadNow();
+        // The library stays until it was seen who has it.
+        REQUIRE(Eventually([&] { return viewer.OutputWaiting() > 0; }));
+    }
+    SendBytes(viewer.Receiver(), "junk");
+    CHECK(viewer.Close() == 0);
+    const std::string process =
+        "  4  tools_trace_viewer_test.exe (" + std::to_string(::GetCurrentProcessId()) + ")  ";
+    const std::string output = viewer.Output();
+    CHECK_THAT(output, Catch::Contains(process + "DllCanUnloadNow - enter\r\n"));
+    CHECK_THAT(output, Catch::Contains(process + "DllCanUnloadNow - return = 0\r\n"));
+    CHECK_THAT(output, Catch::Contains("  !  "));
+    CHECK_THAT(output, Catch::EndsWith("malformed record (too short), 4 bytes: 6A 75 6E 6B\r\n"));
+    CHECK(viewer.Errors() == "velt-trace: 3 records, 1 malformed, 0 lost\r\n");
+}
+
+TEST_CASE("velt-trace: without a record the answer is nothing", "[tools]")
+{
+    ViewerProcess viewer(L"--console --filter wanted");
+    viewer.AwaitReceiver();
+    SendRecord(viewer.Receiver(), "other");
+    CHECK(viewer.Close() == 1);
+    CHECK(viewer.Output().empty());
+    CHECK(viewer.Errors() == "velt-trace: 0 records, 0 malformed, 0 lost\r\n");
+}
+
+TEST_CASE("velt-trace: --save records to a file without a window", "[tools]")
+{
+    const TempFolder folder(L"recorded");
+    folder.Write(L"trace.csv", "what was there before, and is longer than what comes now.........");
+    ViewerProcess viewer(L"--level 3 --save \"" + folder.File(L"trace.csv") + L"\"");
+    viewer.AwaitReceiver();
+    SendRecord(viewer.Receiver(), "a \"detail\"", 3);
+    SendRecord(viewer.Receiver(), "a call", 4);
+    // Records are in the file while the recording goes on.
+    CHECK(Eventually([&] {
+        return ReadWhole(folder.File(L"trace.csv")).ends_with(",?,3,,\"a \"\"detail\"\"\"\r\n");
+    }));
+    CHECK(::FindWindowW(L"VeltTraceViewer", nullptr) == nullptr);
+    CHECK(viewer.Close() == 0);
+    CHECK(viewer.Output().empty());
+    CHECK_THAT(ReadWhole(folder.File(L"trace.csv")),
+               Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
+}
+
+TEST_CASE("velt-trace: a file that cannot be made is a failure that says why", "[tools]")
+{
+    const TempFolder folder(L"recorded");
+    CHECK_THAT(Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3),
+               Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
+    // A folder cannot be written as a file.
+    CHECK_THAT(Fails(L"--save \"" + folder.Path() + L"\"", 3), Catch::Contains("0x00000005"));
+    folder.Write(L"taken.txt", "what was there");
+    const velt::UniqueFile open(::CreateFileW(folder.File(L"taken.txt").c_str(), GENERIC_READ, 0,
+                                              nullptr, OPEN_EXISTING, 0, nullptr));
+    REQUIRE(open);
+    CHECK_THAT(Fails(L"--save \"" + folder.File(L"taken.txt") + L"\"", 3),
+               Catch::Contains("0x00000020"));
+}
+
+TEST_CASE("velt-trace: a disk that is full ends the recording", "[tools]")
+{
+    // A device of the host's that takes nothing stands for the disk.
+    ViewerProcess viewer(L"--save Z:\\dev\\full");
+    viewer.AwaitReceiver();
+    SendRecord(viewer.Receiver(), "text");
+    CHECK(viewer.AwaitExit() == 3);
+    CHECK_THAT(viewer.Errors(), Catch::Contains("0x00000070")); // ERROR_DISK_FULL
+}
+
+TEST_CASE("OutputFile: until it is committed the former file stays", "[tools]")
+{
+    const TempFolder folder(L"output");
+    folder.Write(L"file.txt", "former");
+    {
+        velt::OutputFile file(folder.File(L"file.txt"));
+        file.Write("half");
+        CHECK(ReadWhole(folder.File(L"file.txt")) == "former");
+    }
+    CHECK(ReadWhole(folder.File(L"file.txt")) == "former");
+    velt::OutputFile file(folder.File(L"file.txt"));
+    file.Write("");
+    file.Write("new");
+    file.Commit();
+    CHECK(ReadWhole(folder.File(L"file.txt")) == "new");
+    CHECK(::DeleteFileW(folder.File(L"file.txt").c_str()) != 0); // nobody has it open
+    CHECK(::GetFileAttributesW(
+              (folder.File(L"file.txt") + L".new-" + std::to_wstring(::GetCurrentProcessId()))
+                  .c_str()) == INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_CASE("OutputFile: a device is written and never replaced", "[tools]")
+{
+    velt::OutputFile file(L"Z:\\dev\\full");
+    CHECK_THROWS(file.Write("text"));
+    CHECK_NOTHROW(file.Commit());
+    velt::OutputFile again(L"Z:\\dev\\full"); // still the device
+    CHECK_THROWS(again.Write("text"));
+}
+
+TEST_CASE("Viewer: it takes records as fast as one program sends them, and loses none", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    constexpr int kRecords = 10'000;
+    for (int i = 0; i < kRecords; ++i)
+    {
+        SendRecord(viewer.Receiver(),
+                   "    CEnumVariantCol::get_Item - return = " + std::to_string(i));
+    }
+    REQUIRE(viewer.AwaitRows(kRecords));
+    CHECK(viewer.Status(0) == L"10,000 records");
+    CHECK(viewer.Status(2) == L"none dropped");
+    CHECK(viewer.Cell(kRecords - 1, 4) == L"    CEnumVariantCol::get_Item - return = 9999");
+    CHECK(viewer.Cell(0, 4) == L"    CEnumVariantCol::get_Item - return = 0");
+
+    viewer.Type(ViewerProcess::kFilter, L"return = 999");
+    CHECK(viewer.AwaitRows(11));
+    PROCESS_MEMORY_COUNTERS counters{};
+    ::GetProcessMemoryInfo(viewer.Process(), &counters, sizeof(counters));
+    CHECK(counters.PeakPagefileUsage < 64u * 1024 * 1024);
+    CHECK(viewer.Close() == 0);
+}

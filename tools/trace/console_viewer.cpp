@@ -1,0 +1,134 @@
+#include "tools/trace/console_viewer.h"
+
+#include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "tools/trace/standard_stream.h"
+#include "tools/trace/trace_export.h"
+
+#include <array>
+
+namespace velt
+{
+namespace
+{
+constexpr DWORD kGatherMs = 20;       // so that fast programs make few, large writes
+constexpr DWORD kSenderLimitMs = 500; // a slow look at the processes does not hold the output up
+constexpr DWORD kLeaveLimitMs = 5000;
+
+UniqueKernelObject MakeEvent(bool manualReset)
+{
+    UniqueKernelObject event(::CreateEventW(nullptr, manualReset, FALSE, nullptr));
+    if (!event)
+    {
+        ThrowLastError();
+    }
+    return event;
+}
+
+/// The file is written as records come, so that it is whole up to a crash of either program.
+UniqueFile OpenForRecords(const std::string& path)
+{
+    UniqueFile file(::CreateFileW(WideFromUtf8(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file)
+    {
+        ThrowLastError();
+    }
+    return file;
+}
+} // namespace
+
+ConsoleViewer::ConsoleViewer(const TraceOptions& options)
+    : m_options(options),
+      m_csv(EndsInCsv(options.savePath)),
+      m_arrived(MakeEvent(false)),
+      m_ended(MakeEvent(true)),
+      m_left(MakeEvent(true)),
+      m_session(*this)
+{
+    if (!options.savePath.empty())
+    {
+        m_file = OpenForRecords(options.savePath);
+        WriteAll(m_file.Get(), m_csv ? kCsvHeading : "");
+    }
+    s_current = this;
+    ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, TRUE);
+}
+
+ConsoleViewer::~ConsoleViewer()
+{
+    ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, FALSE);
+    s_current = nullptr;
+}
+
+ConsoleViewer::Counts ConsoleViewer::Run()
+{
+    const std::array<HANDLE, 2> events{m_ended.Get(), m_arrived.Get()};
+    bool ended = false;
+    while (!ended)
+    {
+        ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+        ended = ::WaitForSingleObject(m_ended.Get(), kGatherMs) == WAIT_OBJECT_0;
+        WriteRecords();
+    }
+    ::SetEvent(m_left.Get());
+    return m_counts;
+}
+
+BOOL WINAPI ConsoleViewer::OnControl(DWORD event) noexcept
+{
+    ConsoleViewer* const viewer = s_current;
+    if (!viewer)
+    {
+        return FALSE;
+    }
+    viewer->OnCloseAsked();
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
+    {
+        // The console closes or the user logs off: the process ends when this returns.
+        ::WaitForSingleObject(viewer->m_left.Get(), kLeaveLimitMs);
+    }
+    return TRUE;
+}
+
+void ConsoleViewer::OnArrival() noexcept
+{
+    ::SetEvent(m_arrived.Get());
+}
+
+void ConsoleViewer::OnCloseAsked() noexcept
+{
+    ::SetEvent(m_ended.Get());
+}
+
+void ConsoleViewer::WriteRecords()
+{
+    m_session.Drain(kSenderLimitMs);
+    const TraceStore& store = m_session.Store();
+    std::string printed;
+    std::string saved;
+    for (std::uint64_t at = store.First(); at < store.Next(); ++at)
+    {
+        const TraceEntry entry = store.At(at);
+        if (!m_options.filter.Accepts(entry))
+        {
+            continue;
+        }
+        const std::string_view process = m_session.Process(entry);
+        if (m_options.console)
+        {
+            AppendTextLine(printed, entry, process);
+        }
+        if (m_file)
+        {
+            (m_csv ? AppendCsvLine : AppendTextLine)(saved, entry, process);
+        }
+        ++m_counts.written;
+    }
+    m_counts.malformed += m_session.Malformed();
+    m_counts.lost += m_session.Lost();
+    m_session.Clear();
+    WriteAll(m_file.Get(), saved);
+    WriteStandard(STD_OUTPUT_HANDLE, printed);
+}
+} // namespace velt

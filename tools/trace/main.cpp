@@ -1,0 +1,133 @@
+// The trace viewer's program.
+//
+// It is a console program although it mostly shows a window: only so does a prompt wait for
+// --console and get its exit code, and only so does Ctrl+C arrive. Where the system made a console
+// for the window's sake it is given back at once; recent systems, told by the manifest, make none.
+
+#include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "tools/trace/console_viewer.h"
+#include "tools/trace/error_text.h"
+#include "tools/trace/main_window.h"
+#include "tools/trace/standard_stream.h"
+#include "tools/trace/trace_export.h"
+#include "tools/trace/trace_options.h"
+#include "tools/trace/viewer_instance.h"
+
+#include <windows.h>
+
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace
+{
+enum ExitCode
+{
+    kDone = 0,
+    kNothing = 1,
+    kWrongUsage = 2,
+    kFailed = 3,
+};
+
+constexpr wchar_t kRunning[] = L"A trace viewer is running already.";
+
+/// To standard error; where that cannot be written there is nobody to tell.
+void Complain(const std::string& text) noexcept
+{
+    try
+    {
+        velt::WriteStandard(STD_ERROR_HANDLE, "velt-trace: " + text + "\r\n");
+    }
+    catch (const std::exception&)
+    {
+        static_cast<void>(text);
+    }
+}
+
+/// Gives a console back that was made for this process alone.
+void LeaveOwnConsole() noexcept
+{
+    DWORD others[2];
+    if (::GetConsoleProcessList(others, 2) == 1)
+    {
+        ::FreeConsole();
+    }
+}
+
+int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
+{
+    LeaveOwnConsole();
+    if (!instance.IsFirst())
+    {
+        Complain(velt::Utf8FromWide(kRunning));
+        if (const HWND first = ::FindWindowW(velt::MainWindow::kClass, nullptr))
+        {
+            ::SetForegroundWindow(first);
+        }
+        ::MessageBoxW(nullptr, kRunning, L"Trace viewer", MB_OK | MB_ICONINFORMATION);
+        return kNothing;
+    }
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    ::GetStartupInfoW(&startup);
+    velt::MainWindow window(options, (startup.dwFlags & STARTF_USESHOWWINDOW) != 0
+                                         ? startup.wShowWindow
+                                         : SW_SHOWDEFAULT);
+    window.Run();
+    return kDone;
+}
+
+int Record(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
+{
+    if (!instance.IsFirst())
+    {
+        Complain(velt::Utf8FromWide(kRunning));
+        return kNothing;
+    }
+    velt::ConsoleViewer viewer(options);
+    const velt::ConsoleViewer::Counts counts = viewer.Run();
+    Complain(velt::FormatCount(counts.written) + " records, " +
+             velt::FormatCount(counts.malformed) + " malformed, " + velt::FormatCount(counts.lost) +
+             " lost");
+    return counts.written != 0 ? kDone : kNothing;
+}
+
+int Run(const std::vector<std::string>& arguments)
+{
+    const auto parsed = velt::ParseTraceOptions(arguments);
+    if (const auto* error = std::get_if<velt::TraceUsageError>(&parsed))
+    {
+        Complain(error->message + "\r\nvelt-trace --help tells how it is used");
+        return kWrongUsage;
+    }
+    const auto& options = std::get<velt::TraceOptions>(parsed);
+    if (options.help)
+    {
+        velt::WriteStandard(STD_OUTPUT_HANDLE, velt::kTraceHelp);
+        return kDone;
+    }
+    const velt::ViewerInstance instance;
+    return options.console || !options.savePath.empty() ? Record(options, instance)
+                                                        : ShowWindow(options, instance);
+}
+} // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    try
+    {
+        std::vector<std::string> arguments;
+        for (int i = 1; i < argc; ++i)
+        {
+            arguments.push_back(velt::Utf8FromWide(argv[i]));
+        }
+        return Run(arguments);
+    }
+    catch (...)
+    {
+        Complain(velt::Utf8FromWide(velt::CurrentErrorText()));
+    }
+    return kFailed;
+}

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "tools/trace/filter_bar.h"
+#include "tools/trace/record_list.h"
+#include "tools/trace/trace_options.h"
+#include "tools/trace/trace_session.h"
+#include "tools/trace/trace_view.h"
+#include "tools/trace/window_look.h"
+
+#include <windows.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace velt
+{
+/// The viewer's window: menu, tool bar, filter bar, the list of records, the whole text of the
+/// selected one, and the counts.
+class MainWindow final : private TraceReceiverEvents
+{
+public:
+    /// By this another viewer finds it.
+    static constexpr wchar_t kClass[] = L"VeltTraceViewer";
+
+    /// Shows the window. Throws SystemException::Win32.
+    MainWindow(const TraceOptions& options, int showCommand);
+
+    MainWindow(const MainWindow&) = delete;
+    MainWindow& operator=(const MainWindow&) = delete;
+
+    ~MainWindow();
+
+    /// Runs until the window is closed.
+    void Run();
+
+private:
+    static constexpr UINT kArrived = WM_APP;
+    static constexpr UINT kSelectionChanged = WM_APP + 1;
+
+    static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam,
+                                       LPARAM lParam) noexcept;
+    HWND MakeFrame();
+    HWND MakeToolbar() const;
+    HWND MakeDetails() const;
+    HWND MakeStatus() const;
+
+    void OnArrival() noexcept override;
+    void OnCloseAsked() noexcept override;
+
+    std::optional<LRESULT> Handle(UINT message, WPARAM wParam, LPARAM lParam);
+    void OnCommand(UINT command, UINT code);
+    std::optional<LRESULT> OnNotify(LPARAM notification);
+    void OnTick();
+    void OnSelection();
+    void OnEnter();
+    void OnEscape();
+
+    void RefreshIn(UINT periodMs) noexcept;
+    void ApplyLook();
+    void Layout() noexcept;
+    void ApplyFilter();
+    void SetPaused(bool paused);
+    void SetFollowing(bool following) noexcept;
+    void Check(UINT command, bool checked) const noexcept;
+    void Clear();
+    void Copy();
+    void SelectAll() noexcept;
+    void Save();
+    void WriteRows(const std::wstring& path);
+    void Jump();
+    void ShowHelp() const;
+    void ShowStatus();
+    void SetStatus(int part, const std::string& text);
+    std::string PairText(std::uint64_t sequence) const;
+    std::string SelectionText(std::size_t count) const;
+
+    bool m_built = false; // first: making the windows already sends messages
+    HWND m_window = nullptr;
+    TraceSession m_session;
+    TraceView m_view;
+    WindowLook m_look;
+    HWND m_toolbar;
+    FilterBar m_bar;
+    RecordList m_list;
+    HWND m_details;
+    HWND m_status;
+    bool m_following = true;
+    std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
+    bool m_selectionPosted = false;
+    int m_ticksWithoutSender = 0;
+    std::array<std::string, 5> m_statusTexts;
+};
+} // namespace velt

@@ -1,0 +1,295 @@
+#include "tools/trace/record_list.h"
+
+#include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "tools/trace/resource_ids.h"
+#include "tools/trace/trace_export.h"
+#include "tools/trace/trace_filter.h"
+
+#include <algorithm>
+
+namespace velt
+{
+namespace
+{
+struct Column
+{
+    const wchar_t* name;
+    int width; // at 96 dots an inch
+};
+
+enum ColumnNumber
+{
+    kTime,
+    kProcess,
+    kLevel,
+    kSource,
+    kText,
+};
+
+constexpr std::array<Column, 5> kColumns{{
+    {L"Time", 120},
+    {L"Process", 170},
+    {L"Level", 50},
+    {L"Source", 90},
+    {L"Text", 900},
+}};
+
+constexpr std::size_t kDateLength = 11; // "2026-11-21 "
+
+// Beyond this many, a selection is not carried along when the oldest rows go.
+constexpr std::size_t kMostMoved = 10'000;
+
+constexpr COLORREF kErrorColor = RGB(176, 0, 0);
+constexpr COLORREF kDetailColor = RGB(0, 80, 160);
+constexpr COLORREF kMalformedColor = RGB(160, 0, 160);
+constexpr COLORREF kHighlightColor = RGB(255, 243, 160);
+
+bool IsHighContrast() noexcept
+{
+    HIGHCONTRASTW contrast{};
+    contrast.cbSize = sizeof(contrast);
+    return ::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(contrast), &contrast, 0) &&
+           (contrast.dwFlags & HCF_HIGHCONTRASTON) != 0;
+}
+
+COLORREF ColorOf(const TraceEntry& entry) noexcept
+{
+    if (entry.fault != TraceRecordFault::none)
+    {
+        return kMalformedColor;
+    }
+    return entry.level <= 1   ? kErrorColor
+           : entry.level <= 3 ? kDetailColor
+                              : ::GetSysColor(COLOR_WINDOWTEXT);
+}
+} // namespace
+
+RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view)
+    : m_session(session),
+      m_view(view),
+      m_window(::CreateWindowExW(WS_EX_CLIENTEDGE, WC_LISTVIEWW, L"Trace records",
+                                 WS_CHILD | WS_VISIBLE | WS_TABSTOP | LVS_REPORT | LVS_OWNERDATA |
+                                     LVS_SHOWSELALWAYS,
+                                 0, 0, 0, 0, parent, reinterpret_cast<HMENU>(VELT_ID_LIST),
+                                 ::GetModuleHandleW(nullptr), nullptr))
+{
+    if (!m_window)
+    {
+        ThrowLastError();
+    }
+    ListView_SetExtendedListViewStyle(m_window, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER |
+                                                    LVS_EX_HEADERDRAGDROP | LVS_EX_LABELTIP);
+    for (std::size_t i = 0; i < kColumns.size(); ++i)
+    {
+        LVCOLUMNW column{};
+        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
+        column.cx = kColumns[i].width;
+        column.pszText = const_cast<wchar_t*>(kColumns[i].name);
+        column.iSubItem = static_cast<int>(i);
+        ListView_InsertColumn(m_window, static_cast<int>(i), &column);
+    }
+}
+
+void RecordList::SetLook(const WindowLook& look)
+{
+    ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.FixedFont()), TRUE);
+    for (std::size_t i = 0; i < kColumns.size(); ++i)
+    {
+        ListView_SetColumnWidth(m_window, static_cast<int>(i), look.Scaled(kColumns[i].width));
+    }
+}
+
+void RecordList::SetHighlight(std::string part)
+{
+    m_highlight = std::move(part);
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+void RecordList::Update(bool follow)
+{
+    const std::size_t gone = m_view.Trim();
+    if (gone != 0)
+    {
+        MoveSelection(gone);
+    }
+    const auto size = static_cast<int>(m_view.Size());
+    const int before = ListView_GetItemCount(m_window);
+    if (size != before || gone != 0)
+    {
+        const bool grown = size >= before && gone == 0;
+        ListView_SetItemCountEx(m_window, size,
+                                LVSICF_NOSCROLL | (grown ? LVSICF_NOINVALIDATEALL : 0));
+    }
+    if (m_keep && Select(*m_keep))
+    {
+        m_keep.reset();
+    }
+    if (follow && size > before && size > 0)
+    {
+        ListView_EnsureVisible(m_window, size - 1, FALSE);
+    }
+}
+
+void RecordList::KeepFocus() noexcept
+{
+    m_keep = Focused() ? Focused() : m_keep;
+    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+}
+
+bool RecordList::Select(std::uint64_t sequence)
+{
+    const std::optional<std::size_t> row = m_view.RowOf(sequence);
+    if (!row || static_cast<int>(*row) >= ListView_GetItemCount(m_window))
+    {
+        return false;
+    }
+    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED);
+    SelectRow(*row, LVIS_SELECTED | LVIS_FOCUSED);
+    ListView_EnsureVisible(m_window, static_cast<int>(*row), FALSE);
+    return true;
+}
+
+void RecordList::SelectAll() noexcept
+{
+    ListView_SetItemState(m_window, -1, LVIS_SELECTED, LVIS_SELECTED);
+}
+
+std::optional<std::uint64_t> RecordList::Focused() const noexcept
+{
+    const int row = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);
+    return row >= 0 && static_cast<std::size_t>(row) < m_view.Size()
+               ? std::optional(m_view.SequenceAt(static_cast<std::size_t>(row)))
+               : std::nullopt;
+}
+
+std::vector<std::uint64_t> RecordList::Selected() const
+{
+    std::vector<std::uint64_t> selected;
+    for (int row = -1; (row = ListView_GetNextItem(m_window, row, LVNI_SELECTED)) >= 0;)
+    {
+        if (static_cast<std::size_t>(row) < m_view.Size())
+        {
+            selected.push_back(m_view.SequenceAt(static_cast<std::size_t>(row)));
+        }
+    }
+    return selected;
+}
+
+std::size_t RecordList::SelectedCount() const noexcept
+{
+    return static_cast<std::size_t>(ListView_GetSelectedCount(m_window));
+}
+
+std::optional<LRESULT> RecordList::OnNotify(const NMHDR& header, LPARAM notification)
+{
+    if (header.hwndFrom != m_window)
+    {
+        return std::nullopt;
+    }
+    if (header.code == LVN_GETDISPINFOW)
+    {
+        OnText(reinterpret_cast<NMLVDISPINFOW*>(notification)->item);
+        return 0;
+    }
+    if (header.code == NM_CUSTOMDRAW)
+    {
+        return OnDraw(*reinterpret_cast<NMLVCUSTOMDRAW*>(notification));
+    }
+    return std::nullopt;
+}
+
+void RecordList::SelectRow(std::size_t row, UINT state) noexcept
+{
+    ListView_SetItemState(m_window, static_cast<int>(row), state, state);
+}
+
+void RecordList::MoveSelection(std::size_t gone)
+{
+    // The list view knows rows only: what is selected stays where its record goes.
+    std::vector<int> rows;
+    const int focused = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);
+    const int top = ListView_GetTopIndex(m_window);
+    for (int row = -1; rows.size() < kMostMoved &&
+                       (row = ListView_GetNextItem(m_window, row, LVNI_SELECTED)) >= 0;)
+    {
+        rows.push_back(row);
+    }
+    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    const auto moved = static_cast<int>(gone);
+    for (const int row : rows)
+    {
+        if (row >= moved)
+        {
+            SelectRow(static_cast<std::size_t>(row - moved), LVIS_SELECTED);
+        }
+    }
+    if (focused >= moved)
+    {
+        SelectRow(static_cast<std::size_t>(focused - moved), LVIS_FOCUSED);
+    }
+    RECT bounds{};
+    if (ListView_GetItemRect(m_window, top, &bounds, LVIR_BOUNDS))
+    {
+        ListView_Scroll(m_window, 0, -std::min(moved, top) * (bounds.bottom - bounds.top));
+    }
+}
+
+void RecordList::OnText(LVITEMW& item)
+{
+    if ((item.mask & LVIF_TEXT) == 0 || item.iItem < 0 ||
+        static_cast<std::size_t>(item.iItem) >= m_view.Size())
+    {
+        return;
+    }
+    const std::uint64_t sequence = m_view.SequenceAt(static_cast<std::size_t>(item.iItem));
+    if (sequence < m_session.Store().First())
+    {
+        return; // dropped since the last update
+    }
+    const TraceEntry entry = m_session.Store().At(sequence);
+    switch (item.iSubItem)
+    {
+    case kTime:
+        m_text = WideFromUtf8(FormatArrival(entry.arrivalUs).substr(kDateLength));
+        break;
+    case kProcess:
+        m_text = WideFromUtf8(m_session.Process(entry));
+        break;
+    case kLevel:
+        m_text = WideFromUtf8(FormatLevel(entry));
+        break;
+    case kSource:
+        m_text = WideFromUtf8(WithoutControls(entry.source));
+        break;
+    default:
+        m_text = WideFromUtf8(WithoutControls(entry.text));
+        break;
+    }
+    item.pszText = m_text.data(); // read before the next question
+}
+
+LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
+{
+    if (draw.nmcd.dwDrawStage == CDDS_PREPAINT)
+    {
+        return IsHighContrast() ? CDRF_DODEFAULT : CDRF_NOTIFYITEMDRAW;
+    }
+    const std::size_t row = draw.nmcd.dwItemSpec;
+    if (draw.nmcd.dwDrawStage != CDDS_ITEMPREPAINT || row >= m_view.Size() ||
+        m_view.SequenceAt(row) < m_session.Store().First())
+    {
+        return CDRF_DODEFAULT;
+    }
+    const TraceEntry entry = m_session.Store().At(m_view.SequenceAt(row));
+    draw.clrText = ColorOf(entry);
+    if (!m_highlight.empty() && (ContainsIgnoringCase(entry.text, m_highlight) ||
+                                 ContainsIgnoringCase(entry.source, m_highlight)))
+    {
+        draw.clrTextBk = kHighlightColor;
+        draw.clrText =
+            entry.level <= 3 || entry.fault != TraceRecordFault::none ? draw.clrText : RGB(0, 0, 0);
+    }
+    return CDRF_NEWFONT;
+}
+} // namespace velt

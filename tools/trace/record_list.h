@@ -1,0 +1,74 @@
+#pragma once
+
+#include "tools/trace/trace_session.h"
+#include "tools/trace/trace_view.h"
+#include "tools/trace/window_look.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velt
+{
+/// The list of records: a virtual list view over the rows of a TraceView. It keeps no record; what
+/// it selects it remembers by sequence number while rows come and go.
+class RecordList
+{
+public:
+    /// Session and view must outlive the list. Throws SystemException::Win32.
+    RecordList(HWND parent, const TraceSession& session, TraceView& view);
+
+    HWND Window() const noexcept
+    {
+        return m_window;
+    }
+
+    void SetLook(const WindowLook& look);
+
+    /// Records with this in their text get another background; none for an empty part.
+    void SetHighlight(std::string part);
+
+    /// Takes over the rows of the view after it has advanced. Throws std::bad_alloc.
+    void Update(bool follow);
+
+    /// Selects the record with the focus again as soon as another filter shows it. Call before the
+    /// filter changes.
+    void KeepFocus() noexcept;
+
+    /// Selects one record alone and brings it into sight; false when the view does not show it.
+    bool Select(std::uint64_t sequence);
+
+    void SelectAll() noexcept;
+
+    /// The record with the focus.
+    std::optional<std::uint64_t> Focused() const noexcept;
+
+    /// The selected records, oldest first. Throws std::bad_alloc.
+    std::vector<std::uint64_t> Selected() const;
+
+    std::size_t SelectedCount() const noexcept;
+
+    /// The answer to a notification, if it is one that the list answers itself. The header is a
+    /// copy of the front of what `notification` points to.
+    std::optional<LRESULT> OnNotify(const NMHDR& header, LPARAM notification);
+
+private:
+    void SelectRow(std::size_t row, UINT state) noexcept;
+    void MoveSelection(std::size_t gone);
+    void OnText(LVITEMW& item);
+    LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
+
+    const TraceSession& m_session;
+    TraceView& m_view;
+    HWND m_window;
+    std::string m_highlight;
+    std::optional<std::uint64_t> m_keep; // to be selected when it is shown
+    std::wstring m_text;                 // of the last cell that was asked for
+};
+} // namespace velt

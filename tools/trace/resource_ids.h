@@ -1,0 +1,27 @@
+#pragma once
+
+// Menu commands, accelerators and the icon. Included by the resource compiler too.
+#define VELT_TRACE_MENU 101
+#define VELT_TRACE_KEYS 102
+#define VELT_TRACE_ICON 1
+
+#define VELT_COMMAND_SAVE 201
+#define VELT_COMMAND_EXIT 202
+#define VELT_COMMAND_COPY 203
+#define VELT_COMMAND_SELECT_ALL 204
+#define VELT_COMMAND_CLEAR 205
+#define VELT_COMMAND_PAUSE 206
+#define VELT_COMMAND_FOLLOW 207
+#define VELT_COMMAND_JUMP 208
+#define VELT_COMMAND_FIND_FILTER 209
+#define VELT_COMMAND_FIND_HIGHLIGHT 210
+#define VELT_COMMAND_HELP 211
+
+// Child windows.
+#define VELT_ID_LIST 301
+#define VELT_ID_FILTER 302
+#define VELT_ID_LEVEL 303
+#define VELT_ID_HIGHLIGHT 304
+#define VELT_ID_DETAILS 305
+#define VELT_ID_STATUS 306
+#define VELT_ID_TOOLBAR 307

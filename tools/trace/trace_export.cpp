@@ -1,0 +1,179 @@
+#include "tools/trace/trace_export.h"
+
+#include "tools/trace/trace_filter.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+
+namespace velt
+{
+namespace
+{
+using Buffer = std::array<char, 64>;
+
+const char* FaultText(TraceRecordFault fault) noexcept
+{
+    switch (fault)
+    {
+    case TraceRecordFault::none:
+        return "no fault";
+    case TraceRecordFault::tooShort:
+        return "too short";
+    case TraceRecordFault::wrongMagic:
+        return "wrong magic";
+    case TraceRecordFault::wrongTotal:
+        return "wrong total";
+    case TraceRecordFault::sourceWithoutEnd:
+        return "source without end";
+    case TraceRecordFault::textWithoutEnd:
+        return "text without end";
+    }
+    return "unknown fault";
+}
+
+void AppendCsvField(std::string& to, std::string_view field)
+{
+    const std::size_t start = std::min(field.find_first_not_of(' '), field.size());
+    const bool formula = start < field.size() &&
+                         std::string_view("=+-@\t\r").find(field[start]) != std::string_view::npos;
+    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
+    {
+        to += field;
+        return;
+    }
+    to += '"';
+    if (formula)
+    {
+        to += '\'';
+    }
+    for (const char c : field)
+    {
+        to.append(c == '"' ? 2 : 1, c);
+    }
+    to += '"';
+}
+} // namespace
+
+std::string FormatArrival(std::int64_t microseconds)
+{
+    using namespace std::chrono;
+    constexpr sys_days kOrigin = year{1601} / January / 1;
+    constexpr std::int64_t kPerDay = 86'400'000'000;
+    const sys_days day = kOrigin + days(static_cast<int>(microseconds / kPerDay));
+    const year_month_day date(day);
+    const std::int64_t ofDay = microseconds % kPerDay;
+    const auto second = static_cast<int>(ofDay / 1'000'000);
+
+    Buffer text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02u-%02u %02d:%02d:%02d.%06d",
+                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                  static_cast<unsigned>(date.day()), second / 3600, second / 60 % 60, second % 60,
+                  static_cast<int>(ofDay % 1'000'000));
+    return text.data();
+}
+
+std::string FormatDuration(std::int64_t microseconds)
+{
+    const auto whole = [&](std::int64_t unit) { return static_cast<int>(microseconds / unit); };
+    const auto rest = [&](std::int64_t unit) { return static_cast<int>(microseconds % unit); };
+    Buffer text{};
+    if (microseconds < 1000)
+    {
+        std::snprintf(text.data(), text.size(), "%d us", whole(1));
+    }
+    else if (microseconds < 1'000'000)
+    {
+        std::snprintf(text.data(), text.size(), "%d.%03d ms", whole(1000), rest(1000));
+    }
+    else
+    {
+        std::snprintf(text.data(), text.size(), "%d.%06d s", whole(1'000'000), rest(1'000'000));
+    }
+    return text.data();
+}
+
+std::string FormatCount(std::uint64_t number)
+{
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3;)
+    {
+        at -= 3;
+        digits.insert(at, 1, ',');
+    }
+    return digits;
+}
+
+std::string FormatLevel(const TraceEntry& entry)
+{
+    return entry.fault == TraceRecordFault::none ? std::to_string(entry.level) : "!";
+}
+
+std::string DescribeMalformed(TraceRecordFault fault, std::size_t sizeBytes,
+                              std::span<const std::byte> front)
+{
+    constexpr std::size_t kMostShown = 16;
+    std::string text = "malformed record (" + std::string(FaultText(fault)) + "), " +
+                       std::to_string(sizeBytes) + (sizeBytes == 1 ? " byte" : " bytes");
+    for (std::size_t i = 0; i < std::min(front.size(), kMostShown); ++i)
+    {
+        Buffer byte{};
+        std::snprintf(byte.data(), byte.size(), "%s%02X", i == 0 ? ": " : " ",
+                      std::to_integer<unsigned>(front[i]));
+        text += byte.data();
+    }
+    return sizeBytes > kMostShown && !front.empty() ? text + " ..." : text;
+}
+
+std::string WithoutControls(std::string_view text)
+{
+    std::string clean;
+    clean.reserve(text.size());
+    for (const char c : text)
+    {
+        const auto code = static_cast<unsigned char>(c);
+        if (code >= 0x20 && code != 0x7F)
+        {
+            clean += c;
+            continue;
+        }
+        Buffer escape{};
+        std::snprintf(escape.data(), escape.size(), "\\x%02X", code);
+        clean += c == '\n' ? "\\n" : c == '\r' ? "\\r" : c == '\t' ? "\\t" : escape.data();
+    }
+    return clean;
+}
+
+void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view process)
+{
+    to += FormatArrival(entry.arrivalUs) + "  " + FormatLevel(entry) + "  ";
+    to.append(process).append("  ");
+    if (!entry.source.empty())
+    {
+        to += WithoutControls(entry.source) + ": ";
+    }
+    to += WithoutControls(entry.text) + "\r\n";
+}
+
+bool EndsInCsv(std::string_view name) noexcept
+{
+    constexpr std::string_view kEnd = ".csv";
+    return name.size() > kEnd.size() &&
+           ContainsIgnoringCase(name.substr(name.size() - kEnd.size()), kEnd);
+}
+
+void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process)
+{
+    to += FormatArrival(entry.arrivalUs);
+    to += ',';
+    AppendCsvField(to, process);
+    to += ',';
+    to += FormatLevel(entry);
+    to += ',';
+    AppendCsvField(to, entry.source);
+    to += ',';
+    AppendCsvField(to, entry.text);
+    to += "\r\n";
+}
+} // namespace velt

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/trace/trace_store.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace velt
+{
+/// "2026-11-21 09:05:03.000042" of microseconds since 1601.
+std::string FormatArrival(std::int64_t microseconds);
+
+/// A span of time for people: "17 us", "3.250 ms", "2.000017 s".
+std::string FormatDuration(std::int64_t microseconds);
+
+/// A number with commas between thousands.
+std::string FormatCount(std::uint64_t number);
+
+/// The level as a reader sees it: its number, or "!" for a malformed record.
+std::string FormatLevel(const TraceEntry& entry);
+
+/// What a malformed record shows instead of its text: its fault, its size and its first bytes.
+std::string DescribeMalformed(TraceRecordFault fault, std::size_t sizeBytes,
+                              std::span<const std::byte> front);
+
+/// The text with its control characters as "\n", "\t" and "\x1B", so that a record stays one line
+/// and says nothing to a terminal.
+std::string WithoutControls(std::string_view text);
+
+/// Appends a record as a line: time, level, process, then "source: " if there is one, and the text.
+/// Fields stand two blanks apart; the line ends with CR LF.
+void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view process);
+
+/// Whether a file of this name is to hold CSV: the name ends in ".csv", in any case.
+bool EndsInCsv(std::string_view name) noexcept;
+
+/// The first line of a CSV file, after the mark that tells spreadsheets that it is UTF-8.
+inline constexpr std::string_view kCsvHeading = "\xEF\xBB\xBFtime,process,level,source,text\r\n";
+
+/// Appends a record as a line of a CSV file: every field that needs it in quotation marks, those in
+/// it doubled. A text that a spreadsheet would take for a formula gets an apostrophe in front.
+void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process);
+} // namespace velt

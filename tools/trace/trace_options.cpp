@@ -1,0 +1,86 @@
+#include "tools/trace/trace_options.h"
+
+#include <charconv>
+#include <optional>
+#include <system_error>
+
+namespace velt
+{
+const char kTraceHelp[] =
+    "Shows what VeltHTTPClient12OEM.dll and others trace.\n"
+    "\n"
+    "usage: velt-trace [--level N] [--filter TEXT] [--console] [--save FILE]\n"
+    "       velt-trace --help\n"
+    "\n"
+    "Opens a window with the records as they arrive. Programs look for a viewer when\n"
+    "they load the component, so start this one before them.\n"
+    "\n"
+    "  --console      print the records to standard output instead\n"
+    "  --save FILE    record to a file without a window: as CSV when its name ends in\n"
+    "                 .csv, else as text; an existing file is replaced\n"
+    "  --level N      only records up to level N: 1 errors, 3 details, 4 calls\n"
+    "  --filter TEXT  only records with this in their text or source, in any case\n"
+    "  --help         this text\n"
+    "\n"
+    "Without a window it ends at Ctrl+C.\n"
+    "\n"
+    "Exit codes: 0 done, 1 nothing was recorded or another viewer is running,\n"
+    "2 wrong usage, 3 failed.\n";
+
+namespace
+{
+std::optional<std::int32_t> NumberFrom(const std::string& text) noexcept
+{
+    std::int32_t number = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, number);
+    return error == std::errc() && end == last ? std::optional(number) : std::nullopt;
+}
+} // namespace
+
+std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
+    std::span<const std::string> arguments)
+{
+    TraceOptions options;
+    for (std::size_t i = 0; i < arguments.size(); ++i)
+    {
+        const std::string& name = arguments[i];
+        if (name == "--help" || name == "-h" || name == "/?")
+        {
+            options.help = true;
+            continue;
+        }
+        if (name == "--console")
+        {
+            options.console = true;
+            continue;
+        }
+        if (name != "--save" && name != "--level" && name != "--filter")
+        {
+            return TraceUsageError{"unknown argument: " + name};
+        }
+        if (++i == arguments.size() || arguments[i].empty())
+        {
+            return TraceUsageError{name + " needs a value"};
+        }
+        const std::string& value = arguments[i];
+        if (name == "--save")
+        {
+            options.savePath = value;
+        }
+        else if (name == "--filter")
+        {
+            options.filter.part = value;
+        }
+        else if (const std::optional<std::int32_t> level = NumberFrom(value))
+        {
+            options.filter.highestLevel = *level;
+        }
+        else
+        {
+            return TraceUsageError{"--level needs a number, not: " + value};
+        }
+    }
+    return options;
+}
+} // namespace velt

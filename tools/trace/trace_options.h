@@ -1,0 +1,34 @@
+#pragma once
+
+#include "tools/trace/trace_filter.h"
+
+#include <span>
+#include <string>
+#include <variant>
+
+namespace velt
+{
+/// What the viewer's command line asks for.
+struct TraceOptions
+{
+    bool help = false;
+    bool console = false;
+    std::string savePath; // empty: no file
+    TraceFilter filter;
+
+    bool operator==(const TraceOptions&) const = default;
+};
+
+/// A command line that cannot be followed, and what is wrong with it.
+struct TraceUsageError
+{
+    std::string message;
+};
+
+/// The text of --help.
+extern const char kTraceHelp[];
+
+/// Reads the arguments that follow the program's name, in UTF-8.
+std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
+    std::span<const std::string> arguments);
+} // namespace velt

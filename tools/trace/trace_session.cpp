@@ -1,0 +1,119 @@
+#include "tools/trace/trace_session.h"
+
+#include "foundation/trace_record.h"
+#include "foundation/wide_text.h"
+#include "tools/trace/trace_export.h"
+
+namespace velt
+{
+namespace
+{
+bool IsUtf8(std::string_view text) noexcept
+{
+    return text.empty() || ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                                                 static_cast<int>(text.size()), nullptr, 0) > 0;
+}
+
+/// The text as UTF-8. Programs send either UTF-8, whose last character may have been cut in two, or
+/// their code page.
+std::string ToUtf8(std::string_view text)
+{
+    for (std::size_t cut = 0; cut < 4 && cut <= text.size(); ++cut)
+    {
+        const std::string_view front = text.substr(0, text.size() - cut);
+        if (IsUtf8(front))
+        {
+            return std::string(front);
+        }
+        if (text.size() < kTraceTextMax)
+        {
+            break;
+        }
+    }
+    return Utf8FromWide(WideFromNarrow(text, CP_ACP));
+}
+} // namespace
+
+TraceSession::TraceSession(TraceReceiverEvents& events) : m_events(events), m_receiver(*this) {}
+
+void TraceSession::Drain(DWORD senderLimitMs)
+{
+    m_finder.Wait(senderLimitMs); // without an answer the former one stands
+    const ArrivalQueue arrived = m_receiver.Take();
+    m_lost += arrived.Lost();
+    std::map<std::uint32_t, std::uint32_t> numbers; // by process id
+    arrived.ForEach([&](const Arrival& arrival, std::span<const std::byte> data) {
+        const auto [known, added] = numbers.try_emplace(arrival.processId, 0);
+        if (added)
+        {
+            known->second = SenderNumber(arrival.processId == 0
+                                             ? m_finder.Describe()
+                                             : SenderFinder::DescribeProcess(arrival.processId));
+        }
+        Keep(arrival, data, known->second);
+    });
+}
+
+void TraceSession::Clear() noexcept
+{
+    m_store.Clear();
+    m_senders.clear();
+    m_senderNumbers.clear();
+    m_malformed = 0;
+    m_lost = 0;
+}
+
+void TraceSession::OnArrival() noexcept
+{
+    m_finder.Look();
+    m_events.OnArrival();
+}
+
+void TraceSession::OnCloseAsked() noexcept
+{
+    m_events.OnCloseAsked();
+}
+
+void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
+                        std::uint32_t sender)
+{
+    DecodedTraceRecord record = DecodeTraceRecord(data);
+    if (arrival.sizeBytes > data.size())
+    {
+        record.fault = TraceRecordFault::wrongTotal; // longer than any record, so not kept whole
+    }
+    else if (record.fault == TraceRecordFault::none && arrival.dataKind != kTraceMagic)
+    {
+        record.fault = TraceRecordFault::wrongMagic;
+    }
+    TraceEntry entry;
+    entry.arrivalUs = arrival.arrivalUs;
+    entry.sender = sender;
+    entry.fault = record.fault;
+    if (record.fault != TraceRecordFault::none)
+    {
+        ++m_malformed;
+        const std::string text = DescribeMalformed(record.fault, arrival.sizeBytes, data);
+        entry.text = text;
+        m_store.Append(entry);
+        return;
+    }
+    const std::string source = ToUtf8(record.source);
+    const std::string text = ToUtf8(record.text);
+    entry.level = record.level;
+    entry.source = source;
+    entry.text = text;
+    m_store.Append(entry);
+}
+
+std::uint32_t TraceSession::SenderNumber(const std::string& name)
+{
+    const auto next = static_cast<std::uint32_t>(m_senders.size());
+    const auto [known, added] = m_senderNumbers.try_emplace(name, next);
+    if (added)
+    {
+        m_senders.push_back(name);
+    }
+    return known->second;
+}
+} // namespace velt

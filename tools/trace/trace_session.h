@@ -1,0 +1,75 @@
+#pragma once
+
+#include "tools/trace/sender_finder.h"
+#include "tools/trace/trace_receiver.h"
+#include "tools/trace/trace_store.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velt
+{
+/// What a viewer receives and keeps, whether a window or a console shows it. Belongs to one thread;
+/// the notices come on the receiver's.
+class TraceSession final : private TraceReceiverEvents
+{
+public:
+    /// `events` must outlive the session. Throws SystemException::Win32.
+    explicit TraceSession(TraceReceiverEvents& events);
+
+    /// Whether the look at who sends, which began with the first arrival, is done.
+    bool KnowsSender() const noexcept
+    {
+        return m_finder.Wait(0);
+    }
+
+    /// Moves what has arrived into the store. Waits up to `senderLimitMs` for word of who sent it.
+    /// Throws std::bad_alloc.
+    void Drain(DWORD senderLimitMs);
+
+    /// Forgets all records and counts.
+    void Clear() noexcept;
+
+    const TraceStore& Store() const noexcept
+    {
+        return m_store;
+    }
+
+    /// The process of an entry, such as "host.exe (12)".
+    std::string_view Process(const TraceEntry& entry) const noexcept
+    {
+        return entry.sender < m_senders.size() ? std::string_view(m_senders[entry.sender]) : "?";
+    }
+
+    std::uint64_t Malformed() const noexcept
+    {
+        return m_malformed;
+    }
+
+    /// Records that arrived faster than they were taken, and are nowhere.
+    std::uint64_t Lost() const noexcept
+    {
+        return m_lost;
+    }
+
+private:
+    void OnArrival() noexcept override;
+    void OnCloseAsked() noexcept override;
+    void Keep(const Arrival& arrival, std::span<const std::byte> data, std::uint32_t sender);
+    std::uint32_t SenderNumber(const std::string& name);
+
+    TraceReceiverEvents& m_events;
+    TraceStore m_store;
+    std::vector<std::string> m_senders; // by number
+    std::map<std::string, std::uint32_t> m_senderNumbers;
+    std::uint64_t m_malformed = 0;
+    std::uint64_t m_lost = 0;
+    SenderFinder m_finder;
+    TraceReceiver m_receiver; // last: its thread uses the others
+};
+} // namespace velt

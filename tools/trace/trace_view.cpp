@@ -1,0 +1,57 @@
+#include "tools/trace/trace_view.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace velt
+{
+void TraceView::SetFilter(TraceFilter filter)
+{
+    m_filter = std::move(filter);
+    m_rows.clear();
+    m_begin = m_store.First();
+    m_end = m_begin;
+}
+
+bool TraceView::Advance(std::size_t most)
+{
+    Trim();
+    const std::uint64_t end = m_end + std::min<std::uint64_t>(most, m_store.Next() - m_end);
+    if (m_filter.AcceptsAll())
+    {
+        m_end = end;
+    }
+    for (; m_end < end; ++m_end)
+    {
+        if (m_filter.Accepts(m_store.At(m_end)))
+        {
+            m_rows.push_back(m_end);
+        }
+    }
+    return m_end == m_store.Next();
+}
+
+std::size_t TraceView::Trim() noexcept
+{
+    const std::size_t before = Size();
+    const std::uint64_t first = m_store.First();
+    m_begin = std::max(m_begin, first);
+    m_end = std::max(m_end, first);
+    m_rows.erase(m_rows.begin(), std::lower_bound(m_rows.begin(), m_rows.end(), first));
+    return before - Size();
+}
+
+std::optional<std::size_t> TraceView::RowOf(std::uint64_t sequence) const noexcept
+{
+    if (m_filter.AcceptsAll())
+    {
+        return sequence >= m_begin && sequence < m_end
+                   ? std::optional(static_cast<std::size_t>(sequence - m_begin))
+                   : std::nullopt;
+    }
+    const auto found = std::lower_bound(m_rows.begin(), m_rows.end(), sequence);
+    return found != m_rows.end() && *found == sequence
+               ? std::optional(static_cast<std::size_t>(found - m_rows.begin()))
+               : std::nullopt;
+}
+} // namespace velt

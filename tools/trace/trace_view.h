@@ -1,0 +1,67 @@
+#pragma once
+
+#include "tools/trace/trace_filter.h"
+#include "tools/trace/trace_store.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace velt
+{
+/// The rows of a list: the records of a store that pass a filter, oldest first. A new filter is
+/// carried out in slices, so that a window stays alive over a million records. The store must
+/// outlive the view.
+class TraceView
+{
+public:
+    explicit TraceView(const TraceStore& store) noexcept
+        : m_store(store),
+          m_begin(store.First()),
+          m_end(m_begin)
+    {
+    }
+
+    /// Starts over with another filter: no row until Advance.
+    void SetFilter(TraceFilter filter);
+
+    const TraceFilter& Filter() const noexcept
+    {
+        return m_filter;
+    }
+
+    /// Takes in up to `most` further records; returns whether that were all. Throws std::bad_alloc.
+    bool Advance(std::size_t most);
+
+    /// Leaves out what the store has dropped; returns how many rows have gone from the front.
+    std::size_t Trim() noexcept;
+
+    std::size_t Size() const noexcept
+    {
+        return m_filter.AcceptsAll() ? static_cast<std::size_t>(m_end - m_begin) : m_rows.size();
+    }
+
+    /// Sequence number of the record in a row below Size(). Trim first when the store has changed.
+    std::uint64_t SequenceAt(std::size_t row) const noexcept
+    {
+        return m_filter.AcceptsAll() ? m_begin + row : m_rows[row];
+    }
+
+    /// The row of a record; none when the filter, or the store, does not have it.
+    std::optional<std::size_t> RowOf(std::uint64_t sequence) const noexcept;
+
+    /// How many records of the store have not been looked at.
+    std::size_t Waiting() const noexcept
+    {
+        return static_cast<std::size_t>(m_store.Next() - m_end);
+    }
+
+private:
+    const TraceStore& m_store;
+    TraceFilter m_filter;
+    std::uint64_t m_begin;             // records from here...
+    std::uint64_t m_end;               // ...up to here have been looked at
+    std::vector<std::uint64_t> m_rows; // sequence numbers; unused when all records pass
+};
+} // namespace velt
