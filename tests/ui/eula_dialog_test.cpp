@@ -223,10 +223,9 @@ TEST_CASE("CEulaDialog: the choice at the moment of OK is the answer", "[ui]")
     shown.session.Activate();
     for (const int id : clicks)
     {
-        shown.session.Click(id);
-        REQUIRE(WaitUntil([&] { return shown.session.IsChecked(id); }));
+        shown.session.Choose(id);
     }
-    shown.session.Click(VELT_EULA_OK);
+    shown.session.ClickOk();
     const EulaAnswer answer = shown.session.Join();
     CHECK(answer.hr == S_OK);
     CHECK(answer.accepted == accepted);
@@ -298,9 +297,8 @@ TEST_CASE("CEulaDialog: whatever the agreement is, the dialog works", "[ui]")
     const ComponentLibrary library;
     EulaSession session(library, folder.File(L"agreement.rtf"));
     session.Activate();
-    session.Click(VELT_EULA_ACCEPT);
-    REQUIRE(WaitUntil([&] { return session.IsChecked(VELT_EULA_ACCEPT); }));
-    session.Click(VELT_EULA_OK);
+    session.Choose(VELT_EULA_ACCEPT);
+    session.ClickOk();
     const EulaAnswer answer = session.Join();
     CHECK(answer.hr == S_OK);
     CHECK(answer.accepted == VARIANT_TRUE);
@@ -394,8 +392,7 @@ TEST_CASE("CEulaDialog: two dialogs on two threads at once have answers of their
     ::SetWindowPos(one.Dialog(), nullptr, 0, 0, 0, 0, keepSize); // they lay on each other
     ::SetWindowPos(two.Dialog(), nullptr, 400, 500, 0, 0, keepSize);
     two.Activate();
-    two.Click(VELT_EULA_ACCEPT);
-    REQUIRE(WaitUntil([&] { return two.IsChecked(VELT_EULA_ACCEPT); }));
+    two.Choose(VELT_EULA_ACCEPT);
     CHECK(one.IsChecked(VELT_EULA_DECLINE));
     one.PressOk();
     CHECK(one.Join().accepted == VARIANT_FALSE);

@@ -196,19 +196,45 @@ void EulaSession::Activate()
     }
 }
 
-void EulaSession::Click(int id)
+void EulaSession::Click(int id, const std::function<bool()>& taken)
 {
+    constexpr DWORD kPatienceMs = 3'000; // of a user whose click shows no effect
+    for (int tries = 0; tries < 5; ++tries)
+    {
+        ClickOnce(id);
+        if (WaitUntil(taken, kPatienceMs))
+        {
+            return;
+        }
+    }
+    throw std::runtime_error("clicks have no effect");
+}
+
+void EulaSession::Choose(int id)
+{
+    Click(id, [this, id] { return IsChecked(id); });
+}
+
+void EulaSession::ClickOk()
+{
+    Click(VELT_EULA_OK, [dialog = Dialog()] { return !::IsWindow(dialog); });
+}
+
+void EulaSession::ClickOnce(int id)
+{
+    const HWND item = Item(id);
     RECT place{};
-    ::GetWindowRect(Item(id), &place);
+    ::GetWindowRect(item, &place);
     // Near the left end of wide controls, where their mark is.
     const int x = place.left + std::min(place.right - place.left, 40L) / 2;
     const int y = (place.top + place.bottom) / 2;
     // The pointer itself goes there first: it would be seen where it was when the screen changes.
     ::SetCursorPos(x, y);
     int looks = 0; // in a row that have found it at rest there
-    const auto isThere = [x, y, &looks] {
+    const auto isThere = [=, &looks] {
         POINT at{};
-        looks = ::GetCursorPos(&at) && at.x == x && at.y == y ? looks + 1 : 0;
+        const bool there = ::GetCursorPos(&at) && at.x == x && at.y == y;
+        looks = there && ::WindowFromPoint(at) == item ? looks + 1 : 0;
         return looks == 5;
     };
     INPUT inputs[2] = {};

@@ -53,9 +53,11 @@ public:
     /// Brings the dialog to the front, so that the keyboard is its own.
     void Activate();
 
-    /// Presses the mouse over a control and releases it there. Input comes in its order, but later:
-    /// wait for what it does.
-    void Click(int id);
+    /// Clicks one of the choices.
+    void Choose(int id);
+
+    /// Clicks OK, which ends the dialog.
+    void ClickOk();
 
     /// Presses and releases a key, with others held down.
     void Press(WORD key, std::initializer_list<WORD> held = {});
@@ -75,6 +77,12 @@ public:
     }
 
 private:
+    /// Presses the mouse over a control and releases it there, until `taken` says that this had its
+    /// effect: a press is lost when the screen moves the focus elsewhere meanwhile.
+    void Click(int id, const std::function<bool()>& taken);
+
+    void ClickOnce(int id);
+
     HWND m_dialog = nullptr;
     volatile DWORD m_threadId = 0;
     EulaAnswer m_answer;
