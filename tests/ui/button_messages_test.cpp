@@ -1,0 +1,202 @@
+#include "tests/support/import_patch.h"
+#include "tests/ui/button_scene.h"
+
+#include <commctrl.h>
+
+#include <catch.hpp>
+
+#include <cstddef>
+#include <vector>
+
+using namespace velt;
+using namespace velt::test;
+
+TEST_CASE("Press: captured, shown, set as pushed and forwarded with the parent's point", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        CHECK(scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(3, 4)) == 0);
+        CHECK(::GetCapture() == scene.window);
+        CHECK((scene.Send(BM_GETSTATE) & BST_PUSHED) != 0);
+        CHECK(scene.Face() == TEST_FACE_PRESSED);
+        CHECK(scene.dialog.Got(WM_LBUTTONDOWN) ==
+              std::vector<TestDialog::Message>{{WM_LBUTTONDOWN, MK_LBUTTON, scene.InDialog(3, 4)}});
+        TestDialog::Pump();
+        CHECK(scene.dialog.Got(WM_NCLBUTTONDOWN).empty());          // the dialog does not move
+        CHECK(::GetFocus() == scene.dialog.Child(TEST_CHILD_EDIT)); // original code is not run
+        ::ReleaseCapture();
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+    });
+}
+
+TEST_CASE("Press: without the capture it is not shown, and still forwarded", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        const ImportPatch<"SetCapture", decltype(::SetCapture)> failing(
+            "user32.dll", [](HWND) { return static_cast<HWND>(nullptr); });
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        CHECK(scene.dialog.Got(WM_LBUTTONDOWN).size() == 1);
+    });
+}
+
+TEST_CASE("Release: inside brings one command, and the capture ends", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        CHECK(scene.Commands().empty());
+        CHECK(scene.Send(WM_LBUTTONUP, 0, MAKELPARAM(3, 4)) == 0);
+        CHECK(scene.Commands() == std::vector<TestDialog::Message>{
+                                      {WM_COMMAND, MAKEWPARAM(TEST_CHILD_BUTTON, BN_CLICKED),
+                                       reinterpret_cast<LPARAM>(scene.window)}});
+        CHECK(::GetCapture() == nullptr);
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        CHECK(scene.dialog.Got(WM_LBUTTONUP) ==
+              std::vector<TestDialog::Message>{{WM_LBUTTONUP, 0, scene.InDialog(3, 4)}});
+    });
+}
+
+TEST_CASE("Release: pressing, moving out and back in, then releasing brings one command", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        scene.Send(WM_MOUSEMOVE, MK_LBUTTON, kOutside);
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        scene.Send(WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(-1, -1));
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        scene.Send(WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(0, 0));
+        CHECK(scene.Face() == TEST_FACE_PRESSED);
+        scene.Send(WM_LBUTTONUP, 0, kInside);
+        CHECK(scene.Commands().size() == 1);
+    });
+}
+
+TEST_CASE("Release: outside brings none, and is forwarded", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        scene.Send(WM_MOUSEMOVE, MK_LBUTTON, kOutside);
+        scene.Send(WM_LBUTTONUP, 0, kOutside);
+        CHECK(scene.Commands().empty());
+        CHECK(::GetCapture() == nullptr);
+        CHECK(scene.dialog.Got(WM_LBUTTONUP).size() == 1);
+    });
+}
+
+TEST_CASE("Release: without the capture brings none, and is forwarded", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONUP, 0, kInside);
+        CHECK(scene.Commands().empty());
+        CHECK(scene.dialog.Got(WM_LBUTTONUP).size() == 1);
+    });
+}
+
+TEST_CASE("Release: the command may destroy button and dialog", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.dialog.onMessage = [&](const TestDialog::Message& message) {
+            if (message.message == WM_COMMAND)
+            {
+                ::DestroyWindow(scene.window);
+            }
+        };
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        scene.Send(WM_LBUTTONUP, 0, kInside);
+        CHECK(scene.button.Window() == nullptr);
+        CHECK(scene.Commands().size() == 1);
+    });
+}
+
+TEST_CASE("Double click: the pressed face, no capture, no command; forwarded", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        CHECK(scene.Send(WM_LBUTTONDBLCLK, MK_LBUTTON, MAKELPARAM(3, 4)) == 0);
+        CHECK(scene.Face() == TEST_FACE_PRESSED);
+        CHECK(::GetCapture() == nullptr);
+        CHECK(
+            scene.dialog.Got(WM_LBUTTONDBLCLK) ==
+            std::vector<TestDialog::Message>{{WM_LBUTTONDBLCLK, MK_LBUTTON, scene.InDialog(3, 4)}});
+        scene.Send(WM_LBUTTONUP, 0, MAKELPARAM(3, 4));
+        CHECK(scene.Commands().empty());
+    });
+}
+
+TEST_CASE("WM_CAPTURECHANGED: a pressed button is no longer", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONDBLCLK, MK_LBUTTON, kInside);
+        scene.Send(WM_CAPTURECHANGED);
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        scene.dialog.Forget();
+        scene.Send(WM_CAPTURECHANGED); // nothing changes, nothing is painted
+        CHECK(scene.dialog.Got(WM_CTLCOLORSTATIC).empty());
+    });
+}
+
+TEST_CASE("WM_MOUSEMOVE: hot once, with leave tracking; WM_MOUSELEAVE ends it", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        using TrackPatch = ImportPatch<"_TrackMouseEvent", decltype(::_TrackMouseEvent)>;
+        TRACKMOUSEEVENT asked{};
+        const TrackPatch track("comctl32.dll", [&](TRACKMOUSEEVENT* event) {
+            asked = *event;
+            return TRUE; // the pointer is elsewhere, so the system would end it at once
+        });
+        scene.Send(WM_MOUSEMOVE, 0, kInside);
+        CHECK(scene.Face() == TEST_FACE_HOT);
+        CHECK(track.Calls() == 1);
+        CHECK(asked.dwFlags == TME_LEAVE);
+        CHECK(asked.hwndTrack == scene.window);
+        scene.dialog.Forget();
+        scene.Send(WM_MOUSEMOVE, 0, kInside);
+        CHECK(track.Calls() == 1);
+        CHECK(scene.dialog.Got(WM_CTLCOLORSTATIC).empty()); // not painted again
+
+        CHECK(scene.Send(WM_MOUSELEAVE) == 0);
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+        scene.dialog.Forget();
+        scene.Send(WM_MOUSELEAVE);
+        CHECK(scene.dialog.Got(WM_CTLCOLORSTATIC).empty());
+    });
+}
+
+TEST_CASE("WM_SETFOCUS, WM_KILLFOCUS: the focus shows the hot face", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        ::SetFocus(scene.window);
+        CHECK(scene.Face() == TEST_FACE_HOT);
+        CHECK((scene.Send(BM_GETSTATE) & BST_FOCUS) != 0); // the original procedure had it too
+        scene.Send(WM_LBUTTONDBLCLK, MK_LBUTTON, kInside);
+        CHECK(scene.Face() == TEST_FACE_PRESSED); // comes before the focus
+        scene.Send(WM_CAPTURECHANGED);
+        ::SetFocus(scene.dialog.Child(TEST_CHILD_EDIT));
+        CHECK(scene.Face() == TEST_FACE_NORMAL);
+    });
+}
+
+TEST_CASE("Keyboard: Space on the focused button brings the command", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        ::SetFocus(scene.window);
+        scene.Send(WM_KEYDOWN, VK_SPACE);
+        scene.Send(WM_KEYUP, VK_SPACE);
+        std::size_t clicks = 0;
+        for (const auto& command : scene.Commands())
+        {
+            clicks += command.wParam == MAKEWPARAM(TEST_CHILD_BUTTON, BN_CLICKED) ? 1U : 0U;
+        }
+        CHECK(clicks == 1);
+    });
+}

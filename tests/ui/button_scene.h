@@ -1,0 +1,98 @@
+#pragma once
+
+#include "tests/ui/pixels.h"
+#include "tests/ui/test_dialog.h"
+#include "ui/halden_style_button.h"
+
+#include <windows.h>
+
+#include <catch.hpp>
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace velt::test
+{
+inline constexpr COLORREF kBlack = RGB(0, 0, 0);
+
+/// A dialog that is shown with its button taken over.
+struct ButtonScene
+{
+    explicit ButtonScene(std::wstring buttonText = L"") : text(std::move(buttonText)) {}
+
+    template <class Body>
+    void Show(Body body)
+    {
+        dialog.Show([&] {
+            window = dialog.Child(TEST_CHILD_BUTTON);
+            ::SetWindowTextW(window, text.c_str());
+            ::SetWindowPos(window, nullptr, 100, 60, 80, 30, SWP_NOZORDER);
+            ::SetFocus(dialog.Child(TEST_CHILD_EDIT));
+            ::SetCursorPos(5, 5); // away from the button
+            REQUIRE(button.SubclassWindow(window));
+            ::UpdateWindow(dialog.Window());
+            ::UpdateWindow(window);
+            TestDialog::Pump();
+            dialog.Forget();
+            body();
+        });
+    }
+
+    LRESULT Send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const
+    {
+        return ::SendMessageW(window, message, wParam, lParam);
+    }
+
+    /// The face's colour at its left end, which is drawn unscaled in width.
+    UINT Face() const
+    {
+        const Pixels shown = Pixels::Of(window);
+        for (const UINT id :
+             std::initializer_list<UINT>{TEST_FACE_NORMAL, TEST_FACE_HOT, TEST_FACE_PRESSED})
+        {
+            if (shown.At(5, 0) == Pixels::OfResource(id).At(5, 0))
+            {
+                return id;
+            }
+        }
+        return 0;
+    }
+
+    std::vector<TestDialog::Message> Commands() const
+    {
+        return dialog.Got(WM_COMMAND);
+    }
+
+    /// Where the dialog sees a point of the button.
+    LPARAM InDialog(int x, int y) const
+    {
+        return MAKELPARAM(100 + x, 60 + y);
+    }
+
+    std::wstring text;
+    TestDialog dialog{TEST_DIALOG};
+    CHaldenStyleButton button{TEST_FACE_NORMAL, TEST_FACE_HOT, TEST_FACE_PRESSED};
+    HWND window = nullptr;
+};
+
+inline constexpr LPARAM kInside = MAKELPARAM(40, 15);
+inline constexpr LPARAM kOutside = MAKELPARAM(200, 15);
+
+/// What the face looks like on a button of 80 x 30, on black ground: the test's own account.
+inline Pixels ExpectedFace(UINT id)
+{
+    const Pixels face = Pixels::OfResource(id);
+    Pixels expected(80, 30);
+    ::SetStretchBltMode(expected.Context(), COLORONCOLOR);
+    const int slices[][4] = {{0, 10, 0, 10}, {10, 10, 10, 60}, {20, 10, 70, 10}};
+    for (const auto& [sourceX, sourceWidth, targetX, targetWidth] : slices)
+    {
+        ::StretchBlt(expected.Context(), targetX, 0, targetWidth, 30, face.Context(), sourceX, 0,
+                     sourceWidth, 12, SRCCOPY);
+    }
+    expected.Flush();
+    return expected;
+}
+} // namespace velt::test

@@ -1,0 +1,87 @@
+#include "tests/ui/frame_scene.h"
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt;
+using namespace velt::test;
+
+TEST_CASE("Caption: drawn in the text colour where child 1006 is, which stays hidden", "[ui]")
+{
+    const auto [isSet, colour] =
+        GENERATE(table<bool, COLORREF>({{false, RGB(255, 255, 255)}, {true, RGB(0, 0, 1)}}));
+    TestDialog dialog(TEST_DIALOG);
+    if (isSet)
+    {
+        dialog.SetTextColour(colour);
+    }
+    dialog.Show([&, colour = colour] {
+        ::UpdateWindow(dialog.Window());
+        const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
+        const Pixels shown = Pixels::Of(dialog.Window());
+        const int inside = shown.Count(colour, area);
+        CHECK(inside > 20);
+        CHECK(shown.Count(colour, {0, 0, shown.Width(), area.bottom}) == inside);
+        CHECK_FALSE(::IsWindowVisible(dialog.Child(TEST_CHILD_CAPTION)));
+        PaintAlone(dialog); // drawn over itself, smooth text would grow
+        CHECK(Pixels::Of(dialog.Window()).Count(colour, area) == inside);
+    });
+}
+
+TEST_CASE("Caption: another colour, and another place of child 1006, show with the next painting",
+          "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        ::UpdateWindow(dialog.Window());
+        const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
+        dialog.SetTextColour(RGB(0, 0, 1));
+        PaintAlone(dialog);
+        const Pixels coloured = Pixels::Of(dialog.Window());
+        CHECK(coloured.Count(RGB(255, 255, 255), area) == 0);
+        CHECK(coloured.Count(RGB(0, 0, 1), area) > 20);
+
+        ::SetWindowPos(dialog.Child(TEST_CHILD_CAPTION), nullptr, area.left, area.top + 100, 0, 0,
+                       SWP_NOSIZE | SWP_NOZORDER);
+        PaintAlone(dialog);
+        const Pixels moved = Pixels::Of(dialog.Window());
+        CHECK(moved.Count(RGB(0, 0, 1), area) == 0);
+        CHECK(moved.Count(RGB(0, 0, 1), ChildRect(dialog, TEST_CHILD_CAPTION)) > 20);
+    });
+}
+
+TEST_CASE("Caption: the font is Arial, 12 pixels, weight 600", "[ui]")
+{
+    LOGFONTW base{};
+    ::GetObjectW(::GetStockObject(DEFAULT_GUI_FONT), sizeof(base), &base);
+    LOGFONTW made{};
+    {
+        ImportPatch<"CreateFontIndirectW", decltype(::CreateFontIndirectW)> create(
+            "gdi32.dll", [&](const LOGFONTW* font) {
+                made = *font;
+                return decltype(create)::Original(font);
+            });
+        const TestDialog dialog(TEST_DIALOG);
+    }
+    CHECK(std::wstring(made.lfFaceName) == L"Arial");
+    CHECK(made.lfHeight == -12);
+    CHECK(made.lfWeight == 600);
+    CHECK(made.lfCharSet == base.lfCharSet);
+    CHECK(made.lfQuality == base.lfQuality);
+    CHECK(made.lfItalic == base.lfItalic);
+    CHECK(made.lfPitchAndFamily == base.lfPitchAndFamily);
+}
+
+TEST_CASE("Caption: none for an empty text", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        ::SetDlgItemTextW(dialog.Window(), TEST_CHILD_CAPTION, L"");
+        ::SendMessageW(dialog.Window(), WM_CREATE, 0, 0);
+        dialog.Resize(300, 200);
+        PaintAlone(dialog);
+        const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
+        CHECK(Pixels::Of(dialog.Window()).Count(RGB(255, 255, 255), area) == 0);
+    });
+}

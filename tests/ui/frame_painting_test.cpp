@@ -1,0 +1,152 @@
+#include "tests/ui/frame_scene.h"
+
+#include <catch.hpp>
+
+using namespace velt;
+using namespace velt::test;
+
+TEST_CASE("WM_SIZE: the skin is composed for any size, corners as they are, edges stretched",
+          "[ui]")
+{
+    const auto [width, height] = GENERATE(table<int, int>({{60, 40},
+                                                           {200, 150},
+                                                           {61, 41},
+                                                           {300, 40},
+                                                           {60, 180},
+                                                           {22, 15},
+                                                           {21, 14},
+                                                           {19, 9},
+                                                           {5, 5}}));
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&, width = width, height = height] {
+        dialog.Resize(width, height);
+        RECT client{};
+        ::GetClientRect(dialog.Window(), &client);
+        REQUIRE(client.right == width);
+        CHECK(WrongPixels(dialog, ExpectedSkin(TEST_SKIN, width, height)) == 0);
+    });
+}
+
+TEST_CASE("WM_SIZE: the size is that of the message; the window is painted at once", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&] {
+        dialog.Resize(100, 80);
+        ::ValidateRect(dialog.Window(), nullptr);
+        dialog.Forget();
+        CHECK(::SendMessageW(dialog.Window(), WM_SIZE, SIZE_RESTORED, MAKELPARAM(90, 70)) == 0);
+        CHECK(dialog.Got(WM_PAINT).size() == 1);
+        CHECK(::GetUpdateRect(dialog.Window(), nullptr, FALSE) == FALSE);
+        RECT box{};
+        ::GetRgnBox(Outline(dialog.Window()).region.Get(), &box);
+        CHECK(box.right == 90);
+        CHECK(box.bottom == 70);
+    });
+}
+
+TEST_CASE("WM_PAINT: the first one composes the skin when no WM_SIZE did", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&] {
+        RECT client{};
+        ::GetClientRect(dialog.Window(), &client);
+        ::UpdateWindow(dialog.Window());
+        CHECK(WrongPixels(dialog, ExpectedSkin(TEST_SKIN, client.right, client.bottom)) == 0);
+    });
+}
+
+TEST_CASE("Region: a skin of pure red alone is an empty one, one without red a whole rectangle",
+          "[ui]")
+{
+    const auto [skin, type] = GENERATE(
+        table<UINT, int>({{TEST_SKIN_ALL_RED, NULLREGION}, {TEST_SKIN_NO_RED, SIMPLEREGION}}));
+    // Of one size, because corners of different sizes leave gaps between the bands.
+    TestDialog dialog(TEST_DIALOG_BARE, skin, true, {{9, 9}, {9, 9}, {9, 9}, {9, 9}});
+    dialog.Show([&, type = type] {
+        dialog.Resize(100, 80);
+        const Outline outline(dialog.Window());
+        CHECK(outline.type == type);
+        RECT box{};
+        ::GetRgnBox(outline.region.Get(), &box);
+        CHECK(box.right == (type == NULLREGION ? 0 : 100));
+        CHECK(box.bottom == (type == NULLREGION ? 0 : 80));
+    });
+}
+
+TEST_CASE("Region: one that cannot be built leaves the window without", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&] {
+        dialog.Resize(100, 80);
+        CHECK(Outline(dialog.Window()).type == COMPLEXREGION);
+        const ImportPatch<"CreateDIBSection", decltype(::CreateDIBSection)> failing(
+            "gdi32.dll", [](HDC, const BITMAPINFO*, UINT, void**, HANDLE, DWORD) {
+                return static_cast<HBITMAP>(nullptr);
+            });
+        dialog.Resize(90, 70);
+        CHECK(failing.Calls() > 0);
+        CHECK(Outline(dialog.Window()).type == ERROR);
+    });
+}
+
+TEST_CASE("WM_PAINT: a failure is caught, and painting has ended", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&] {
+        const ImportPatch<"CreateCompatibleDC", decltype(::CreateCompatibleDC)> failing(
+            "gdi32.dll", [](HDC) { return static_cast<HDC>(nullptr); });
+        dialog.Resize(90, 70);
+        ::InvalidateRect(dialog.Window(), nullptr, TRUE);
+        ::UpdateWindow(dialog.Window());
+        CHECK(failing.Calls() > 0);
+        CHECK(::GetUpdateRect(dialog.Window(), nullptr, FALSE) == FALSE);
+    });
+}
+
+TEST_CASE("WM_PAINT: child 201 is never painted over, the rest is", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BROWSER);
+    dialog.Show([&] {
+        ::UpdateWindow(dialog.Window());
+        RECT client{};
+        ::GetClientRect(dialog.Window(), &client);
+        const RECT child = ChildRect(dialog, TEST_CHILD_BROWSER);
+        {
+            const WindowDc context(dialog.Window());
+            ::FillRect(context.Get(), &client, static_cast<HBRUSH>(::GetStockObject(BLACK_BRUSH)));
+        }
+        PaintAlone(dialog);
+        const Pixels shown = Pixels::Of(dialog.Window());
+        const Pixels skin = ExpectedSkin(TEST_SKIN, client.right, client.bottom);
+        CHECK(shown.Count(RGB(0, 0, 0), child) ==
+              (child.right - child.left) * (child.bottom - child.top));
+        for (const RECT& side : {RECT{child.left, child.top - 1, child.right, child.top},
+                                 RECT{child.left - 1, child.top, child.left, child.bottom},
+                                 RECT{child.right, child.top, child.right + 1, child.bottom},
+                                 RECT{child.left, child.bottom, child.right, child.bottom + 1}})
+        {
+            CHECK(shown.Count(RGB(0, 0, 0), side) == 0);
+        }
+        CHECK(shown.At(20, 3) == skin.At(20, 3));
+        CHECK(shown.At(client.right - 20, client.bottom - 3) ==
+              skin.At(client.right - 20, client.bottom - 3));
+    });
+}
+
+TEST_CASE("WM_PAINT: a dialog that is not skinned paints nothing and has no region", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE, TEST_SKIN, false);
+    dialog.Show([&] {
+        dialog.Resize(100, 80);
+        const RECT client{0, 0, 100, 80};
+        {
+            const WindowDc context(dialog.Window());
+            ::FillRect(context.Get(), &client, static_cast<HBRUSH>(::GetStockObject(BLACK_BRUSH)));
+        }
+        ::InvalidateRect(dialog.Window(), nullptr, FALSE);
+        ::UpdateWindow(dialog.Window());
+        CHECK(::GetUpdateRect(dialog.Window(), nullptr, FALSE) == FALSE);
+        CHECK(Pixels::Of(dialog.Window()).Count(RGB(0, 0, 0)) == 100 * 80);
+        CHECK(Outline(dialog.Window()).type == ERROR);
+    });
+}
