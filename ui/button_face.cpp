@@ -21,7 +21,7 @@ ButtonFace::ButtonFace(UINT id) noexcept : m_id(id) {}
 
 void ButtonFace::Draw(HDC target, Size button) noexcept
 {
-    if (!m_mask && !Load(target))
+    if (!m_mask && !Load())
     {
         return;
     }
@@ -36,7 +36,7 @@ void ButtonFace::Draw(HDC target, Size button) noexcept
     }
 }
 
-bool ButtonFace::Load(HDC context) noexcept
+bool ButtonFace::Load() noexcept
 {
     BITMAP info{};
     UniqueBitmap face(::LoadBitmapW(OwnModule(), MAKEINTRESOURCEW(m_id)));
@@ -45,14 +45,17 @@ bool ButtonFace::Load(HDC context) noexcept
         return false;
     }
     UniqueBitmap mask(::CreateBitmap(info.bmWidth, info.bmHeight, 1, 1, nullptr));
-    UniqueMemoryDc faceContext(::CreateCompatibleDC(context));
-    UniqueMemoryDc maskContext(::CreateCompatibleDC(context));
-    ::SelectObject(faceContext.Get(), face.Get());
-    ::SelectObject(maskContext.Get(), mask.Get());
+    UniqueMemoryDc faceContext(::CreateCompatibleDC(nullptr)); // the screen's, as the bitmap
+    UniqueMemoryDc maskContext(::CreateCompatibleDC(nullptr));
+    if (!faceContext || !maskContext || !mask || !::SelectObject(faceContext.Get(), face.Get()) ||
+        !::SelectObject(maskContext.Get(), mask.Get()))
+    {
+        return false;
+    }
     // Turned to monochrome, pixels of the background colour become 1: black ones.
     ::SetBkColor(faceContext.Get(), RGB(0, 0, 0));
-    if (!mask || !::BitBlt(maskContext.Get(), 0, 0, info.bmWidth, info.bmHeight, faceContext.Get(),
-                           0, 0, SRCCOPY))
+    if (!::BitBlt(maskContext.Get(), 0, 0, info.bmWidth, info.bmHeight, faceContext.Get(), 0, 0,
+                  SRCCOPY))
     {
         return false;
     }

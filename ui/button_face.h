@@ -15,15 +15,17 @@ public:
     explicit ButtonFace(UINT id) noexcept;
 
     /// Draws the face in three slices at the context's origin, of the size `button`; nothing when
-    /// it cannot be loaded. Changes the context's colours and stretch mode.
+    /// it cannot be loaded, which is tried again the next time. Changes the context's colours and
+    /// stretch mode.
     void Draw(HDC target, Size button) noexcept;
 
 private:
-    bool Load(HDC context) noexcept;
+    bool Load() noexcept;
 
     UINT m_id;
     Size m_size{};
-    // Selected for good, because selecting costs more than drawing; the contexts are closed first.
+    // By design, loaded once and selected for good, into contexts that do not depend on where the
+    // face was drawn first: both cost more than drawing. The contexts are closed first.
     UniqueBitmap m_faceBitmap;
     UniqueBitmap m_maskBitmap; // monochrome; 1 where the face is black
     UniqueMemoryDc m_face;

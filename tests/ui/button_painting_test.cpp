@@ -161,3 +161,52 @@ TEST_CASE("Faces: each is loaded once", "[ui]")
         CHECK(load.Calls() == 2);
     });
 }
+
+TEST_CASE("Faces: one that a context refuses is loaded again the next time", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        const Pixels target(80, 30);
+        const auto draw = [&] {
+            scene.Send(WM_PRINTCLIENT, reinterpret_cast<WPARAM>(target.Context()), PRF_CLIENT);
+        };
+        {
+            using SelectPatch = ImportPatch<"SelectObject", decltype(::SelectObject)>;
+            const SelectPatch refusing("gdi32.dll", [](HDC context, HGDIOBJ object) {
+                BITMAP info{};
+                const bool isFace = ::GetObjectType(object) == OBJ_BITMAP &&
+                                    ::GetObjectW(object, sizeof(info), &info) != 0 &&
+                                    info.bmHeight == 12;
+                return isFace ? nullptr : SelectPatch::Original(context, object);
+            });
+            scene.Send(WM_MOUSEMOVE, 0, MAKELPARAM(40, 15));
+            draw();
+            CHECK(target.At(5, 0) == kBlack);
+        }
+        draw();
+        target.Flush();
+        CHECK(target == ExpectedFace(TEST_FACE_HOT));
+    });
+}
+
+TEST_CASE("Faces: what they are drawn on first makes no difference", "[ui]")
+{
+    // Contexts that were made for the target could not take the bitmaps of the screen.
+    using ContextPatch = ImportPatch<"CreateCompatibleDC", decltype(::CreateCompatibleDC)>;
+    ButtonScene scene;
+    scene.Show([&] {
+        const Pixels target(80, 30);
+        int forTarget = 0;
+        int forScreen = 0;
+        scene.Send(WM_SETREDRAW, FALSE); // or the pressed face would be painted at once
+        scene.Send(WM_LBUTTONDBLCLK, MK_LBUTTON, MAKELPARAM(3, 4));
+        const ContextPatch patch("gdi32.dll", [&](HDC context) {
+            forTarget += context == target.Context() ? 1 : 0;
+            forScreen += context ? 0 : 1;
+            return ContextPatch::Original(context);
+        });
+        scene.Send(WM_PRINTCLIENT, reinterpret_cast<WPARAM>(target.Context()), PRF_CLIENT);
+        CHECK(forTarget == 1); // for the picture of the button
+        CHECK(forScreen == 2); // for the face and its mask
+    });
+}
