@@ -27,12 +27,22 @@ CHaldenStyleButton::CHaldenStyleButton(UINT normalId, UINT hotId, UINT pressedId
 {
 }
 
+CHaldenStyleButton::~CHaldenStyleButton()
+{
+    if (const HWND window = Window())
+    {
+        const LONG_PTR style = ::GetWindowLongPtrW(window, GWL_STYLE);
+        ::SetWindowLongPtrW(window, GWL_STYLE, (style & ~LONG_PTR{BS_TYPEMASK}) | m_typeBefore);
+    }
+}
+
 bool CHaldenStyleButton::SubclassWindow(HWND button) noexcept
 {
     if (!m_subclass.Attach(button, &CHaldenStyleButton::HandleMessage, this))
     {
         return false;
     }
+    m_typeBefore = ::GetWindowLongPtrW(button, GWL_STYLE) & BS_TYPEMASK;
     m_state = 0;
     OnInitialise();
     return true;
@@ -138,14 +148,18 @@ LRESULT CHaldenStyleButton::OnPrintClient(HDC context) noexcept
 
 LRESULT CHaldenStyleButton::OnLeftButtonDown(WPARAM keys, LPARAM point) noexcept
 {
-    ::SetCapture(Window());
-    ::SendMessageW(Window(), BM_SETSTATE, TRUE, 0);
-    if (::GetCapture() == Window())
+    // The dialog draws an owner-drawn button, and may destroy this one then.
+    const HWND window = Window();
+    const HWND parent = ::GetParent(window);
+    const LPARAM pointInParent = InParent(point);
+    ::SetCapture(window);
+    ::SendMessageW(window, BM_SETSTATE, TRUE, 0);
+    if (::GetCapture() == window)
     {
         m_state |= kPressed;
         Repaint();
     }
-    ::SendMessageW(::GetParent(Window()), WM_LBUTTONDOWN, keys, InParent(point));
+    ::SendMessageW(parent, WM_LBUTTONDOWN, keys, pointInParent);
     return 0;
 }
 
@@ -171,8 +185,10 @@ LRESULT CHaldenStyleButton::OnLeftButtonUp(WPARAM keys, LPARAM point) noexcept
 /// By design, the second press of a double click shows the pressed face and brings no command.
 LRESULT CHaldenStyleButton::OnLeftButtonDoubleClick(WPARAM keys, LPARAM point) noexcept
 {
+    const HWND parent = ::GetParent(Window());
+    const LPARAM pointInParent = InParent(point);
     SetState(kPressed, true);
-    ::SendMessageW(::GetParent(Window()), WM_LBUTTONDBLCLK, keys, InParent(point));
+    ::SendMessageW(parent, WM_LBUTTONDBLCLK, keys, pointInParent);
     return 0;
 }
 
@@ -184,12 +200,13 @@ LRESULT CHaldenStyleButton::OnMouseLeave() noexcept
 
 void CHaldenStyleButton::OnMouseMove(LPARAM point) noexcept
 {
-    if (::GetCapture() == Window())
+    const HWND window = Window();
+    if (::GetCapture() == window)
     {
         POINT onScreen = PointFrom(point);
         RECT area{};
-        ::ClientToScreen(Window(), &onScreen);
-        ::GetWindowRect(Window(), &area);
+        ::ClientToScreen(window, &onScreen);
+        ::GetWindowRect(window, &area);
         SetState(kPressed, ::PtInRect(&area, onScreen) != FALSE);
     }
     else if (!Has(kHot))
@@ -198,7 +215,7 @@ void CHaldenStyleButton::OnMouseMove(LPARAM point) noexcept
         TRACKMOUSEEVENT leave{};
         leave.cbSize = sizeof(leave);
         leave.dwFlags = TME_LEAVE;
-        leave.hwndTrack = Window();
+        leave.hwndTrack = window;
         ::_TrackMouseEvent(&leave);
     }
 }
@@ -263,8 +280,12 @@ bool CHaldenStyleButton::Has(std::uint32_t bit) const noexcept
 
 void CHaldenStyleButton::Repaint() const noexcept
 {
-    ::InvalidateRect(Window(), nullptr, TRUE);
-    ::UpdateWindow(Window());
+    // Without a window, every window of the screen would be invalidated.
+    if (const HWND window = Window())
+    {
+        ::InvalidateRect(window, nullptr, TRUE);
+        ::UpdateWindow(window);
+    }
 }
 
 void CHaldenStyleButton::Draw(HDC context) noexcept

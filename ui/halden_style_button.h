@@ -23,8 +23,8 @@ public:
     CHaldenStyleButton(const CHaldenStyleButton&) = delete;
     CHaldenStyleButton& operator=(const CHaldenStyleButton&) = delete;
 
-    /// Gives the window its own procedure back.
-    ~CHaldenStyleButton() = default;
+    /// Gives the button its own procedure and its kind back.
+    ~CHaldenStyleButton();
 
     /// Takes the button over and makes it owner-drawn. An object takes one button at a time; false,
     /// and nothing has changed, when it has one or the window cannot be taken.
@@ -63,11 +63,12 @@ private:
     void Draw(HDC context) noexcept;
     LPARAM InParent(LPARAM point) const noexcept;
 
-    velt::WindowSubclass m_subclass;
     velt::UniqueWindow m_tooltip;
     std::wstring m_tooltipText;
     velt::ButtonFace m_normalFace;
     velt::ButtonFace m_hotFace;
     velt::ButtonFace m_pressedFace;
-    std::uint32_t m_state = 0; // of the bits above
+    std::uint32_t m_state = 0;       // of the bits above
+    LONG_PTR m_typeBefore = 0;       // the kind of button it was, of BS_TYPEMASK
+    velt::WindowSubclass m_subclass; // last: no message comes to what has ended
 };

@@ -72,11 +72,11 @@ WNDPROC WindowSubclass::Original() const noexcept
 LRESULT CALLBACK WindowSubclass::Procedure(HWND window, UINT message, WPARAM wParam,
                                            LPARAM lParam) noexcept
 {
-    const HANDLE kept = ::GetPropW(window, kOriginal);
     if (const auto* const self = static_cast<const WindowSubclass*>(::GetPropW(window, kObject)))
     {
         return self->m_handler(self->m_owner, message, wParam, lParam);
     }
+    const HANDLE kept = ::GetPropW(window, kOriginal);
     if (message == WM_NCDESTROY)
     {
         ::RemovePropW(window, kOriginal);

@@ -6,6 +6,9 @@ namespace velt
 {
 /// Puts a procedure of ours before that of a window, and takes it away again. One object takes one
 /// window at a time, and a window is taken once at a time. Lives on the thread of the window.
+///
+/// Not by SetWindowSubclass: the common controls of version 5, which a host without a manifest has,
+/// need not export it by its name, and a library whose import is missing does not load at all.
 class WindowSubclass
 {
 public:

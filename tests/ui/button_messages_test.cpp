@@ -6,10 +6,81 @@
 #include <catch.hpp>
 
 #include <cstddef>
+#include <memory>
+#include <utility>
 #include <vector>
 
 using namespace velt;
 using namespace velt::test;
+
+namespace
+{
+/// A window and its button, which both end, with the button's object, within the first message of
+/// a kind that comes to either. Whatever touches the object afterwards ends the program.
+struct Doomed
+{
+    explicit Doomed(UINT message)
+        : memory(::VirtualAlloc(nullptr, sizeof(CHaldenStyleButton), MEM_COMMIT, PAGE_READWRITE)),
+          ending(message)
+    {
+        s_current = this;
+        parent.Reset(::CreateWindowExW(0, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0, 200, 100,
+                                       nullptr, nullptr, nullptr, nullptr));
+        const HWND window = ::CreateWindowExW(0, L"BUTTON", L"", WS_CHILD | WS_VISIBLE, 10, 10, 80,
+                                              30, parent.Get(), nullptr, nullptr, nullptr);
+        REQUIRE(window);
+        parentProcedure = Replace(parent.Get());
+        buttonProcedure = Replace(window);
+        button =
+            new (memory) CHaldenStyleButton(TEST_FACE_NORMAL, TEST_FACE_HOT, TEST_FACE_PRESSED);
+        REQUIRE(button->SubclassWindow(window));
+    }
+
+    Doomed(const Doomed&) = delete;
+    Doomed& operator=(const Doomed&) = delete;
+
+    ~Doomed()
+    {
+        ::VirtualFree(memory, 0, MEM_RELEASE);
+    }
+
+    void End()
+    {
+        parent.Reset();
+        std::destroy_at(std::exchange(button, nullptr));
+        DWORD old = 0;
+        ::VirtualProtect(memory, sizeof(CHaldenStyleButton), PAGE_NOACCESS, &old);
+    }
+
+    static WNDPROC Replace(HWND window)
+    {
+        return reinterpret_cast<WNDPROC>(
+            ::SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&Below)));
+    }
+
+    static LRESULT CALLBACK Below(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+    {
+        Doomed& self = *s_current;
+        const WNDPROC original =
+            window == self.parent.Get() ? self.parentProcedure : self.buttonProcedure;
+        if (message == self.ending && self.button)
+        {
+            self.End();
+            return 0;
+        }
+        return ::CallWindowProcW(original, window, message, wParam, lParam);
+    }
+
+    inline static Doomed* s_current = nullptr;
+
+    void* memory;
+    UINT ending;
+    UniqueWindow parent;
+    WNDPROC parentProcedure = nullptr;
+    WNDPROC buttonProcedure = nullptr;
+    CHaldenStyleButton* button = nullptr;
+};
+} // namespace
 
 TEST_CASE("Press: captured, shown, set as pushed and forwarded with the parent's point", "[ui]")
 {
@@ -97,20 +168,55 @@ TEST_CASE("Release: without the capture brings none, and is forwarded", "[ui]")
     });
 }
 
-TEST_CASE("Release: the command may destroy button and dialog", "[ui]")
+TEST_CASE("Press, release: what they bring about may end the dialog, the button and its object",
+          "[ui]")
 {
+    const UINT ending = GENERATE(as<UINT>(), BM_SETSTATE, WM_LBUTTONDOWN, WM_COMMAND);
+    Doomed doomed(ending);
+    using InvalidatePatch = ImportPatch<"InvalidateRect", decltype(::InvalidateRect)>;
+    bool isEachOfAWindow = true;
+    const InvalidatePatch invalidate("user32.dll", [&](HWND window, const RECT* area, BOOL erase) {
+        isEachOfAWindow = isEachOfAWindow && window;
+        return InvalidatePatch::Original(window, area, erase);
+    });
+    const HWND window = doomed.button->Window();
+    ::SendMessageW(window, WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+    CHECK((ending == WM_COMMAND) == (::IsWindow(window) != FALSE));
+    ::SendMessageW(window, WM_LBUTTONUP, 0, kInside);
+    CHECK_FALSE(::IsWindow(window));
+    CHECK(doomed.button == nullptr);
+    CHECK(::GetCapture() == nullptr);
+    CHECK(isEachOfAWindow); // null would be all windows of the screen
+}
+
+TEST_CASE("WM_LBUTTONDBLCLK, WM_MOUSEMOVE: painting may destroy the button", "[ui]")
+{
+    const UINT message = GENERATE(as<UINT>(), WM_LBUTTONDBLCLK, WM_MOUSEMOVE);
     ButtonScene scene;
     scene.Show([&] {
-        scene.dialog.onMessage = [&](const TestDialog::Message& message) {
-            if (message.message == WM_COMMAND)
+        using TrackPatch = ImportPatch<"_TrackMouseEvent", decltype(::_TrackMouseEvent)>;
+        HWND tracked = nullptr;
+        const TrackPatch track("comctl32.dll", [&](TRACKMOUSEEVENT* event) {
+            tracked = event->hwndTrack;
+            return TRUE;
+        });
+        scene.dialog.onMessage = [&](const TestDialog::Message& got) {
+            if (got.message == WM_CTLCOLORSTATIC)
             {
                 ::DestroyWindow(scene.window);
             }
         };
-        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
-        scene.Send(WM_LBUTTONUP, 0, kInside);
+        scene.Send(message, 0, MAKELPARAM(3, 4));
         CHECK(scene.button.Window() == nullptr);
-        CHECK(scene.Commands().size() == 1);
+        if (message == WM_LBUTTONDBLCLK)
+        {
+            CHECK(scene.dialog.Got(message) ==
+                  std::vector<TestDialog::Message>{{message, 0, scene.InDialog(3, 4)}});
+        }
+        else
+        {
+            CHECK(tracked == scene.window);
+        }
     });
 }
 

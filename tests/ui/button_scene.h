@@ -8,6 +8,7 @@
 
 #include <catch.hpp>
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -17,7 +18,7 @@ namespace velt::test
 {
 inline constexpr COLORREF kBlack = RGB(0, 0, 0);
 
-/// A dialog that is shown with its button taken over.
+/// A dialog that is shown with its button taken over. One at a time.
 struct ButtonScene
 {
     explicit ButtonScene(std::wstring buttonText = L"") : text(std::move(buttonText)) {}
@@ -31,11 +32,15 @@ struct ButtonScene
             ::SetWindowPos(window, nullptr, 100, 60, 80, 30, SWP_NOZORDER);
             ::SetFocus(dialog.Child(TEST_CHILD_EDIT));
             ::SetCursorPos(5, 5); // away from the button
+            s_shown = this;
+            m_original = reinterpret_cast<WNDPROC>(::SetWindowLongPtrW(
+                window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&ButtonScene::Below)));
             REQUIRE(button.SubclassWindow(window));
             ::UpdateWindow(dialog.Window());
             ::UpdateWindow(window);
             TestDialog::Pump();
             dialog.Forget();
+            passedOn.clear();
             body();
         });
     }
@@ -75,6 +80,24 @@ struct ButtonScene
     TestDialog dialog{TEST_DIALOG};
     CHaldenStyleButton button{TEST_FACE_NORMAL, TEST_FACE_HOT, TEST_FACE_PRESSED};
     HWND window = nullptr;
+    std::vector<TestDialog::Message> passedOn; // to the procedure that the window had
+    std::function<void(UINT)> onPassedOn;
+
+private:
+    static LRESULT CALLBACK Below(HWND button, UINT message, WPARAM wParam, LPARAM lParam)
+    {
+        ButtonScene& scene = *s_shown;
+        scene.passedOn.push_back({message, wParam, lParam});
+        if (scene.onPassedOn)
+        {
+            scene.onPassedOn(message);
+        }
+        return ::CallWindowProcW(scene.m_original, button, message, wParam, lParam);
+    }
+
+    inline static ButtonScene* s_shown = nullptr;
+
+    WNDPROC m_original = nullptr;
 };
 
 inline constexpr LPARAM kInside = MAKELPARAM(40, 15);

@@ -20,12 +20,14 @@ TEST_CASE("CHaldenStyleButton: takes one button over, makes it owner-drawn and g
         CHECK_FALSE(none.SubclassWindow(nullptr));
         CHECK(none.Window() == nullptr);
         const HWND radio = scene.dialog.Child(TEST_CHILD_RADIO);
+        const LONG_PTR style = ::GetWindowLongPtrW(radio, GWL_STYLE);
         {
             CHaldenStyleButton other(TEST_FACE_NORMAL, TEST_FACE_HOT, TEST_FACE_PRESSED);
             CHECK(other.SubclassWindow(radio));
             CHECK(::SendMessageW(radio, WM_INITDIALOG, 0, 0) == 1);
         }
         CHECK(::SendMessageW(radio, WM_INITDIALOG, 0, 0) == 0);
+        CHECK(::GetWindowLongPtrW(radio, GWL_STYLE) == style);
         ::DestroyWindow(scene.window);
         CHECK(scene.button.Window() == nullptr);
     });
