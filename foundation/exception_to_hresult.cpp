@@ -58,4 +58,9 @@ HRESULT HResultFromCurrentException() noexcept
         return Traced(E_UNEXPECTED, "unknown exception");
     }
 }
+
+void TraceCurrentException() noexcept
+{
+    HResultFromCurrentException();
+}
 } // namespace velt

@@ -11,4 +11,7 @@ namespace velt
 /// HRESULT_FROM_WIN32, std::bad_alloc is E_OUTOFMEMORY and everything else E_UNEXPECTED. The answer
 /// is never a success code.
 HRESULT HResultFromCurrentException() noexcept;
+
+/// Writes that trace, for those whom the exception does not concern further.
+void TraceCurrentException() noexcept;
 } // namespace velt

@@ -75,9 +75,11 @@ TEST_CASE("HResultFromCurrentException: each exception has its code, none a succ
     }
 }
 
-TEST_CASE("HResultFromCurrentException: a trace tells the code and the message first",
+TEST_CASE("HResultFromCurrentException, TraceCurrentException: a trace tells the code and the "
+          "message first",
           "[foundation]")
 {
+    const bool isTraceOnly = GENERATE(false, true);
     const velt::test::LanguageScope scope;
     UTrace::State state;
     UTrace::StartUp();
@@ -88,7 +90,7 @@ TEST_CASE("HResultFromCurrentException: a trace tells the code and the message f
     }
     catch (...)
     {
-        HResultFromCurrentException();
+        isTraceOnly ? velt::TraceCurrentException() : void(HResultFromCurrentException());
     }
     CHECK(output.Text().find("0xA0ABCDEF") != std::string::npos);
     CHECK(output.Text().find("operating system error: number = 0xA0ABCDEF - ") !=
