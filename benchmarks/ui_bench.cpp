@@ -65,7 +65,7 @@ PairedTimes BenchCompose()
     const UniqueBitmap skin = Load(VELT_SKIN);
     const Size skinSize = SizeOf(skin);
     const auto compose = [&] {
-        const UniqueBitmap composed = ComposeSkin(screen.Get(), skin.Get(), kCorners, kClient);
+        const UniqueBitmap composed = ComposeSkin(skin.Get(), kCorners, kClient);
         return RegionFromBitmap(composed.Get(), {0, 0}, kClient, kOutside);
     };
     const std::vector<char> data = DataOf(compose());

@@ -73,7 +73,7 @@ UniqueRegion RegionFromBitmap(HBITMAP bitmap, Point source, Size size, COLORREF 
     BITMAP info{};
     const UniqueMemoryDc from(::CreateCompatibleDC(nullptr));
     const UniqueMemoryDc to(::CreateCompatibleDC(nullptr));
-    const UniqueBitmap stretched = MakePixelBitmap(to.Get(), size);
+    const UniqueBitmap stretched = MakePixelBitmap(size);
     if (!from || !to || !stretched || ::GetObjectW(bitmap, sizeof(info), &info) == 0)
     {
         return {};

@@ -2,7 +2,7 @@
 
 namespace velt
 {
-UniqueBitmap MakePixelBitmap(HDC context, Size size) noexcept
+UniqueBitmap MakePixelBitmap(Size size) noexcept
 {
     if (size.width <= 0 || size.height <= 0)
     {
@@ -16,7 +16,7 @@ UniqueBitmap MakePixelBitmap(HDC context, Size size) noexcept
     info.bmiHeader.biBitCount = 32;
     info.bmiHeader.biCompression = BI_RGB;
     void* bits = nullptr;
-    return UniqueBitmap(::CreateDIBSection(context, &info, DIB_RGB_COLORS, &bits, nullptr, 0));
+    return UniqueBitmap(::CreateDIBSection(nullptr, &info, DIB_RGB_COLORS, &bits, nullptr, 0));
 }
 
 std::span<const std::uint32_t> PixelsOf(HBITMAP bitmap, Size size) noexcept

@@ -27,13 +27,12 @@ void Copy(HDC target, HDC source, const SliceCopy& slice) noexcept
 }
 } // namespace
 
-UniqueBitmap ComposeSkin(HDC context, HBITMAP skin, const CornerSizes& corners,
-                         Size client) noexcept
+UniqueBitmap ComposeSkin(HBITMAP skin, const CornerSizes& corners, Size client) noexcept
 {
     BITMAP info{};
-    const UniqueMemoryDc source(::CreateCompatibleDC(context));
-    const UniqueMemoryDc target(::CreateCompatibleDC(context));
-    UniqueBitmap composed = MakePixelBitmap(context, client);
+    const UniqueMemoryDc source(::CreateCompatibleDC(nullptr));
+    const UniqueMemoryDc target(::CreateCompatibleDC(nullptr));
+    UniqueBitmap composed = MakePixelBitmap(client);
     if (!source || !target || !composed || ::GetObjectW(skin, sizeof(info), &info) == 0)
     {
         return {};

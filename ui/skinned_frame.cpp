@@ -12,6 +12,7 @@
 
 #include <comdef.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -22,6 +23,7 @@ namespace
 constexpr int kCaptionChild = 1006;
 constexpr int kBrowserChild = 201;
 constexpr std::size_t kLongestCaption = 519;
+constexpr wchar_t kCaptionFace[] = L"Arial";
 constexpr COLORREF kControlColour = RGB(237, 237, 237);
 constexpr COLORREF kOutside = RGB(255, 0, 0); // of the skin, where the window is not
 
@@ -31,7 +33,7 @@ UniqueFont MakeCaptionFont() noexcept
     ::GetObjectW(::GetStockObject(DEFAULT_GUI_FONT), sizeof(attributes), &attributes);
     attributes.lfHeight = -12;
     attributes.lfWeight = 600;
-    ::lstrcpyW(attributes.lfFaceName, L"Arial");
+    std::ranges::copy(kCaptionFace, attributes.lfFaceName);
     return UniqueFont(::CreateFontIndirectW(&attributes));
 }
 
@@ -104,7 +106,7 @@ void SkinnedFrame::InitSkin(bool skinned, UINT dialogId, HINSTANCE module, UINT 
 void SkinnedFrame::SetTextColour(COLORREF colour) noexcept
 {
     m_textColour = colour;
-    m_composedSkin.Reset(); // has the caption in the old one
+    DropFace(); // which has the caption in the old one
 }
 
 INT_PTR SkinnedFrame::DoModal(HWND owner)
@@ -120,6 +122,8 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
         m_activeXItems = std::move(dialog->activeX);
     }
     m_composedSkin.Reset();
+    m_isCut = false;
+    m_hasEnded = false;
     const INT_PTR result = ::DialogBoxIndirectParamW(
         m_module, reinterpret_cast<const DLGTEMPLATE*>(dialog->words.data()), owner,
         &SkinnedFrame::DialogProc, reinterpret_cast<LPARAM>(this));
@@ -128,6 +132,17 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
         std::rethrow_exception(std::exchange(m_failure, nullptr));
     }
     return result;
+}
+
+void SkinnedFrame::End(INT_PTR result) noexcept
+{
+    m_hasEnded = true;
+    ::EndDialog(m_window, result);
+}
+
+bool SkinnedFrame::HasEnded() const noexcept
+{
+    return m_hasEnded;
 }
 
 HWND SkinnedFrame::Window() const noexcept
@@ -143,8 +158,7 @@ const std::wstring& SkinnedFrame::CaptionText() const noexcept
 void SkinnedFrame::SetCaptionText(std::wstring_view text)
 {
     m_captionText = text.substr(0, kLongestCaption);
-    m_composedSkin.Reset(); // has the old one
-    ::InvalidateRect(m_window, nullptr, FALSE);
+    DropFace(); // which has the old one
 }
 
 INT_PTR CALLBACK SkinnedFrame::DialogProc(HWND window, UINT message, WPARAM wParam,
@@ -192,7 +206,7 @@ INT_PTR SkinnedFrame::Answer(UINT message, WPARAM wParam, LPARAM lParam) noexcep
         {
             m_failure = std::current_exception();
         }
-        ::EndDialog(m_window, -1);
+        End(-1);
         return FALSE;
     }
 }
@@ -225,7 +239,7 @@ LRESULT SkinnedFrame::OnInitialise()
     CreateActiveXChildren(m_window, m_module, m_activeXItems);
     std::array<wchar_t, kLongestCaption + 1> text{};
     ::GetDlgItemTextW(m_window, kCaptionChild, text.data(), static_cast<int>(text.size()));
-    m_captionText = text.data();
+    SetCaptionText(text.data());
     return TRUE;
 }
 
@@ -240,7 +254,7 @@ LRESULT SkinnedFrame::OnPaint()
         }
         catch (...)
         {
-            HResultFromCurrentException(); // traced; the window stays as it was
+            TraceCurrentException(); // the window stays as it was
         }
     }
     return 0;
@@ -250,7 +264,8 @@ void SkinnedFrame::OnSize(int width, int height)
 {
     if (m_skinned)
     {
-        Compose({width, height});
+        ComposeFace({width, height});
+        CutOutline({width, height});
     }
     ::InvalidateRect(m_window, nullptr, TRUE);
     ::UpdateWindow(m_window);
@@ -281,19 +296,30 @@ std::optional<LRESULT> SkinnedFrame::OnControlColour(HDC context, HWND control)
     return reinterpret_cast<LRESULT>(brush);
 }
 
-void SkinnedFrame::Compose(Size client)
+void SkinnedFrame::ComposeFace(Size client) noexcept
 {
-    const WindowDc context(m_window);
-    if (!context.Get())
-    {
-        ThrowLastError();
-    }
     m_captionAt.reset();
     m_composedSkin.Reset();
-    m_composedSkin = ComposeSkin(context.Get(), m_skinSource.Get(), m_corners, client);
+    m_composedSkin = ComposeSkin(m_skinSource.Get(), m_corners, client);
+}
+
+/// To be called before the face has the caption: a red one would be outside.
+void SkinnedFrame::CutOutline(Size client) noexcept
+{
     m_region.Reset();
     m_region = RegionFromBitmap(m_composedSkin.Get(), {0, 0}, client, kOutside);
     SetOutline(m_window, m_region.Get());
+    m_isCut = static_cast<bool>(m_region);
+}
+
+/// Another face is composed with the next painting; the outline stays as it is.
+void SkinnedFrame::DropFace() noexcept
+{
+    m_composedSkin.Reset();
+    if (m_window) // without one, all windows of the screen would be painted
+    {
+        ::InvalidateRect(m_window, nullptr, FALSE);
+    }
 }
 
 void SkinnedFrame::PaintSkin(HDC context)
@@ -301,9 +327,13 @@ void SkinnedFrame::PaintSkin(HDC context)
     const Size client = ClientSize();
     const std::optional<PixelRect> caption = CaptionArea();
     // Smooth text must not be drawn over itself: one composed skin gets the caption once.
-    if (!m_composedSkin || (m_captionAt && m_captionAt != caption))
+    if (!m_composedSkin || !m_isCut || (m_captionAt && m_captionAt != caption))
     {
-        Compose(client);
+        ComposeFace(client);
+    }
+    if (!m_isCut)
+    {
+        CutOutline(client); // there was no WM_SIZE yet
     }
     const UniqueMemoryDc memory(::CreateCompatibleDC(context));
     if (!memory || !m_composedSkin)
@@ -316,13 +346,17 @@ void SkinnedFrame::PaintSkin(HDC context)
         DrawCaption(memory.Get(), *caption);
         m_captionAt = caption;
     }
-    // With a browser there are four parts around it, and one without.
-    const PixelRect browser =
-        ChildArea(kBrowserChild).value_or(PixelRect{0, client.height, 0, client.height});
-    for (const Area& part : AreasAround(client, browser))
-    {
+    const auto copy = [&](const Area& part) {
         ::BitBlt(context, part.x, part.y, part.width, part.height, memory.Get(), part.x, part.y,
                  SRCCOPY);
+    };
+    if (const std::optional<PixelRect> browser = ChildArea(kBrowserChild))
+    {
+        std::ranges::for_each(AreasAround(client, *browser), copy);
+    }
+    else
+    {
+        copy({0, 0, client.width, client.height});
     }
 }
 

@@ -34,6 +34,13 @@ public:
     /// rethrown here.
     INT_PTR DoModal(HWND owner);
 
+    /// Ends the dialog, which DoModal answers with `result`. While it is still being initialised,
+    /// its window stays until that is over.
+    void End(INT_PTR result) noexcept;
+
+    /// Whether the dialog has been ended.
+    bool HasEnded() const noexcept;
+
     /// The dialog's window; null when there is none.
     HWND Window() const noexcept;
 
@@ -69,7 +76,9 @@ private:
     LRESULT OnPaint();
     LRESULT OnLeftButtonDown(LPARAM point);
     std::optional<LRESULT> OnControlColour(HDC context, HWND control);
-    void Compose(Size client);
+    void ComposeFace(Size client) noexcept;
+    void CutOutline(Size client) noexcept;
+    void DropFace() noexcept;
     void PaintSkin(HDC context);
     void DrawCaption(HDC context, const PixelRect& area) const noexcept;
     std::optional<PixelRect> CaptionArea() const noexcept;
@@ -94,6 +103,8 @@ private:
     UniqueBrush m_controlBrush;
 
     std::optional<PixelRect> m_captionAt;    // where m_composedSkin has the caption already
+    bool m_isCut = false;                    // the window has the outline that is its own
+    bool m_hasEnded = false;                 // the dialog that is or was shown
     std::vector<ActiveXItem> m_activeXItems; // of the dialog that is shown
     HWND m_window = nullptr;                 // while the dialog is shown
     std::exception_ptr m_failure;            // of a message handler, for DoModal

@@ -3,6 +3,7 @@
 #include <catch.hpp>
 
 #include <string>
+#include <vector>
 
 using namespace velt;
 using namespace velt::test;
@@ -84,4 +85,63 @@ TEST_CASE("Caption: none for an empty text", "[ui]")
         const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
         CHECK(Pixels::Of(dialog.Window()).Count(RGB(255, 255, 255), area) == 0);
     });
+}
+
+TEST_CASE("Caption: a text that comes with WM_CREATE is drawn in the place of the one before",
+          "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        PaintAlone(dialog);
+        const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
+        CHECK(Pixels::Of(dialog.Window()).Count(RGB(255, 255, 255), area) > 20);
+        ::SetDlgItemTextW(dialog.Window(), TEST_CHILD_CAPTION, L"");
+        ::SendMessageW(dialog.Window(), WM_CREATE, 0, 0);
+        PaintAlone(dialog);
+        CHECK(Pixels::Of(dialog.Window()).Count(RGB(255, 255, 255), area) == 0);
+    });
+}
+
+TEST_CASE("Caption: another text or colour invalidates this window alone, and cuts no outline",
+          "[ui]")
+{
+    using InvalidatePatch = ImportPatch<"InvalidateRect", decltype(::InvalidateRect)>;
+    using RegionPatch = ImportPatch<"SetWindowRgn", decltype(::SetWindowRgn)>;
+    std::vector<HWND> invalidated;
+    const InvalidatePatch invalidate("user32.dll", [&](HWND window, const RECT* area, BOOL erase) {
+        invalidated.push_back(window);
+        return InvalidatePatch::Original(window, area, erase);
+    });
+    const RegionPatch region("user32.dll", [](HWND window, HRGN given, BOOL redraw) {
+        return RegionPatch::Original(window, given, redraw);
+    });
+    TestDialog dialog(TEST_DIALOG);
+    const auto change = [&](bool isText) {
+        if (isText)
+        {
+            dialog.SetCaptionText(L"Another");
+        }
+        else
+        {
+            dialog.SetTextColour(RGB(0, 0, 1));
+        }
+    };
+    const bool isText = GENERATE(false, true);
+    change(isText);
+    CHECK(invalidated.empty()); // without a window, all of the screen would be
+    dialog.Show([&] {
+        PaintAlone(dialog);
+        invalidated.clear();
+        const LONG cut = region.Calls();
+        CHECK(cut > 0);
+        CHECK(::GetUpdateRect(dialog.Window(), nullptr, FALSE) == FALSE);
+        change(isText);
+        CHECK(invalidated == std::vector<HWND>{dialog.Window()});
+        CHECK(::GetUpdateRect(dialog.Window(), nullptr, FALSE) == TRUE);
+        PaintAlone(dialog);
+        CHECK(region.Calls() == cut);
+    });
+    invalidated.clear();
+    change(isText);
+    CHECK(invalidated.empty());
 }

@@ -150,3 +150,25 @@ TEST_CASE("WM_PAINT: a dialog that is not skinned paints nothing and has no regi
         CHECK(Outline(dialog.Window()).type == ERROR);
     });
 }
+
+TEST_CASE("WM_SIZE: without contexts and memory the dialog goes on, unskinned until there are",
+          "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG_BARE);
+    CHECK(dialog.Show([&] {
+        {
+            const ImportPatch<"GetDC", decltype(::GetDC)> noContext(
+                "user32.dll", [](HWND) { return static_cast<HDC>(nullptr); });
+            const ImportPatch<"CreateDIBSection", decltype(::CreateDIBSection)> noMemory(
+                "gdi32.dll", [](HDC, const BITMAPINFO*, UINT, void**, HANDLE, DWORD) {
+                    return static_cast<HBITMAP>(nullptr);
+                });
+            dialog.Resize(90, 70);
+            CHECK(::IsWindow(dialog.Window()));
+            CHECK_FALSE(dialog.HasEnded());
+            CHECK(Outline(dialog.Window()).type == ERROR);
+        }
+        PaintAlone(dialog);
+        CHECK(WrongPixels(dialog, ExpectedSkin(TEST_SKIN, 90, 70)) == 0);
+    }) == 7);
+}

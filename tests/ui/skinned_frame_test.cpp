@@ -110,3 +110,26 @@ TEST_CASE("WM_INITDIALOG, WM_CREATE: copy at most 519 characters of child 1006; 
         CHECK(result == TRUE);
     });
 }
+
+TEST_CASE("End: the dialog is over, its window stays until it is initialised", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    CHECK_FALSE(dialog.HasEnded());
+    bool isShown = false;
+    dialog.onMessage = [&](const TestDialog::Message& message) {
+        if (message.message == WM_INITDIALOG)
+        {
+            CHECK_FALSE(dialog.HasEnded());
+            dialog.End(42);
+            CHECK(dialog.HasEnded());
+            CHECK(::IsWindow(dialog.Window()));
+        }
+    };
+    CHECK(dialog.Show([&] { isShown = true; }) == 42);
+    CHECK_FALSE(isShown);
+    CHECK(dialog.HasEnded());
+    CHECK(dialog.Window() == nullptr);
+
+    dialog.onMessage = nullptr;
+    CHECK(dialog.Show([&] { CHECK_FALSE(dialog.HasEnded()); }) == 7);
+}

@@ -109,6 +109,7 @@ public:
     }
 
     using SkinnedFrame::CaptionText;
+    using SkinnedFrame::SetCaptionText;
 
     std::vector<Message> messages;
     std::function<void(const Message&)> onMessage;
