@@ -1,6 +1,8 @@
 #include "ui/eula_dialog.h"
 
+#include "foundation/exception_to_hresult.h"
 #include "foundation/utrace.h"
+#include "ui/drawing_scopes.h"
 #include "ui/eula_texts_file.h"
 #include "ui/own_module.h"
 #include "ui/resources/resource_ids.h"
@@ -15,6 +17,7 @@ namespace
 {
 constexpr int kCornerWidth = 109;
 constexpr int kCornerHeight = 63;
+constexpr int kUsualDpi = 96;
 
 /// The library that registers the window class of the view, "RICHEDIT".
 HMODULE LoadRichEdit() noexcept
@@ -78,16 +81,16 @@ void CEulaDialog::OnInitialise()
     if (!velt::StreamRtfFile(Item(VELT_EULA_VIEW), m_agreementPath))
     {
         UTrace::TraceLevel1("the agreement cannot be opened: %lu", ::GetLastError());
-        ::EndDialog(Window(), 0);
+        End(0);
         return;
     }
     ShowTexts();
 }
 
 /// Accepting is nothing but the choice at this moment.
-void CEulaDialog::OnOk() const noexcept
+void CEulaDialog::OnOk() noexcept
 {
-    ::EndDialog(Window(), ::SendMessageW(Item(VELT_EULA_ACCEPT), BM_GETCHECK, 0, 0) & BST_CHECKED);
+    End(::SendMessageW(Item(VELT_EULA_ACCEPT), BM_GETCHECK, 0, 0) & BST_CHECKED);
 }
 
 /// Moves the dialog to the middle of the primary screen and shows it.
@@ -104,16 +107,33 @@ void CEulaDialog::Centre() const noexcept
 /// Moves the title, and with it the caption that the frame draws, onto the skin's band.
 void CEulaDialog::PlaceTitle() const noexcept
 {
-    const HDC context = ::GetDC(Window());
-    const int dpi = ::GetDeviceCaps(context, LOGPIXELSX);
-    ::ReleaseDC(Window(), context);
-    ::SetWindowPos(Item(VELT_EULA_TITLE), nullptr, dpi * 20 / 96, 12, 368, 13,
+    const velt::WindowDc context(Window());
+    const int dpi = context.Get() ? ::GetDeviceCaps(context.Get(), LOGPIXELSX) : kUsualDpi;
+    // Its place among the controls stays as well: the label before the view names it.
+    ::SetWindowPos(Item(VELT_EULA_TITLE), nullptr, dpi * 20 / kUsualDpi, 12, 368, 13,
                    SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
-void CEulaDialog::ShowTexts()
+/// Texts that cannot be had leave those of the template.
+void CEulaDialog::ShowTexts() noexcept
 {
-    const velt::EulaTexts texts = velt::ReadEulaTexts(m_textsPath, Window());
+    try
+    {
+        const velt::EulaTexts texts =
+            velt::ReadEulaTexts(m_textsPath, Window(), [this] { return HasEnded(); });
+        if (!HasEnded())
+        {
+            Show(texts);
+        }
+    }
+    catch (...)
+    {
+        velt::TraceCurrentException();
+    }
+}
+
+void CEulaDialog::Show(const velt::EulaTexts& texts)
+{
     const auto show = [this](int id, const std::optional<std::wstring>& text) {
         if (text)
         {

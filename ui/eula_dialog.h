@@ -2,6 +2,7 @@
 
 #include "foundation/library_utils.h"
 #include "ui/agreement_view.h"
+#include "ui/eula_texts.h"
 #include "ui/halden_style_button.h"
 #include "ui/halden_style_dlg.h"
 
@@ -30,11 +31,12 @@ public:
 
 private:
     void OnInitialise();
-    void OnOk() const noexcept;
+    void OnOk() noexcept;
 
     void Centre() const noexcept;
     void PlaceTitle() const noexcept;
-    void ShowTexts();
+    void ShowTexts() noexcept;
+    void Show(const velt::EulaTexts& texts);
 
     HWND Item(int id) const noexcept;
 

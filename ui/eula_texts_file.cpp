@@ -30,7 +30,8 @@ _bstr_t Owned(BSTR text)
     return {text, false};
 }
 
-ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog)
+ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog,
+                                     const std::function<bool()>& isOver)
 {
     ComPtr<IXMLDOMDocument> document;
     HRESULT hr = ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
@@ -47,13 +48,13 @@ ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog)
         UTrace::TraceLevel1("the texts cannot be loaded: 0x%08lX", static_cast<unsigned long>(hr));
         return {};
     }
-    const auto isComplete = [&document] {
+    const auto isDone = [&] {
         LONG state = 0;
-        return FAILED(document->get_readyState(&state)) || state == kComplete;
+        return isOver() || FAILED(document->get_readyState(&state)) || state == kComplete;
     };
-    if (!WaitWithMessages(dialog, kLoadLimitMs, isComplete))
+    if (!WaitWithMessages(dialog, kLoadLimitMs, isDone) || isOver())
     {
-        UTrace::TraceLevel1("the texts take too long to load");
+        UTrace::TraceLevel1("the texts have not been waited for");
         document->abort();
         return {};
     }
@@ -89,10 +90,10 @@ void PutRecord(IXMLDOMNode& record, EulaTexts& texts)
 }
 } // namespace
 
-EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog)
+EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::function<bool()>& isOver)
 {
     EulaTexts texts;
-    const ComPtr<IXMLDOMDocument> document = LoadDocument(path, dialog);
+    const ComPtr<IXMLDOMDocument> document = LoadDocument(path, dialog, isOver);
     ComPtr<IXMLDOMElement> root;
     if (!document || document->get_documentElement(&root) != S_OK)
     {

@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <string>
 
 namespace velt
@@ -15,6 +16,7 @@ namespace velt
 /// well-formed, or a system without the document object, gives no texts.
 ///
 /// The document loads in its own time. Until it has, but for 5 s at the most, the thread's messages
-/// are dispatched, those of `dialog` with its keyboard interface. Throws std::bad_alloc only.
-EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog);
+/// are dispatched, those of `dialog` with its keyboard interface; there are no texts when one of
+/// them makes `isOver()` true. Throws std::bad_alloc, and _com_error for want of memory too.
+EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::function<bool()>& isOver);
 } // namespace velt

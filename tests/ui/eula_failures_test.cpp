@@ -3,6 +3,8 @@
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_module.h"
 #include "tests/ui/eula_files.h"
+#include "tests/ui/plain_window.h"
+#include "tests/ui/stand_in_document.h"
 #include "ui/message_wait.h"
 #include "ui/resources/resource_ids.h"
 #include "ui/rtf_stream.h"
@@ -13,7 +15,9 @@
 
 #include <catch.hpp>
 
+#include <functional>
 #include <string>
+#include <utility>
 
 using Microsoft::WRL::ComPtr;
 using namespace velt::test;
@@ -22,7 +26,6 @@ namespace
 {
 using LoadLibraryPatch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
 using LoadBitmapPatch = ImportPatch<"LoadBitmapW", decltype(::LoadBitmapW)>;
-using CreateInstancePatch = ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)>;
 using ReadFilePatch = ImportPatch<"ReadFile", decltype(::ReadFile)>;
 
 /// The class in this program, so that calls of the system can be made to fail.
@@ -39,8 +42,10 @@ struct Made
     HRESULT Launch(VARIANT_BOOL& accepted) const
     {
         const BSTR path = ::SysAllocString(folder.File(L"agreement.rtf").c_str());
-        const HRESULT hr = dialog->LaunchEula(path, nullptr, &accepted);
+        const BSTR texts = ::SysAllocString(folder.File(L"texts.xml").c_str());
+        const HRESULT hr = dialog->LaunchEula(path, texts, &accepted);
         ::SysFreeString(path);
+        ::SysFreeString(texts);
         return hr;
     }
 
@@ -49,6 +54,49 @@ struct Made
     const TempFolder folder;
     ComPtr<IVeltEulaDlg> dialog;
 };
+
+/// Calls back with each dialog of this thread once it has been initialised.
+class WhenInitialised
+{
+public:
+    explicit WhenInitialised(std::function<void(HWND)> body)
+        : m_hook(::SetWindowsHookExW(WH_CALLWNDPROCRET, &WhenInitialised::See, nullptr,
+                                     ::GetCurrentThreadId()))
+    {
+        s_body = std::move(body);
+    }
+
+    WhenInitialised(const WhenInitialised&) = delete;
+    WhenInitialised& operator=(const WhenInitialised&) = delete;
+
+    ~WhenInitialised()
+    {
+        ::UnhookWindowsHookEx(m_hook);
+        s_body = nullptr;
+    }
+
+private:
+    static LRESULT CALLBACK See(int code, WPARAM wParam, LPARAM lParam)
+    {
+        const auto& sent = *reinterpret_cast<const CWPRETSTRUCT*>(lParam);
+        if (code == HC_ACTION && sent.message == WM_INITDIALOG)
+        {
+            s_body(sent.hwnd);
+        }
+        return ::CallNextHookEx(nullptr, code, wParam, lParam);
+    }
+
+    inline static std::function<void(HWND)> s_body;
+
+    HHOOK m_hook;
+};
+
+std::wstring TextOf(HWND dialog, int id)
+{
+    wchar_t text[200] = {};
+    ::GetDlgItemTextW(dialog, id, text, 200);
+    return text;
+}
 
 /// A rich edit control of its own.
 class View
@@ -86,33 +134,6 @@ public:
 
 private:
     HMODULE m_library;
-    HWND m_window;
-};
-
-/// A plain window, for messages.
-class Plain
-{
-public:
-    Plain()
-        : m_window(::CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr,
-                                     nullptr, nullptr))
-    {
-    }
-
-    Plain(const Plain&) = delete;
-    Plain& operator=(const Plain&) = delete;
-
-    ~Plain()
-    {
-        ::DestroyWindow(m_window);
-    }
-
-    HWND Window() const noexcept
-    {
-        return m_window;
-    }
-
-private:
     HWND m_window;
 };
 } // namespace
@@ -175,6 +196,54 @@ TEST_CASE("CVeltEulaDlg: the library is asked for once and freed with the dialog
     CHECK(::GetModuleHandleW(L"riched32.dll") == nullptr);
 }
 
+TEST_CASE("CVeltEulaDlg: texts that there is no memory for leave the English ones", "[ui]")
+{
+    const Made made;
+    made.folder.Write(L"texts.xml", "<T><RECORD><K>btn_ok</K><V>done</V></RECORD></T>");
+    const bool isShort = GENERATE(true, false); // the texts are shown when there is
+    std::wstring ok;
+    const WhenInitialised press([&](HWND dialog) {
+        ok = TextOf(dialog, VELT_EULA_OK);
+        ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    });
+    VARIANT_BOOL accepted = 0x5A5A;
+    using AllocPatch = ImportPatch<"SysAllocString", decltype(::SysAllocString)>;
+    const AllocPatch alloc("oleaut32.dll", [&](const OLECHAR* text) {
+        // All but the caller's own two.
+        return isShort && alloc.Calls() > 2 ? nullptr : AllocPatch::Original(text);
+    });
+    CHECK(made.Launch(accepted) == S_OK);
+    CHECK(accepted == VARIANT_FALSE);
+    CHECK(ok == (isShort ? L"OK" : L"done"));
+    CHECK(alloc.Calls() > 2);
+}
+
+TEST_CASE("CVeltEulaDlg: OK counts while the texts still load, and they are given up", "[ui]")
+{
+    const Made made;
+    const bool isAccepted = GENERATE(false, true);
+    bool isPressed = false;
+    StandInDocument document([&]() -> LONG {
+        if (!isPressed)
+        {
+            isPressed = true;
+            const HWND dialog = ::FindWindowW(L"#32770", L"End User License Agreement");
+            ::CheckRadioButton(dialog, VELT_EULA_DECLINE, VELT_EULA_ACCEPT,
+                               isAccepted ? VELT_EULA_ACCEPT : VELT_EULA_DECLINE);
+            ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+        }
+        return 1; // and for ever
+    });
+    VARIANT_BOOL accepted = 0x5A5A;
+    const ULONGLONG start = ::GetTickCount64();
+    CHECK(made.Launch(accepted) == S_OK);
+    CHECK(::GetTickCount64() - start < 4'000); // of the 5 s that it waits for texts
+    CHECK(accepted == (isAccepted ? VARIANT_TRUE : VARIANT_FALSE));
+    CHECK(document.Loads() == 1);
+    CHECK(document.Aborts() == 1);
+    CHECK(document.References() == 0);
+}
+
 TEST_CASE("StreamRtfFile: a read that fails ends the text like the end of the file", "[ui]")
 {
     const Made made;
@@ -212,8 +281,8 @@ TEST_CASE("StreamRtfFile: a file that cannot be opened leaves the text and says 
 
 TEST_CASE("WaitWithMessages: messages are dispatched until it is done", "[ui]")
 {
-    const Plain dialog;
-    const Plain other;
+    const PlainWindow dialog;
+    const PlainWindow other;
     ::PostMessageW(other.Window(), WM_CLOSE, 0, 0); // which destroys it
     const auto isDone = [&] { return !::IsWindow(other.Window()); };
     CHECK_FALSE(isDone());
@@ -224,7 +293,7 @@ TEST_CASE("WaitWithMessages: it ends at its limit, at once when it is done, with
           "when the thread is to quit",
           "[ui]")
 {
-    const Plain dialog;
+    const PlainWindow dialog;
     const auto never = [] { return false; };
     const ULONGLONG start = ::GetTickCount64();
     CHECK_FALSE(velt::WaitWithMessages(dialog.Window(), 100, never));

@@ -5,6 +5,7 @@
 #include "tests/support/com_apartment.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_thread.h"
+#include "tests/ui/plain_window.h"
 
 #include <catch.hpp>
 
@@ -17,38 +18,13 @@ using namespace velt::test;
 
 namespace
 {
-/// A window that stands for the dialog while a file loads.
-class Dialog
-{
-public:
-    Dialog()
-        : m_window(::CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr,
-                                     nullptr, nullptr))
-    {
-    }
-
-    Dialog(const Dialog&) = delete;
-    Dialog& operator=(const Dialog&) = delete;
-
-    ~Dialog()
-    {
-        ::DestroyWindow(m_window);
-    }
-
-    HWND Window() const noexcept
-    {
-        return m_window;
-    }
-
-private:
-    HWND m_window;
-};
+constexpr auto kNever = [] { return false; };
 
 EulaTexts ReadFile(const std::wstring& path)
 {
     const ComApartment com;
-    const Dialog dialog;
-    return velt::ReadEulaTexts(path, dialog.Window());
+    const PlainWindow dialog;
+    return velt::ReadEulaTexts(path, dialog.Window(), kNever);
 }
 
 EulaTexts Read(std::string_view xml)
@@ -144,8 +120,8 @@ TEST_CASE("ReadEulaTexts: a thread without COM gets no texts", "[ui]")
     const TempFolder folder;
     folder.Write(L"texts.xml", "<R>" + Record("btn_ok", "new") + "</R>");
     const auto isEmpty = OnOtherThread([&] {
-        const Dialog dialog;
-        return IsEmpty(velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window()));
+        const PlainWindow dialog;
+        return IsEmpty(velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window(), kNever));
     });
     CHECK(isEmpty);
 }
@@ -171,8 +147,8 @@ TEST_CASE("ReadEulaTexts: a thread told to quit still is afterwards", "[ui]")
     const auto code = OnOtherThread([&] {
         ::PostQuitMessage(7);
         const ComApartment com;
-        const Dialog dialog;
-        velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window());
+        const PlainWindow dialog;
+        velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window(), kNever);
         MSG message{};
         while (::GetMessageW(&message, nullptr, 0, 0) > 0)
         {
