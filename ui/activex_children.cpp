@@ -3,7 +3,9 @@
 #include "foundation/find_function.h"
 #include "foundation/library_utils.h"
 #include "foundation/utrace.h"
+#include "ui/own_module.h"
 
+#include <cstddef>
 #include <string>
 
 namespace velt
@@ -13,25 +15,40 @@ namespace
 constexpr wchar_t kHostLibrary[] = L"ATL.DLL";
 constexpr wchar_t kHostClass[] = L"AtlAxWin";
 
-void CreateChild(HWND dialog, HINSTANCE module, const ActiveXItem& item)
+bool IsHostClassKnown() noexcept
 {
-    const Area& place = item.place;
-    RECT area{place.x, place.y, place.x + place.width, place.y + place.height};
-    ::MapDialogRect(dialog, &area);
+    WNDCLASSEXW known{};
+    known.cbSize = sizeof(known);
+    return ::GetClassInfoExW(OwnModule(), kHostClass, &known) != FALSE;
+}
+
+/// The host, or null.
+HWND CreateHost(HWND dialog, HINSTANCE module, const ActiveXItem& item)
+{
+    // Each number is turned into pixels for itself, the size too, as the system does it.
+    RECT place{item.place.x, item.place.y, item.place.width, item.place.height};
+    ::MapDialogRect(dialog, &place);
     const std::wstring classId(item.classId.begin(), item.classId.end());
-    const HWND child = ::CreateWindowExW(
-        item.exStyle, kHostClass, classId.c_str(), item.style | WS_CHILD, area.left, area.top,
-        area.right - area.left, area.bottom - area.top, dialog,
-        reinterpret_cast<HMENU>(static_cast<UINT_PTR>(item.id)), module, nullptr);
+    const HWND child =
+        ::CreateWindowExW(item.exStyle, kHostClass, classId.c_str(), item.style | WS_CHILD,
+                          place.left, place.top, place.right, place.bottom, dialog,
+                          reinterpret_cast<HMENU>(static_cast<UINT_PTR>(item.id)), module, nullptr);
     if (!child)
     {
         UTrace::TraceLevel1("ActiveX child %u: error %lu", item.id, ::GetLastError());
-        return;
     }
-    // The tab order is that of the template.
-    const HWND before = ::GetDlgItem(dialog, static_cast<int>(item.idBefore));
-    ::SetWindowPos(child, before ? before : HWND_TOP, 0, 0, 0, 0,
-                   SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    return child;
+}
+
+/// The children that a dialog has, in their order.
+std::vector<HWND> ChildrenOf(HWND dialog)
+{
+    std::vector<HWND> children;
+    for (HWND child = ::GetWindow(dialog, GW_CHILD); child; child = ::GetWindow(child, GW_HWNDNEXT))
+    {
+        children.push_back(child);
+    }
+    return children;
 }
 } // namespace
 
@@ -39,20 +56,35 @@ bool InitActiveXHosts() noexcept
 {
     const CLibraryUtils::CLibraryUtilsImpl library(LoadSystemLibrary(kHostLibrary));
     const auto init = FindFunction<BOOL(WINAPI*)()>(library.GetModule(), "AtlAxWinInit");
-    if (!init || !init())
+    if (!init || (!init() && !IsHostClassKnown())) // not every system says yes a second time
     {
         return false;
     }
     // It stays for as long as the process: the window class points into it.
     HMODULE pinned = nullptr;
-    return ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, kHostLibrary, &pinned) != FALSE;
+    return ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN |
+                                    GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                                reinterpret_cast<const wchar_t*>(init), &pinned) != FALSE;
 }
 
 void CreateActiveXChildren(HWND dialog, HINSTANCE module, const std::vector<ActiveXItem>& items)
 {
+    // The tab order is that of the template; numbers of controls may repeat, so places count.
+    const std::vector<HWND> others = ChildrenOf(dialog);
+    HWND previous = HWND_TOP;
+    std::size_t passed = 0; // of the others
     for (const ActiveXItem& item : items)
     {
-        CreateChild(dialog, module, item);
+        if (item.before > passed && item.before <= others.size())
+        {
+            passed = item.before;
+            previous = others[passed - 1];
+        }
+        if (const HWND host = CreateHost(dialog, module, item))
+        {
+            ::SetWindowPos(host, previous, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+            previous = host;
+        }
     }
 }
 } // namespace velt

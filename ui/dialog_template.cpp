@@ -184,7 +184,6 @@ std::optional<DialogTemplate> SplitDialogTemplate(std::span<const std::byte> byt
     }
     Append(result.words, bytes.first(reader.Position()));
     std::uint16_t kept = 0;
-    std::uint32_t idBefore = 0;
     for (std::uint16_t i = 0; i < header.count; ++i)
     {
         reader.Align();
@@ -194,11 +193,10 @@ std::optional<DialogTemplate> SplitDialogTemplate(std::span<const std::byte> byt
         {
             return std::nullopt;
         }
-        const std::uint32_t id = item.control.id;
         if (item.className.starts_with(u'{'))
         {
             item.control.classId = std::move(item.className);
-            item.control.idBefore = idBefore;
+            item.control.before = kept;
             result.activeX.push_back(std::move(item.control));
         }
         else
@@ -207,7 +205,6 @@ std::optional<DialogTemplate> SplitDialogTemplate(std::span<const std::byte> byt
             Append(result.words, bytes.subspan(start, reader.Position() - start));
             ++kept;
         }
-        idBefore = id;
     }
     std::memcpy(reinterpret_cast<std::byte*>(result.words.data()) + header.countAt, &kept,
                 sizeof(kept));

@@ -19,8 +19,8 @@ struct ActiveXItem
     std::uint32_t style;
     std::uint32_t exStyle;
     std::uint32_t id;
-    std::uint32_t idBefore; // the item before it in the template, 0 for none
-    Area place;             // in dialog units
+    std::uint32_t before; // how many items that the system creates stand before it
+    Area place;           // in dialog units
 
     bool operator==(const ActiveXItem&) const = default;
 };

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 using namespace velt::test;
 
@@ -101,4 +102,54 @@ TEST_CASE("ActiveX children: a dialog without them does not load the library", "
     TestDialog dialog(TEST_DIALOG);
     CHECK(dialog.Show([] {}) == 7);
     CHECK(load.Calls() == 0);
+}
+
+TEST_CASE("ActiveX children: places, sizes and order are the template's, whatever the numbers are",
+          "[ui]")
+{
+    const OleScope ole;
+    TestDialog dialog(TEST_DIALOG_ACTIVEX_MANY);
+    CHECK(dialog.Show([&] {
+        std::vector<std::wstring> order;
+        std::vector<RECT> places;
+        for (HWND child = ::GetWindow(dialog.Window(), GW_CHILD); child;
+             child = ::GetWindow(child, GW_HWNDNEXT))
+        {
+            std::array<wchar_t, 64> text{};
+            ::GetWindowTextW(child, text.data(), static_cast<int>(text.size()));
+            order.push_back(ClassOf(child) == L"Static" ? std::wstring(text.data())
+                                                        : std::to_wstring(::GetDlgCtrlID(child)));
+            RECT place{};
+            ::GetWindowRect(child, &place);
+            places.push_back(place);
+        }
+        REQUIRE(order ==
+                std::vector<std::wstring>{L"0", L"First", L"Second", L"201", L"202", L"Third"});
+        CHECK(::EqualRect(&places[3], &places[2])); // of the same numbers in the template
+        CHECK(::EqualRect(&places[4], &places[5]));
+    }) == 7);
+}
+
+TEST_CASE("ActiveX children: the library that knows the window class stays", "[ui]")
+{
+    using HandlePatch =
+        velt::test::ImportPatch<"GetModuleHandleExW", decltype(::GetModuleHandleExW)>;
+    const OleScope ole;
+    DWORD asked = 0;
+    HMODULE pinned = nullptr;
+    const HandlePatch patch("kernel32.dll", [&](DWORD flags, const wchar_t* name, HMODULE* module) {
+        const BOOL done = HandlePatch::Original(flags, name, module);
+        asked = flags;
+        pinned = *module;
+        return done;
+    });
+    TestDialog dialog(TEST_DIALOG_ACTIVEX);
+    CHECK(dialog.Show([] {}) == 7);
+    // By an address in it: a host may have a library of the same name.
+    CHECK(asked == (GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS));
+    std::array<wchar_t, MAX_PATH> path{};
+    ::GetModuleFileNameW(pinned, path.data(), static_cast<DWORD>(path.size()));
+    std::array<wchar_t, MAX_PATH> system{};
+    ::GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
+    CHECK(::lstrcmpiW(path.data(), (std::wstring(system.data()) + L"\\ATL.DLL").c_str()) == 0);
 }

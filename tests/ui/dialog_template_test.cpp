@@ -119,9 +119,9 @@ private:
 
 constexpr std::u16string_view kBrowser = u"{8856F961-340A-11D0-A96B-00C04FD705A2}";
 
-ActiveXItem Browser(std::uint32_t id, std::uint32_t idBefore)
+ActiveXItem Browser(std::uint32_t id, std::uint32_t before)
 {
-    return {std::u16string(kBrowser), 0x50010000, 0x20, id, idBefore, {-3, 4, 50, 14}};
+    return {std::u16string(kBrowser), 0x50010000, 0x20, id, before, {-3, 4, 50, 14}};
 }
 } // namespace
 
@@ -148,7 +148,7 @@ TEST_CASE("SplitDialogTemplate: ActiveX controls leave a plain template", "[ui]"
     REQUIRE(result);
     CHECK(result->words ==
           TemplateBytes().PlainHeader(2).PlainItem(2, u"EDIT").PlainItem(4, u"STATIC", 3).Words());
-    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 0), Browser(3, 2)});
+    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 0), Browser(3, 1)});
 }
 
 TEST_CASE("SplitDialogTemplate: ActiveX controls leave an extended template", "[ui]")
@@ -165,7 +165,7 @@ TEST_CASE("SplitDialogTemplate: ActiveX controls leave an extended template", "[
                                .ExtendedItem(100000, u"EDIT", 5)
                                .ExtendedItem(9, u"STATIC")
                                .Words());
-    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 100000)});
+    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 1)});
 }
 
 TEST_CASE("SplitDialogTemplate: classes of hosts are seen, whatever their capitals", "[ui]")

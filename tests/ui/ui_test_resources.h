@@ -1,10 +1,11 @@
 // Identifiers of the test program's own dialogs and bitmaps; read by the resource compiler too.
 #pragma once
 
-#define TEST_DIALOG 500         // with every kind of child
-#define TEST_DIALOG_BARE 501    // without children
-#define TEST_DIALOG_BROWSER 502 // with a child 201
-#define TEST_DIALOG_ACTIVEX 503 // with an ActiveX control as child 201
+#define TEST_DIALOG 500              // with every kind of child
+#define TEST_DIALOG_BARE 501         // without children
+#define TEST_DIALOG_BROWSER 502      // with a child 201
+#define TEST_DIALOG_ACTIVEX 503      // with an ActiveX control as child 201
+#define TEST_DIALOG_ACTIVEX_MANY 504 // with several, and numbers that repeat
 #define TEST_DIALOG_MISSING 599
 
 #define TEST_SKIN 600
