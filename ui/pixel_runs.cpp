@@ -9,7 +9,7 @@ namespace
 constexpr std::uint32_t kColourBits = 0x00FFFFFF;
 
 // So many pixels are looked at in one go, without a branch between them, which lets the compiler
-// use wide registers.
+// use wide registers where the processor is known to have them.
 constexpr std::ptrdiff_t kStep = 64;
 
 bool IsKey(std::uint32_t pixel, std::uint32_t key) noexcept

@@ -12,7 +12,6 @@
 
 #include <catch.hpp>
 
-#include <set>
 #include <string>
 
 using Microsoft::WRL::ComPtr;
