@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/ui/pixels.h"
+#include "tests/ui/reference_skin.h"
 #include "tests/ui/test_dialog.h"
 #include "ui/halden_style_button.h"
 
@@ -103,19 +104,9 @@ private:
 inline constexpr LPARAM kInside = MAKELPARAM(40, 15);
 inline constexpr LPARAM kOutside = MAKELPARAM(200, 15);
 
-/// What the face looks like on a button of 80 x 30, on black ground: the test's own account.
+/// A face on the scene's button, on black ground.
 inline Pixels ExpectedFace(UINT id)
 {
-    const Pixels face = Pixels::OfResource(id);
-    Pixels expected(80, 30);
-    ::SetStretchBltMode(expected.Context(), COLORONCOLOR);
-    const int slices[][4] = {{0, 10, 0, 10}, {10, 10, 10, 60}, {20, 10, 70, 10}};
-    for (const auto& [sourceX, sourceWidth, targetX, targetWidth] : slices)
-    {
-        ::StretchBlt(expected.Context(), targetX, 0, targetWidth, 30, face.Context(), sourceX, 0,
-                     sourceWidth, 12, SRCCOPY);
-    }
-    expected.Flush();
-    return expected;
+    return ReferenceFace(Pixels::OfResource(id), 80, 30);
 }
 } // namespace velt::test

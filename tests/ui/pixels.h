@@ -53,10 +53,11 @@ public:
         return pixels;
     }
 
-    /// A bitmap resource of this program.
-    static Pixels OfResource(UINT id)
+    /// A bitmap resource of a module, or of this program.
+    static Pixels OfResource(UINT id, HMODULE module = nullptr)
     {
-        const UniqueBitmap bitmap(::LoadBitmapW(::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(id)));
+        const UniqueBitmap bitmap(
+            ::LoadBitmapW(module ? module : ::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(id)));
         BITMAP info{};
         ::GetObjectW(bitmap.Get(), sizeof(info), &info);
         Pixels pixels(info.bmWidth, info.bmHeight);
