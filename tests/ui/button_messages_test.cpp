@@ -5,8 +5,10 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -304,5 +306,89 @@ TEST_CASE("Keyboard: Space on the focused button brings the command", "[ui]")
             clicks += command.wParam == MAKEWPARAM(TEST_CHILD_BUTTON, BN_CLICKED) ? 1U : 0U;
         }
         CHECK(clicks == 1);
+    });
+}
+
+TEST_CASE("Messages: which the button's own procedure gets as well", "[ui]")
+{
+    // With a tooltip and without, which mouse messages go to in passing.
+    const bool hasTooltip = GENERATE(false, true);
+    ButtonScene scene;
+    if (hasTooltip)
+    {
+        scene.button.SetTooltipText(L"What it does");
+    }
+    scene.Show([&] {
+        const Pixels target(80, 30);
+        const auto context = reinterpret_cast<WPARAM>(target.Context());
+        const struct
+        {
+            UINT message;
+            WPARAM wParam;
+            bool isPassedOn;
+        } rows[] = {
+            {WM_CREATE, 0, false},
+            {WM_INITDIALOG, 0, false},
+            {WM_PAINT, 0, false},
+            {WM_PRINTCLIENT, context, false},
+            {WM_LBUTTONDOWN, MK_LBUTTON, false},
+            {WM_LBUTTONUP, 0, false},
+            {WM_LBUTTONDBLCLK, MK_LBUTTON, false},
+            {WM_CAPTURECHANGED, 0, true},
+            {WM_MOUSEMOVE, 0, true},
+            {WM_MOUSELEAVE, 0, false},
+            {WM_SETFOCUS, 0, true},
+            {WM_KILLFOCUS, 0, true},
+            {WM_RBUTTONDOWN, MK_RBUTTON, true},
+            {WM_RBUTTONUP, 0, true},
+            {WM_RBUTTONDBLCLK, MK_RBUTTON, true},
+            {WM_MBUTTONDOWN, MK_MBUTTON, true},
+            {WM_MBUTTONUP, 0, true},
+            {WM_MBUTTONDBLCLK, MK_MBUTTON, true},
+            {WM_MOUSEWHEEL, 0, true},
+            {WM_GETDLGCODE, 0, true},
+            {WM_APP, 5, true},
+        };
+        for (const auto& [message, wParam, isPassedOn] : rows)
+        {
+            CAPTURE(message);
+            scene.passedOn.clear();
+            const LPARAM point = message >= WM_MOUSEFIRST && message <= WM_MOUSELAST ? kInside : 0;
+            scene.Send(message, wParam, point);
+            const TestDialog::Message sent{message, wParam, point};
+            CHECK(std::count(scene.passedOn.begin(), scene.passedOn.end(), sent) ==
+                  (isPassedOn ? 1 : 0));
+        }
+    });
+}
+
+TEST_CASE("Press: captures, sets the state, shows it and forwards it, in this order", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        std::vector<std::string> steps;
+        scene.onPassedOn = [&](UINT message) {
+            if (message == BM_SETSTATE)
+            {
+                steps.push_back(::GetCapture() == scene.window ? "captured, state" : "state");
+            }
+        };
+        using InvalidatePatch = ImportPatch<"InvalidateRect", decltype(::InvalidateRect)>;
+        const InvalidatePatch invalidate("user32.dll",
+                                         [&](HWND window, const RECT* area, BOOL erase) {
+                                             steps.emplace_back("shown");
+                                             return InvalidatePatch::Original(window, area, erase);
+                                         });
+        scene.dialog.onMessage = [&](const TestDialog::Message& got) {
+            if (got.message == WM_LBUTTONDOWN)
+            {
+                steps.emplace_back("forwarded");
+            }
+        };
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        CHECK(steps == std::vector<std::string>{"captured, state", "shown", "forwarded"});
+        CHECK(std::count(scene.passedOn.begin(), scene.passedOn.end(),
+                         TestDialog::Message{BM_SETSTATE, TRUE, 0}) == 1);
+        ::ReleaseCapture();
     });
 }

@@ -210,3 +210,16 @@ TEST_CASE("Faces: what they are drawn on first makes no difference", "[ui]")
         CHECK(forScreen == 2); // for the face and its mask
     });
 }
+
+TEST_CASE("Painting: without memory for its picture a button shows the parent's brush", "[ui]")
+{
+    ButtonScene scene(L"OK");
+    scene.Show([&] {
+        const Pixels target(80, 30, RGB(1, 2, 3));
+        const ImportPatch<"CreateCompatibleBitmap", decltype(::CreateCompatibleBitmap)> none(
+            "gdi32.dll", [](HDC, int, int) { return static_cast<HBITMAP>(nullptr); });
+        scene.Send(WM_PRINTCLIENT, reinterpret_cast<WPARAM>(target.Context()), PRF_CLIENT);
+        CHECK(none.Calls() == 1);
+        CHECK(target.Count(RGB(237, 237, 237)) == 80 * 30);
+    });
+}

@@ -113,3 +113,32 @@ TEST_CASE("Tooltip: the button works without the control", "[ui]")
         CHECK(scene.Commands().size() == 1);
     });
 }
+
+TEST_CASE("Tooltip: it is activated before it gets its tool, which is the whole button", "[ui]")
+{
+    ButtonScene scene;
+    scene.button.SetTooltipText(L"What it does");
+    using SendPatch = ImportPatch<"SendMessageW", decltype(::SendMessageW)>;
+    std::vector<UINT> sent;
+    TTTOOLINFOW added{};
+    const SendPatch patch("user32.dll",
+                          [&](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+                              if (message == TTM_ACTIVATE || message == TTM_ADDTOOLW)
+                              {
+                                  sent.push_back(message);
+                                  CHECK((message != TTM_ACTIVATE || wParam == TRUE));
+                              }
+                              if (message == TTM_ADDTOOLW)
+                              {
+                                  added = *reinterpret_cast<const TTTOOLINFOW*>(lParam);
+                              }
+                              return SendPatch::Original(window, message, wParam, lParam);
+                          });
+    scene.Show([&] {
+        CHECK(sent == std::vector<UINT>{TTM_ACTIVATE, TTM_ADDTOOLW});
+        CHECK(added.hwnd == scene.window);
+        // The tool is the window itself, whatever size that takes.
+        CHECK((added.uFlags & TTF_IDISHWND) != 0);
+        CHECK(added.uId == reinterpret_cast<UINT_PTR>(scene.window));
+    });
+}

@@ -2,6 +2,7 @@
 
 #include <catch.hpp>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -144,4 +145,48 @@ TEST_CASE("Caption: another text or colour invalidates this window alone, and cu
     invalidated.clear();
     change(isText);
     CHECK(invalidated.empty());
+}
+
+TEST_CASE("Caption: drawn with DT_VCENTER alone, transparently, where child 1006 is", "[ui]")
+{
+    using DrawPatch = ImportPatch<"DrawTextW", decltype(::DrawTextW)>;
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        const RECT place = ChildRect(dialog, TEST_CHILD_CAPTION);
+        int drawn = 0;
+        const DrawPatch draw("user32.dll", [&](HDC context, const wchar_t* text, int length,
+                                               RECT* area, UINT format) {
+            ++drawn;
+            CHECK(std::wstring(text, static_cast<std::size_t>(length)) == L"Caption");
+            CHECK(format == DT_VCENTER);
+            CHECK(::GetBkMode(context) == TRANSPARENT);
+            CHECK(::GetTextColor(context) == RGB(255, 255, 255));
+            CHECK(::EqualRect(area, &place));
+            LOGFONTW font{};
+            ::GetObjectW(::GetCurrentObject(context, OBJ_FONT), sizeof(font), &font);
+            CHECK(font.lfWeight == 600);
+            return DrawPatch::Original(context, text, length, area, format);
+        });
+        dialog.Resize(250, 150);
+        PaintAlone(dialog);
+        PaintAlone(dialog);
+        CHECK(drawn == 1); // smooth text must not be drawn over itself
+    });
+}
+
+TEST_CASE("Caption: none without child 1006", "[ui]")
+{
+    using DrawPatch = ImportPatch<"DrawTextW", decltype(::DrawTextW)>;
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        const DrawPatch draw("user32.dll", [](HDC context, const wchar_t* text, int length,
+                                              RECT* area, UINT format) {
+            return DrawPatch::Original(context, text, length, area, format);
+        });
+        ::DestroyWindow(dialog.Child(TEST_CHILD_CAPTION));
+        CHECK(dialog.CaptionText() == L"Caption");
+        dialog.Resize(250, 150);
+        PaintAlone(dialog);
+        CHECK(draw.Calls() == 0);
+    });
 }

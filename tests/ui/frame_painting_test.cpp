@@ -172,3 +172,53 @@ TEST_CASE("WM_SIZE: without contexts and memory the dialog goes on, unskinned un
         CHECK(WrongPixels(dialog, ExpectedSkin(TEST_SKIN, 90, 70)) == 0);
     }) == 7);
 }
+
+TEST_CASE("WM_SIZE: a copy that fails leaves the other parts of the skin to be drawn", "[ui]")
+{
+    const LONG failing = GENERATE(1, 3, 5);
+    using StretchPatch = ImportPatch<"StretchBlt", decltype(::StretchBlt)>;
+    TestDialog dialog(TEST_DIALOG_BARE);
+    dialog.Show([&] {
+        RECT left{};
+        {
+            const StretchPatch stretch(
+                "gdi32.dll", [&](HDC target, int x, int y, int width, int height, HDC source,
+                                 int fromX, int fromY, int fromWidth, int fromHeight, DWORD how) {
+                    if (stretch.Calls() == failing)
+                    {
+                        left = {x, y, x + width, y + height};
+                        return FALSE;
+                    }
+                    return StretchPatch::Original(target, x, y, width, height, source, fromX, fromY,
+                                                  fromWidth, fromHeight, how);
+                });
+            dialog.Resize(200, 150);
+            CHECK(stretch.Calls() == 5); // the corners keep their size
+        }
+        const Pixels shown = Pixels::Of(dialog.Window());
+        CHECK(shown.Count(RGB(0, 0, 0), left) ==
+              (left.right - left.left) * (left.bottom - left.top));
+        CHECK(WrongPixels(dialog.Window(), ExpectedSkin(TEST_SKIN, 200, 150), {left}) == 0);
+    });
+}
+
+TEST_CASE("WM_SIZE: the outline is given without painting; the ground is erased", "[ui]")
+{
+    using RegionPatch = ImportPatch<"SetWindowRgn", decltype(::SetWindowRgn)>;
+    const bool isSkinned = GENERATE(true, false);
+    TestDialog dialog(TEST_DIALOG_BARE, TEST_SKIN, isSkinned);
+    dialog.Show([&] {
+        BOOL redraw = 2;
+        const RegionPatch region("user32.dll", [&](HWND window, HRGN given, BOOL isRedrawn) {
+            redraw = isRedrawn;
+            return RegionPatch::Original(window, given, isRedrawn);
+        });
+        dialog.Resize(100, 80);
+        ::ValidateRect(dialog.Window(), nullptr);
+        dialog.Forget();
+        ::SendMessageW(dialog.Window(), WM_SIZE, SIZE_RESTORED, MAKELPARAM(100, 80));
+        CHECK(redraw == (isSkinned ? FALSE : 2));
+        CHECK(dialog.Got(WM_ERASEBKGND).size() == 1);
+        CHECK(dialog.Got(WM_PAINT).size() == 1);
+    });
+}

@@ -82,7 +82,7 @@ struct Outline
 };
 
 /// How many pixels are not as expected: outside the outline where the skin is red, inside it and
-/// of the skin's colour elsewhere. What `except` holds may have any colour.
+/// of the skin's colour elsewhere. What `except` holds is not looked at.
 inline int WrongPixels(HWND window, const Pixels& expected, const std::vector<RECT>& except = {})
 {
     const Pixels shown = Pixels::Of(window);
@@ -93,14 +93,12 @@ inline int WrongPixels(HWND window, const Pixels& expected, const std::vector<RE
         for (int x = 0; x < expected.Width(); ++x)
         {
             const COLORREF colour = expected.At(x, y);
-            const bool isAnyColour =
-                std::any_of(except.begin(), except.end(), [=](const RECT& area) {
-                    return ::PtInRect(&area, {x, y}) != FALSE;
-                });
-            const bool isRight = colour == kRed ? !outline.Contains(x, y)
-                                                : outline.Contains(x, y) &&
-                                                      (isAnyColour || shown.At(x, y) == colour);
-            wrong += isRight ? 0 : 1;
+            const bool isLeftOut = std::any_of(except.begin(), except.end(), [=](const RECT& area) {
+                return ::PtInRect(&area, {x, y}) != FALSE;
+            });
+            const bool isInside = outline.Contains(x, y);
+            const bool isRight = colour == kRed ? !isInside : isInside && shown.At(x, y) == colour;
+            wrong += isLeftOut || isRight ? 0 : 1;
         }
     }
     return wrong;

@@ -7,8 +7,11 @@
 
 #include <catch.hpp>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace velt;
 using namespace velt::test;
@@ -132,4 +135,42 @@ TEST_CASE("End: the dialog is over, its window stays until it is initialised", "
 
     dialog.onMessage = nullptr;
     CHECK(dialog.Show([&] { CHECK_FALSE(dialog.HasEnded()); }) == 7);
+}
+
+TEST_CASE("SkinnedFrame: deletes brush, source, composed skin, region and font in this order",
+          "[ui]")
+{
+    using DeletePatch = ImportPatch<"DeleteObject", decltype(::DeleteObject)>;
+    const bool isShown = GENERATE(true, false); // before that there is neither skin nor region
+    std::vector<DWORD> kinds;
+    std::vector<LONG> widths; // of the bitmaps
+    {
+        std::optional<TestDialog> dialog(std::in_place, TEST_DIALOG);
+        if (isShown)
+        {
+            dialog->Show([&] { dialog->Resize(250, 150); });
+        }
+        const DeletePatch gone("gdi32.dll", [&](HGDIOBJ object) {
+            kinds.push_back(::GetObjectType(object));
+            BITMAP info{};
+            if (kinds.back() == OBJ_BITMAP)
+            {
+                ::GetObjectW(object, sizeof(info), &info);
+                widths.push_back(info.bmWidth);
+            }
+            return DeletePatch::Original(object);
+        });
+        dialog.reset();
+    }
+    if (isShown)
+    {
+        CHECK(kinds == std::vector<DWORD>{OBJ_BRUSH, OBJ_BITMAP, OBJ_BITMAP, OBJ_REGION, OBJ_FONT});
+        REQUIRE(widths.size() == 2);
+        CHECK(widths[0] != 250);
+        CHECK(widths[1] == 250);
+    }
+    else
+    {
+        CHECK(kinds == std::vector<DWORD>{OBJ_BRUSH, OBJ_BITMAP, OBJ_FONT});
+    }
 }
