@@ -400,3 +400,23 @@ TEST_CASE("CEulaDialog: two dialogs on two threads at once have answers of their
     two.PressOk();
     CHECK(two.Join().accepted == VARIANT_TRUE);
 }
+
+TEST_CASE("CEulaDialog: it is dragged by its surface, and works where it is then", "[ui]")
+{
+    Shown shown;
+    shown.session.Activate();
+    const HWND dialog = shown.session.Dialog();
+    RECT before{};
+    ::GetWindowRect(dialog, &before);
+    shown.session.Drag({300, 8}, 40, 24);
+    RECT after{};
+    ::GetWindowRect(dialog, &after);
+    CHECK(after.left > before.left);
+    CHECK(after.right - after.left == before.right - before.left);
+    CHECK(after.bottom - after.top == before.bottom - before.top);
+    shown.session.Choose(VELT_EULA_ACCEPT);
+    shown.session.ClickOk();
+    const EulaAnswer answer = shown.session.Join();
+    CHECK(answer.hr == S_OK);
+    CHECK(answer.accepted == VARIANT_TRUE);
+}

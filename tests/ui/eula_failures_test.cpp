@@ -2,22 +2,24 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_module.h"
+#include "tests/support/trace_recorder.h"
 #include "tests/ui/eula_files.h"
-#include "tests/ui/plain_window.h"
+#include "tests/ui/high_contrast_on.h"
+#include "tests/ui/pixels.h"
 #include "tests/ui/stand_in_document.h"
-#include "ui/message_wait.h"
 #include "ui/resources/resource_ids.h"
-#include "ui/rtf_stream.h"
 #include "ui/velt_eula_dlg.h"
 
-#include <richedit.h>
+#include <commctrl.h>
 #include <wrl/client.h>
 
 #include <catch.hpp>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 using Microsoft::WRL::ComPtr;
 using namespace velt::test;
@@ -26,7 +28,6 @@ namespace
 {
 using LoadLibraryPatch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
 using LoadBitmapPatch = ImportPatch<"LoadBitmapW", decltype(::LoadBitmapW)>;
-using ReadFilePatch = ImportPatch<"ReadFile", decltype(::ReadFile)>;
 
 /// The class in this program, so that calls of the system can be made to fail.
 struct Made
@@ -97,45 +98,6 @@ std::wstring TextOf(HWND dialog, int id)
     ::GetDlgItemTextW(dialog, id, text, 200);
     return text;
 }
-
-/// A rich edit control of its own.
-class View
-{
-public:
-    View()
-        : m_library(::LoadLibraryW(L"riched32.dll")),
-          m_window(::CreateWindowExW(0, L"RICHEDIT", L"", WS_POPUP | ES_MULTILINE, 0, 0, 300, 200,
-                                     nullptr, nullptr, nullptr, nullptr))
-    {
-        REQUIRE(m_window);
-    }
-
-    View(const View&) = delete;
-    View& operator=(const View&) = delete;
-
-    ~View()
-    {
-        ::DestroyWindow(m_window);
-        ::FreeLibrary(m_library);
-    }
-
-    HWND Window() const noexcept
-    {
-        return m_window;
-    }
-
-    std::string Text() const
-    {
-        std::string text(static_cast<std::size_t>(::GetWindowTextLengthA(m_window)) + 1, '\0');
-        text.resize(static_cast<std::size_t>(
-            ::GetWindowTextA(m_window, text.data(), static_cast<int>(text.size()))));
-        return text;
-    }
-
-private:
-    HMODULE m_library;
-    HWND m_window;
-};
 } // namespace
 
 TEST_CASE("CVeltEulaDlg: without its skin it answers with the error and says nothing more", "[ui]")
@@ -244,72 +206,111 @@ TEST_CASE("CVeltEulaDlg: OK counts while the texts still load, and they are give
     CHECK(document.References() == 0);
 }
 
-TEST_CASE("StreamRtfFile: a read that fails ends the text like the end of the file", "[ui]")
-{
-    const Made made;
-    const View view;
-    std::string rtf = "{\\rtf1 first\\par ";
-    rtf += std::string(200'000, 'x');
-    made.folder.Write(L"long.rtf", rtf + "last}");
-    {
-        int reads = 0;
-        const ReadFilePatch patch("kernel32.dll", [&](HANDLE file, LPVOID buffer, DWORD wanted,
-                                                      LPDWORD read, LPOVERLAPPED overlapped) {
-            if (++reads > 3)
-            {
-                ::SetLastError(ERROR_CRC);
-                return FALSE;
-            }
-            return ReadFilePatch::Original(file, buffer, wanted, read, overlapped);
-        });
-        CHECK(velt::StreamRtfFile(view.Window(), made.folder.File(L"long.rtf")));
-        CHECK(reads == 4);
-    }
-    CHECK(view.Text().rfind("first", 0) == 0);
-    CHECK(view.Text().find("last") == std::string::npos);
-}
-
-TEST_CASE("StreamRtfFile: a file that cannot be opened leaves the text and says why", "[ui]")
-{
-    const Made made;
-    const View view;
-    ::SetWindowTextW(view.Window(), L"as it was");
-    CHECK_FALSE(velt::StreamRtfFile(view.Window(), made.folder.File(L"missing.rtf")));
-    CHECK(::GetLastError() == ERROR_FILE_NOT_FOUND);
-    CHECK(view.Text() == "as it was");
-}
-
-TEST_CASE("WaitWithMessages: messages are dispatched until it is done", "[ui]")
-{
-    const PlainWindow dialog;
-    const PlainWindow other;
-    ::PostMessageW(other.Window(), WM_CLOSE, 0, 0); // which destroys it
-    const auto isDone = [&] { return !::IsWindow(other.Window()); };
-    CHECK_FALSE(isDone());
-    CHECK(velt::WaitWithMessages(dialog.Window(), 5000, isDone));
-}
-
-TEST_CASE("WaitWithMessages: it ends at its limit, at once when it is done, without the dialog and "
-          "when the thread is to quit",
+TEST_CASE("CVeltEulaDlg: it loads its skin, then a rich edit library, then the common controls",
           "[ui]")
 {
-    const PlainWindow dialog;
-    const auto never = [] { return false; };
-    const ULONGLONG start = ::GetTickCount64();
-    CHECK_FALSE(velt::WaitWithMessages(dialog.Window(), 100, never));
-    CHECK(::GetTickCount64() - start >= 100);
-    CHECK(velt::WaitWithMessages(dialog.Window(), 0, [] { return true; }));
-    CHECK_FALSE(velt::WaitWithMessages(nullptr, 60'000, never));
+    const Made made;
+    const bool hasSkin = GENERATE(true, false);
+    std::vector<std::string> steps;
+    const LoadBitmapPatch bitmap("user32.dll", [&](HINSTANCE module, LPCWSTR name) {
+        if (name != MAKEINTRESOURCEW(VELT_SKIN))
+        {
+            return LoadBitmapPatch::Original(module, name);
+        }
+        steps.emplace_back("skin");
+        return hasSkin ? LoadBitmapPatch::Original(module, name) : nullptr;
+    });
+    const LoadLibraryPatch library("kernel32.dll", [&](LPCWSTR name, HANDLE file, DWORD flags) {
+        if (::lstrcmpiW(name, L"RICHED32.DLL") == 0)
+        {
+            steps.emplace_back("rich edit");
+        }
+        return LoadLibraryPatch::Original(name, file, flags);
+    });
+    const ImportPatch<"InitCommonControls", decltype(::InitCommonControls)> controls(
+        "comctl32.dll", [&] { steps.emplace_back("controls"); });
+    const WhenInitialised press([](HWND dialog) { ::PostMessageW(dialog, WM_COMMAND, IDOK, 0); });
+    VARIANT_BOOL accepted = 0x5A5A;
+    CHECK(SUCCEEDED(made.Launch(accepted)) == hasSkin);
+    CHECK(steps == (hasSkin ? std::vector<std::string>{"skin", "rich edit", "controls"}
+                            : std::vector<std::string>{"skin"}));
+}
 
-    // Something that turns true without a message.
-    const ULONGLONG then = ::GetTickCount64() + 50;
-    CHECK(velt::WaitWithMessages(dialog.Window(), 5000,
-                                 [then] { return ::GetTickCount64() >= then; }));
+TEST_CASE("CVeltEulaDlg: the agreement is opened to be read, by nobody else, if it is there",
+          "[ui]")
+{
+    const Made made;
+    using CreateFilePatch = ImportPatch<"CreateFileW", decltype(::CreateFileW)>;
+    int opened = 0;
+    const CreateFilePatch open("kernel32.dll", [&](LPCWSTR name, DWORD access, DWORD sharing,
+                                                   SECURITY_ATTRIBUTES* security, DWORD creation,
+                                                   DWORD flags, HANDLE model) {
+        if (made.folder.File(L"agreement.rtf") == name)
+        {
+            ++opened;
+            CHECK(access == GENERIC_READ);
+            CHECK(sharing == 0);
+            CHECK(security == nullptr);
+            CHECK(creation == OPEN_EXISTING);
+            CHECK(flags == FILE_ATTRIBUTE_ARCHIVE);
+            CHECK(model == nullptr);
+        }
+        return CreateFilePatch::Original(name, access, sharing, security, creation, flags, model);
+    });
+    const WhenInitialised press([](HWND dialog) { ::PostMessageW(dialog, WM_COMMAND, IDOK, 0); });
+    VARIANT_BOOL accepted = 0x5A5A;
+    CHECK(made.Launch(accepted) == S_OK);
+    CHECK(opened == 1);
+}
 
-    ::PostQuitMessage(9);
-    CHECK_FALSE(velt::WaitWithMessages(dialog.Window(), 60'000, never));
-    MSG message{};
-    REQUIRE(::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
-    CHECK(message.message == WM_QUIT);
-    CHECK(message.wParam == 9);
+TEST_CASE("CVeltEulaDlg: a call is traced from its start to its result", "[ui]")
+{
+    const Made made;
+    TraceRecorder trace;
+    const bool isThere = GENERATE(true, false); // the agreement
+    if (!isThere)
+    {
+        ::DeleteFileW(made.folder.File(L"agreement.rtf").c_str());
+    }
+    const WhenInitialised press([](HWND dialog) { ::PostMessageW(dialog, WM_COMMAND, IDOK, 0); });
+    VARIANT_BOOL accepted = 0x5A5A;
+    CHECK(made.Launch(accepted) == S_OK);
+    CHECK(trace.Count("CVeltEulaDlg::LaunchEula - enter") == 1);
+    CHECK(trace.Count("CVeltEulaDlg::LaunchEula - return = 0") == 1);
+    CHECK(trace.Count("the agreement cannot be opened: 2") == (isThere ? 0 : 1));
+    for (const TraceRecorder::Message& message : trace.Messages())
+    {
+        if (message.text.rfind("the ", 0) == 0)
+        {
+            CHECK(message.level == 1);
+        }
+    }
+}
+
+TEST_CASE("CVeltEulaDlg: with high contrast its labels and its button have the system's colours",
+          "[ui]")
+{
+    const Made made;
+    const bool isOn = GENERATE(true, false);
+    std::optional<HighContrastOn> on;
+    if (isOn)
+    {
+        on.emplace();
+    }
+    const COLORREF face = isOn ? ::GetSysColor(COLOR_BTNFACE) : RGB(237, 237, 237);
+    CHECK(::GetSysColor(COLOR_BTNFACE) != RGB(237, 237, 237));
+    const WhenInitialised look([&](HWND dialog) {
+        ::RedrawWindow(dialog, nullptr, nullptr,
+                       RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+        for (const int id : {VELT_EULA_DECLINE, VELT_EULA_ACCEPT})
+        {
+            const Pixels label = Pixels::Of(::GetDlgItem(dialog, id));
+            CHECK(label.At(label.Width() - 1, label.Height() / 2) == face);
+        }
+        const Pixels ok = Pixels::Of(::GetDlgItem(dialog, VELT_EULA_OK));
+        CHECK((ok.At(8, 8) == ::GetSysColor(COLOR_BTNFACE)) == isOn);
+        ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    });
+    VARIANT_BOOL accepted = 0x5A5A;
+    CHECK(made.Launch(accepted) == S_OK);
 }

@@ -50,6 +50,43 @@ LRESULT CALLBACK MarkWhenReady(int code, WPARAM wParam, LPARAM lParam)
     return ::CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
+bool IsMoving(DWORD thread)
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    return ::GetGUIThreadInfo(thread, &info) && (info.flags & GUI_INMOVESIZE) != 0;
+}
+
+/// Moves the pointer, and waits until it has come to rest there, over the window if one is given.
+bool MovePointer(POINT to, HWND over)
+{
+    ::SetCursorPos(to.x, to.y);
+    int looks = 0; // in a row that have found it there
+    return WaitUntil([=, &looks] {
+        POINT at{};
+        const bool isThere = ::GetCursorPos(&at) && at.x == to.x && at.y == to.y;
+        looks = isThere && (!over || ::WindowFromPoint(at) == over) ? looks + 1 : 0;
+        return looks == 5;
+    });
+}
+
+void SendMouse(std::initializer_list<DWORD> events)
+{
+    std::vector<INPUT> inputs;
+    for (const DWORD event : events)
+    {
+        INPUT input{};
+        input.type = INPUT_MOUSE;
+        input.mi.dwFlags = event;
+        inputs.push_back(input);
+    }
+    if (::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
+        inputs.size())
+    {
+        throw std::runtime_error("no mouse");
+    }
+}
+
 INPUT KeyInput(WORD key, bool down)
 {
     INPUT input{};
@@ -229,23 +266,48 @@ void EulaSession::ClickOnce(int id)
     const int x = place.left + std::min(place.right - place.left, 40L) / 2;
     const int y = (place.top + place.bottom) / 2;
     // The pointer itself goes there first: it would be seen where it was when the screen changes.
-    ::SetCursorPos(x, y);
-    int looks = 0; // in a row that have found it at rest there
-    const auto isThere = [=, &looks] {
-        POINT at{};
-        const bool there = ::GetCursorPos(&at) && at.x == x && at.y == y;
-        looks = there && ::WindowFromPoint(at) == item ? looks + 1 : 0;
-        return looks == 5;
-    };
-    INPUT inputs[2] = {};
-    inputs[0].type = INPUT_MOUSE;
-    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-    inputs[1].type = INPUT_MOUSE;
-    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
-    if (!WaitUntil(isThere) || ::SendInput(2, inputs, sizeof(INPUT)) != 2)
+    if (!MovePointer({x, y}, item))
     {
         throw std::runtime_error("no mouse");
     }
+    SendMouse({MOUSEEVENTF_LEFTDOWN, MOUSEEVENTF_LEFTUP});
+}
+
+void EulaSession::Drag(POINT from, int dx, int dy)
+{
+    constexpr DWORD kPatienceMs = 3'000;
+    constexpr int kSteps = 4;
+    const HWND dialog = Dialog();
+    for (int tries = 0; tries < 5; ++tries)
+    {
+        RECT before{};
+        ::GetWindowRect(dialog, &before);
+        const auto isMoved = [&] {
+            RECT now{};
+            ::GetWindowRect(dialog, &now);
+            return now.left == before.left + dx && now.top == before.top + dy;
+        };
+        POINT start = from;
+        ::ClientToScreen(dialog, &start);
+        if (!MovePointer(start, dialog))
+        {
+            continue;
+        }
+        SendMouse({MOUSEEVENTF_LEFTDOWN});
+        if (WaitUntil([this] { return IsMoving(m_threadId); }, kPatienceMs))
+        {
+            for (int step = 1; step <= kSteps; ++step)
+            {
+                MovePointer({start.x + dx * step / kSteps, start.y + dy * step / kSteps}, nullptr);
+            }
+        }
+        SendMouse({MOUSEEVENTF_LEFTUP});
+        if (WaitUntil([&] { return isMoved() && !IsMoving(m_threadId); }, kPatienceMs))
+        {
+            return;
+        }
+    }
+    throw std::runtime_error("the dialog cannot be dragged");
 }
 
 void EulaSession::Press(WORD key, std::initializer_list<WORD> held)

@@ -59,6 +59,10 @@ public:
     /// Clicks OK, which ends the dialog.
     void ClickOk();
 
+    /// Presses the mouse over a point of the dialog's surface, in client coordinates, and takes it
+    /// `dx` and `dy` pixels away.
+    void Drag(POINT from, int dx, int dy);
+
     /// Presses and releases a key, with others held down.
     void Press(WORD key, std::initializer_list<WORD> held = {});
 

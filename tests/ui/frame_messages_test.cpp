@@ -1,5 +1,6 @@
 #include "tests/support/trace_recorder.h"
 #include "tests/ui/frame_scene.h"
+#include "tests/ui/high_contrast_on.h"
 
 #include <catch.hpp>
 
@@ -84,7 +85,7 @@ TEST_CASE("WM_CTLCOLOR...: with high contrast on, child controls take the system
     TestDialog dialog(TEST_DIALOG);
     dialog.SetTextColour(RGB(1, 2, 3));
     dialog.Show([&] {
-        const HighContrast on;
+        const HighContrastOn on;
         const Pixels target(10, 10);
         const auto ask = [&](UINT message, HWND control) {
             return ::SendMessageW(dialog.Window(), message,

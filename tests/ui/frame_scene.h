@@ -34,25 +34,4 @@ inline void PaintAlone(const TestDialog& dialog)
     ::RedrawWindow(dialog.Window(), nullptr, nullptr,
                    RDW_INVALIDATE | RDW_ERASE | RDW_UPDATENOW | RDW_NOCHILDREN);
 }
-
-/// The user's high-contrast setting, as the component sees it. Not every system can change it.
-class HighContrast
-{
-public:
-    HighContrast()
-        : m_patch("user32.dll", [](UINT action, UINT size, void* value, UINT flags) {
-              const BOOL done = decltype(m_patch)::Original(action, size, value, flags);
-              if (action == SPI_GETHIGHCONTRAST)
-              {
-                  static_cast<HIGHCONTRASTW*>(value)->dwFlags |= HCF_HIGHCONTRASTON;
-                  return TRUE;
-              }
-              return done;
-          })
-    {
-    }
-
-private:
-    ImportPatch<"SystemParametersInfoW", decltype(::SystemParametersInfoW)> m_patch;
-};
 } // namespace velt::test
