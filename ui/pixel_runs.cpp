@@ -29,12 +29,12 @@ bool AreAllKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
 
 bool IsNoneKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
 {
-    std::uint32_t found = 0;
+    std::uint32_t borrowed = 0; // its highest bit, by a difference of nothing
     for (std::ptrdiff_t i = 0; i < kStep; ++i)
     {
-        found |= static_cast<std::uint32_t>(IsKey(pixels[i], key));
+        borrowed |= ((pixels[i] ^ key) & kColourBits) - 1;
     }
-    return found == 0;
+    return (borrowed >> 31) == 0;
 }
 
 const std::uint32_t* SkipKey(const std::uint32_t* at, const std::uint32_t* end,
