@@ -53,35 +53,39 @@ rm -f "$name.zip"
 printf "$name/%s\n" "${files[@]}" | zip -q -X -9 -@ "$name.zip"
 
 # What the installer writes and the uninstaller removes: each file by its name, so that nobody
-# else's file goes.
-list=$output/$name-files.nsh
+# else's file goes. The list is installed too, for the next version.
+list=$output/$name-files.txt
+printf '%s\r\n' "${files[@]//\//\\}" 'Uninstall.exe' 'Uninstall.txt' >"$list"
+touch -d "@$SOURCE_DATE_EPOCH" "$list"
+script=$output/$name-files.nsh
 {
-    echo '!macro InstallFiles'
+    echo '!macro InstallFiles FOLDER'
     current=
     for file in "${files[@]}"; do
         folder=$(dirname "/$file")
         if [ "$folder" != "$current" ]; then
             current=$folder
             folder=${folder%/}
-            printf '    SetOutPath "$INSTDIR%s"\n' "${folder//\//\\}"
+            printf '    SetOutPath "${FOLDER}%s"\n' "${folder//\//\\}"
         fi
         printf '    File "%s"\n' "$stage/$file"
     done
+    printf '    SetOutPath "${FOLDER}"\n    File "/oname=Uninstall.txt" "%s"\n' "$list"
     echo '!macroend'
-    echo '!macro RemoveFiles'
+    echo '!macro RemoveFiles REMOVE'
     for file in "${files[@]}"; do
-        printf '    Delete "$INSTDIR\\%s"\n' "${file//\//\\}"
+        printf '    !insertmacro ${REMOVE} "%s"\n' "${file//\//\\}"
     done
     for ((i = ${#folders[@]} - 1; i >= 0; --i)); do # the inner ones first
         printf '    RMDir "$INSTDIR\\%s"\n' "${folders[i]//\//\\}"
     done
     echo '!macroend'
-} >"$list"
+} >"$script"
 size_bytes=$(find "$stage" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum }')
 makensis -V2 -WX -NOCD \
-    "-DVELT_VERSION=$version" "-DVELT_OUTPUT=$output/$name-setup.exe" "-DVELT_FILES=$list" \
+    "-DVELT_VERSION=$version" "-DVELT_OUTPUT=$output/$name-setup.exe" "-DVELT_FILES=$script" \
     "-DVELT_SIZE_KB=$(((size_bytes + 1023) / 1024))" "$here/velt.nsi"
 
-rm -rf "$stage" "$list"
+rm -rf "$stage" "$list" "$script"
 sha256sum "$name-setup.exe" "$name.zip" >SHA256SUMS
 cat SHA256SUMS
