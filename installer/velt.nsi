@@ -113,7 +113,7 @@ FunctionEnd
 ; for programs and libraries in use: those can be renamed, but neither written nor deleted. Whatever
 ; fails until the new version is registered, everything is moved back.
 Var Earlier ; the folder of a version that is here already, in the same scope
-Var WasRegistered ; 1 when that version's registration was taken back
+Var Registered ; 1 when the new version has begun to register
 Var SetAside ; where the former files are; empty when they are in their places
 Var MovedIn ; 1 when new files are in their places
 Var Incomplete ; 1 when a file could not be moved
@@ -121,6 +121,13 @@ Var Incomplete ; 1 when a file could not be moved
 ; Moves the files that a list names, a line each and relative to $1, from below $1 to below $2.
 ; Folders are made, and removed when they are empty. One that cannot be moved, or stands where a
 ; folder is, stays, and sets $Incomplete.
+!macro RemoveEmptyFolders TOP FILE
+    ${GetParent} "${TOP}\${FILE}" $5
+    ${DoWhile} $5 != "${TOP}"
+        RMDir $5
+        ${GetParent} $5 $5
+    ${Loop}
+!macroend
 !define MoveListed "!insertmacro MoveListed"
 !macro MoveListed LIST FROM TO
     StrCpy $0 "${LIST}"
@@ -153,11 +160,8 @@ Function MoveListed
                 DetailPrint "$1\$4 cannot be moved."
                 StrCpy $Incomplete 1
             ${EndIf}
-            ${GetParent} "$1\$4" $5
-            ${DoWhile} $5 != $1
-                RMDir $5
-                ${GetParent} $5 $5
-            ${Loop}
+            !insertmacro RemoveEmptyFolders "$1" "$4"
+            !insertmacro RemoveEmptyFolders "$2" "$4"
         ${EndIf}
         ClearErrors
     ${Loop}
@@ -177,7 +181,8 @@ Function .onInstFailed
         RMDir $SetAside
         RMDir "$INSTDIR\${OLD}"
     ${EndIf}
-    ${If} $WasRegistered == 1
+    ${If} $Registered == 1
+    ${AndIf} $Earlier != ""
         !insertmacro RunTool register $Earlier
     ${EndIf}
     RMDir /r "$INSTDIR\${NEW}"
@@ -186,7 +191,7 @@ FunctionEnd
 
 Section
     InitPluginsDir
-    StrCpy $WasRegistered 0
+    StrCpy $Registered 0
     StrCpy $SetAside ""
     StrCpy $MovedIn 0
     StrCpy $Incomplete 0
@@ -204,13 +209,6 @@ Section
         Abort "The files could not be written."
     ${EndIf}
     SetOutPath $INSTDIR
-
-    ${If} $Earlier != ""
-        !insertmacro RunTool unregister $Earlier
-        ${If} $0 == 0
-            StrCpy $WasRegistered 1
-        ${EndIf}
-    ${EndIf}
 
     ; The former files. What is left of a version before in .old goes when nothing uses it any more.
     RMDir /r "$INSTDIR\${OLD}"
@@ -230,12 +228,13 @@ Section
         Abort "The files could not be replaced."
     ${EndIf}
 
+    ; All versions write the same keys, so the earlier one's registration is never taken back.
+    StrCpy $Registered 1
     !insertmacro RunTool register $INSTDIR
     ${If} $0 != 0
         MessageBox MB_OK|MB_ICONEXCLAMATION "The component could not be registered." /SD IDOK
         SetErrorLevel ${NOT_REGISTERED}
         ${If} $Earlier != ""
-            !insertmacro RunTool unregister $INSTDIR ; what there is of it
             Abort "The component could not be registered."
         ${EndIf}
         ; What is there can be used without registration, and removed.
