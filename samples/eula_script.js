@@ -9,6 +9,14 @@ if (WScript.Arguments.length != 2)
     WScript.Quit(2);
 }
 
-var dialog = new ActiveXObject("VeltHTTPClientX.VeltEulaDlg12OEM");
-var accepted = dialog.LaunchEula(WScript.Arguments(0), WScript.Arguments(1));
-WScript.Echo(accepted ? "accepted" : "declined");
+try
+{
+    var dialog = new ActiveXObject("VeltHTTPClientX.VeltEulaDlg12OEM");
+    var accepted = dialog.LaunchEula(WScript.Arguments(0), WScript.Arguments(1));
+    WScript.Echo(accepted ? "accepted" : "declined");
+}
+catch (error)
+{
+    WScript.Echo("failed: " + error.message);
+    WScript.Quit(1);
+}
