@@ -24,21 +24,25 @@ name=VeltHTTPClient12OEM-$version
 
 stage=$output/$name
 rm -rf "$stage"
-mkdir -p "$stage/docs" "$stage/samples"
+mkdir -p "$stage"
+
+# source_files <file or folder...>: the project's own files, not what else lies in its folders. In
+# sources that were unpacked from an archive everything counts.
+source_files() {
+    if [ "$(git -C "$root" rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
+        git -C "$root" ls-files -- "$@"
+    else
+        (cd "$root" && find "$@" -type f)
+    fi
+}
 
 # What the build says is shipped; the texts that go with it; samples that need the published files
-# only.
+# only. The sample agent goes as a program: its sources need the project's.
 cp -R "$build/bin/." "$stage/"
-cp "$root/README.md" "$stage/"
-cp "$root"/docs/*.md "$stage/docs/"
-cp -R "$root/samples/." "$stage/samples/"
-find "$stage/samples" -name CMakeLists.txt -delete
-rm -f "$stage/samples/fetch_host.cpp"
-# The sample agent goes as a program: its sources need the project's.
+source_files README.md docs samples |
+    sed -E '/\/CMakeLists\.txt$/d; /\/fetch_host\.cpp$/d; /^samples\/update_agent\//{/\.ini$/!d}' |
+    (cd "$root" && xargs cp --parents -t "$stage")
 agent=$stage/samples/update_agent
-rm -rf "$agent"
-mkdir "$agent"
-cp "$root/samples/update_agent/update_agent.ini" "$agent/"
 SOURCE_DATE_EPOCH=946684800 i686-w64-mingw32-strip --strip-all -o "$agent/sample_agent.exe" \
     "$build/samples/update_agent/sample_agent.exe"
 
