@@ -28,8 +28,8 @@ ManifestSupportedOS all
 !define TOOL "velt.exe"
 !define UNINSTALLER "Uninstall.exe"
 !define LIST "Uninstall.txt" ; what is installed, a line each
-!define NEW ".new" ; new files before they are moved to their places
-!define OLD ".old" ; former files; those in use stay until Windows starts again
+!define NEW "${PRODUCT}.new" ; new files before they are moved to their places
+!define OLD "${PRODUCT}.old" ; former files; those in use stay until Windows starts again
 !define PRODUCT_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
 !define NOTHING_TO_DO 1 ; the command-line program's answer when another copy, or none, is registered
 !define NOT_REGISTERED 3
@@ -51,6 +51,7 @@ ManifestSupportedOS all
 !include FileFunc.nsh
 !include LogicLib.nsh
 !include TextFunc.nsh
+!include WordFunc.nsh
 !include "${VELT_FILES}"
 
 Name "VeltHTTPClient ${VELT_VERSION}"
@@ -118,9 +119,7 @@ Var SetAside ; where the former files are; empty when they are in their places
 Var MovedIn ; 1 when new files are in their places
 Var Incomplete ; 1 when a file could not be moved
 
-; Moves the files that a list names, a line each and relative to $1, from below $1 to below $2.
-; Folders are made, and removed when they are empty. One that cannot be moved, or stands where a
-; folder is, stays, and sets $Incomplete.
+; Removes the folder of a file, and those above it below TOP, as far as nothing is in them.
 !macro RemoveEmptyFolders TOP FILE
     ${GetParent} "${TOP}\${FILE}" $5
     ${DoWhile} $5 != "${TOP}"
@@ -128,6 +127,10 @@ Var Incomplete ; 1 when a file could not be moved
         ${GetParent} $5 $5
     ${Loop}
 !macroend
+
+; Moves the files that a list names, a line each and relative to FROM, to below TO. Folders are made,
+; and removed when they are empty. A file that cannot be moved stays and sets $Incomplete. Lines that
+; name folders or lead out of FROM do not count.
 !define MoveListed "!insertmacro MoveListed"
 !macro MoveListed LIST FROM TO
     StrCpy $0 "${LIST}"
@@ -147,15 +150,14 @@ Function MoveListed
             ${Break}
         ${EndIf}
         ${TrimNewLines} $4 $4
-        ${If} ${FileExists} "$1\$4"
+        ${WordFind} "$4" ".." "E*" $5
+        ${If} ${Errors} ; there is none
+        ${AndIf} ${FileExists} "$1\$4"
+        ${AndIfNot} ${FileExists} "$1\$4\*.*"
             ${GetParent} "$2\$4" $5
             CreateDirectory $5
             ClearErrors
-            ${If} ${FileExists} "$1\$4\*.*"
-                SetErrors
-            ${Else}
-                Rename "$1\$4" "$2\$4"
-            ${EndIf}
+            Rename "$1\$4" "$2\$4"
             ${If} ${Errors}
                 DetailPrint "$1\$4 cannot be moved."
                 StrCpy $Incomplete 1
@@ -210,7 +212,7 @@ Section
     ${EndIf}
     SetOutPath $INSTDIR
 
-    ; The former files. What is left of a version before in .old goes when nothing uses it any more.
+    ; The former files. What an earlier upgrade has left goes when nothing uses it any more.
     RMDir /r "$INSTDIR\${OLD}"
     CreateDirectory "$INSTDIR\${OLD}"
     GetTempFileName $SetAside "$INSTDIR\${OLD}"

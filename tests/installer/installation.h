@@ -18,6 +18,8 @@ inline constexpr DWORD kLeftInUse = 4;
 inline constexpr DWORD kNotAllowed = 5;
 
 inline constexpr wchar_t kLibrary[] = L"VeltHTTPClient12OEM.dll";
+inline constexpr wchar_t kNewFiles[] = L"VeltHTTPClient12OEM.new";
+inline constexpr wchar_t kFormerFiles[] = L"VeltHTTPClient12OEM.old";
 inline constexpr wchar_t kViewer[] = L"velt-trace.exe";
 inline constexpr wchar_t kProductKey[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM";

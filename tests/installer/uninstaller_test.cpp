@@ -80,8 +80,8 @@ TEST_CASE("The uninstaller: has Windows remove what is in use at its next start"
         CHECK(UninstallInPlace(scope.folder) == 0);
         CHECK(viewer.Runs());
         CHECK(FilesBelow(scope.folder).size() == 2);
-        CHECK(FilesBelow(scope.File(L".old")).size() == 2);
-        CHECK(pending.Below(scope.File(L".old")) >= 2);
+        CHECK(FilesBelow(scope.File(kFormerFiles)).size() == 2);
+        CHECK(pending.Below(scope.File(kFormerFiles)) >= 2);
         CHECK(pending.Has(scope.folder));
     }
     CHECK(ChangesOfTheMachine() == "");

@@ -23,8 +23,8 @@ void CheckEarlier(const Scope& scope, const std::set<std::wstring>& files)
     CHECK((Value(scope.root, kProductKey, L"InstallLocation") == scope.folder));
     CHECK(std::filesystem::exists(scope.File(kWithdrawn)));
     CHECK((FilesBelow(scope.folder) == files));
-    CHECK_FALSE(std::filesystem::exists(scope.File(L".new")));
-    CHECK_FALSE(std::filesystem::exists(scope.File(L".old")));
+    CHECK_FALSE(std::filesystem::exists(scope.File(kNewFiles)));
+    CHECK_FALSE(std::filesystem::exists(scope.File(kFormerFiles)));
     CheckWorks(scope);
 }
 
@@ -56,14 +56,38 @@ TEST_CASE("An upgrade: replaces files in use, and takes away those that are ther
         CHECK(std::filesystem::exists(scope.File(kViewer)));
         CHECK(std::filesystem::exists(scope.File(kLibrary)));
         // The former ones go when Windows starts again, or with the next installation.
-        CHECK(FilesBelow(scope.File(L".old")).size() == 2);
-        CHECK(pending.Below(scope.File(L".old")) >= 2);
+        CHECK(FilesBelow(scope.File(kFormerFiles)).size() == 2);
+        CHECK(pending.Below(scope.File(kFormerFiles)) >= 2);
     }
     CHECK_FALSE(std::filesystem::exists(scope.File(L"withdrawn")));
     CheckWorks(scope);
     REQUIRE(Install(scope.argument) == 0);
     CheckInstalled(scope);
-    CHECK_FALSE(std::filesystem::exists(scope.File(L".old")));
+    CHECK_FALSE(std::filesystem::exists(scope.File(kFormerFiles)));
+    CHECK(Uninstall(scope.folder) == 0);
+    CHECK_FALSE(std::filesystem::exists(scope.folder));
+    CHECK(ChangesOfTheMachine() == "");
+}
+
+TEST_CASE("An upgrade: leaves what others put there, whatever the list of the former files says",
+          "[installer]")
+{
+    const Scope scope = CurrentUser();
+    REQUIRE(InstallEarlier(scope.argument) == 0);
+    const std::filesystem::path folder = scope.folder;
+    const std::filesystem::path beside = folder.parent_path() / L"beside.txt";
+    const std::filesystem::path mine = folder / L"withdrawn" / L"mine.txt";
+    std::ofstream(beside) << "somebody else's";
+    std::ofstream(mine) << "somebody else's";
+    std::ofstream(folder / L"Uninstall.txt", std::ios::app)
+        << "..\\beside.txt\n\nwithdrawn\n\\\nmissing\\file.txt\n";
+    REQUIRE(Install(scope.argument) == 0);
+    CHECK(std::filesystem::exists(beside));
+    CHECK(std::filesystem::exists(mine));
+    CHECK_FALSE(std::filesystem::exists(scope.File(kWithdrawn)));
+    std::filesystem::remove(beside);
+    std::filesystem::remove_all(mine.parent_path());
+    CheckInstalled(scope);
     CHECK(Uninstall(scope.folder) == 0);
     CHECK_FALSE(std::filesystem::exists(scope.folder));
     CHECK(ChangesOfTheMachine() == "");
@@ -78,9 +102,9 @@ TEST_CASE("An upgrade that fails: leaves the earlier version whole and registere
     const std::filesystem::path folder = scope.folder;
     {
         INFO("where the new files go first, there is a file");
-        std::ofstream(folder / L".new") << "in the way";
+        std::ofstream(folder / kNewFiles) << "in the way";
         CHECK(Install(scope.argument) == kNotCompleted);
-        std::filesystem::remove(folder / L".new");
+        std::filesystem::remove(folder / kNewFiles);
         CheckEarlier(scope, files);
     }
     {
