@@ -52,7 +52,7 @@ void WaitFor(Condition&& condition, const char* what)
 class Viewer
 {
 public:
-    explicit Viewer(std::wstring path)
+    explicit Viewer(const std::wstring& path)
     {
         std::wstring commandLine = L"\"" + path + L"\"";
         STARTUPINFOW startup{};
