@@ -2,7 +2,6 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
-#include "tools/trace/standard_stream.h"
 #include "tools/trace/trace_export.h"
 
 #include <array>
@@ -129,6 +128,6 @@ void ConsoleViewer::WriteRecords()
     m_counts.lost += m_session.Lost();
     m_session.Clear();
     WriteAll(m_file.Get(), saved);
-    WriteStandard(STD_OUTPUT_HANDLE, printed);
+    m_output.Write(printed);
 }
 } // namespace velt

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "foundation/unique_handle.h"
-#include "tools/trace/output_file.h"
+#include "foundation/unique_file.h"
+#include "tools/common/console.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 
@@ -46,6 +46,7 @@ private:
     UniqueKernelObject m_ended;
     UniqueKernelObject m_left; // Run is over
     UniqueFile m_file;
+    const Console m_output{STD_OUTPUT_HANDLE};
     Counts m_counts;
     TraceSession m_session; // last: its threads use the others
 

@@ -1,39 +1,11 @@
 #include "tools/trace/trace_session.h"
 
 #include "foundation/trace_record.h"
-#include "foundation/wide_text.h"
-#include "tools/trace/trace_export.h"
+#include "tools/common/to_utf8.h"
+#include "tools/common/trace_text.h"
 
 namespace velt
 {
-namespace
-{
-bool IsUtf8(std::string_view text) noexcept
-{
-    return text.empty() || ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
-                                                 static_cast<int>(text.size()), nullptr, 0) > 0;
-}
-
-/// The text as UTF-8. Programs send either UTF-8, whose last character may have been cut in two, or
-/// their code page.
-std::string ToUtf8(std::string_view text)
-{
-    for (std::size_t cut = 0; cut < 4 && cut <= text.size(); ++cut)
-    {
-        const std::string_view front = text.substr(0, text.size() - cut);
-        if (IsUtf8(front))
-        {
-            return std::string(front);
-        }
-        if (text.size() < kTraceTextMax)
-        {
-            break;
-        }
-    }
-    return Utf8FromWide(WideFromNarrow(text, CP_ACP));
-}
-} // namespace
-
 TraceSession::TraceSession(TraceReceiverEvents& events) : m_events(events), m_receiver(*this) {}
 
 void TraceSession::Drain(DWORD senderLimitMs)

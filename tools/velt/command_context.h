@@ -1,7 +1,7 @@
 #pragma once
 
+#include "tools/common/console.h"
 #include "tools/velt/command_line.h"
-#include "tools/velt/console.h"
 #include "tools/velt/report.h"
 
 #include <windows.h>

@@ -1,9 +1,9 @@
 #include "foundation/exception_to_hresult.h"
-#include "foundation/find_function.h"
 #include "foundation/system_exception.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
 #include "foundation/wide_text.h"
+#include "tools/common/search_path.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/help_text.h"
 #include "tools/velt/trace_window.h"
@@ -121,18 +121,6 @@ ExitCode RunTraced(const CommandLine& line, CommandContext& context)
     UTrace::State state; // the libraries in this program are traced as well
     UTrace::StartUp();
     return Run(line.operands, line.json);
-}
-
-/// Libraries of the system come from the system's folder only, where the system knows how.
-void SearchSystemFolderOnly() noexcept
-{
-    using SetFunction = BOOL(WINAPI*)(DWORD flags);
-    const auto set =
-        FindFunction<SetFunction>(::GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories");
-    if (set)
-    {
-        set(LOAD_LIBRARY_SEARCH_SYSTEM32);
-    }
 }
 
 int Main(std::span<wchar_t* const> arguments) noexcept

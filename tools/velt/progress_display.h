@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/velt/console.h"
+#include "tools/common/console.h"
 #include "tools/velt/progress_line.h"
 
 #include <string>

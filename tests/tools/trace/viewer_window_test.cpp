@@ -3,7 +3,7 @@
 #include "tests/support/temp_folder.h"
 #include "tests/support/variants.h"
 #include "tests/support/viewer_process.h"
-#include "tools/trace/output_file.h"
+#include "tools/common/output_file.h"
 
 #include <provider_lib.h>
 

@@ -215,6 +215,26 @@ TEST_CASE("velt fetch: many at once into a folder", "[tools]")
     CHECK_FALSE(Contains(result.output, "\n{"));
 }
 
+TEST_CASE("velt fetch: a body on its way never takes another file's name", "[tools]")
+{
+    const TempFolder folder(L"names");
+    SECTION("that of another URL")
+    {
+        CHECK(RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/plain.txt.part"),
+                       Url(L"/plain.txt")})
+                  .exitCode == 0);
+        CHECK(ReadAll(folder.File(L"plain.txt.part")) == real_servers::LargeBytes(0, 1024));
+    }
+    SECTION("that of a file of the user's")
+    {
+        folder.Write(L"plain.txt.part", "the user's own");
+        CHECK(RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/plain.txt")}).exitCode == 0);
+        CHECK(ReadAll(folder.File(L"plain.txt.part")) == "the user's own");
+    }
+    CHECK(ReadAll(folder.File(L"plain.txt")) == "plain text\n");
+    CHECK(FilesIn(folder) == L"plain.txt plain.txt.part ");
+}
+
 TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[tools]")
 {
     const TempFolder folder(L"status");
@@ -310,18 +330,18 @@ TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
         CHECK(result.exitCode == 3);
         CHECK(Contains(result.messages, "(0x800700"));
     }
-    CHECK_FALSE(Exists(folder.File(L"x.part")));
+    CHECK(FilesIn(folder).find(L".part") == std::wstring::npos);
 }
 
 TEST_CASE("velt fetch: a disk that is full while saving is a failure", "[tools]")
 {
     const std::string folder = real_servers::Variable("VELT_SERVERS_DIR_WINDOWS");
     const std::wstring file = std::wstring(folder.begin(), folder.end()) + L"\\full";
+    // A device of the host's that takes nothing stands for the disk.
     const ProgramResult result = RunVelt({L"fetch", L"--output", file, Url(L"/plain.txt")});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "(0x80070070)"));
-    CHECK_FALSE(Exists(file));
-    CHECK_FALSE(Exists(file + L".part"));
+    CHECK(Exists(file)); // not replaced
 }
 
 TEST_CASE("velt fetch: shows its progress on a terminal and nothing of it at the end", "[tools]")

@@ -1,9 +1,11 @@
 // velt.exe itself: its streams, exit codes and the commands that need no server.
 
+#include "foundation/trace_record.h"
 #include "tests/support/component_library.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/message_module.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/viewer_process.h"
 #include "tests/tools/velt/velt_program.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
@@ -321,4 +323,35 @@ TEST_CASE("velt trace on: shows the component's trace on standard error", "[tool
     CHECK(Contains(result.messages, "trace: CEnumVariantCol::Clear - return = 0\n"));
     CHECK(RunVelt({L"trace", L"on", L"nonsense"}).exitCode == 2);
     CHECK_FALSE(Contains(RunVelt({L"collection", L"a"}).messages, "trace:"));
+}
+
+TEST_CASE("velt trace on: what arrives is checked, and says nothing to the terminal", "[tools]")
+{
+    const TempFolder folder;
+    folder.Write(L"wait.js", "WScript.Sleep(60000)");
+    // Ended with its owner.
+    const ProgramRun run({L"trace", L"on", L"script", folder.File(L"wait.js")});
+    HWND window = nullptr;
+    REQUIRE(Eventually([&] {
+        DWORD owner = 0;
+        window = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+        return window && ::GetWindowThreadProcessId(window, &owner) && owner == run.ProcessId();
+    }));
+    SendRecord(window, "a\tb\x1B[2J");
+    SendRecord(window, "gr\xFC\xDF");
+    const velt::TraceRecord record = velt::EncodeTraceRecord(4, 0, "", "another kind");
+    SendBytes(window, {reinterpret_cast<const char*>(record.bytes.data()), record.size}, 1);
+    SendBytes(window, "junk");
+    SendBytes(window, "");
+    wchar_t wide[8] = {};
+    char narrow[24] = {};
+    ::MultiByteToWideChar(CP_ACP, 0, "gr\xFC\xDF", -1, wide, 8);
+    ::WideCharToMultiByte(CP_UTF8, 0, wide, -1, narrow, 24, nullptr, nullptr);
+    const std::string messages = run.Messages();
+    INFO(messages);
+    CHECK(Contains(messages, "trace: a\\tb\\x1B[2J\n"));
+    CHECK(Contains(messages, "trace: " + std::string(narrow) + "\n"));
+    CHECK(Contains(messages, "trace: malformed record (wrong magic), 94 bytes: 5E 00 00 00 "));
+    CHECK(Contains(messages, "trace: malformed record (too short), 4 bytes: 6A 75 6E 6B\n"));
+    CHECK(Contains(messages, "trace: malformed record (too short), 0 bytes\n"));
 }
