@@ -49,6 +49,9 @@ void Require(HRESULT hr, const wchar_t* what);
 /// What failed, the system's text and the code.
 std::wstring FailureMessage(const CommandFailure& failure);
 
+/// Adds a failure to results: `failed`, what it was that failed, `code` and `text`.
+void AddFailure(Report& results, const CommandFailure& failure);
+
 /// What a command works with.
 class CommandContext
 {

@@ -219,8 +219,7 @@ private:
         report.Add("url", Utf8FromWide(fetch.url));
         if (outcome.failure)
         {
-            report.Add("code", static_cast<std::int64_t>(
-                                   static_cast<std::uint32_t>(outcome.failure->code)));
+            AddFailure(report, *outcome.failure);
             m_context.Message(fetch.url + L": " + FailureMessage(*outcome.failure));
             return ExitCode::failed;
         }

@@ -299,6 +299,12 @@ TEST_CASE("velt fetch: failures are told with their code, and the others go on",
     CHECK(result.output == "plain text\n");
     CHECK(Contains(result.messages, "http://127.0.0.1:1/: the exchange: "));
     CHECK(Contains(result.messages, "(0x80072EFD)"));
+    const TempFolder folder(L"failed");
+    const std::string json =
+        RunVelt({L"fetch", L"--json", L"--folder", folder.Path(), L"http://127.0.0.1:1/"}).output;
+    CHECK(json.starts_with(
+        "{\"fetched\":[{\"url\":\"http://127.0.0.1:1/\",\"failed\":\"the exchange\","
+        "\"code\":\"0x80072EFD\",\"text\":\""));
 }
 
 TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
