@@ -9,6 +9,7 @@
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/trace_export.h"
 #include "tools/trace/trace_pairs.h"
+#include "tools/trace/wait_cursor.h"
 
 #include <windows.h>
 
@@ -98,7 +99,7 @@ int HeightOf(HWND window) noexcept
 
 MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     : m_window(MakeFrame()),
-      m_session(*this),
+      m_session(*this, options.keep),
       m_view(m_session.Store()),
       m_look(WindowLook::DpiOf(m_window)),
       m_toolbar(MakeToolbar()),
@@ -617,11 +618,11 @@ void MainWindow::Save()
 void MainWindow::WriteRows(const std::wstring& path)
 {
     constexpr std::size_t kBufferBytes = std::size_t{256} << 10;
-    const HCURSOR former = ::SetCursor(::LoadCursorW(nullptr, IDC_WAIT));
+    const WaitCursor wait;
     OutputFile file(path);
     const bool csv = EndsInCsv(Utf8FromWide(path));
     std::string lines(csv ? kCsvHeading : "");
-    m_view.Trim();
+    m_list.Update(m_following); // what the store has dropped is no longer shown
     for (std::size_t row = 0; row < m_view.Size(); ++row)
     {
         const TraceEntry entry = m_session.Store().At(m_view.SequenceAt(row));
@@ -634,7 +635,6 @@ void MainWindow::WriteRows(const std::wstring& path)
     }
     file.Write(lines);
     file.Commit();
-    ::SetCursor(former);
     SetStatus(kSelection, FormatCount(m_view.Size()) + " records saved");
 }
 
