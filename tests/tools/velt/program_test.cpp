@@ -417,4 +417,8 @@ TEST_CASE("velt trace on: what arrives is checked, and says nothing to the termi
     CHECK(Contains(messages, "trace: malformed record (wrong magic), 94 bytes: 5E 00 00 00 "));
     CHECK(Contains(messages, "trace: malformed record (too short), 4 bytes: 6A 75 6E 6B\n"));
     CHECK(Contains(messages, "trace: malformed record (too short), 0 bytes\n"));
+
+    ViewerProcess viewer(L"--console");
+    CHECK(viewer.AwaitExit() == 1);
+    CHECK(viewer.Errors() == "velt-trace: A trace viewer is running already.\r\n");
 }
