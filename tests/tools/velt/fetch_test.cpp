@@ -1,5 +1,6 @@
 // velt fetch beside a real web server and a real proxy.
 
+#include "foundation/unique_file.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
@@ -16,11 +17,6 @@ namespace
 std::wstring Url(const std::wstring& path)
 {
     return L"http://127.0.0.1:" + std::to_wstring(real_servers::HttpPort()) + path;
-}
-
-bool Exists(const std::wstring& path)
-{
-    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 std::string ReadAll(const std::wstring& path)
@@ -347,7 +343,11 @@ TEST_CASE("velt fetch: a disk that is full while saving is a failure", "[tools]"
     const ProgramResult result = RunVelt({L"fetch", L"--output", file, Url(L"/plain.txt")});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "(0x80070070)"));
-    CHECK(Exists(file)); // not replaced
+    const velt::UniqueFile device(::CreateFileW(file.c_str(), GENERIC_WRITE,
+                                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                OPEN_EXISTING, 0, nullptr));
+    CHECK(device);
+    CHECK(::GetFileType(device.Get()) == FILE_TYPE_CHAR); // not replaced by a file
 }
 
 TEST_CASE("velt fetch: shows its progress on a terminal and nothing of it at the end", "[tools]")
