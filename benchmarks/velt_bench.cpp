@@ -7,7 +7,7 @@
 #include "connection/queue_manager.h"
 #include "connection/url_request.h"
 #include "foundation/library_utils.h"
-#include "foundation/unique_handle.h"
+#include "foundation/unique_file.h"
 
 #include <windows.h>
 
@@ -40,9 +40,10 @@ void Check(bool condition, const char* what)
 void RunProgram(std::wstring commandLine)
 {
     SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-    const velt::UniqueKernelObject nowhere(::CreateFileW(L"NUL", GENERIC_WRITE,
-                                                         FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                                         &inherited, OPEN_EXISTING, 0, nullptr));
+    const velt::UniqueFile nowhere(::CreateFileW(L"NUL", GENERIC_WRITE,
+                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
+                                                 OPEN_EXISTING, 0, nullptr));
+    Check(static_cast<bool>(nowhere), "there is no NUL");
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -104,10 +105,11 @@ void FetchDirectly(const std::string& url, const std::wstring& file)
         ::SwitchToThread();
     }
     Check(request->GetBody() && request->GetBody()->size() == kLargeBytes, "the body is wrong");
-    const velt::UniqueKernelObject out(::CreateFileW(
-        file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const velt::UniqueFile out(::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                             FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
-    Check(::WriteFile(out.Get(), request->GetBody()->data(), kLargeBytes, &written, nullptr) &&
+    Check(out &&
+              ::WriteFile(out.Get(), request->GetBody()->data(), kLargeBytes, &written, nullptr) &&
               written == kLargeBytes,
           "the file cannot be written");
 }

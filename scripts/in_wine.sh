@@ -7,7 +7,8 @@
 # left of earlier ones; with --keep an existing one is used again. The user's own prefix is never
 # touched, and the user's display only with --show, which puts the program on it. With --beside, a
 # shell command runs on the same screen and ends before this script does; it uses the screen as a
-# person would. The exit code is the program's, or the command's when that failed.
+# person would. A new prefix has the file C:\full.txt, whose disk is full. The exit code is the
+# program's, or the command's when that failed.
 set -eu
 
 keep=
@@ -90,6 +91,7 @@ if [ -z "$keep" ] || [ ! -d "$prefix" ]; then
     mkdir -p "$prefix"
     cp -al "$template/drive_c" "$prefix/"
     cp -a "$template/dosdevices" "$template"/*.reg "$template/.update-timestamp" "$prefix/"
+    ln -s /dev/full "$prefix/drive_c/full.txt"
     if [ -z "$show" ]; then
         # There is no window manager on the screen of its own, and each window would wait for one.
         printf '\n[Software\\\\Wine\\\\X11 Driver]\n"Managed"="N"\n' >>"$prefix/user.reg"

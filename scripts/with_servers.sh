@@ -13,11 +13,12 @@
 #                              user, "request line", "agent"), proxy.log
 #   VELT_SERVERS_DIR_WINDOWS   the folder as programs in Wine see it
 #
-# In the folder lies "full.part", a file that finds its disk full.
+# In the folder lies "full", a file whose disk is full.
 #
 # What nginx serves:
 #
 #   /plain.txt          "plain text\n"
+#   /plain.txt.part     the same as /body-1024
 #   /empty              nothing
 #   /body-<n>           the first n bytes of /large; n is 1, 1024, 8191, 8192 or 8193
 #   /large              64 MiB: lines of 64 bytes, each its own number with leading zeros
@@ -33,7 +34,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 folder=$root/build/servers/$$
 rm -rf "$folder"
 mkdir -p "$folder/temp" "$root/build/servers"
-ln -s /dev/full "$folder/full.part"
+ln -s /dev/full "$folder/full"
 exec 4>&2 # where this script's own complaints go
 
 server_pids=()
@@ -143,6 +144,9 @@ http {
         location = /slow {
             alias $pages/large;
             limit_rate 256k;
+        }
+        location = /plain.txt.part {
+            alias $pages/body-1024;
         }
         location = /moved {
             return 302 /plain.txt;

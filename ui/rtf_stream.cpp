@@ -1,6 +1,6 @@
 #include "ui/rtf_stream.h"
 
-#include "foundation/unique_handle.h"
+#include "foundation/unique_file.h"
 
 #include <richedit.h>
 
@@ -8,21 +8,6 @@ namespace velt
 {
 namespace
 {
-struct FileTraits
-{
-    using Type = HANDLE;
-
-    static Type Invalid() noexcept
-    {
-        return INVALID_HANDLE_VALUE;
-    }
-
-    static void Close(Type file) noexcept
-    {
-        ::CloseHandle(file);
-    }
-};
-
 /// The control asks for the next bytes; fewer than wanted are its end. By design, a failed read
 /// ends the text like the end of the file: nothing is reported.
 DWORD CALLBACK ReadNext(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read) noexcept
@@ -40,8 +25,8 @@ DWORD CALLBACK ReadNext(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read
 
 bool StreamRtfFile(HWND view, const std::wstring& path) noexcept
 {
-    const UniqueHandle<FileTraits> file(::CreateFileW(
-        path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE, nullptr));
+    const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_ARCHIVE, nullptr));
     if (!file)
     {
         return false;

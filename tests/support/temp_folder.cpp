@@ -1,6 +1,6 @@
 #include "tests/support/temp_folder.h"
 
-#include "foundation/unique_handle.h"
+#include "foundation/unique_file.h"
 
 #include <windows.h>
 
@@ -9,25 +9,6 @@
 
 namespace velt::test
 {
-namespace
-{
-struct FileTraits
-{
-    using Type = HANDLE;
-
-    static Type Invalid() noexcept
-    {
-        return INVALID_HANDLE_VALUE;
-    }
-
-    static void Close(Type handle) noexcept
-    {
-        ::CloseHandle(handle);
-    }
-};
-using UniqueFile = UniqueHandle<FileTraits>;
-} // namespace
-
 TempFolder::TempFolder(const std::wstring& name)
 {
     std::array<wchar_t, MAX_PATH + 1> temp{};

@@ -2,7 +2,6 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
-#include "tools/trace/standard_stream.h"
 #include "tools/trace/trace_export.h"
 
 #include <array>
@@ -25,6 +24,21 @@ UniqueKernelObject MakeEvent(bool manualReset)
     return event;
 }
 
+/// Manual-reset events that live as long as the process: the system's thread that calls OnControl
+/// may be on its way when the viewer goes.
+HANDLE EndedEvent()
+{
+    static const HANDLE event = MakeEvent(true).Release();
+    return event;
+}
+
+/// Set when Run is over.
+HANDLE LeftEvent()
+{
+    static const HANDLE event = MakeEvent(true).Release();
+    return event;
+}
+
 /// The file is written as records come, so that it is whole up to a crash of either program.
 UniqueFile OpenForRecords(const std::string& path)
 {
@@ -42,8 +56,6 @@ ConsoleViewer::ConsoleViewer(const TraceOptions& options)
     : m_options(options),
       m_csv(EndsInCsv(options.savePath)),
       m_arrived(MakeEvent(false)),
-      m_ended(MakeEvent(true)),
-      m_left(MakeEvent(true)),
       m_session(*this)
 {
     if (!options.savePath.empty())
@@ -51,42 +63,36 @@ ConsoleViewer::ConsoleViewer(const TraceOptions& options)
         m_file = OpenForRecords(options.savePath);
         WriteAll(m_file.Get(), m_csv ? kCsvHeading : "");
     }
-    s_current = this;
+    LeftEvent(); // made before the handler can ask for it
     ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, TRUE);
 }
 
 ConsoleViewer::~ConsoleViewer()
 {
     ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, FALSE);
-    s_current = nullptr;
 }
 
 ConsoleViewer::Counts ConsoleViewer::Run()
 {
-    const std::array<HANDLE, 2> events{m_ended.Get(), m_arrived.Get()};
+    const std::array<HANDLE, 2> events{EndedEvent(), m_arrived.Get()};
     bool ended = false;
     while (!ended)
     {
         ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
-        ended = ::WaitForSingleObject(m_ended.Get(), kGatherMs) == WAIT_OBJECT_0;
+        ended = ::WaitForSingleObject(EndedEvent(), kGatherMs) == WAIT_OBJECT_0;
         WriteRecords();
     }
-    ::SetEvent(m_left.Get());
+    ::SetEvent(LeftEvent());
     return m_counts;
 }
 
 BOOL WINAPI ConsoleViewer::OnControl(DWORD event) noexcept
 {
-    ConsoleViewer* const viewer = s_current;
-    if (!viewer)
-    {
-        return FALSE;
-    }
-    viewer->OnCloseAsked();
+    ::SetEvent(EndedEvent());
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
     {
         // The console closes or the user logs off: the process ends when this returns.
-        ::WaitForSingleObject(viewer->m_left.Get(), kLeaveLimitMs);
+        ::WaitForSingleObject(LeftEvent(), kLeaveLimitMs);
     }
     return TRUE;
 }
@@ -98,7 +104,7 @@ void ConsoleViewer::OnArrival() noexcept
 
 void ConsoleViewer::OnCloseAsked() noexcept
 {
-    ::SetEvent(m_ended.Get());
+    ::SetEvent(EndedEvent());
 }
 
 void ConsoleViewer::WriteRecords()
@@ -129,6 +135,6 @@ void ConsoleViewer::WriteRecords()
     m_counts.lost += m_session.Lost();
     m_session.Clear();
     WriteAll(m_file.Get(), saved);
-    WriteStandard(STD_OUTPUT_HANDLE, printed);
+    m_output.Write(printed);
 }
 } // namespace velt

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "foundation/unique_handle.h"
-#include "tools/trace/output_file.h"
+#include "foundation/unique_file.h"
+#include "tools/common/console.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 
@@ -12,6 +12,7 @@
 namespace velt
 {
 /// The viewer without a window: prints records, records them to a file, or both, until Ctrl+C.
+/// One lives in a process.
 class ConsoleViewer final : private TraceReceiverEvents
 {
 public:
@@ -43,12 +44,9 @@ private:
     const TraceOptions m_options;
     const bool m_csv;
     UniqueKernelObject m_arrived;
-    UniqueKernelObject m_ended;
-    UniqueKernelObject m_left; // Run is over
     UniqueFile m_file;
+    const Console m_output{STD_OUTPUT_HANDLE};
     Counts m_counts;
     TraceSession m_session; // last: its threads use the others
-
-    inline static ConsoleViewer* s_current = nullptr; // for OnControl, which gets no argument
 };
 } // namespace velt

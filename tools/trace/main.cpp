@@ -6,10 +6,11 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
+#include "tools/common/console.h"
+#include "tools/common/search_path.h"
 #include "tools/trace/console_viewer.h"
 #include "tools/trace/error_text.h"
 #include "tools/trace/main_window.h"
-#include "tools/trace/standard_stream.h"
 #include "tools/trace/trace_export.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/viewer_instance.h"
@@ -37,7 +38,7 @@ void Complain(const std::string& text) noexcept
 {
     try
     {
-        velt::WriteStandard(STD_ERROR_HANDLE, "velt-trace: " + text + "\r\n");
+        velt::Console(STD_ERROR_HANDLE).Write("velt-trace: " + text + "\r\n");
     }
     catch (const std::exception&)
     {
@@ -104,7 +105,7 @@ int Run(const std::vector<std::string>& arguments)
     const auto& options = std::get<velt::TraceOptions>(parsed);
     if (options.help)
     {
-        velt::WriteStandard(STD_OUTPUT_HANDLE, velt::kTraceHelp);
+        velt::Console(STD_OUTPUT_HANDLE).Write(velt::kTraceHelp);
         return kDone;
     }
     const velt::ViewerInstance instance;
@@ -115,7 +116,7 @@ int Run(const std::vector<std::string>& arguments)
 
 int wmain(int argc, wchar_t** argv)
 {
-    ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    velt::SearchSystemFolderOnly();
     try
     {
         std::vector<std::string> arguments;

@@ -2,6 +2,7 @@
 
 #include "tools/trace/filter_bar.h"
 #include "tools/trace/record_list.h"
+#include "tools/trace/status_bar.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
@@ -9,10 +10,8 @@
 
 #include <windows.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
-#include <string>
 
 namespace velt
 {
@@ -38,13 +37,13 @@ public:
 private:
     static constexpr UINT kArrived = WM_APP;
     static constexpr UINT kSelectionChanged = WM_APP + 1;
+    static constexpr UINT kBusyMs = USER_TIMER_MINIMUM;
+    static constexpr wchar_t kMessageTitle[] = L"Trace viewer";
 
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam,
                                        LPARAM lParam) noexcept;
     HWND MakeFrame();
-    HWND MakeToolbar() const;
     HWND MakeDetails() const;
-    HWND MakeStatus() const;
 
     void OnArrival() noexcept override;
     void OnCloseAsked() noexcept override;
@@ -68,13 +67,9 @@ private:
     void Copy();
     void SelectAll() noexcept;
     void Save();
-    void WriteRows(const std::wstring& path);
     void Jump();
     void ShowHelp() const;
     void ShowStatus();
-    void SetStatus(int part, const std::string& text);
-    std::string PairText(std::uint64_t sequence) const;
-    std::string SelectionText(std::size_t count) const;
 
     bool m_built = false; // first: making the windows already sends messages
     HWND m_window = nullptr;
@@ -85,11 +80,10 @@ private:
     FilterBar m_bar;
     RecordList m_list;
     HWND m_details;
-    HWND m_status;
+    StatusBar m_status;
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
     int m_ticksWithoutSender = 0;
-    std::array<std::string, 5> m_statusTexts;
 };
 } // namespace velt

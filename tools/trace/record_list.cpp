@@ -112,6 +112,10 @@ void RecordList::Update(bool follow)
     if (gone != 0)
     {
         MoveSelection(gone);
+        if (!follow)
+        {
+            ScrollBack(gone);
+        }
     }
     const auto size = static_cast<int>(m_view.Size());
     const int before = ListView_GetItemCount(m_window);
@@ -125,7 +129,7 @@ void RecordList::Update(bool follow)
     {
         m_keep.reset();
     }
-    if (follow && size > before && size > 0)
+    if (follow && (size > before || gone != 0) && size > 0)
     {
         ListView_EnsureVisible(m_window, size - 1, FALSE);
     }
@@ -209,7 +213,6 @@ void RecordList::MoveSelection(std::size_t gone)
     // The list view knows rows only: what is selected stays where its record goes.
     std::vector<int> rows;
     const int focused = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);
-    const int top = ListView_GetTopIndex(m_window);
     for (int row = -1; rows.size() < kMostMoved &&
                        (row = ListView_GetNextItem(m_window, row, LVNI_SELECTED)) >= 0;)
     {
@@ -228,6 +231,12 @@ void RecordList::MoveSelection(std::size_t gone)
     {
         SelectRow(static_cast<std::size_t>(focused - moved), LVIS_FOCUSED);
     }
+}
+
+void RecordList::ScrollBack(std::size_t gone) noexcept
+{
+    const auto moved = static_cast<int>(gone);
+    const int top = ListView_GetTopIndex(m_window);
     RECT bounds{};
     if (ListView_GetItemRect(m_window, top, &bounds, LVIR_BOUNDS))
     {

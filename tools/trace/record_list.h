@@ -61,6 +61,7 @@ public:
 private:
     void SelectRow(std::size_t row, UINT state) noexcept;
     void MoveSelection(std::size_t gone);
+    void ScrollBack(std::size_t gone) noexcept;
     void OnText(LVITEMW& item);
     LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
 

@@ -1,6 +1,7 @@
 #include "tools/trace/sender_finder.h"
 
 #include "foundation/system_exception.h"
+#include "foundation/unique_file.h"
 #include "foundation/velt_auto_critical_section.h"
 #include "foundation/wide_text.h"
 
@@ -21,23 +22,6 @@ constexpr DWORD kPeriodMs = 500;
 constexpr DWORD kForeignMs = 10'000; // a process id may have gone to another process meanwhile
 constexpr std::size_t kMostNamed = 3;
 
-/// INVALID_HANDLE_VALUE stands for none.
-struct SnapshotTraits
-{
-    using Type = HANDLE;
-
-    static Type Invalid() noexcept
-    {
-        return INVALID_HANDLE_VALUE;
-    }
-
-    static void Close(Type handle) noexcept
-    {
-        ::CloseHandle(handle);
-    }
-};
-using UniqueSnapshot = UniqueHandle<SnapshotTraits>;
-
 enum class Finding
 {
     has,
@@ -47,7 +31,7 @@ enum class Finding
 
 Finding LookInto(DWORD processId) noexcept
 {
-    const UniqueSnapshot modules(::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
+    const UniqueFile modules(::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
     if (!modules)
     {
         // A process that changes its modules while they are read is asked again next time.
@@ -179,7 +163,7 @@ void SenderFinder::Scan()
         m_foreignMs = now;
     }
     std::map<DWORD, std::string> found;
-    const UniqueSnapshot processes(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const UniqueFile processes(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process{};
     process.dwSize = sizeof(process);
     for (BOOL more = processes && ::Process32FirstW(processes.Get(), &process); more;

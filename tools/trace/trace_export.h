@@ -1,10 +1,9 @@
 #pragma once
 
+#include "tools/common/trace_text.h"
 #include "tools/trace/trace_store.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,14 +20,6 @@ std::string FormatCount(std::uint64_t number);
 
 /// The level as a reader sees it: its number, or "!" for a malformed record.
 std::string FormatLevel(const TraceEntry& entry);
-
-/// What a malformed record shows instead of its text: its fault, its size and its first bytes.
-std::string DescribeMalformed(TraceRecordFault fault, std::size_t sizeBytes,
-                              std::span<const std::byte> front);
-
-/// The text with its control characters as "\n", "\t" and "\x1B", so that a record stays one line
-/// and says nothing to a terminal.
-std::string WithoutControls(std::string_view text);
 
 /// Appends a record as a line: time, level, process, then "source: " if there is one, and the text.
 /// Fields stand two blanks apart; the line ends with CR LF.

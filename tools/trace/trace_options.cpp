@@ -9,7 +9,8 @@ namespace velt
 const char kTraceHelp[] =
     "Shows what VeltHTTPClient12OEM.dll and others trace.\n"
     "\n"
-    "usage: velt-trace [--level N] [--filter TEXT] [--console] [--save FILE]\n"
+    "usage: velt-trace [--level N] [--filter TEXT] [--keep N]\n"
+    "       velt-trace [--level N] [--filter TEXT] [--console] [--save FILE]\n"
     "       velt-trace --help\n"
     "\n"
     "Opens a window with the records as they arrive. Programs look for a viewer when\n"
@@ -20,6 +21,8 @@ const char kTraceHelp[] =
     "                 .csv, else as text; an existing file is replaced\n"
     "  --level N      only records up to level N: 1 errors, 3 details, 4 calls\n"
     "  --filter TEXT  only records with this in their text or source, in any case\n"
+    "  --keep N       the window keeps the newest N records: 1 to 1000000, which it\n"
+    "                 keeps without this option\n"
     "  --help         this text\n"
     "\n"
     "Without a window it ends at Ctrl+C.\n"
@@ -29,6 +32,8 @@ const char kTraceHelp[] =
 
 namespace
 {
+constexpr std::int32_t kMostKept = 1'000'000;
+
 std::optional<std::int32_t> NumberFrom(const std::string& text) noexcept
 {
     std::int32_t number = 0;
@@ -55,7 +60,7 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
             options.console = true;
             continue;
         }
-        if (name != "--save" && name != "--level" && name != "--filter")
+        if (name != "--save" && name != "--level" && name != "--filter" && name != "--keep")
         {
             return TraceUsageError{"unknown argument: " + name};
         }
@@ -72,13 +77,21 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         {
             options.filter.part = value;
         }
-        else if (const std::optional<std::int32_t> level = NumberFrom(value))
+        else if (const std::optional<std::int32_t> number = NumberFrom(value); !number)
         {
-            options.filter.highestLevel = *level;
+            return TraceUsageError{name + " needs a number, not: " + value};
+        }
+        else if (name == "--level")
+        {
+            options.filter.highestLevel = *number;
+        }
+        else if (*number < 1 || *number > kMostKept)
+        {
+            return TraceUsageError{"--keep is from 1 to 1000000, not: " + value};
         }
         else
         {
-            return TraceUsageError{"--level needs a number, not: " + value};
+            options.keep.records = static_cast<std::size_t>(*number);
         }
     }
     return options;

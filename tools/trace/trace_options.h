@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/trace/trace_filter.h"
+#include "tools/trace/trace_store.h"
 
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@ struct TraceOptions
     bool console = false;
     std::string savePath; // empty: no file
     TraceFilter filter;
+    TraceStoreLimits keep;
 
     bool operator==(const TraceOptions&) const = default;
 };

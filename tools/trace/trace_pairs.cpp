@@ -22,7 +22,7 @@ std::optional<std::uint64_t> FindPartner(const TraceStore& store, std::uint64_t 
     {
         const std::uint64_t at = forward ? sequence + step : sequence - step;
         const TraceEntry entry = store.At(at);
-        if (entry.level != kTraceScopeLevel || entry.sender != start.sender)
+        if (entry.level != kTraceScopeLevel || entry.process != start.process)
         {
             continue;
         }

@@ -106,7 +106,10 @@ LRESULT CALLBACK TraceReceiver::WindowProc(HWND window, UINT message, WPARAM wPa
         }
         return TRUE;
     case WM_CLOSE:
-        self->m_events.OnCloseAsked();
+        if (self)
+        {
+            self->m_events.OnCloseAsked();
+        }
         return 0;
     case kEnd:
         ::DestroyWindow(window);

@@ -1,40 +1,19 @@
 #include "tools/trace/trace_session.h"
 
 #include "foundation/trace_record.h"
-#include "foundation/wide_text.h"
-#include "tools/trace/trace_export.h"
+#include "tools/common/to_utf8.h"
+#include "tools/common/trace_text.h"
+
+#include <new>
 
 namespace velt
 {
-namespace
+TraceSession::TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits)
+    : m_events(events),
+      m_store(limits),
+      m_receiver(*this)
 {
-bool IsUtf8(std::string_view text) noexcept
-{
-    return text.empty() || ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
-                                                 static_cast<int>(text.size()), nullptr, 0) > 0;
 }
-
-/// The text as UTF-8. Programs send either UTF-8, whose last character may have been cut in two, or
-/// their code page.
-std::string ToUtf8(std::string_view text)
-{
-    for (std::size_t cut = 0; cut < 4 && cut <= text.size(); ++cut)
-    {
-        const std::string_view front = text.substr(0, text.size() - cut);
-        if (IsUtf8(front))
-        {
-            return std::string(front);
-        }
-        if (text.size() < kTraceTextMax)
-        {
-            break;
-        }
-    }
-    return Utf8FromWide(WideFromNarrow(text, CP_ACP));
-}
-} // namespace
-
-TraceSession::TraceSession(TraceReceiverEvents& events) : m_events(events), m_receiver(*this) {}
 
 void TraceSession::Drain(DWORD senderLimitMs)
 {
@@ -43,14 +22,22 @@ void TraceSession::Drain(DWORD senderLimitMs)
     m_lost += arrived.Lost();
     std::map<std::uint32_t, std::uint32_t> numbers; // by process id
     arrived.ForEach([&](const Arrival& arrival, std::span<const std::byte> data) {
-        const auto [known, added] = numbers.try_emplace(arrival.processId, 0);
-        if (added)
+        try
         {
-            known->second = SenderNumber(arrival.processId == 0
-                                             ? m_finder.Describe()
-                                             : SenderFinder::DescribeProcess(arrival.processId));
+            auto known = numbers.find(arrival.processId);
+            if (known == numbers.end())
+            {
+                const std::uint32_t number = SenderNumber(
+                    arrival.processId == 0 ? m_finder.Describe()
+                                           : SenderFinder::DescribeProcess(arrival.processId));
+                known = numbers.emplace(arrival.processId, number).first;
+            }
+            Keep(arrival, data, known->second);
         }
-        Keep(arrival, data, known->second);
+        catch (const std::bad_alloc&)
+        {
+            ++m_lost; // this one; there may be memory for the next
+        }
     });
 }
 
@@ -89,13 +76,14 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     TraceEntry entry;
     entry.arrivalUs = arrival.arrivalUs;
     entry.sender = sender;
+    entry.process = arrival.processId;
     entry.fault = record.fault;
     if (record.fault != TraceRecordFault::none)
     {
-        ++m_malformed;
         const std::string text = DescribeMalformed(record.fault, arrival.sizeBytes, data);
         entry.text = text;
         m_store.Append(entry);
+        ++m_malformed;
         return;
     }
     const std::string source = ToUtf8(record.source);
@@ -108,12 +96,14 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
 
 std::uint32_t TraceSession::SenderNumber(const std::string& name)
 {
-    const auto next = static_cast<std::uint32_t>(m_senders.size());
-    const auto [known, added] = m_senderNumbers.try_emplace(name, next);
-    if (added)
+    const auto known = m_senderNumbers.find(name);
+    if (known != m_senderNumbers.end())
     {
-        m_senders.push_back(name);
+        return known->second;
     }
-    return known->second;
+    const auto number = static_cast<std::uint32_t>(m_senders.size());
+    m_senders.push_back(name); // first: one without its number does no harm
+    m_senderNumbers.emplace(name, number);
+    return number;
 }
 } // namespace velt

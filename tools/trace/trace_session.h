@@ -20,7 +20,7 @@ class TraceSession final : private TraceReceiverEvents
 {
 public:
     /// `events` must outlive the session. Throws SystemException::Win32.
-    explicit TraceSession(TraceReceiverEvents& events);
+    explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {});
 
     /// Whether the look at who sends, which began with the first arrival, is done.
     bool KnowsSender() const noexcept
@@ -29,7 +29,8 @@ public:
     }
 
     /// Moves what has arrived into the store. Waits up to `senderLimitMs` for word of who sent it.
-    /// Throws std::bad_alloc.
+    /// What there is no memory for is lost and counted. Throws std::bad_alloc before anything is
+    /// taken.
     void Drain(DWORD senderLimitMs);
 
     /// Forgets all records and counts.
@@ -51,7 +52,7 @@ public:
         return m_malformed;
     }
 
-    /// Records that arrived faster than they were taken, and are nowhere.
+    /// Records that arrived faster than they were taken, or found no memory, and are nowhere.
     std::uint64_t Lost() const noexcept
     {
         return m_lost;

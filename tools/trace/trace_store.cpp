@@ -12,6 +12,7 @@ struct Header
 {
     std::int64_t arrivalUs;
     std::uint32_t sender;
+    std::uint32_t process;
     std::int32_t level;
     std::uint16_t textSize;
     std::uint8_t sourceSize;
@@ -38,6 +39,7 @@ void TraceStore::Append(const TraceEntry& entry)
     const std::string_view text = entry.text.substr(0, kTextMost);
     const Header header{entry.arrivalUs,
                         entry.sender,
+                        entry.process,
                         entry.level,
                         static_cast<std::uint16_t>(text.size()),
                         static_cast<std::uint8_t>(source.size()),
@@ -76,6 +78,7 @@ TraceEntry TraceStore::At(std::uint64_t sequence) const noexcept
     TraceEntry entry;
     entry.arrivalUs = header.arrivalUs;
     entry.sender = header.sender;
+    entry.process = header.process;
     entry.level = header.level;
     entry.fault = header.fault;
     entry.source = {texts, header.sourceSize};

@@ -14,19 +14,23 @@ namespace velt
 struct TraceEntry
 {
     std::int64_t arrivalUs = 0; // local time of arrival, in microseconds since 1601
-    std::uint32_t sender = 0;   // which process, as SenderNames numbers them
+    std::uint32_t sender = 0;   // which name of a sender is shown, as the session numbers them
+    std::uint32_t process = 0;  // id of the process that sent it; 0 when the record did not tell
     std::int32_t level = 0;
     TraceRecordFault fault = TraceRecordFault::none;
     std::string_view source; // UTF-8, at most 255 bytes
     std::string_view text;   // UTF-8, at most 65535 bytes
 };
 
-/// How much a store keeps: the newest `records` records at least, until their texts take more than
-/// `bytes`.
+/// How much a store keeps: the newest `records` records at least, until they take more than
+/// `bytes`. Of the longest ones that a program can send, 1,062,501 take 1126 MiB; only texts that
+/// grow on their way from a code page to UTF-8 can be longer.
 struct TraceStoreLimits
 {
     std::size_t records = 1'000'000;
-    std::size_t bytes = std::size_t{512} << 20;
+    std::size_t bytes = std::size_t{1152} << 20;
+
+    bool operator==(const TraceStoreLimits&) const = default;
 };
 
 /// The records of a session in the order of their arrival, in bounded memory. Each has a sequence

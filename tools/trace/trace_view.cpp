@@ -9,13 +9,14 @@ void TraceView::SetFilter(TraceFilter filter)
 {
     m_filter = std::move(filter);
     m_rows.clear();
+    m_gone = 0;
     m_begin = m_store.First();
     m_end = m_begin;
 }
 
 bool TraceView::Advance(std::size_t most)
 {
-    Trim();
+    LeaveOutDropped();
     const std::uint64_t end = m_end + std::min<std::uint64_t>(most, m_store.Next() - m_end);
     if (m_filter.AcceptsAll())
     {
@@ -33,12 +34,18 @@ bool TraceView::Advance(std::size_t most)
 
 std::size_t TraceView::Trim() noexcept
 {
+    LeaveOutDropped();
+    return std::exchange(m_gone, 0);
+}
+
+void TraceView::LeaveOutDropped() noexcept
+{
     const std::size_t before = Size();
     const std::uint64_t first = m_store.First();
     m_begin = std::max(m_begin, first);
     m_end = std::max(m_end, first);
     m_rows.erase(m_rows.begin(), std::lower_bound(m_rows.begin(), m_rows.end(), first));
-    return before - Size();
+    m_gone += before - Size();
 }
 
 std::optional<std::size_t> TraceView::RowOf(std::uint64_t sequence) const noexcept

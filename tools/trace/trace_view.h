@@ -34,7 +34,8 @@ public:
     /// Takes in up to `most` further records; returns whether that were all. Throws std::bad_alloc.
     bool Advance(std::size_t most);
 
-    /// Leaves out what the store has dropped; returns how many rows have gone from the front.
+    /// Leaves out what the store has dropped; returns how many rows have gone from the front since
+    /// the last call or the last new filter, those that Advance has left out included.
     std::size_t Trim() noexcept;
 
     std::size_t Size() const noexcept
@@ -58,10 +59,13 @@ public:
     }
 
 private:
+    void LeaveOutDropped() noexcept;
+
     const TraceStore& m_store;
     TraceFilter m_filter;
     std::uint64_t m_begin;             // records from here...
     std::uint64_t m_end;               // ...up to here have been looked at
     std::vector<std::uint64_t> m_rows; // sequence numbers; unused when all records pass
+    std::size_t m_gone = 0;            // rows that have gone since Trim told
 };
 } // namespace velt

@@ -22,7 +22,8 @@ _variant_t ValueOf(const std::wstring& text)
         return {text == L"true"};
     }
     _variant_t value(text.c_str());
-    const bool whole = !text.empty() && text.size() <= 10 &&
+    constexpr std::size_t kLongest = 11; // -2147483648; what does not fit fails to be converted
+    const bool whole = !text.empty() && text.size() <= kLongest &&
                        text.find_first_not_of(L"0123456789", text[0] == L'-' ? 1 : 0) == text.npos;
     _variant_t converted;
     if (whole && SUCCEEDED(::VariantChangeTypeEx(&converted, &value, LOCALE_INVARIANT, 0, VT_I4)))

@@ -39,6 +39,13 @@ std::wstring FailureMessage(const CommandFailure& failure)
            L")";
 }
 
+void AddFailure(Report& results, const CommandFailure& failure)
+{
+    results.Add("failed", Utf8FromWide(failure.what));
+    results.Add("code", Utf8FromWide(CodeText(failure.code)));
+    results.Add("text", Utf8FromWide(FailureText(failure.code)));
+}
+
 void CommandContext::Line(std::string_view text) const
 {
     if (!m_json)
@@ -67,9 +74,7 @@ void CommandContext::Finish() const
 void CommandContext::Fail(const CommandFailure& failure)
 {
     Message(FailureMessage(failure));
-    m_results.Add("failed", Utf8FromWide(failure.what));
-    m_results.Add("code", Utf8FromWide(CodeText(failure.code)));
-    m_results.Add("text", Utf8FromWide(FailureText(failure.code)));
+    AddFailure(m_results, failure);
     m_answer = std::string(); // as text, the message has said it all
 }
 } // namespace velt::tool

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "tools/common/console.h"
 #include "tools/velt/command_line.h"
-#include "tools/velt/console.h"
 #include "tools/velt/report.h"
 
 #include <windows.h>
@@ -48,6 +48,9 @@ void Require(HRESULT hr, const wchar_t* what);
 
 /// What failed, the system's text and the code.
 std::wstring FailureMessage(const CommandFailure& failure);
+
+/// Adds a failure to results: `failed`, what it was that failed, `code` and `text`.
+void AddFailure(Report& results, const CommandFailure& failure);
 
 /// What a command works with.
 class CommandContext

@@ -60,7 +60,7 @@ public:
         {
             return VersionWanted{};
         }
-        std::optional<ParsedCommandLine> other = ReadCommand();
+        std::optional<ParsedCommandLine> other = ReadCommand(false);
         if (!other)
         {
             other = ReadArguments();
@@ -87,12 +87,13 @@ private:
         {
             return HelpWanted{};
         }
-        std::optional<ParsedCommandLine> other = ReadCommand();
+        std::optional<ParsedCommandLine> other = ReadCommand(true);
         return other ? *std::move(other) : HelpWanted{std::string(m_line.command->name)};
     }
 
-    /// Finds the command; nothing when there is no more to say about it.
-    std::optional<ParsedCommandLine> ReadCommand()
+    /// Finds the command; nothing when there is no more to say about it. For help, the first word
+    /// of several commands is enough.
+    std::optional<ParsedCommandLine> ReadCommand(bool forHelp)
     {
         const std::wstring& first = m_arguments[m_at++];
         const std::wstring* const second = IsAtEnd() ? nullptr : &Peek();
@@ -116,10 +117,13 @@ private:
         {
             return UsageError{L"no such command: " + first, {}};
         }
-        if (!second || IsHelp(*second))
+        if (second ? IsHelp(*second) : forHelp)
         {
-            return second ? ParsedCommandLine(HelpWanted{group})
-                          : UsageError{L"more is needed after " + first, group};
+            return HelpWanted{group};
+        }
+        if (!second)
+        {
+            return UsageError{L"more is needed after " + first, group};
         }
         return UsageError{L"no such command: " + first + L" " + *second, group};
     }

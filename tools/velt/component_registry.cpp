@@ -8,9 +8,11 @@
 
 #include <oleauto.h>
 
+#include <comutil.h>
+
 #include <algorithm>
 #include <array>
-#include <iterator>
+#include <ranges>
 
 using Microsoft::WRL::ComPtr;
 
@@ -40,6 +42,40 @@ std::wstring GuidText(const GUID& guid)
     return text.data();
 }
 
+/// The keys of a library's interfaces with their names, which the system leaves when other programs
+/// have keys below.
+std::vector<RegistryOperation> InterfaceKeysOf(ITypeLib& library)
+{
+    using Kind = RegistryOperation::Kind;
+    std::vector<RegistryOperation> operations;
+    const UINT count = library.GetTypeInfoCount();
+    for (UINT i = 0; i < count; ++i)
+    {
+        TYPEKIND kind{};
+        Require(library.GetTypeInfoType(i, &kind), L"a type's kind");
+        if (kind != TKIND_INTERFACE && kind != TKIND_DISPATCH)
+        {
+            continue;
+        }
+        ComPtr<ITypeInfo> info;
+        TYPEATTR* attributes = nullptr;
+        _bstr_t name;
+        Require(library.GetTypeInfo(i, &info), L"a type");
+        Require(info->GetDocumentation(MEMBERID_NIL, name.GetAddress(), nullptr, nullptr, nullptr),
+                L"a type's name");
+        Require(info->GetTypeAttr(&attributes), L"a type's attributes");
+        const std::wstring key = L"Interface\\" + GuidText(attributes->guid);
+        info->ReleaseTypeAttr(attributes);
+        operations.push_back({Kind::createKey, RegistryRoot::classesRoot, key, {}, {}});
+        operations.push_back({Kind::setValue,
+                              RegistryRoot::classesRoot,
+                              key,
+                              {},
+                              std::wstring(name.GetBSTR(), name.length())});
+    }
+    return operations;
+}
+
 /// What a type library says of itself.
 TLIBATTR AttributesOf(ITypeLib& library)
 {
@@ -54,18 +90,33 @@ TLIBATTR AttributesOf(ITypeLib& library)
 ComponentRegistry::ComponentRegistry(const Component& component) : m_component(component)
 {
     RegistrarReplacements replacements = CommonReplacements(component.Path());
-    m_operations = ReadRegistrarScript(component.Module(), VELT_REGISTRY_APPID, replacements);
+    m_shared = ReadRegistrarScript(component.Module(), VELT_REGISTRY_APPID, replacements);
     for (const ClassScript& row : kClassScripts)
     {
         AddClassReplacements(replacements, row.threadingModel);
-        auto operations = ReadRegistrarScript(component.Module(), row.script, replacements);
-        std::move(operations.begin(), operations.end(), std::back_inserter(m_operations));
+        m_classes.push_back(ReadRegistrarScript(component.Module(), row.script, replacements));
     }
 }
 
 std::optional<std::wstring> ComponentRegistry::LibraryOf(RegistrationScope scope) const
 {
-    for (const RegistryOperation& operation : m_operations)
+    std::optional<std::wstring> other;
+    for (const Operations& operations : m_classes)
+    {
+        auto library = LibraryOf(operations, scope);
+        if (library && IsOwn(*library))
+        {
+            return library;
+        }
+        other = other ? std::move(other) : std::move(library);
+    }
+    return other;
+}
+
+std::optional<std::wstring> ComponentRegistry::LibraryOf(const Operations& operations,
+                                                         RegistrationScope scope) const
+{
+    for (const RegistryOperation& operation : operations)
     {
         const auto* text = std::get_if<std::wstring>(&operation.value);
         if (operation.kind == RegistryOperation::Kind::setValue && text &&
@@ -89,7 +140,21 @@ bool ComponentRegistry::IsOwn(const std::wstring& library) const noexcept
 void ComponentRegistry::Erase(RegistrationScope scope) const
 {
     EraseTypeLibrary(scope);
-    EraseRegistry(m_operations, scope);
+    bool others = false;
+    for (const Operations& operations : m_classes | std::views::reverse)
+    {
+        const auto library = LibraryOf(operations, scope);
+        if (library && !IsOwn(*library))
+        {
+            others = true;
+            continue;
+        }
+        EraseRegistry(operations, scope);
+    }
+    if (!others)
+    {
+        EraseRegistry(m_shared, scope);
+    }
 }
 
 void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
@@ -114,6 +179,7 @@ void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
     Require(::UnRegisterTypeLib(attributes.guid, attributes.wMajorVerNum, attributes.wMinorVerNum,
                                 attributes.lcid, attributes.syskind),
             L"the type library's registration");
+    EraseRegistry(InterfaceKeysOf(*library.Get()), scope);
     if (scope == RegistrationScope::user)
     {
         for (const wchar_t* const shared : {L"TypeLib", L"Interface"})

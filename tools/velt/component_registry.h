@@ -23,23 +23,28 @@ public:
 
     ~ComponentRegistry() = default;
 
-    /// The library that the classes are registered with, this one or another copy; nothing when
-    /// they are not registered there.
+    /// The library that the classes are registered with: this one when one of them is, else another
+    /// copy; nothing when they are not registered there.
     std::optional<std::wstring> LibraryOf(RegistrationScope scope) const;
 
     /// Whether that is this component.
     bool IsOwn(const std::wstring& library) const noexcept;
 
     /// Takes everything back that registering this component has written there, its type library
-    /// included. Other copies' registrations must have been ruled out. COM is initialised. Throws
-    /// SystemException::Win32 and CommandFailure.
+    /// included. Classes that another copy is registered with stay, and with them what all classes
+    /// share. COM is initialised. Throws SystemException::Win32 and CommandFailure.
     void Erase(RegistrationScope scope) const;
 
 private:
+    using Operations = std::vector<RegistryOperation>; // of a script, in their order
+
+    std::optional<std::wstring> LibraryOf(const Operations& operations,
+                                          RegistrationScope scope) const;
     void EraseTypeLibrary(RegistrationScope scope) const;
 
     const Component& m_component;
-    std::vector<RegistryOperation> m_operations; // of all scripts, in their order
+    Operations m_shared;
+    std::vector<Operations> m_classes;
 };
 
 /// Has everything that this process writes below HKEY_CLASSES_ROOT go to the user's classes until

@@ -2,10 +2,10 @@
 #include "foundation/library_utils.h"
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
+#include "tools/common/output_file.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/fetch_request.h"
 #include "tools/velt/full_path.h"
-#include "tools/velt/part_file.h"
 #include "tools/velt/progress_display.h"
 #include "tools/velt/url_file_name.h"
 
@@ -84,22 +84,22 @@ std::vector<Fetch> FilesOf(const CommandLine& line)
 
 FetchRequest::BodyTarget TargetOf(const Fetch& fetch, const CommandContext& context)
 {
-    if (!fetch.file.empty())
-    {
-        return [file = fetch.file](const char* bytes, std::size_t count) {
-            PartFile part(file);
-            part.Write(bytes, count);
-            part.Complete();
-        };
-    }
-    return [&context](const char* bytes, std::size_t count) {
+    return [&context, file = fetch.file](const char* bytes, std::size_t count) {
         try
         {
-            context.Output().WriteBytes(bytes, count);
+            if (file.empty())
+            {
+                context.Output().WriteBytes({bytes, count});
+                return;
+            }
+            OutputFile output(file);
+            output.Write({bytes, count});
+            output.Commit();
         }
         catch (const SystemException::Win32& e)
         {
-            throw CommandFailure{HRESULT_FROM_WIN32(e.GetCode()), L"standard output"};
+            throw CommandFailure{HRESULT_FROM_WIN32(e.GetCode()),
+                                 file.empty() ? L"standard output" : file};
         }
     };
 }
@@ -219,8 +219,7 @@ private:
         report.Add("url", Utf8FromWide(fetch.url));
         if (outcome.failure)
         {
-            report.Add("code", static_cast<std::int64_t>(
-                                   static_cast<std::uint32_t>(outcome.failure->code)));
+            AddFailure(report, *outcome.failure);
             m_context.Message(fetch.url + L": " + FailureMessage(*outcome.failure));
             return ExitCode::failed;
         }

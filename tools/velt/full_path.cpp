@@ -1,7 +1,7 @@
 #include "tools/velt/full_path.h"
 
+#include "foundation/unique_file.h"
 #include "tools/velt/command_context.h"
-#include "tools/velt/unique_file.h"
 
 namespace velt::tool
 {

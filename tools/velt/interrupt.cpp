@@ -4,11 +4,14 @@
 
 namespace velt::tool
 {
-Interrupt::Interrupt() : m_event(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
+Interrupt::Interrupt()
 {
-    s_event = m_event.Get();
+    if (!s_event)
+    {
+        s_event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    }
     s_set = false;
-    if (!m_event || !::SetConsoleCtrlHandler(&Interrupt::Handler, TRUE))
+    if (!s_event || !::ResetEvent(s_event) || !::SetConsoleCtrlHandler(&Interrupt::Handler, TRUE))
     {
         throw LastFailure(L"the handler of Ctrl+C");
     }

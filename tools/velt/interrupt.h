@@ -1,7 +1,5 @@
 #pragma once
 
-#include "foundation/unique_handle.h"
-
 #include <windows.h>
 
 #include <atomic>
@@ -23,7 +21,7 @@ public:
     /// Manual-reset; set from the first one on.
     HANDLE Event() const noexcept
     {
-        return m_event.Get();
+        return s_event;
     }
 
     bool IsSet() const noexcept
@@ -35,9 +33,8 @@ private:
     /// On a thread of the system's.
     static BOOL CALLBACK Handler(DWORD control) noexcept;
 
-    inline static HANDLE s_event = nullptr;
+    // Never closed: the handler may be on its way when the scope ends.
+    inline static std::atomic<HANDLE> s_event = nullptr;
     inline static std::atomic<bool> s_set = false;
-
-    UniqueKernelObject m_event;
 };
 } // namespace velt::tool

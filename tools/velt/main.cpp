@@ -1,9 +1,9 @@
 #include "foundation/exception_to_hresult.h"
-#include "foundation/find_function.h"
 #include "foundation/system_exception.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
 #include "foundation/wide_text.h"
+#include "tools/common/search_path.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/help_text.h"
 #include "tools/velt/trace_window.h"
@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <optional>
 
 // The run-time is not to replace arguments that look like patterns by the names of files.
 extern "C" int _dowildcard;
@@ -55,8 +56,9 @@ void SayWrong(const CommandContext& context, std::wstring_view message, std::str
     context.Message(L"try: velt" + command + L" --help");
 }
 
-/// Calls the command; every failure ends here.
-ExitCode Call(const CommandLine& line, CommandContext& context)
+/// Calls the command; every failure ends here. Nothing when it was used wrongly: a script may end
+/// with the same number.
+std::optional<ExitCode> Call(const CommandLine& line, CommandContext& context)
 {
     try
     {
@@ -72,7 +74,7 @@ ExitCode Call(const CommandLine& line, CommandContext& context)
     catch (const WrongUsage& wrong)
     {
         SayWrong(context, wrong.message, line.command->name);
-        return ExitCode::usage;
+        return std::nullopt;
     }
     catch (const CommandFailure& failure)
     {
@@ -106,12 +108,12 @@ ExitCode Run(std::span<const std::wstring> arguments, bool json)
         return ExitCode::done;
     }
     line->json = context.IsJson();
-    const ExitCode code = Call(*line, context);
-    if (code != ExitCode::usage && line->command->id != CommandId::traceOn)
+    const std::optional<ExitCode> code = Call(*line, context);
+    if (code && line->command->id != CommandId::traceOn)
     {
         context.Finish();
     }
-    return code;
+    return code.value_or(ExitCode::usage);
 }
 
 ExitCode RunTraced(const CommandLine& line, CommandContext& context)
@@ -121,18 +123,6 @@ ExitCode RunTraced(const CommandLine& line, CommandContext& context)
     UTrace::State state; // the libraries in this program are traced as well
     UTrace::StartUp();
     return Run(line.operands, line.json);
-}
-
-/// Libraries of the system come from the system's folder only, where the system knows how.
-void SearchSystemFolderOnly() noexcept
-{
-    using SetFunction = BOOL(WINAPI*)(DWORD flags);
-    const auto set =
-        FindFunction<SetFunction>(::GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories");
-    if (set)
-    {
-        set(LOAD_LIBRARY_SEARCH_SYSTEM32);
-    }
 }
 
 int Main(std::span<wchar_t* const> arguments) noexcept

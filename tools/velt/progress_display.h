@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/velt/console.h"
+#include "tools/common/console.h"
 #include "tools/velt/progress_line.h"
 
 #include <string>
@@ -34,6 +34,7 @@ private:
     std::size_t m_shown = 0; // characters of the line
 };
 
-/// What a status of the internet API means to a user; empty when it changes nothing for one.
+/// What a status of the internet API means to a user, such as "receiving"; "working" for those that
+/// mean nothing to one. A constant.
 const char* PhaseOf(unsigned long status) noexcept;
 } // namespace velt::tool

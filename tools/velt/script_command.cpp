@@ -59,6 +59,7 @@ ExitCode RunScript(const CommandLine& line, CommandContext& context)
     host.AddObject(L"WScript", &object);
     const HRESULT hr = host.Run(text);
     context.SetAnswer({}); // the script has printed its own
+    context.Results().Add("output", ReportValue{object.Lines()});
     if (host.QuitCode())
     {
         context.Results().Add("exitCode", static_cast<std::int64_t>(*host.QuitCode()));

@@ -24,7 +24,7 @@ struct ExceptionTexts : EXCEPINFO
     }
 };
 
-/// What parse calls need, from either engine.
+/// The class of an engine by its ProgID. Throws CommandFailure.
 CLSID EngineOf(const std::wstring& engine)
 {
     CLSID clsid{};

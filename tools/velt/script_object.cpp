@@ -138,6 +138,13 @@ void RequireCount(std::size_t count, std::size_t least, std::size_t most)
     }
 }
 
+/// What is printed of a value; that of an object is its default value.
+std::wstring EchoText(const _variant_t& value)
+{
+    const bool noObject = (value.vt == VT_DISPATCH || value.vt == VT_UNKNOWN) && !value.punkVal;
+    return value.vt == VT_NULL || noObject ? L"null" : VariantText(value);
+}
+
 IUnknown* ObjectOf(const _variant_t& value)
 {
     if (value.vt != VT_DISPATCH && value.vt != VT_UNKNOWN)
@@ -323,14 +330,22 @@ _variant_t ScriptObject::CreateObject(Values values)
     return {object.Get()};
 }
 
-void ScriptObject::Echo(Values values) const
+void ScriptObject::Echo(Values values)
 {
     std::wstring line;
     for (const _variant_t& value : values)
     {
-        line.append(line.empty() ? L"" : L" ").append(VariantText(value));
+        line.append(&value == values.data() ? L"" : L" ").append(EchoText(value));
     }
-    m_context.Line(Utf8FromWide(line));
+    std::string text = Utf8FromWide(line);
+    if (m_context.IsJson())
+    {
+        m_lines.push_back(std::move(text));
+    }
+    else
+    {
+        m_context.Line(text);
+    }
 }
 
 void ScriptObject::Sleep(Values values) const

@@ -29,6 +29,12 @@ public:
 
     ~ScriptObject() = default;
 
+    /// The lines that were kept for the one JSON object instead of being printed.
+    const ReportValue::Texts& Lines() const noexcept
+    {
+        return m_lines;
+    }
+
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
     STDMETHODIMP_(ULONG) AddRef() override;
     STDMETHODIMP_(ULONG) Release() override;
@@ -75,7 +81,7 @@ private:
     _variant_t GetArguments(Values values);
     void ConnectObject(Values values);
     _variant_t CreateObject(Values values);
-    void Echo(Values values) const;
+    void Echo(Values values);
     void Sleep(Values values) const;
 
     ScriptHost& m_host;
@@ -84,5 +90,6 @@ private:
     ScriptEvents& m_events;
     const std::wstring m_file;
     Arguments m_arguments;
+    ReportValue::Texts m_lines;
 };
 } // namespace velt::tool

@@ -1,21 +1,16 @@
 #include "tools/velt/trace_window.h"
 
 #include "foundation/trace_record.h"
+#include "tools/common/to_utf8.h"
+#include "tools/common/trace_text.h"
 #include "tools/velt/command_context.h"
 
-#include <algorithm>
 #include <exception>
+#include <span>
 #include <string>
 
 namespace velt::tool
 {
-namespace
-{
-// Of a trace record; see foundation/trace_record.h.
-constexpr std::size_t kTextOffset = 81;
-constexpr std::size_t kLeastBytes = kTextOffset + 1;
-} // namespace
-
 TraceWindow::TraceWindow(const Console& console)
     : m_console(console),
       m_ready(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
@@ -30,7 +25,7 @@ TraceWindow::TraceWindow(const Console& console)
     if (!m_window)
     {
         ::WaitForSingleObject(m_thread.Get(), INFINITE);
-        throw CommandFailure{E_FAIL, L"the trace window"};
+        throw CommandFailure{HRESULT_FROM_WIN32(m_error), L"the trace window"};
     }
 }
 
@@ -52,7 +47,12 @@ void TraceWindow::RunThread() noexcept
     type.lpfnWndProc = &TraceWindow::Procedure;
     type.hInstance = ::GetModuleHandleW(nullptr);
     type.lpszClassName = kTraceViewerClass;
-    ::RegisterClassW(&type);
+    if (!::RegisterClassW(&type))
+    {
+        m_error = ::GetLastError();
+        ::SetEvent(m_ready.Get());
+        return;
+    }
     // Above other viewers, so that it is the one that is found.
     m_window =
         ::CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kTraceViewerClass, kTraceViewerClass,
@@ -60,6 +60,10 @@ void TraceWindow::RunThread() noexcept
     if (m_window)
     {
         ::SetWindowLongPtrW(m_window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+    }
+    else
+    {
+        m_error = ::GetLastError();
     }
     ::SetEvent(m_ready.Get());
     MSG message;
@@ -88,16 +92,20 @@ LRESULT CALLBACK TraceWindow::Procedure(HWND window, UINT message, WPARAM wParam
 
 void TraceWindow::Print(const COPYDATASTRUCT& data) const noexcept
 {
-    if (data.dwData != kTraceMagic || data.cbData < kLeastBytes)
+    const std::span bytes(static_cast<const std::byte*>(data.lpData),
+                          data.lpData ? data.cbData : 0);
+    DecodedTraceRecord record = DecodeTraceRecord(bytes);
+    if (record.fault == TraceRecordFault::none && data.dwData != kTraceMagic)
     {
-        return;
+        record.fault = TraceRecordFault::wrongMagic;
     }
     try
     {
-        std::string text(static_cast<const char*>(data.lpData) + kTextOffset,
-                         data.cbData - kLeastBytes);
-        text.resize(std::min(text.find('\0'), text.size()));
-        m_console.Write("trace: " + text + "\n");
+        m_console.Write("trace: " +
+                        (record.fault == TraceRecordFault::none
+                             ? WithoutControls(ToUtf8(record.text))
+                             : DescribeMalformed(record.fault, bytes.size(), bytes)) +
+                        "\n");
     }
     catch (const std::exception&)
     {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
-#include "tools/velt/console.h"
+#include "tools/common/console.h"
 
 #include <windows.h>
 
@@ -29,8 +29,9 @@ private:
     void Print(const COPYDATASTRUCT& data) const noexcept;
 
     const Console& m_console;
-    HWND m_window = nullptr;    // set by the thread before it says that it is ready
-    UniqueKernelObject m_ready; // manual-reset
+    HWND m_window = nullptr;       // set by the thread before it says that it is ready
+    DWORD m_error = ERROR_SUCCESS; // likewise; why there is no window
+    UniqueKernelObject m_ready;    // manual-reset
     UniqueKernelObject m_thread;
 };
 } // namespace velt::tool

@@ -34,6 +34,9 @@ TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]"
     CHECK(options.savePath == "C:\\a b.csv");
     CHECK(options.filter.part == "--level"); // a value may look like an option
     CHECK(options.filter.highestLevel == -1);
+    CHECK(options.keep == velt::TraceStoreLimits{});
+    CHECK(Parsed({"--keep", "1"}).keep.records == 1);
+    CHECK(Parsed({"--keep", "1000000"}) == TraceOptions{});
 }
 
 TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
@@ -48,6 +51,9 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
         {{"--level", "four"}, "--level needs a number, not: four"},
         {{"--level", "4x"}, "--level needs a number, not: 4x"},
         {{"--level", "99999999999"}, "--level needs a number, not: 99999999999"},
+        {{"--keep", "many"}, "--keep needs a number, not: many"},
+        {{"--keep", "0"}, "--keep is from 1 to 1000000, not: 0"},
+        {{"--keep", "1000001"}, "--keep is from 1 to 1000000, not: 1000001"},
         {{"--Console"}, "unknown argument: --Console"},
     }));
     CHECK(std::get<TraceUsageError>(ParseTraceOptions(arguments)).message == message);
@@ -55,8 +61,8 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
 
 TEST_CASE("kTraceHelp: it names every option and exit code", "[tools]")
 {
-    for (const char* part : {"--console", "--save FILE", "--level N", "--filter TEXT", "--help",
-                             "0 done", "1 nothing", "2 wrong usage", "3 failed"})
+    for (const char* part : {"--console", "--save FILE", "--level N", "--filter TEXT", "--keep N",
+                             "--help", "0 done", "1 nothing", "2 wrong usage", "3 failed"})
     {
         CHECK_THAT(std::string(velt::kTraceHelp), Catch::Contains(part));
     }

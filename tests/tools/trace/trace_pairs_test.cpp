@@ -16,8 +16,9 @@ using Found = std::optional<std::uint64_t>;
 struct Line
 {
     const char* text;
-    std::uint32_t sender = 1;
+    std::uint32_t process = 1;
     std::int32_t level = 4;
+    std::uint32_t sender = 0;
 };
 
 TraceStore StoreOf(std::initializer_list<Line> lines)
@@ -27,6 +28,7 @@ TraceStore StoreOf(std::initializer_list<Line> lines)
     {
         TraceEntry entry;
         entry.text = line.text;
+        entry.process = line.process;
         entry.sender = line.sender;
         entry.level = line.level;
         store.Append(entry);
@@ -71,6 +73,20 @@ TEST_CASE("FindPartner: other processes, functions and levels do not count", "[t
         {"A - return"},
     });
     CHECK(ArePaired(store, 0, 4));
+}
+
+TEST_CASE("FindPartner: senders that name no process are one, whatever is shown for them",
+          "[tools]")
+{
+    const TraceStore store = StoreOf({
+        {"A - enter", 0, 4, 1},   // "a"
+        {"  B - enter", 0, 4, 2}, // "a or b": another program has begun meanwhile
+        {"  B - return", 0, 4, 3},
+        {"A - return", 7, 4, 2}, // of one that names itself
+        {"A - return", 0, 4, 3},
+    });
+    CHECK(ArePaired(store, 0, 4));
+    CHECK(ArePaired(store, 1, 2));
 }
 
 TEST_CASE("FindPartner: the same function on several threads pairs like brackets", "[tools]")

@@ -21,8 +21,9 @@ TraceEntry Entry(std::string_view text)
 TEST_CASE("TraceStore: entries come back as they were added", "[tools]")
 {
     TraceStore store;
-    const TraceEntry first{-1, 7, -2, TraceRecordFault::none, "source", "  text"};
-    const TraceEntry second{INT64_MAX, UINT32_MAX, INT32_MIN, TraceRecordFault::wrongTotal, "", ""};
+    const TraceEntry first{-1, 7, 12, -2, TraceRecordFault::none, "source", "  text"};
+    const TraceEntry second{
+        INT64_MAX, UINT32_MAX, UINT32_MAX - 1, INT32_MIN, TraceRecordFault::wrongTotal, "", ""};
     store.Append(first);
     store.Append(second);
     REQUIRE(store.Size() == 2);
@@ -33,6 +34,7 @@ TEST_CASE("TraceStore: entries come back as they were added", "[tools]")
         const TraceEntry entry = store.At(at);
         CHECK(entry.arrivalUs == expected.arrivalUs);
         CHECK(entry.sender == expected.sender);
+        CHECK(entry.process == expected.process);
         CHECK(entry.level == expected.level);
         CHECK(entry.fault == expected.fault);
         CHECK(entry.source == expected.source);
@@ -141,4 +143,26 @@ TEST_CASE("TraceStore: by default it keeps the newest million", "[tools]")
     CHECK(store.Size() <= 1'062'501);
     CHECK(store.Dropped() + store.Size() == kRecords);
     CHECK(store.At(kRecords - 1).text == "    CEnumVariantCol::get_Item - return = 1099999");
+}
+
+TEST_CASE("TraceStore: by default a million of the longest records fit", "[tools]")
+{
+    TraceStore store;
+    const std::string source(63, 's');
+    std::string text(1023, 't');
+    TraceEntry entry;
+    entry.source = source;
+    entry.text = text;
+    constexpr std::uint64_t kFull = 1'062'501; // with the sixteenth that goes at once
+    for (std::uint64_t i = 0; i < kFull; ++i)
+    {
+        store.Append(entry);
+    }
+    CHECK(store.Dropped() == 0);
+    CHECK(store.Size() == kFull);
+    text.assign(1023, 'n');
+    store.Append(entry);
+    CHECK(store.Dropped() == 62'501);
+    CHECK(store.At(store.First()).text == std::string(1023, 't'));
+    CHECK(store.At(store.Next() - 1).text == text);
 }

@@ -143,3 +143,27 @@ TEST_CASE("TraceView: a record finds its row again", "[tools]")
     CHECK_FALSE(view.RowOf(1));
     CHECK_FALSE(view.RowOf(4));
 }
+
+TEST_CASE("TraceView: rows that Advance has left out are told by Trim", "[tools]")
+{
+    TraceStore store({160, std::size_t{512} << 20});
+    TraceView view(store);
+    for (int i = 0; i < 171; ++i)
+    {
+        store.Append({});
+    }
+    view.Advance(1000);
+    REQUIRE(view.Size() == 171);
+    store.Append({}); // eleven go
+    view.Advance(1000);
+    CHECK(view.Size() == 161);
+    CHECK(view.Trim() == 11);
+    CHECK(view.Trim() == 0);
+    for (int i = 0; i < 20; ++i)
+    {
+        store.Append({});
+    }
+    view.Advance(1000);
+    view.SetFilter({}); // begins without rows, so none have gone
+    CHECK(view.Trim() == 0);
+}

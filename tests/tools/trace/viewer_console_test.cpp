@@ -2,7 +2,7 @@
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
-#include "tools/trace/output_file.h"
+#include "tools/common/output_file.h"
 
 #include <windows.h>
 
@@ -148,9 +148,30 @@ TEST_CASE("OutputFile: until it is committed the former file stays", "[tools]")
     file.Commit();
     CHECK(ReadWhole(folder.File(L"file.txt")) == "new");
     CHECK(::DeleteFileW(folder.File(L"file.txt").c_str()) != 0); // nobody has it open
-    CHECK(::GetFileAttributesW(
-              (folder.File(L"file.txt") + L".new-" + std::to_wstring(::GetCurrentProcessId()))
-                  .c_str()) == INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_CASE("OutputFile: on its way it has a name of its own, which nobody else has", "[tools]")
+{
+    const TempFolder folder(L"output");
+    const std::wstring begin = L"velt-" + std::to_wstring(::GetCurrentProcessId()) + L"-";
+    const auto exists = [&](const std::wstring& name) {
+        return ::GetFileAttributesW(folder.File(name).c_str()) != INVALID_FILE_ATTRIBUTES;
+    };
+    folder.Write(begin + L"1.part", "somebody's");
+    {
+        velt::OutputFile first(folder.File(L"first.txt"));
+        velt::OutputFile second(folder.File(L"second.txt"));
+        CHECK(exists(begin + L"2.part"));
+        CHECK(exists(begin + L"3.part"));
+        first.Write("first");
+        second.Write("second");
+        first.Commit();
+        CHECK_FALSE(exists(begin + L"2.part"));
+    }
+    CHECK_FALSE(exists(begin + L"3.part"));
+    CHECK_FALSE(exists(L"second.txt"));
+    CHECK(ReadWhole(folder.File(L"first.txt")) == "first");
+    CHECK(ReadWhole(folder.File(begin + L"1.part")) == "somebody's");
 }
 
 TEST_CASE("OutputFile: a device is written and never replaced", "[tools]")

@@ -109,6 +109,9 @@ TEST_CASE("ParseCommandLine: help is asked for in several ways", "[tools]")
     CHECK(HelpTopic({L"help"}).empty());
     CHECK(HelpTopic({L"help", L"fetch"}) == "fetch");
     CHECK(HelpTopic({L"help", L"safe", L"get"}) == "safe get");
+    CHECK(HelpTopic({L"help", L"cookie"}) == "cookie");
+    CHECK(HelpTopic({L"help", L"trace"}) == "trace");
+    CHECK(HelpTopic({L"help", L"cookie", L"--help"}) == "cookie");
     CHECK(HelpTopic({L"fetch", L"--help"}) == "fetch");
     CHECK(HelpTopic({L"fetch", L"u", L"--verb", L"x", L"-h"}) == "fetch");
     CHECK(HelpTopic({L"cookie", L"--help"}) == "cookie");
@@ -140,6 +143,7 @@ TEST_CASE("ParseCommandLine: says what is wrong and where help is", "[tools]")
         {{L"unregister", L"--user=1"}, L"--user takes no value", "unregister"},
         {{L"fetch", L"--=x", L"u"}, L"no such option: --", "fetch"},
         {{L"help", L"nonsense"}, L"no such command: nonsense", ""},
+        {{L"help", L"cookie", L"eat"}, L"no such command: cookie eat", "cookie"},
     }));
     const UsageError error = Wrong(row.words);
     CHECK(error.message == row.message);

@@ -1,5 +1,6 @@
 // velt fetch beside a real web server and a real proxy.
 
+#include "foundation/unique_file.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
@@ -16,11 +17,6 @@ namespace
 std::wstring Url(const std::wstring& path)
 {
     return L"http://127.0.0.1:" + std::to_wstring(real_servers::HttpPort()) + path;
-}
-
-bool Exists(const std::wstring& path)
-{
-    return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 std::string ReadAll(const std::wstring& path)
@@ -215,6 +211,26 @@ TEST_CASE("velt fetch: many at once into a folder", "[tools]")
     CHECK_FALSE(Contains(result.output, "\n{"));
 }
 
+TEST_CASE("velt fetch: a body on its way never takes another file's name", "[tools]")
+{
+    const TempFolder folder(L"names");
+    SECTION("that of another URL")
+    {
+        CHECK(RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/plain.txt.part"),
+                       Url(L"/plain.txt")})
+                  .exitCode == 0);
+        CHECK(ReadAll(folder.File(L"plain.txt.part")) == real_servers::LargeBytes(0, 1024));
+    }
+    SECTION("that of a file of the user's")
+    {
+        folder.Write(L"plain.txt.part", "the user's own");
+        CHECK(RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/plain.txt")}).exitCode == 0);
+        CHECK(ReadAll(folder.File(L"plain.txt.part")) == "the user's own");
+    }
+    CHECK(ReadAll(folder.File(L"plain.txt")) == "plain text\n");
+    CHECK(FilesIn(folder) == L"plain.txt plain.txt.part ");
+}
+
 TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[tools]")
 {
     const TempFolder folder(L"status");
@@ -279,6 +295,12 @@ TEST_CASE("velt fetch: failures are told with their code, and the others go on",
     CHECK(result.output == "plain text\n");
     CHECK(Contains(result.messages, "http://127.0.0.1:1/: the exchange: "));
     CHECK(Contains(result.messages, "(0x80072EFD)"));
+    const TempFolder folder(L"failed");
+    const std::string json =
+        RunVelt({L"fetch", L"--json", L"--folder", folder.Path(), L"http://127.0.0.1:1/"}).output;
+    CHECK(json.starts_with(
+        "{\"fetched\":[{\"url\":\"http://127.0.0.1:1/\",\"failed\":\"the exchange\","
+        "\"code\":\"0x80072EFD\",\"text\":\""));
 }
 
 TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
@@ -310,18 +332,22 @@ TEST_CASE("velt fetch: a file that cannot be written is a failure", "[tools]")
         CHECK(result.exitCode == 3);
         CHECK(Contains(result.messages, "(0x800700"));
     }
-    CHECK_FALSE(Exists(folder.File(L"x.part")));
+    CHECK(FilesIn(folder).find(L".part") == std::wstring::npos);
 }
 
 TEST_CASE("velt fetch: a disk that is full while saving is a failure", "[tools]")
 {
     const std::string folder = real_servers::Variable("VELT_SERVERS_DIR_WINDOWS");
     const std::wstring file = std::wstring(folder.begin(), folder.end()) + L"\\full";
+    // A device of the host's that takes nothing stands for the disk.
     const ProgramResult result = RunVelt({L"fetch", L"--output", file, Url(L"/plain.txt")});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "(0x80070070)"));
-    CHECK_FALSE(Exists(file));
-    CHECK_FALSE(Exists(file + L".part"));
+    const velt::UniqueFile device(::CreateFileW(file.c_str(), GENERIC_WRITE,
+                                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                OPEN_EXISTING, 0, nullptr));
+    CHECK(device);
+    CHECK(::GetFileType(device.Get()) == FILE_TYPE_CHAR); // not replaced by a file
 }
 
 TEST_CASE("velt fetch: shows its progress on a terminal and nothing of it at the end", "[tools]")

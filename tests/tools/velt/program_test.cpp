@@ -1,12 +1,15 @@
 // velt.exe itself: its streams, exit codes and the commands that need no server.
 
+#include "foundation/trace_record.h"
 #include "tests/support/component_library.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/message_module.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/viewer_process.h"
 #include "tests/tools/velt/velt_program.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
+#include "velt_version.h"
 
 #include <catch.hpp>
 
@@ -66,6 +69,17 @@ std::vector<HWND> WindowsOf(DWORD processId)
     Search search{processId, {}};
     ::EnumWindows(&Search::Add, reinterpret_cast<LPARAM>(&search));
     return search.windows;
+}
+
+/// Commands that need the library, as JSON; of a script `x.js` in the folder too.
+std::vector<std::vector<std::wstring>> LibraryCommands(const TempFolder& folder)
+{
+    return {{L"--json", L"collection", L"x"},
+            {L"--json", L"status"},
+            {L"--json", L"register"},
+            {L"--json", L"unregister"},
+            {L"--json", L"safe", L"get", L"http://velt.example/", L"name"},
+            {L"--json", L"script", folder.File(L"x.js")}};
 }
 
 bool Contains(const std::string& text, const std::string& part)
@@ -160,15 +174,61 @@ TEST_CASE("velt collection: uses every operation once", "[tools]")
     CHECK(Contains(RunVelt({L"collection"}).output, "count: 0\n"));
 }
 
+TEST_CASE("velt collection: whole numbers of 32 bits are numbers, all else is a text", "[tools]")
+{
+    // A number loses its leading zeros and its sign of nothing.
+    const ProgramResult result =
+        RunVelt({L"collection", L"-02147483648", L"-2147483648", L"-0", L"0002147483",
+                 L"2147483647", L"2147483648", L"-2147483649", L"-", L"00000000001"});
+    CHECK(Contains(result.output, "enumerated:\n  -02147483648\n  -2147483648\n  0\n  2147483\n"
+                                  "  2147483647\n  2147483648\n  -2147483649\n  -\n"
+                                  "  1\n"));
+}
+
+TEST_CASE("velt help: the first word of several commands is enough", "[tools]")
+{
+    for (const wchar_t* const word : {L"cookie", L"trace"})
+    {
+        const ProgramResult result = RunVelt({L"help", word});
+        CHECK(result.exitCode == 0);
+        CHECK(result.output == RunVelt({word, L"--help"}).output);
+        CHECK(result.messages.empty());
+    }
+}
+
+TEST_CASE("The programs: what their manifests tell the system", "[tools]")
+{
+    for (const wchar_t* const name : {L"velt.exe", L"velt-trace.exe"})
+    {
+        const HMODULE program =
+            ::LoadLibraryExW(ShippedFile(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+        REQUIRE(program);
+        const HRSRC found = ::FindResourceW(program, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
+        REQUIRE(found);
+        const std::string manifest(
+            static_cast<const char*>(::LockResource(::LoadResource(program, found))),
+            ::SizeofResource(program, found));
+        CHECK(Contains(manifest, "version=\"" VELT_VERSION_TEXT "\""));
+        CHECK(Contains(manifest, "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}")); // Windows 10 and 11
+        CHECK(Contains(manifest, ">true</longPathAware>"));
+        ::FreeLibrary(program);
+    }
+}
+
 TEST_CASE("velt: without the library it fails with the system's code", "[tools]")
 {
     const CopiedProgram program;
-    const ProgramResult result = RunVelt({L"collection", L"x", L"--json"}, program.Path());
-    CHECK(result.exitCode == 3);
-    CHECK(Contains(result.messages, "VeltHTTPClient12OEM.dll: "));
-    CHECK(Contains(result.messages, "(0x8007007E)"));
-    CHECK(Contains(result.output, "\"code\":\"0x8007007E\""));
-    CHECK(result.output.back() == '\n');
+    program.Folder().Write(L"x.js", "");
+    for (const auto& arguments : LibraryCommands(program.Folder()))
+    {
+        const ProgramResult result = RunVelt(arguments, program.Path());
+        INFO(result.messages);
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "VeltHTTPClient12OEM.dll: "));
+        CHECK(Contains(result.messages, "(0x8007007E)"));
+        CHECK(Contains(result.output, "\"code\":\"0x8007007E\""));
+        CHECK(result.output.ends_with("}\n"));
+    }
 }
 
 TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]")
@@ -177,14 +237,19 @@ TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]"
     SECTION("not a library at all")
     {
         program.Folder().Write(L"VeltHTTPClient12OEM.dll", "text");
-        const ProgramResult result = RunVelt({L"collection"}, program.Path());
-        CHECK(result.exitCode == 3);
-        CHECK(Contains(result.messages, "(0x800700C1)"));
+        program.Folder().Write(L"x.js", "");
+        for (const auto& arguments : LibraryCommands(program.Folder()))
+        {
+            const ProgramResult result = RunVelt(arguments, program.Path());
+            INFO(result.messages);
+            CHECK(result.exitCode == 3);
+            CHECK(Contains(result.messages, "(0x800700C1)"));
+        }
     }
     SECTION("one without the entry points")
     {
         const MessageModule library(program.Folder().File(L"VeltHTTPClient12OEM.dll"), 1, L"x");
-        for (const wchar_t* const command : {L"collection", L"register"})
+        for (const wchar_t* const command : {L"collection", L"register", L"status"})
         {
             const ProgramResult result = RunVelt({command}, program.Path());
             CHECK(result.exitCode == 3);
@@ -321,4 +386,39 @@ TEST_CASE("velt trace on: shows the component's trace on standard error", "[tool
     CHECK(Contains(result.messages, "trace: CEnumVariantCol::Clear - return = 0\n"));
     CHECK(RunVelt({L"trace", L"on", L"nonsense"}).exitCode == 2);
     CHECK_FALSE(Contains(RunVelt({L"collection", L"a"}).messages, "trace:"));
+}
+
+TEST_CASE("velt trace on: what arrives is checked, and says nothing to the terminal", "[tools]")
+{
+    const TempFolder folder;
+    folder.Write(L"wait.js", "WScript.Sleep(60000)");
+    // Ended with its owner.
+    const ProgramRun run({L"trace", L"on", L"script", folder.File(L"wait.js")});
+    HWND window = nullptr;
+    REQUIRE(Eventually([&] {
+        DWORD owner = 0;
+        window = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+        return window && ::GetWindowThreadProcessId(window, &owner) && owner == run.ProcessId();
+    }));
+    SendRecord(window, "a\tb\x1B[2J");
+    SendRecord(window, "gr\xFC\xDF");
+    const velt::TraceRecord record = velt::EncodeTraceRecord(4, 0, "", "another kind");
+    SendBytes(window, {reinterpret_cast<const char*>(record.bytes.data()), record.size}, 1);
+    SendBytes(window, "junk");
+    SendBytes(window, "");
+    wchar_t wide[8] = {};
+    char narrow[24] = {};
+    ::MultiByteToWideChar(CP_ACP, 0, "gr\xFC\xDF", -1, wide, 8);
+    ::WideCharToMultiByte(CP_UTF8, 0, wide, -1, narrow, 24, nullptr, nullptr);
+    const std::string messages = run.Messages();
+    INFO(messages);
+    CHECK(Contains(messages, "trace: a\\tb\\x1B[2J\n"));
+    CHECK(Contains(messages, "trace: " + std::string(narrow) + "\n"));
+    CHECK(Contains(messages, "trace: malformed record (wrong magic), 94 bytes: 5E 00 00 00 "));
+    CHECK(Contains(messages, "trace: malformed record (too short), 4 bytes: 6A 75 6E 6B\n"));
+    CHECK(Contains(messages, "trace: malformed record (too short), 0 bytes\n"));
+
+    ViewerProcess viewer(L"--console");
+    CHECK(viewer.AwaitExit() == 1);
+    CHECK(viewer.Errors() == "velt-trace: A trace viewer is running already.\r\n");
 }

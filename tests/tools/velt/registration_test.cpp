@@ -115,6 +115,62 @@ TEST_CASE("velt unregister: leaves what other programs put there", "[tools]")
     CheckSame(before);
 }
 
+TEST_CASE("velt unregister: leaves what others put into the type library's keys", "[tools]")
+{
+    const Classes before;
+    REQUIRE(RunVelt({L"register"}).exitCode == 0);
+    const std::wstring interfaceKey = L"Interface\\{3F5FB31D-9A73-4C69-BC12-5544993222AA}";
+    // Systems spell the name of the key that holds all type libraries in their own ways.
+    const std::wstring libraries = before.machine.contains(L"Typelib") ? L"Typelib" : L"TypeLib";
+    const std::wstring libraryKey = libraries + L"\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}";
+    const std::wstring classes = L"Software\\Classes\\";
+    WriteText(HKEY_LOCAL_MACHINE, classes + interfaceKey + L"\\Other", nullptr, L"1");
+    WriteText(HKEY_LOCAL_MACHINE, classes + libraryKey + L"\\9.0", nullptr, L"2");
+    WriteText(HKEY_LOCAL_MACHINE, classes + libraryKey + L"\\9.0\\0\\win32", nullptr, L"C:\\x.tlb");
+    CHECK(RunVelt({L"unregister"}).exitCode == 0);
+
+    RegistryTree expected = before.machine;
+    expected[interfaceKey];
+    expected[interfaceKey + L"\\Other"][L""] = TextValue(L"1");
+    expected[libraries];
+    expected[libraryKey];
+    expected[libraryKey + L"\\9.0"][L""] = TextValue(L"2");
+    expected[libraryKey + L"\\9.0\\0"];
+    expected[libraryKey + L"\\9.0\\0\\win32"][L""] = TextValue(L"C:\\x.tlb");
+    CheckSame(expected, SnapshotRegistry(HKEY_LOCAL_MACHINE, kUserClasses));
+    DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+    CheckSame(before);
+}
+
+TEST_CASE("velt unregister: a class that another copy has taken over stays whole", "[tools]")
+{
+    const Classes before;
+    REQUIRE(RunVelt({L"register"}).exitCode == 0);
+    const RegistryTree registered = TreeOf(HKEY_LOCAL_MACHINE);
+    const std::wstring classKey = std::wstring(kClassKey).substr(17);
+    const std::wstring other = L"C:\\other\\VeltHTTPClient12OEM.dll";
+    WriteText(HKEY_LOCAL_MACHINE, std::wstring(kClassKey) + L"\\InprocServer32", nullptr, other);
+    const ProgramResult result = RunVelt({L"unregister"});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.find("unregistered: yes\n") != std::string::npos);
+
+    RegistryTree expected = before.machine;
+    for (const auto& [key, values] : registered)
+    {
+        if (key.starts_with(classKey) || key.starts_with(L"AppID\\VeltHTTPClient12OEM.DLL") ||
+            key.starts_with(L"AppID\\{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}") ||
+            key.starts_with(L"VeltHTTPClient.VeltHTTPService12OEM"))
+        {
+            expected[key] = values;
+        }
+    }
+    expected[classKey + L"\\InprocServer32"][L""] = TextValue(other.c_str());
+    CheckSame(expected, SnapshotRegistry(HKEY_LOCAL_MACHINE, kUserClasses));
+    CHECK(RunVelt({L"unregister"}).exitCode == 1);
+    DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+    CheckSame(before);
+}
+
 TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
 {
     const Classes before;

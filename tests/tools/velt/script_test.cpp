@@ -1,5 +1,6 @@
 // velt script: real engines run real files.
 
+#include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
 
@@ -67,6 +68,72 @@ TEST_CASE("velt script: Quit ends the script with its code", "[tools]")
     CHECK(result.output == "a\n");
     CHECK(result.messages.empty());
     CHECK(RunScript(L"q.vbs", "WScript.Quit\r\nWScript.Echo \"b\"").exitCode == 0);
+}
+
+TEST_CASE("velt script: as JSON there is one object, whatever the script ends with", "[tools]")
+{
+    const TempFolder folder(L"script");
+    const auto run = [&](const std::string& text) {
+        folder.Write(L"q.js", text);
+        return RunVelt({L"--json", L"script", folder.File(L"q.js")});
+    };
+    for (const char* const code : {"0", "1", "2", "3"})
+    {
+        const ProgramResult result =
+            run("WScript.Echo('a', 1); WScript.Echo(''); WScript.Quit(" + std::string(code) + ");");
+        CHECK(std::to_string(result.exitCode) == code);
+        CHECK(result.output ==
+              "{\"output\":[\"a 1\",\"\"],\"exitCode\":" + std::string(code) + "}\n");
+        CHECK(result.messages.empty());
+    }
+    CHECK(run("").output == "{\"output\":[]}\n");
+    const ProgramResult failed = run("WScript.Echo('before'); nope();");
+    CHECK(failed.exitCode == 3);
+    CHECK(failed.output.starts_with(
+        "{\"output\":[\"before\"],\"failed\":\"the script\",\"code\":\"0x"));
+}
+
+TEST_CASE("velt script: Echo shows null, and a value that has no text is a failure", "[tools]")
+{
+    ProgramResult result =
+        RunScript(L"n.js", "WScript.Echo(null, 'a'); WScript.Echo(undefined, 'b');");
+    CHECK(result.messages.empty());
+    CHECK(result.output == "null a\n b\n");
+    result = RunScript(L"n.vbs", "WScript.Echo Null, Nothing, Empty, 5\r\n");
+    CHECK(result.messages.empty());
+    CHECK(result.output == "null null  5\n");
+    result = RunScript(L"n.js", "try { WScript.Echo(WScript.Arguments); }"
+                                "catch (e) { WScript.Echo('no text'); }");
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "no text\n");
+}
+
+TEST_CASE("velt script: all three classes are there without registration", "[tools]")
+{
+    const ProgramResult result =
+        RunScript(L"all.js", "var c = new ActiveXObject('VeltHTTPClient.EnumVariantCol12OEM.2');"
+                             "var s = new ActiveXObject('VeltHTTPClient.VeltHTTPService12OEM');"
+                             "var d = new ActiveXObject('VeltHTTPClientX.VeltEulaDlg12OEM');"
+                             "d = new ActiveXObject('VeltHTTPClientX.VeltEulaDlg12OEM.1');"
+                             "WScript.Echo(c.Count, typeof s.IsConnected, typeof d.SetParam);");
+    CHECK(result.messages.empty());
+    CHECK(result.exitCode == 0);
+    CHECK(result.output.starts_with("0 boolean "));
+}
+
+TEST_CASE("velt script: without the manifest beside the program it fails", "[tools]")
+{
+    const TempFolder folder(L"bare");
+    const std::wstring program = folder.File(L"velt.exe");
+    REQUIRE(::CopyFileW(VeltProgram().c_str(), program.c_str(), FALSE));
+    REQUIRE(::CopyFileW(ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(),
+                        folder.File(L"VeltHTTPClient12OEM.dll").c_str(), FALSE));
+    folder.Write(L"x.js", "WScript.Echo(1)");
+    const ProgramResult result = RunVelt({L"script", folder.File(L"x.js")}, program);
+    CHECK(result.exitCode == 3);
+    CHECK(result.output.empty());
+    INFO(result.messages);
+    CHECK(result.messages.find("VeltHTTPClient12OEM.Assembly.manifest: ") != std::string::npos);
 }
 
 TEST_CASE("velt script: a failure is told with its place", "[tools]")

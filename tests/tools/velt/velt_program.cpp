@@ -1,15 +1,13 @@
 #include "tests/tools/velt/velt_program.h"
 
+#include "foundation/unique_file.h"
 #include "tests/support/component_library.h"
-#include "tools/velt/unique_file.h"
 
 #include <array>
 #include <stdexcept>
 
 namespace velt::test
 {
-using tool::UniqueFile;
-
 /// A file that goes with its handle, which a child writes through a duplicate of.
 class ProgramRun::Stream
 {

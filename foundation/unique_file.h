@@ -4,8 +4,9 @@
 
 #include <windows.h>
 
-namespace velt::tool
+namespace velt
 {
+/// A handle whose failed creation answers INVALID_HANDLE_VALUE (files, snapshots).
 struct FileTraits
 {
     using Type = HANDLE;
@@ -15,10 +16,10 @@ struct FileTraits
         return INVALID_HANDLE_VALUE;
     }
 
-    static void Close(Type file) noexcept
+    static void Close(Type handle) noexcept
     {
-        ::CloseHandle(file);
+        ::CloseHandle(handle);
     }
 };
 using UniqueFile = UniqueHandle<FileTraits>;
-} // namespace velt::tool
+} // namespace velt

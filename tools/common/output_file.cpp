@@ -1,29 +1,32 @@
-#include "tools/trace/output_file.h"
+#include "tools/common/output_file.h"
 
 #include "foundation/system_exception.h"
 
-#include <algorithm>
-
 namespace velt
 {
-void WriteAll(HANDLE file, std::string_view bytes)
+namespace
 {
-    constexpr std::size_t kMost = std::size_t{1} << 20; // of one call
-    while (!bytes.empty())
+/// Makes a file that nobody else has, in the folder of another one; its path comes out too.
+UniqueFile MakeBeside(const std::wstring& path, std::wstring& newPath)
+{
+    const std::wstring begin = path.substr(0, path.find_last_of(L"\\/:") + 1) + L"velt-" +
+                               std::to_wstring(::GetCurrentProcessId()) + L"-";
+    for (unsigned number = 1;; ++number)
     {
-        DWORD written = 0;
-        const auto size = static_cast<DWORD>(std::min(bytes.size(), kMost));
-        if (!::WriteFile(file, bytes.data(), size, &written, nullptr))
+        newPath = begin + std::to_wstring(number) + L".part";
+        UniqueFile file(::CreateFileW(newPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                      CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file)
+        {
+            return file;
+        }
+        if (::GetLastError() != ERROR_FILE_EXISTS)
         {
             ThrowLastError();
         }
-        if (written == 0)
-        {
-            throw SystemException::Win32(ERROR_WRITE_FAULT);
-        }
-        bytes.remove_prefix(written);
     }
 }
+} // namespace
 
 OutputFile::OutputFile(const std::wstring& path) : m_path(path)
 {
@@ -43,14 +46,9 @@ OutputFile::OutputFile(const std::wstring& path) : m_path(path)
         return;
     }
     m_file.Reset();
-    const std::wstring newPath = path + L".new-" + std::to_wstring(::GetCurrentProcessId());
-    m_file.Reset(::CreateFileW(newPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                               CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!m_file)
-    {
-        ThrowLastError();
-    }
-    m_newPath = newPath;
+    std::wstring newPath;
+    m_file = MakeBeside(path, newPath);
+    m_newPath = std::move(newPath);
 }
 
 OutputFile::~OutputFile()

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "tools/common/write_all.h"
+
 #include <windows.h>
 
 #include <cstddef>
 #include <string_view>
 
-namespace velt::tool
+namespace velt
 {
 /// One of the process's standard streams: UTF-8 when it is piped or a file, and the console's own
 /// characters when it is a terminal. Any thread may write.
@@ -32,10 +34,13 @@ public:
     void Write(std::string_view text) const;
 
     /// Writes bytes as they are. Throws SystemException::Win32.
-    void WriteBytes(const void* bytes, std::size_t count) const;
+    void WriteBytes(std::string_view bytes) const
+    {
+        WriteAll(m_handle, bytes);
+    }
 
 private:
     HANDLE m_handle; // the process's
     bool m_terminal;
 };
-} // namespace velt::tool
+} // namespace velt

@@ -1,12 +1,13 @@
-#include "tools/velt/console.h"
+#include "tools/common/console.h"
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
+#include "tools/common/write_all.h"
 
 #include <algorithm>
 #include <string>
 
-namespace velt::tool
+namespace velt
 {
 Console::Console(DWORD standardHandle) noexcept : m_handle(::GetStdHandle(standardHandle))
 {
@@ -26,7 +27,7 @@ void Console::Write(std::string_view text) const
 {
     if (!m_terminal)
     {
-        WriteBytes(text.data(), text.size());
+        WriteBytes(text);
         return;
     }
     constexpr std::size_t kMostCharacters = 8192; // what consoles take at once
@@ -42,23 +43,4 @@ void Console::Write(std::string_view text) const
         at += written;
     }
 }
-
-void Console::WriteBytes(const void* bytes, std::size_t count) const
-{
-    const auto* from = static_cast<const char*>(bytes);
-    while (count > 0)
-    {
-        DWORD written = 0;
-        if (!::WriteFile(m_handle, from, static_cast<DWORD>(count), &written, nullptr))
-        {
-            ThrowLastError();
-        }
-        if (written == 0)
-        {
-            throw SystemException::Win32(ERROR_DISK_FULL);
-        }
-        from += written;
-        count -= written;
-    }
-}
-} // namespace velt::tool
+} // namespace velt

@@ -1,0 +1,44 @@
+#include "tests/tools/trace/viewer_input.h"
+
+#include <iterator>
+#include <vector>
+
+namespace velt::test
+{
+void Press(HWND window, std::initializer_list<WORD> keys)
+{
+    ::SetForegroundWindow(window);
+    std::vector<INPUT> inputs;
+    for (const WORD key : keys)
+    {
+        INPUT input{};
+        input.type = INPUT_KEYBOARD;
+        input.ki.wVk = key;
+        inputs.push_back(input);
+    }
+    for (auto key = std::rbegin(keys); key != std::rend(keys); ++key)
+    {
+        INPUT input{};
+        input.type = INPUT_KEYBOARD;
+        input.ki.wVk = *key;
+        input.ki.dwFlags = KEYEVENTF_KEYUP;
+        inputs.push_back(input);
+    }
+    ::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
+}
+
+HWND DialogOf(DWORD processId)
+{
+    HWND dialog = nullptr;
+    while ((dialog = ::FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr)
+    {
+        DWORD owner = 0;
+        ::GetWindowThreadProcessId(dialog, &owner);
+        if (owner == processId && ::IsWindowVisible(dialog))
+        {
+            return dialog;
+        }
+    }
+    return nullptr;
+}
+} // namespace velt::test

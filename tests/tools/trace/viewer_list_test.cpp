@@ -1,0 +1,260 @@
+// The viewer's list: keys, selection, and what it shows of many records.
+
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <catch.hpp>
+
+#include <string>
+#include <vector>
+
+using namespace velt::test;
+
+namespace
+{
+using Texts = std::vector<std::wstring>;
+
+std::wstring ClipboardText()
+{
+    std::wstring text;
+    if (::OpenClipboard(nullptr))
+    {
+        if (const HANDLE data = ::GetClipboardData(CF_UNICODETEXT))
+        {
+            text = static_cast<const wchar_t*>(::GlobalLock(data));
+            ::GlobalUnlock(data);
+        }
+        ::CloseClipboard();
+    }
+    return text;
+}
+
+/// The child of the viewer that has the keyboard.
+HWND FocusOf(HWND window)
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
+    return info.hwndFocus;
+}
+} // namespace
+
+TEST_CASE("Viewer: a pause holds the list and keeps the records", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "before");
+    REQUIRE(viewer.AwaitRows(1));
+    Press(viewer.Window(), {VK_CONTROL, 'P'});
+    REQUIRE(Eventually([&] { return viewer.Status(1) == L"1 shown, paused"; }));
+    SendRecord(viewer.Receiver(), "meanwhile");
+    REQUIRE(Eventually([&] { return viewer.Status(0) == L"2 records"; }));
+    CHECK(viewer.Rows() == 1);
+    viewer.Type(ViewerProcess::kFilter, L"e"); // in both
+    REQUIRE(Eventually([&] { return viewer.Rows() == 1; }));
+    Press(viewer.Window(), {VK_CONTROL, 'P'});
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(viewer.Texts() == Texts{L"before", L"meanwhile"});
+}
+
+TEST_CASE("Viewer: clearing empties it and its counts", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "text");
+    SendBytes(viewer.Receiver(), "?");
+    REQUIRE(viewer.AwaitRows(2));
+    Press(viewer.Window(), {VK_CONTROL, 'L'});
+    REQUIRE(viewer.AwaitRows(0));
+    CHECK(viewer.Status(0) == L"0 records");
+    CHECK(viewer.Status(3) == L"0 malformed");
+    SendRecord(viewer.Receiver(), "after");
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(viewer.Texts() == Texts{L"after"});
+}
+
+TEST_CASE("Viewer: selected records are copied as text", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "  first", 3, "module");
+    SendRecord(viewer.Receiver(), "second", 1);
+    REQUIRE(viewer.AwaitRows(2));
+    Press(viewer.Window(), {VK_CONTROL, 'A'});
+    REQUIRE(Eventually([&] { return viewer.Status(4).starts_with(L"2 selected, "); }));
+    CHECK(viewer.Status(4).ends_with(L" between them"));
+    Press(viewer.Window(), {VK_CONTROL, 'C'});
+    REQUIRE(Eventually([] { return ClipboardText().ends_with(L"  1  ?  second\r\n"); }));
+    CHECK(ClipboardText().find(L"  3  ?  module:   first\r\n") != std::wstring::npos);
+}
+
+TEST_CASE("Viewer: Enter jumps between an entry line and its exit line", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    for (const char* text : {"A - enter", "  B - enter", "  B - return = 0", "A - return = 0"})
+    {
+        SendRecord(viewer.Receiver(), text);
+    }
+    REQUIRE(viewer.AwaitRows(4));
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto focused = [&] {
+        return static_cast<int>(
+            ::SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_FOCUSED));
+    };
+    Press(viewer.Window(), {VK_HOME});
+    REQUIRE(Eventually([&] { return focused() == 0; }));
+    REQUIRE(Eventually([&] { return viewer.Status(4).ends_with(L" until its exit line"); }));
+    CHECK(viewer.TextOf(ViewerProcess::kDetails).find(L"A - enter") != std::wstring::npos);
+    Press(viewer.Window(), {VK_RETURN});
+    REQUIRE(Eventually([&] { return focused() == 3; }));
+    REQUIRE(Eventually([&] { return viewer.Status(4).ends_with(L" since its entry line"); }));
+    Press(viewer.Window(), {VK_CONTROL, 'J'});
+    REQUIRE(Eventually([&] { return focused() == 0; }));
+
+    viewer.Type(ViewerProcess::kFilter, L"enter");
+    REQUIRE(viewer.AwaitRows(2));
+    REQUIRE(Eventually([&] { return focused() == 0; })); // the record keeps the focus
+    Press(viewer.Window(), {VK_RETURN});
+    CHECK(Eventually([&] { return viewer.Status(4).starts_with(L"the other line is not shown"); }));
+}
+
+TEST_CASE("Viewer: everything is reached by keys", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const auto hasFocus = [&](int child) {
+        return Eventually([&] { return FocusOf(viewer.Window()) == viewer.Child(child); });
+    };
+    ::SetForegroundWindow(viewer.Window());
+    REQUIRE(hasFocus(ViewerProcess::kList));
+    Press(viewer.Window(), {VK_CONTROL, 'F'});
+    REQUIRE(hasFocus(ViewerProcess::kFilter));
+    Press(viewer.Window(), {VK_TAB});
+    REQUIRE(hasFocus(ViewerProcess::kLevel));
+    Press(viewer.Window(), {VK_TAB});
+    REQUIRE(hasFocus(ViewerProcess::kHighlight));
+    Press(viewer.Window(), {VK_TAB});
+    REQUIRE(hasFocus(ViewerProcess::kList));
+    Press(viewer.Window(), {VK_TAB});
+    REQUIRE(hasFocus(ViewerProcess::kDetails));
+    Press(viewer.Window(), {VK_CONTROL, 'H'});
+    REQUIRE(hasFocus(ViewerProcess::kHighlight));
+    Press(viewer.Window(), {'X'});
+    REQUIRE(Eventually([&] { return viewer.TextOf(ViewerProcess::kHighlight) == L"x"; }));
+    Press(viewer.Window(), {VK_ESCAPE});
+    REQUIRE(Eventually([&] { return viewer.TextOf(ViewerProcess::kHighlight).empty(); }));
+    Press(viewer.Window(), {VK_ESCAPE});
+    REQUIRE(hasFocus(ViewerProcess::kList));
+}
+
+TEST_CASE("Viewer: it follows the newest until one moves away", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto top = [&] { return static_cast<int>(::SendMessageW(list, LVM_GETTOPINDEX, 0, 0)); };
+    for (int i = 0; i < 500; ++i)
+    {
+        SendRecord(viewer.Receiver(), "text");
+    }
+    REQUIRE(viewer.AwaitRows(500));
+    REQUIRE(Eventually([&] { return top() > 400; }));
+    Press(viewer.Window(), {VK_HOME});
+    REQUIRE(Eventually([&] { return top() == 0; }));
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(501));
+    CHECK(top() == 0);
+    Press(viewer.Window(), {VK_CONTROL, 'E'});
+    CHECK(Eventually([&] { return top() > 400; }));
+}
+
+TEST_CASE("Viewer: a full list drops the oldest, says so, and still follows the newest", "[tools]")
+{
+    ViewerProcess viewer(L"--keep 1600");
+    viewer.AwaitWindow();
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto top = [&] { return static_cast<int>(::SendMessageW(list, LVM_GETTOPINDEX, 0, 0)); };
+    const auto send = [&](int from, int to) {
+        for (int i = from; i < to; ++i)
+        {
+            SendRecord(viewer.Receiver(), "record " + std::to_string(i));
+        }
+    };
+    const auto showsLast = [&](const wchar_t* dropped, const std::wstring& last) {
+        return Eventually([&] {
+            const int rows = viewer.Rows();
+            const int page = static_cast<int>(::SendMessageW(list, LVM_GETCOUNTPERPAGE, 0, 0));
+            return viewer.Status(2) == dropped && viewer.Cell(rows - 1, 4) == last &&
+                   top() + page >= rows;
+        });
+    };
+    send(0, 1701); // with the sixteenth that goes at once
+    REQUIRE(viewer.AwaitRows(1701));
+    CHECK(viewer.Status(2) == L"none dropped");
+    send(1701, 1710);
+    CHECK(showsLast(L"101 oldest dropped", L"record 1709"));
+    CHECK(viewer.Rows() == 1609);
+    CHECK(viewer.Status(0) == L"1,609 records");
+    CHECK(viewer.Cell(0, 4) == L"record 101");
+
+    // Who has moved away keeps the records before his eyes.
+    Press(viewer.Window(), {VK_HOME});
+    REQUIRE(Eventually([&] { return top() == 0; }));
+    ::SendMessageW(list, LVM_ENSUREVISIBLE, 500, FALSE);
+    const int before = top();
+    const std::wstring seen = viewer.Cell(before, 4);
+    send(1710, 1810);
+    REQUIRE(Eventually([&] { return viewer.Status(2) == L"202 oldest dropped"; }));
+    REQUIRE(viewer.AwaitRows(1608));
+    CHECK(top() == before - 101);
+    CHECK(viewer.Cell(top(), 4) == seen);
+}
+
+TEST_CASE("Viewer: rows with the highlighted text have another background", "[tools]")
+{
+    constexpr COLORREF kHighlight = RGB(255, 243, 160);
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "the first");
+    SendRecord(viewer.Receiver(), "the wanted one");
+    SendRecord(viewer.Receiver(), "another", 3, "Wanted");
+    SendRecord(viewer.Receiver(), "the last");
+    REQUIRE(viewer.AwaitRows(4));
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    // Down the middle of the rows: how many runs of the colour there are, and how high the longest.
+    const auto runs = [&] {
+        RECT bounds{};
+        ::GetWindowRect(list, &bounds);
+        const HDC screen = ::GetDC(nullptr);
+        std::vector<int> heights;
+        bool inside = false;
+        for (LONG y = bounds.top; y < bounds.bottom; ++y)
+        {
+            const bool is = ::GetPixel(screen, bounds.left + 600, y) == kHighlight;
+            if (is && !inside)
+            {
+                heights.push_back(0);
+            }
+            inside = is;
+            if (is)
+            {
+                ++heights.back();
+            }
+        }
+        ::ReleaseDC(nullptr, screen);
+        return heights;
+    };
+    CHECK(runs().empty());
+    viewer.Type(ViewerProcess::kHighlight, L"WANTED");
+    // The second and the third row lie on each other.
+    REQUIRE(Eventually([&] { return runs().size() == 1 && runs()[0] > 20; }));
+    viewer.Type(ViewerProcess::kHighlight, L"first");
+    REQUIRE(Eventually([&] { return runs().size() == 1 && runs()[0] < 20 && runs()[0] > 8; }));
+    viewer.Type(ViewerProcess::kHighlight, L"");
+    CHECK(Eventually([&] { return runs().empty(); }));
+}

@@ -1,0 +1,151 @@
+// The viewer's file: saving from its window.
+
+#include "foundation/unique_file.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
+
+#include <windows.h>
+
+#include <catch.hpp>
+
+#include <string>
+#include <vector>
+
+using namespace velt::test;
+
+namespace
+{
+std::string ReadFile(const std::wstring& path)
+{
+    const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, 0, nullptr);
+    std::string text(file == INVALID_HANDLE_VALUE ? 0 : ::GetFileSize(file, nullptr), '\0');
+    DWORD read = 0;
+    ::ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
+    ::CloseHandle(file);
+    return text;
+}
+
+/// The message box of a process, and what it says.
+HWND BoxOf(DWORD processId, HWND other, std::wstring& text)
+{
+    constexpr int kMessageText = 0xFFFF;
+    const HWND box = DialogOf(processId);
+    const HWND message = box && box != other ? ::GetDlgItem(box, kMessageText) : nullptr;
+    if (!message)
+    {
+        return nullptr;
+    }
+    std::vector<wchar_t> characters(1000);
+    const LRESULT length = ::SendMessageW(message, WM_GETTEXT, characters.size(),
+                                          reinterpret_cast<LPARAM>(characters.data()));
+    text.assign(characters.data(), static_cast<std::size_t>(length));
+    return box;
+}
+
+/// Saves through the system's dialog, replacing what exists; returns the text of the error box that
+/// follows, if one does.
+std::wstring SaveAs(const ViewerProcess& viewer, const std::wstring& path)
+{
+    ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kSaveCommand, 0);
+    HWND dialog = nullptr;
+    if (!Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }))
+    {
+        return L"no dialog";
+    }
+    constexpr int kNameField = 0x47C;    // cmb13: a combo box, with an edit field inside
+    constexpr int kOldNameField = 0x480; // edt1
+    HWND field = ::GetDlgItem(dialog, kNameField);
+    field = field ? field : ::GetDlgItem(dialog, kOldNameField);
+    ::SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(path.c_str()));
+    ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    for (;;)
+    {
+        HWND box = nullptr;
+        std::wstring text;
+        if (!Eventually([&] {
+                box = BoxOf(viewer.Id(), dialog, text);
+                return box || (DialogOf(viewer.Id()) == nullptr &&
+                               viewer.Status(4).ends_with(L"records saved"));
+            }))
+        {
+            return L"neither saved nor failed";
+        }
+        if (!box)
+        {
+            return {};
+        }
+        const bool isQuestion = ::GetDlgItem(box, IDYES) != nullptr; // whether to replace it
+        ::PostMessageW(box, WM_COMMAND, isQuestion ? IDYES : IDOK, 0);
+        if (!Eventually([&] { return !::IsWindow(box); }))
+        {
+            return L"the box stays";
+        }
+        if (!isQuestion)
+        {
+            return text;
+        }
+    }
+}
+} // namespace
+
+TEST_CASE("Viewer: it saves what it shows, as text or CSV", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "  first, with a comma", 3);
+    SendRecord(viewer.Receiver(), "hidden", 1);
+    REQUIRE(viewer.AwaitRows(2));
+    viewer.Type(ViewerProcess::kFilter, L"first");
+    REQUIRE(viewer.AwaitRows(1));
+
+    CHECK(SaveAs(viewer, folder.File(L"trace.txt")).empty());
+    CHECK(viewer.Status(4) == L"1 records saved");
+    CHECK_THAT(ReadFile(folder.File(L"trace.txt")),
+               Catch::EndsWith("  3  ?    first, with a comma\r\n"));
+
+    viewer.Type(ViewerProcess::kFilter, L"");
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(SaveAs(viewer, folder.File(L"trace.csv")).empty());
+    const std::string csv = ReadFile(folder.File(L"trace.csv"));
+    CHECK_THAT(csv, Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
+    CHECK_THAT(csv, Catch::Contains(",?,3,,\"  first, with a comma\"\r\n"));
+    CHECK_THAT(csv, Catch::EndsWith(",?,1,,hidden\r\n"));
+}
+
+TEST_CASE("Viewer: a save that fails says why and leaves what was there", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+
+    folder.Write(L"kept.txt", "what was there");
+    {
+        // Another program has the file open and shares it with nobody.
+        const velt::UniqueFile open(::CreateFileW(folder.File(L"kept.txt").c_str(), GENERIC_READ, 0,
+                                                  nullptr, OPEN_EXISTING, 0, nullptr));
+        REQUIRE(open);
+        CHECK(SaveAs(viewer, folder.File(L"kept.txt")).find(L"0x00000020") !=
+              std::wstring::npos); // ERROR_SHARING_VIOLATION
+    }
+    CHECK(ReadFile(folder.File(L"kept.txt")) == "what was there");
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: a disk that is full is told, and the viewer goes on", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+    // The host's device that takes nothing; see scripts/in_wine.sh.
+    CHECK(SaveAs(viewer, L"C:\\full.txt").find(L"0x00000070") != std::wstring::npos);
+    CHECK_FALSE(viewer.Status(4).ends_with(L"saved"));
+    SendRecord(viewer.Receiver(), "after");
+    CHECK(viewer.AwaitRows(2));
+    CHECK(viewer.Close() == 0);
+}

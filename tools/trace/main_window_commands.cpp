@@ -1,0 +1,215 @@
+// What the viewer's window does when it is told to: by its menu, its buttons and its keys.
+
+#include "foundation/wide_text.h"
+#include "tools/trace/clipboard.h"
+#include "tools/trace/main_window.h"
+#include "tools/trace/resource_ids.h"
+#include "tools/trace/row_saver.h"
+#include "tools/trace/selection_text.h"
+#include "tools/trace/trace_export.h"
+#include "tools/trace/trace_pairs.h"
+#include "tools/trace/wait_cursor.h"
+
+#include <commctrl.h>
+
+namespace velt
+{
+namespace
+{
+constexpr wchar_t kHelp[] =
+    L"Programs that load the component after this viewer was started send it their trace.\r\n\r\n"
+    L"Ctrl+F\tfilter by text or source\r\n"
+    L"Ctrl+H\thighlight a text\r\n"
+    L"Ctrl+P\tpause and go on; records are kept meanwhile\r\n"
+    L"Ctrl+E\tfollow the newest record\r\n"
+    L"Ctrl+J, Enter\tjump between an entry line and its exit line\r\n"
+    L"Ctrl+C\tcopy the selected records\r\n"
+    L"Ctrl+S\tsave the shown records as text or CSV\r\n"
+    L"Ctrl+L\tclear\r\n\r\n"
+    L"velt-trace --help tells how to print or record without a window.";
+} // namespace
+
+void MainWindow::OnCommand(UINT command, UINT code)
+{
+    switch (command)
+    {
+    case VELT_ID_FILTER:
+        return code == EN_CHANGE ? ApplyFilter() : void();
+    case VELT_ID_LEVEL:
+        return code == CBN_SELCHANGE ? ApplyFilter() : void();
+    case VELT_ID_HIGHLIGHT:
+        return code == EN_CHANGE ? m_list.SetHighlight(m_bar.Highlight()) : void();
+    case VELT_COMMAND_SAVE:
+        return Save();
+    case VELT_COMMAND_EXIT:
+        ::PostMessageW(m_window, WM_CLOSE, 0, 0);
+        return;
+    case VELT_COMMAND_COPY:
+        return Copy();
+    case VELT_COMMAND_SELECT_ALL:
+        return SelectAll();
+    case VELT_COMMAND_CLEAR:
+        return Clear();
+    case VELT_COMMAND_PAUSE:
+        return SetPaused(!m_pausedAt);
+    case VELT_COMMAND_FOLLOW:
+        return SetFollowing(!m_following);
+    case VELT_COMMAND_JUMP:
+        return Jump();
+    case VELT_COMMAND_FIND_FILTER:
+        ::SetFocus(m_bar.FilterField());
+        return;
+    case VELT_COMMAND_FIND_HIGHLIGHT:
+        ::SetFocus(m_bar.HighlightField());
+        return;
+    case VELT_COMMAND_HELP:
+        return ShowHelp();
+    case IDOK:
+        return OnEnter();
+    case IDCANCEL:
+        return OnEscape();
+    default:
+        return;
+    }
+}
+
+void MainWindow::OnEnter()
+{
+    if (::GetFocus() == m_list.Window())
+    {
+        Jump();
+    }
+    else
+    {
+        ::SetFocus(m_list.Window());
+    }
+}
+
+void MainWindow::OnEscape()
+{
+    const HWND focus = ::GetFocus();
+    if (m_bar.IsTextField(focus) && ::GetWindowTextLengthW(focus) > 0)
+    {
+        ::SetWindowTextW(focus, L""); // which tells us that it has changed
+    }
+    else
+    {
+        ::SetFocus(m_list.Window());
+    }
+}
+
+void MainWindow::ApplyFilter()
+{
+    m_list.KeepFocus();
+    m_view.SetFilter(m_bar.Filter());
+    m_list.Update(false);
+    RefreshIn(kBusyMs);
+}
+
+void MainWindow::SetPaused(bool paused)
+{
+    m_pausedAt.reset();
+    if (paused)
+    {
+        m_pausedAt = m_session.Store().Next();
+    }
+    Check(VELT_COMMAND_PAUSE, paused);
+    RefreshIn(kBusyMs);
+}
+
+void MainWindow::SetFollowing(bool following) noexcept
+{
+    m_following = following;
+    Check(VELT_COMMAND_FOLLOW, following);
+    const int rows = static_cast<int>(m_view.Size());
+    if (following && rows > 0)
+    {
+        ListView_EnsureVisible(m_list.Window(), rows - 1, FALSE);
+    }
+}
+
+void MainWindow::Check(UINT command, bool checked) const noexcept
+{
+    ::SendMessageW(m_toolbar, TB_CHECKBUTTON, command, MAKELPARAM(checked ? TRUE : FALSE, 0));
+    ::CheckMenuItem(::GetMenu(m_window), command,
+                    static_cast<UINT>(MF_BYCOMMAND | (checked ? MF_CHECKED : MF_UNCHECKED)));
+}
+
+void MainWindow::Clear()
+{
+    m_session.Drain(0); // what has arrived goes too
+    m_session.Clear();
+    if (m_pausedAt)
+    {
+        m_pausedAt = m_session.Store().Next();
+    }
+    m_list.Update(false);
+    OnSelection();
+    ShowStatus();
+}
+
+void MainWindow::Copy()
+{
+    const HWND focus = ::GetFocus();
+    if (m_bar.IsTextField(focus) || focus == m_details)
+    {
+        ::SendMessageW(focus, WM_COPY, 0, 0);
+        return;
+    }
+    const std::string lines = SelectedLines(m_session, m_list);
+    if (!lines.empty())
+    {
+        CopyToClipboard(m_window, WideFromUtf8(lines));
+    }
+}
+
+void MainWindow::SelectAll() noexcept
+{
+    const HWND focus = ::GetFocus();
+    if (m_bar.IsTextField(focus) || focus == m_details)
+    {
+        ::SendMessageW(focus, EM_SETSEL, 0, -1);
+        return;
+    }
+    m_list.SelectAll();
+}
+
+void MainWindow::Save()
+{
+    if (const std::optional<std::wstring> path = AskForFile(m_window))
+    {
+        const WaitCursor wait;
+        m_list.Update(m_following); // what the store has dropped is no longer shown
+        SaveRows(*path, m_session, m_view);
+        m_status.Say(FormatCount(m_view.Size()) + " records saved");
+    }
+}
+
+void MainWindow::Jump()
+{
+    const std::optional<std::uint64_t> focused = m_list.Focused();
+    if (!focused || *focused < m_session.Store().First())
+    {
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    const std::optional<std::uint64_t> partner = FindPartner(m_session.Store(), *focused);
+    if (!partner)
+    {
+        m_status.Say("no entry or exit line belongs to this one");
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    SetFollowing(false);
+    if (!m_list.Select(*partner))
+    {
+        m_status.Say("the other line is not shown: the filter or the pause hides it");
+        ::MessageBeep(MB_OK);
+    }
+}
+
+void MainWindow::ShowHelp() const
+{
+    ::MessageBoxW(m_window, kHelp, kMessageTitle, MB_OK | MB_ICONINFORMATION);
+}
+} // namespace velt

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "tools/trace/trace_session.h"
+#include "tools/trace/window_look.h"
+
+#include <windows.h>
+
+#include <array>
+#include <cstddef>
+#include <string>
+
+namespace velt
+{
+/// The viewer's status bar: how many records there are, are shown, have gone and are malformed, and
+/// what is to be said about the selection.
+class StatusBar
+{
+public:
+    /// The parent owns its window. Throws SystemException::Win32.
+    explicit StatusBar(HWND parent);
+
+    HWND Window() const noexcept
+    {
+        return m_window;
+    }
+
+    void SetLook(const WindowLook& look);
+
+    /// Shows the counts; `shown` rows are in the list, and `state` says more about them.
+    void ShowCounts(const TraceSession& session, std::size_t shown, const std::string& state);
+
+    /// Shows a text about the selection, or about what was last done.
+    void Say(const std::string& text);
+
+private:
+    void Set(std::size_t part, const std::string& text);
+
+    HWND m_window;
+    std::array<std::string, 5> m_texts; // as they are shown
+};
+} // namespace velt
