@@ -296,6 +296,47 @@ TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
             return FALSE;
         }
         std::memcpy(text, all.c_str(), all.size() + 1);
+TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is refused", "[service]")
+{
+    Fixture f;
+    // Halves of surrogate pairs are in no code page. Replaced, they would be one host.
+    const std::wstring spelt = L"http://spelt.velt.example/";
+    const std::wstring unspelt =
+        L"http://" + std::wstring(1, static_cast<wchar_t>(0xD800)) + L".velt.example/";
+    const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });
+    const GetCookieA get("wininet.dll", [](auto...) {
+        ::SetLastError(ERROR_NO_MORE_ITEMS);
+        return FALSE;
+    });
+    velt::CookieStore store;
+    CHECK_FALSE(store.Write(unspelt, L"n", L"v"));
+    CHECK_FALSE(store.Read(unspelt, L"n"));
+    CHECK(set.Calls() == 0);
+    CHECK(get.Calls() == 0);
+    CHECK(f.trace.Count("CookieStore: not in the code page: http://\xEF\xBF\xBD.velt.example/") ==
+          2);
+    store.SetDomain(L"." + std::wstring(1, static_cast<wchar_t>(0xDFFF)) + L".example");
+    CHECK_FALSE(store.Write(spelt, L"n", L"v"));
+    CHECK(set.Calls() == 0);
+    store.SetDomain(L".velt.example");
+    CHECK(store.Write(spelt, L"n", L"v"));
+    CHECK(set.Calls() == 1);
+}
+
+TEST_CASE("CookieStore: without a date no cookie is written", "[service]")
+{
+    Fixture f;
+    const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });
+    const ImportPatch<"FileTimeToSystemTime", decltype(::FileTimeToSystemTime)> none(
+        "kernel32.dll", [](const FILETIME*, SYSTEMTIME*) {
+            ::SetLastError(ERROR_INVALID_PARAMETER);
+            return FALSE;
+        });
+    CHECK_FALSE(velt::CookieStore().Write(f.url.Get(), L"n", L"v"));
+    CHECK(set.Calls() == 0); // a cookie without a date would end with the session
+    CHECK(f.trace.Count("FileTimeToSystemTime failed: 87") == 1);
+}
+
         *size = static_cast<DWORD>(all.size());
         return TRUE;
     });
@@ -303,3 +344,4 @@ TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
     CHECK((store.Read(L"http://many.velt.example/", L"n") == L"v") == !grows);
     CHECK(patch.Calls() < 20);
 }
+    CHECK(f.trace.Count("InternetGetCookieA failed: 5") == 2);

@@ -290,6 +290,18 @@ TEST_CASE("SafeWriteData: one cookie that does not show what is in it", "[servic
     CHECK(all.find(L"velt=", all.find(L"velt=") + 1) == std::wstring::npos);
 }
 
+TEST_CASE("SafeWriteData: hosts that the code page lacks share nothing", "[service]")
+{
+    const Fixture f;
+    const std::wstring first = L"http://\u4E2D\u6587.velt.example/";
+    const std::wstring second = L"http://\u65E5\u672C.velt.example/";
+    CHECK(f.SafeWrite(first, L"n", L"v") == S_OK);
+    const std::wstring found = f.SafeRead(first, L"n"); // there where the code page has it
+    CHECK((found == kUntouched || found == L"v"));
+    CHECK((f.SafeRead(second, L"n") == kUntouched));
+    CHECK((f.SafeRead(L"http://?\u003F.velt.example/", L"n") == kUntouched));
+}
+
 TEST_CASE("SafeReadData: cookies of others under our name hold nothing", "[service]")
 {
     const Fixture f;
