@@ -440,6 +440,9 @@ TEST_CASE("The service: every member late-bound", "[service]")
     ::VariantClear(&result);
     CHECK(late.Get(L"IsConnected", {}, &result) == S_OK);
     CHECK(result.vt == VT_BOOL);
+    CHECK(late.Call(L"IsConnected", {}, &result) == DISP_E_MEMBERNOTFOUND); // it is no method
+    CHECK(late.Invoke(late.Find(L"IsConnected"), DISPATCH_METHOD | DISPATCH_PROPERTYGET, {},
+                      &result) == S_OK);
     CHECK(late.Get(L"Redirect", {}, &result) == S_OK);
     CHECK((TextOf(result) == L"http://redirect.velt.example/redirect/redirect.aspx?"));
     ::VariantClear(&result);
