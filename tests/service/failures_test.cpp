@@ -323,7 +323,7 @@ TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is ref
     CHECK(set.Calls() == 1);
 }
 
-TEST_CASE("CookieStore: without a date no cookie is written", "[service]")
+TEST_CASE("Apartment: a thread that has not initialised COM is in none", "[service]")
 {
     Fixture f;
     const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });

@@ -285,6 +285,19 @@ TEST_CASE("Notify: a thread without COM fires and reaches nobody", "[service]")
     CHECK(sink.Count() == 0);
 }
 
+TEST_CASE("Notify: a thread without COM reaches sinks while there are threads with it", "[service]")
+{
+    const Fixture f;
+    RecordingSink sink;
+    ApartmentThread other(COINIT_MULTITHREADED);
+    DWORD cookie = 0;
+    other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
+    CHECK(OnOtherThread([&] { return Invoke(f.service.Get()); }) == S_OK);
+    CHECK(sink.Count() == 1); // the system lends it the multithreaded apartment
+    other.Do([&] { EventsOf(f.service.Get())->Unadvise(cookie); });
+    CHECK(sink.References() == 1);
+}
+
 TEST_CASE("Notify: a sink is called on the interface of the events", "[service]")
 {
     const Fixture f;
