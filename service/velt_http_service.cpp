@@ -268,8 +268,7 @@ STDMETHODIMP CVeltHTTPService::EnumConnectionPoints(IEnumConnectionPoints** poin
 {
     return ComMethod("CVeltHTTPService::EnumConnectionPoints", [&] {
         return velt::CreateComObject<velt::CConnectionPointEnumerator>(
-            nullptr, IID_IEnumConnectionPoints, reinterpret_cast<void**>(points),
-            static_cast<IConnectionPoint*>(&m_events), std::size_t{0});
+            points, static_cast<IConnectionPoint*>(&m_events), std::size_t{0});
     });
 }
 

@@ -2,12 +2,15 @@
 
 #include "service/velt_http_service.h"
 
+#include "service/apartment.h"
 #include "service/cookie_store.h"
 #include "tests/service/service_objects.h"
+#include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/test_module.h"
+#include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
 
 #include <olectl.h>
@@ -18,7 +21,9 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Microsoft::WRL::ComPtr;
@@ -36,8 +41,7 @@ struct Fixture
 {
     Fixture()
     {
-        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(
-            nullptr, __uuidof(IVeltHTTPService), reinterpret_cast<void**>(service.GetAddressOf())));
+        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()));
     }
 
     Fixture(const Fixture&) = delete;
@@ -337,11 +341,36 @@ TEST_CASE("Apartment: a thread that has not initialised COM is in none", "[servi
     CHECK(f.trace.Count("FileTimeToSystemTime failed: 87") == 1);
 }
 
-        *size = static_cast<DWORD>(all.size());
-        return TRUE;
+TEST_CASE("The service: its last reference given up on a thread without COM", "[service]")
+{
+    Fixture f;
+    RecordingSink sink;
+    Advise(f.service.Get(), &sink);
+    OnOtherThread([&] {
+        f.service.Reset();
+        return true;
     });
-    velt::CookieStore store;
-    CHECK((store.Read(L"http://many.velt.example/", L"n") == L"v") == !grows);
-    CHECK(patch.Calls() < 20);
+    CHECK(sink.References() == 1);
+    CHECK(f.module.LockCount() == 0);
+    CHECK(f.trace.Count("a sink stays in the global interface table") == 0);
+}
+
+TEST_CASE("The service: a sink that stays in the global interface table is traced", "[service]")
+{
+    TraceRecorder trace;
+    const TestModule module;
+    RecordingSink sink;
+    {
+        const ComApartment apartment; // its end lets the sink go at last
+        ComPtr<IVeltHTTPService> service;
+        REQUIRE(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()) == S_OK);
+        Advise(service.Get(), &sink);
+        const Create none("ole32.dll", NoInstance);
+        service.Reset();
+        CHECK(trace.Count("a sink stays in the global interface table: 0x80040154") == 1);
+        CHECK(sink.References() == 2);
+    }
+    CHECK(sink.References() == 1);
+    CHECK(module.LockCount() == 0);
 }
     CHECK(f.trace.Count("InternetGetCookieA failed: 5") == 2);
