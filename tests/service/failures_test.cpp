@@ -115,6 +115,9 @@ TEST_CASE("The service: a text that cannot be allocated is out of memory", "[ser
     CHECK(f.service->GetDomain(&out) == E_OUTOFMEMORY);
     CHECK(f.service->StartService() == E_OUTOFMEMORY);
     CHECK(out == PoisonText());
+    const LONG before = none.Calls();
+    CHECK(f.service->GetServiceTag(&out) == S_OK); // a step of it that fails
+    CHECK(none.Calls() > before);
 }
 
 TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
