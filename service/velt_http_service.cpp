@@ -95,8 +95,9 @@ STDMETHODIMP CVeltHTTPService::WriteData(BSTR szSection, BSTR szName, BSTR szVal
 {
     return ComMethod("CVeltHTTPService::WriteData", [&] {
         const VeltAutoCriticalSection lock(&m_lock);
-        // By design, the platform's answer is not passed on.
-        if (!::InternetSetCookieW(PointerOf(szSection), PointerOf(szName), PointerOf(szValue)))
+        // The name goes as it stands: with a null one the data carries "name=value". By design, the
+        // platform's answer is not passed on.
+        if (!::InternetSetCookieW(PointerOf(szSection), szName, PointerOf(szValue)))
         {
             UTrace::TraceLevel1("InternetSetCookieW failed: %lu", ::GetLastError());
         }
@@ -165,7 +166,7 @@ STDMETHODIMP CVeltHTTPService::get_Redirect(BSTR* pVal)
         {
             return E_POINTER;
         }
-        *pVal =
+        *pVal = // a constant: no state is touched, so nothing is locked
             MakeBstr(std::wstring(L"http://") + velt::kRedirectHost + L"/redirect/redirect.aspx?")
                 .Release();
         return S_OK;
