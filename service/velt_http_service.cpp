@@ -30,9 +30,6 @@ constexpr wchar_t kOwnInstallerGuid[] = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}
 constexpr wchar_t kOwnVersion[] = L"3.0";
 constexpr LONG kOwnLocale = 1033;
 
-/// States of the connection above this one mean that the machine is online.
-constexpr DWORD kNotConnected = 2;
-
 velt::TypeInfoHolder& ClassInfo() noexcept
 {
     static constinit velt::TypeInfoHolder s_classInfo{CLSID_CVeltHTTPService};
@@ -154,7 +151,7 @@ STDMETHODIMP CVeltHTTPService::get_IsConnected(VARIANT_BOOL* pVal)
             return E_POINTER;
         }
         const VeltAutoCriticalSection lock(&m_lock);
-        *pVal = m_worker->ConnectionState() > kNotConnected ? VARIANT_TRUE : VARIANT_FALSE;
+        *pVal = m_worker->IsConnected() ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
     });
 }

@@ -1,5 +1,6 @@
 // The service object through the built library: interfaces, members, values in cookies.
 
+#include "foundation/endpoints.h"
 #include "tests/service/service_objects.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/late_bound.h"
@@ -62,6 +63,8 @@ struct Fixture
 };
 
 constexpr wchar_t kUntouched[] = L"<untouched>";
+const std::wstring kRedirectAddress =
+    std::wstring(L"http://") + velt::kRedirectHost + L"/redirect/redirect.aspx?";
 
 /// A host that no other test uses.
 std::wstring OwnUrl()
@@ -394,7 +397,7 @@ TEST_CASE("Redirect: the base address of the redirect service", "[service]")
     const Fixture f;
     BSTR address = PoisonText();
     CHECK(f.service->get_Redirect(&address) == S_OK);
-    CHECK((Taken(address) == L"http://redirect.velt.example/redirect/redirect.aspx?"));
+    CHECK((Taken(address) == kRedirectAddress));
 }
 
 TEST_CASE("IsConnected: nothing is known before the first update work", "[service]")
@@ -412,7 +415,7 @@ TEST_CASE("IsConnected: nothing is known before the first update work", "[servic
 TEST_CASE("IsUpdateOrMessageAvailable: no agent, nothing available", "[service]")
 {
     const Fixture f;
-    const VARIANT_BOOL connect = GENERATE(VARIANT_TRUE, VARIANT_FALSE, VARIANT_BOOL{1});
+    const VARIANT_BOOL connect = GENERATE(VARIANT_TRUE, VARIANT_FALSE);
     VARIANT_BOOL available = 0x5555;
     CHECK(f.service->IsUpdateOrMessageAvailable(MakeBstr(kGuid).Get(), MakeBstr(L"1").Get(), 1033,
                                                 connect, &available) == S_OK);
@@ -444,7 +447,7 @@ TEST_CASE("The service: every member late-bound", "[service]")
     CHECK(late.Invoke(late.Find(L"IsConnected"), DISPATCH_METHOD | DISPATCH_PROPERTYGET, {},
                       &result) == S_OK);
     CHECK(late.Get(L"Redirect", {}, &result) == S_OK);
-    CHECK((TextOf(result) == L"http://redirect.velt.example/redirect/redirect.aspx?"));
+    CHECK((TextOf(result) == kRedirectAddress));
     ::VariantClear(&result);
     VARIANT domain = text(L"d.example");
     DISPID put = DISPID_PROPERTYPUT;
