@@ -93,7 +93,6 @@ TEST_CASE("UpdateWorker: connected means a last step above 2", "[service]")
     auto worker = std::make_unique<velt::UpdateWorker>(std::make_shared<velt::SinkList>());
     CHECK_FALSE(worker->IsConnected()); // 0: nothing is known
     worker->Queue(std::make_shared<LoggingRequest>(log, "a", std::vector<DWORD>{result}));
-    CHECK_FALSE(worker->IsConnected());
     log.WaitFor("step a", result > 2 ? 1 : 2); // what is under way is stepped again
     if (result > 2)
     {
