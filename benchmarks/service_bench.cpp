@@ -127,10 +127,10 @@ void BenchSafeData(IVeltHTTPService* service, bool traced)
             ::SysFreeString(text);
         }
     };
-    const auto bare = [&](bool traced) {
+    const auto bare = [&](bool withLines) {
         for (const std::string& cookie : cookies)
         {
-            if (traced)
+            if (withLines)
             {
                 WriteBareLines("CVeltHTTPService::SafeWriteData - enter",
                                "CVeltHTTPService::SafeWriteData - return = 0");
@@ -139,7 +139,7 @@ void BenchSafeData(IVeltHTTPService* service, bool traced)
         }
         for (std::size_t i = 0; i < kNames; ++i)
         {
-            if (traced)
+            if (withLines)
             {
                 WriteBareLines("CVeltHTTPService::SafeReadData - enter",
                                "CVeltHTTPService::SafeReadData - return = 0");
