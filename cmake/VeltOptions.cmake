@@ -33,10 +33,11 @@ else()
     target_link_options(velt_options INTERFACE -fsanitize=address,undefined)
 endif()
 
-# velt_add_library(<folder> CORE <sources> PLATFORM <sources> LINKS <libraries>)
-# CORE needs no Windows header and is built for both systems.
+# velt_add_library(<folder> CORE <sources> PLATFORM <sources> LINKS <libraries> HOT <sources>)
+# CORE needs no Windows header and is built for both systems. What is shipped is compiled to be
+# small, except for those of the sources that HOT names: the benches show these.
 function(velt_add_library folder)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "CORE;PLATFORM;LINKS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "CORE;PLATFORM;LINKS;HOT")
     set(sources ${arg_CORE})
     if(WIN32)
         list(APPEND sources ${arg_PLATFORM})
@@ -46,4 +47,8 @@ function(velt_add_library folder)
     endif()
     add_library(velt_${folder} STATIC ${sources})
     target_link_libraries(velt_${folder} PUBLIC velt_options ${arg_LINKS})
+    target_compile_options(velt_${folder} PRIVATE $<$<CONFIG:Release>:-Os>)
+    if(arg_HOT)
+        set_property(SOURCE ${arg_HOT} APPEND PROPERTY COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
+    endif()
 endfunction()

@@ -6,8 +6,9 @@
 # one of their functions instead of at its start. Their import libraries are made anew from those of
 # the compiler.
 function(velt_delay_load target)
-    set(folder "${PROJECT_BINARY_DIR}/delay_load")
     foreach(library IN LISTS ARGN)
+        # Folders of their own, so that a target finds no more there than what it asks for.
+        set(folder "${PROJECT_BINARY_DIR}/delay_load/${library}")
         if(NOT TARGET velt_delay_${library})
             add_custom_command(
                 OUTPUT "${folder}/lib${library}.a"
@@ -20,9 +21,9 @@ function(velt_delay_load target)
             add_custom_target(velt_delay_${library} DEPENDS "${folder}/lib${library}.a")
         endif()
         add_dependencies(${target} velt_delay_${library})
+        # Found before the compiler's own library of the same name.
+        target_link_directories(${target} BEFORE PRIVATE "${folder}")
     endforeach()
-    # Found before the compiler's own libraries of the same names.
-    target_link_directories(${target} BEFORE PRIVATE "${folder}")
     target_link_libraries(${target} PRIVATE delayimp)
 endfunction()
 

@@ -12,7 +12,10 @@ nm=$4
 dlltool=$5
 objcopy=$6
 
+# From inside the folder: names of symbols, and so their order, come from the path of the output.
 mkdir -p "$(dirname "$output")"
+cd "$(dirname "$output")"
+output=$(basename "$output")
 definition=${output%.a}.def
 {
     echo "LIBRARY $name.dll"

@@ -1,3 +1,4 @@
+#include "foundation/bstr.h"
 #include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
@@ -177,9 +178,15 @@ TEST_CASE("child: libraries planted beside the host", "[.child]")
     const ComponentLibrary library;
     const AnsweringTimer answering;
     Show(library, folder.File(L"agreement.rtf"), {}, 1); // fails without the view's class
+    const auto service = library.Create<IVeltHTTPService>(CLSID_CVeltHTTPService);
+    const auto nowhere = velt::MakeBstr(L"nowhere");
+    CHECK(service->WriteData(nowhere.Get(), nowhere.Get(), nowhere.Get()) == S_OK);
+    // The first is the dialog's, the second the cookies'; nothing else here wants them.
+    CHECK(::GetModuleHandleW(L"comctl32.dll") != nullptr);
+    CHECK(::GetModuleHandleW(L"wininet.dll") != nullptr);
 }
 
-TEST_CASE("CEulaDialog: rich edit libraries planted beside the host are not loaded", "[ui]")
+TEST_CASE("The library: what it loads late is not taken from beside the host", "[ui]")
 {
     const TempFolder folder;
     wchar_t program[MAX_PATH] = {};
@@ -189,6 +196,8 @@ TEST_CASE("CEulaDialog: rich edit libraries planted beside the host are not load
     // No libraries at all: whoever tried to load one of them would be left without.
     folder.Write(L"riched32.dll", "planted");
     folder.Write(L"riched20.dll", "planted");
+    folder.Write(L"comctl32.dll", "planted");
+    folder.Write(L"wininet.dll", "planted");
     REQUIRE(::SetCurrentDirectoryW(folder.Path().c_str()));
     const DWORD exitCode =
         RunProcess(L"\"" + copy + L"\" \"child: libraries planted beside the host\"");
