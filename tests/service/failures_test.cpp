@@ -123,8 +123,8 @@ TEST_CASE("The service: a text that cannot be allocated is out of memory", "[ser
 
 TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     {
         ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
@@ -139,8 +139,8 @@ TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 
 TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     const auto point = EventsOf(f.service.Get());
     DWORD cookie = 0xCDCDCDCD;
     {
@@ -424,8 +424,8 @@ TEST_CASE("Apartment: a thread that has not initialised COM is in none", "[servi
 
 TEST_CASE("The service: its last reference given up on a thread without COM", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     OnOtherThread([&] {
         f.service.Reset();

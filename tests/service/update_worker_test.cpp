@@ -49,8 +49,8 @@ TEST_CASE("StartUpdateService: the worker does the work one period later", "[ser
 
 TEST_CASE("StartService: is StartUpdateService for the component itself", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->StartService() == S_OK);
     CHECK(f.trace.Count("CVeltHTTPService::StartService - enter") == 1);
@@ -106,8 +106,8 @@ TEST_CASE("UpdateWorker: connected means a last step above 2", "[service]")
 
 TEST_CASE("StartUpdateService: the worker is started once and serves every request", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     for (const wchar_t* guid : {L"a", L"b", L"c"})
     {
