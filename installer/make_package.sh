@@ -24,21 +24,25 @@ name=VeltHTTPClient12OEM-$version
 
 stage=$output/$name
 rm -rf "$stage"
-mkdir -p "$stage/docs" "$stage/samples"
+mkdir -p "$stage"
+
+# source_files <file or folder...>: the project's own files, not what else lies in its folders. In
+# sources that were unpacked from an archive everything counts.
+source_files() {
+    if [ "$(git -C "$root" rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
+        git -C "$root" ls-files -- "$@"
+    else
+        (cd "$root" && find "$@" -type f)
+    fi
+}
 
 # What the build says is shipped; the texts that go with it; samples that need the published files
-# only.
+# only. The sample agent goes as a program: its sources need the project's.
 cp -R "$build/bin/." "$stage/"
-cp "$root/README.md" "$stage/"
-cp "$root"/docs/*.md "$stage/docs/"
-cp -R "$root/samples/." "$stage/samples/"
-find "$stage/samples" -name CMakeLists.txt -delete
-rm -f "$stage/samples/fetch_host.cpp"
-# The sample agent goes as a program: its sources need the project's.
+source_files README.md docs samples |
+    sed -E '/\/CMakeLists\.txt$/d; /\/fetch_host\.cpp$/d; /^samples\/update_agent\//{/\.ini$/!d}' |
+    (cd "$root" && xargs cp --parents -t "$stage")
 agent=$stage/samples/update_agent
-rm -rf "$agent"
-mkdir "$agent"
-cp "$root/samples/update_agent/update_agent.ini" "$agent/"
 SOURCE_DATE_EPOCH=946684800 i686-w64-mingw32-strip --strip-all -o "$agent/sample_agent.exe" \
     "$build/samples/update_agent/sample_agent.exe"
 
@@ -53,35 +57,39 @@ rm -f "$name.zip"
 printf "$name/%s\n" "${files[@]}" | zip -q -X -9 -@ "$name.zip"
 
 # What the installer writes and the uninstaller removes: each file by its name, so that nobody
-# else's file goes.
-list=$output/$name-files.nsh
+# else's file goes. The list is installed too, for the next version.
+list=$output/$name-files.txt
+printf '%s\r\n' "${files[@]//\//\\}" 'Uninstall.exe' 'Uninstall.txt' >"$list"
+touch -d "@$SOURCE_DATE_EPOCH" "$list"
+script=$output/$name-files.nsh
 {
-    echo '!macro InstallFiles'
+    echo '!macro InstallFiles FOLDER'
     current=
     for file in "${files[@]}"; do
         folder=$(dirname "/$file")
         if [ "$folder" != "$current" ]; then
             current=$folder
             folder=${folder%/}
-            printf '    SetOutPath "$INSTDIR%s"\n' "${folder//\//\\}"
+            printf '    SetOutPath "${FOLDER}%s"\n' "${folder//\//\\}"
         fi
         printf '    File "%s"\n' "$stage/$file"
     done
+    printf '    SetOutPath "${FOLDER}"\n    File "/oname=Uninstall.txt" "%s"\n' "$list"
     echo '!macroend'
-    echo '!macro RemoveFiles'
+    echo '!macro RemoveFiles REMOVE'
     for file in "${files[@]}"; do
-        printf '    Delete "$INSTDIR\\%s"\n' "${file//\//\\}"
+        printf '    !insertmacro ${REMOVE} "%s"\n' "${file//\//\\}"
     done
     for ((i = ${#folders[@]} - 1; i >= 0; --i)); do # the inner ones first
         printf '    RMDir "$INSTDIR\\%s"\n' "${folders[i]//\//\\}"
     done
     echo '!macroend'
-} >"$list"
+} >"$script"
 size_bytes=$(find "$stage" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum }')
 makensis -V2 -WX -NOCD \
-    "-DVELT_VERSION=$version" "-DVELT_OUTPUT=$output/$name-setup.exe" "-DVELT_FILES=$list" \
+    "-DVELT_VERSION=$version" "-DVELT_OUTPUT=$output/$name-setup.exe" "-DVELT_FILES=$script" \
     "-DVELT_SIZE_KB=$(((size_bytes + 1023) / 1024))" "$here/velt.nsi"
 
-rm -rf "$stage" "$list"
+rm -rf "$stage" "$list" "$script"
 sha256sum "$name-setup.exe" "$name.zip" >SHA256SUMS
 cat SHA256SUMS

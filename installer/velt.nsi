@@ -2,7 +2,8 @@
 ;
 ;   VELT_VERSION   four numbers with dots
 ;   VELT_OUTPUT    the installer's file
-;   VELT_FILES     a script with the macros InstallFiles and RemoveFiles
+;   VELT_FILES     a script with the macros InstallFiles FOLDER, which writes the files below a
+;                  folder, and RemoveFiles REMOVE, which has that macro remove each file
 ;   VELT_SIZE_KB   what the files take on the disk
 ;
 ; Command line of the installer:
@@ -13,7 +14,9 @@
 ;   /D=<folder>    where to; the last argument, never quoted
 ;
 ; Exit codes of the installer and the uninstaller: 0 done, 1 given up by the user, 2 not completed,
-; 3 the component could not be registered or unregistered, 5 /AllUsers without the right to it.
+; 3 the component could not be registered or unregistered, 4 removed but for files in use, 5 for all
+; users without the right to it. The uninstaller goes on in a copy of itself and ends with 0 before
+; that one does, unless it is started as "Uninstall.exe /S _?=<folder>"; then it stays itself.
 
 Unicode true
 SetCompressor /SOLID lzma
@@ -24,9 +27,13 @@ ManifestSupportedOS all
 !define LIBRARY "VeltHTTPClient12OEM.dll"
 !define TOOL "velt.exe"
 !define UNINSTALLER "Uninstall.exe"
+!define LIST "Uninstall.txt" ; what is installed, a line each
+!define NEW "${PRODUCT}.new" ; new files before they are moved to their places
+!define OLD "${PRODUCT}.old" ; former files; those in use stay until Windows starts again
 !define PRODUCT_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
 !define NOTHING_TO_DO 1 ; the command-line program's answer when another copy, or none, is registered
 !define NOT_REGISTERED 3
+!define IN_USE 4
 !define NOT_ALLOWED 5
 
 ; For all users when the rights allow it. A folder from before is used again.
@@ -43,6 +50,8 @@ ManifestSupportedOS all
 !include MUI2.nsh
 !include FileFunc.nsh
 !include LogicLib.nsh
+!include TextFunc.nsh
+!include WordFunc.nsh
 !include "${VELT_FILES}"
 
 Name "VeltHTTPClient ${VELT_VERSION}"
@@ -88,62 +97,149 @@ Function .onInit
     ${EndIf}
 FunctionEnd
 
-; Takes a file away that a running program may still use: a library in use can be renamed, and goes
-; with the next start of the system.
-!macro RemoveInUse FILE
-    ClearErrors
-    Delete "${FILE}"
-    ${If} ${Errors}
-        GetTempFileName $0 "$INSTDIR"
-        Delete $0
-        Rename "${FILE}" $0
-        Delete /REBOOTOK $0
-    ${EndIf}
-!macroend
-
-; Has the command-line program register the component, or take its registration back: it knows what
-; the component writes, and leaves alone what another copy has registered. An administrator's
+; Has a copy's command-line program register the component, or take its registration back: it knows
+; what the component writes, and leaves alone what another copy has registered. An administrator's
 ; registration would be for the machine, unless the user is named. The exit code is left in $0.
-!macro RunTool COMMAND
+!macro RunTool COMMAND FOLDER
     StrCpy $1 ""
     ${If} $MultiUser.InstallMode == CurrentUser
         StrCpy $1 " --user"
     ${EndIf}
-    nsExec::ExecToLog '"$INSTDIR\${TOOL}" ${COMMAND}$1'
+    nsExec::ExecToLog '"${FOLDER}\${TOOL}" ${COMMAND}$1'
     Pop $0
 !macroend
 
-; A version that is here already goes first, with its registration; so does one of the same scope in
-; another folder.
-Function RemoveEarlierVersion
-    ReadRegStr $1 SHCTX "${PRODUCT_KEY}" "InstallLocation"
-    ${If} $1 != ""
-    ${AndIf} ${FileExists} "$1\${UNINSTALLER}"
-        DetailPrint "Removing the version in $1"
-        ; With _?= the uninstaller runs where it lies, so that this waits for its end. It cannot
-        ; delete itself then.
-        ExecWait '"$1\${UNINSTALLER}" /S _?=$1'
-        ${If} $1 != $INSTDIR
-            Delete "$1\${UNINSTALLER}"
-            RMDir "$1"
-        ${EndIf}
+; A version that is here already stays whole until the new files are all on the disk, in a folder of
+; their own. Then its files are set aside and the new ones moved in their place, which also works
+; for programs and libraries in use: those can be renamed, but neither written nor deleted. Whatever
+; fails until the new version is registered, everything is moved back.
+Var Earlier ; the folder of a version that is here already, in the same scope
+Var Registered ; 1 when the new version has begun to register
+Var SetAside ; where the former files are; empty when they are in their places
+Var MovedIn ; 1 when new files are in their places
+Var Incomplete ; 1 when a file could not be moved
+
+; Removes the folder of a file, and those above it below TOP, as far as nothing is in them.
+!macro RemoveEmptyFolders TOP FILE
+    ${GetParent} "${TOP}\${FILE}" $5
+    ${DoWhile} $5 != "${TOP}"
+        RMDir $5
+        ${GetParent} $5 $5
+    ${Loop}
+!macroend
+
+; Moves the files that a list names, a line each and relative to FROM, to below TO. Folders are made,
+; and removed when they are empty. A file that cannot be moved stays and sets $Incomplete. Lines that
+; name folders or lead out of FROM do not count.
+!define MoveListed "!insertmacro MoveListed"
+!macro MoveListed LIST FROM TO
+    StrCpy $0 "${LIST}"
+    StrCpy $1 "${FROM}"
+    StrCpy $2 "${TO}"
+    Call MoveListed
+!macroend
+Function MoveListed
+    ClearErrors
+    FileOpen $3 $0 r
+    ${If} ${Errors}
+        Return
     ${EndIf}
+    ${Do}
+        FileRead $3 $4
+        ${If} ${Errors}
+            ${Break}
+        ${EndIf}
+        ${TrimNewLines} $4 $4
+        ${WordFind} "$4" ".." "E*" $5
+        ${If} ${Errors} ; there is none
+        ${AndIf} ${FileExists} "$1\$4"
+        ${AndIfNot} ${FileExists} "$1\$4\*.*"
+            ${GetParent} "$2\$4" $5
+            CreateDirectory $5
+            ClearErrors
+            Rename "$1\$4" "$2\$4"
+            ${If} ${Errors}
+                DetailPrint "$1\$4 cannot be moved."
+                StrCpy $Incomplete 1
+            ${EndIf}
+            !insertmacro RemoveEmptyFolders "$1" "$4"
+            !insertmacro RemoveEmptyFolders "$2" "$4"
+        ${EndIf}
+        ClearErrors
+    ${Loop}
+    FileClose $3
+    ClearErrors
+FunctionEnd
+
+; Everything back to what it was. Lists are read from copies that do not move.
+Function .onInstFailed
+    SetOutPath $TEMP ; a current folder cannot be removed
+    ${If} $MovedIn == 1
+        ${MoveListed} $PLUGINSDIR\new.txt $INSTDIR $INSTDIR\${NEW}
+    ${EndIf}
+    ${If} $SetAside != ""
+        ${MoveListed} $PLUGINSDIR\new.txt $SetAside $INSTDIR
+        ${MoveListed} $PLUGINSDIR\former.txt $SetAside $INSTDIR
+        RMDir $SetAside
+        RMDir "$INSTDIR\${OLD}"
+    ${EndIf}
+    ${If} $Registered == 1
+    ${AndIf} $Earlier != ""
+        !insertmacro RunTool register $Earlier
+    ${EndIf}
+    RMDir /r "$INSTDIR\${NEW}"
+    RMDir $INSTDIR
 FunctionEnd
 
 Section
-    Call RemoveEarlierVersion
-    SetOutPath $INSTDIR
-    !insertmacro RemoveInUse "$INSTDIR\${LIBRARY}"
+    InitPluginsDir
+    StrCpy $Registered 0
+    StrCpy $SetAside ""
+    StrCpy $MovedIn 0
+    StrCpy $Incomplete 0
+    ReadRegStr $Earlier SHCTX "${PRODUCT_KEY}" "InstallLocation"
+
+    ; The new files, where nobody uses them.
+    RMDir /r "$INSTDIR\${NEW}"
     ClearErrors
-    !insertmacro InstallFiles
-    SetOutPath $INSTDIR
-    WriteUninstaller "$INSTDIR\${UNINSTALLER}"
+    SetOverwrite try
+    SetOutPath "$INSTDIR\${NEW}"
+    !insertmacro InstallFiles "$INSTDIR\${NEW}"
+    WriteUninstaller "$INSTDIR\${NEW}\${UNINSTALLER}"
+    CopyFiles /SILENT "$INSTDIR\${NEW}\${LIST}" "$PLUGINSDIR\new.txt"
     ${If} ${Errors}
-        !insertmacro RemoveFiles
-        Delete "$INSTDIR\${UNINSTALLER}"
-        SetOutPath $TEMP
-        RMDir "$INSTDIR"
         Abort "The files could not be written."
+    ${EndIf}
+    SetOutPath $INSTDIR
+
+    ; The former files. What an earlier upgrade has left goes when nothing uses it any more.
+    RMDir /r "$INSTDIR\${OLD}"
+    CreateDirectory "$INSTDIR\${OLD}"
+    GetTempFileName $SetAside "$INSTDIR\${OLD}"
+    Delete $SetAside
+    ${If} ${FileExists} "$INSTDIR\${LIST}"
+        CopyFiles /SILENT "$INSTDIR\${LIST}" "$PLUGINSDIR\former.txt"
+    ${EndIf}
+    ${MoveListed} $PLUGINSDIR\former.txt $INSTDIR $SetAside
+    ${MoveListed} $PLUGINSDIR\new.txt $INSTDIR $SetAside
+    ${If} $Incomplete == 0
+        StrCpy $MovedIn 1
+        ${MoveListed} $PLUGINSDIR\new.txt $INSTDIR\${NEW} $INSTDIR
+    ${EndIf}
+    ${If} $Incomplete != 0
+        Abort "The files could not be replaced."
+    ${EndIf}
+
+    ; All versions write the same keys, so the earlier one's registration is never taken back.
+    StrCpy $Registered 1
+    !insertmacro RunTool register $INSTDIR
+    ${If} $0 != 0
+        MessageBox MB_OK|MB_ICONEXCLAMATION "The component could not be registered." /SD IDOK
+        SetErrorLevel ${NOT_REGISTERED}
+        ${If} $Earlier != ""
+            Abort "The component could not be registered."
+        ${EndIf}
+        ; What is there can be used without registration, and removed.
     ${EndIf}
 
     WriteRegStr SHCTX "${PRODUCT_KEY}" "DisplayName" "VeltHTTPClient"
@@ -156,11 +252,17 @@ Section
     WriteRegDWORD SHCTX "${PRODUCT_KEY}" "NoModify" 1
     WriteRegDWORD SHCTX "${PRODUCT_KEY}" "NoRepair" 1
 
-    !insertmacro RunTool register
-    ${If} $0 != 0
-        ; What is there can be used without registration, and removed.
-        MessageBox MB_OK|MB_ICONEXCLAMATION "The component could not be registered." /SD IDOK
-        SetErrorLevel ${NOT_REGISTERED}
+    RMDir /r "$INSTDIR\${NEW}"
+    RMDir /r /REBOOTOK "$INSTDIR\${OLD}"
+    ${If} $Earlier != ""
+    ${AndIf} $Earlier != $INSTDIR
+    ${AndIf} ${FileExists} "$Earlier\${UNINSTALLER}"
+        DetailPrint "Removing the version in $Earlier"
+        ; With _?= the uninstaller runs where it lies, so that this waits for its end. It cannot
+        ; delete itself then.
+        ExecWait '"$Earlier\${UNINSTALLER}" /S _?=$Earlier'
+        Delete "$Earlier\${UNINSTALLER}"
+        RMDir "$Earlier"
     ${EndIf}
 SectionEnd
 
@@ -185,20 +287,59 @@ Function un.onInit
     ${EndIf}
 FunctionEnd
 
+; Removes the file $0. A program or a library in use can only be renamed; it goes with the next
+; start of Windows, and so does a file that somebody reads.
+Function un.RemoveFile
+    ClearErrors
+    Delete $0
+    ${If} ${Errors}
+        CreateDirectory "$INSTDIR\${OLD}"
+        GetTempFileName $1 "$INSTDIR\${OLD}"
+        Delete $1
+        ClearErrors
+        Rename $0 $1
+        ${If} ${Errors}
+            Delete /REBOOTOK $0
+        ${EndIf}
+    ${EndIf}
+FunctionEnd
+
+!macro RemoveFile FILE
+    StrCpy $0 "$INSTDIR\${FILE}"
+    Call un.RemoveFile
+!macroend
+
 Section Uninstall
-    !insertmacro RunTool unregister
+    !insertmacro RunTool unregister $INSTDIR
     ${If} $0 != 0
     ${AndIf} $0 != ${NOTHING_TO_DO}
         DetailPrint "The registration could not be removed."
         SetErrorLevel ${NOT_REGISTERED}
     ${EndIf}
-    !insertmacro RemoveInUse "$INSTDIR\${LIBRARY}"
-    !insertmacro RemoveFiles
-    Delete "$INSTDIR\${UNINSTALLER}"
+    !insertmacro RemoveFiles RemoveFile
     SetOutPath $TEMP ; a current folder cannot be removed
-    RMDir "$INSTDIR" ; stays when somebody else put something there
+    RMDir /r /REBOOTOK "$INSTDIR\${OLD}"
+    RMDir /r "$INSTDIR\${NEW}" ; of an installation that was cut off
+    Delete "$INSTDIR\${LIST}"
+    Delete "$INSTDIR\${UNINSTALLER}"
     ReadRegStr $0 SHCTX "${PRODUCT_KEY}" "InstallLocation"
     ${If} $0 == $INSTDIR
         DeleteRegKey SHCTX "${PRODUCT_KEY}"
+    ${EndIf}
+    ; Both stay when somebody else put something there.
+    ${If} ${RebootFlag}
+        RMDir /REBOOTOK "$INSTDIR"
+        UserInfo::GetAccountType
+        Pop $0
+        ${If} $0 == "Admin"
+            DetailPrint "Files in use go with the next start of Windows."
+        ${Else}
+            ; Only an administrator can have Windows do so.
+            SetErrorLevel ${IN_USE}
+            MessageBox MB_OK|MB_ICONEXCLAMATION \
+                "Files in use stay in $INSTDIR. Delete the folder when nothing uses them." /SD IDOK
+        ${EndIf}
+    ${Else}
+        RMDir "$INSTDIR"
     ${EndIf}
 SectionEnd

@@ -1,10 +1,10 @@
 // A compiled host that needs no registration: it loads the library, makes the collection through
 // DllGetClassObject, uses it early and late bound, and watches the library's trace arrive.
 //
-// Build it with the two files that are made from the component's IDL:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I bin/include samples/collection_host.cpp
-//       bin/include/provider_lib_i.c -o collection_host.exe -lole32 -loleaut32 -luuid
-// Run it as: collection_host.exe <path of VeltHTTPClient12OEM.dll>
+// Build it in the folder of the library, with the two files that are made from the component's IDL:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/collection_host.cpp
+//       include/provider_lib_i.c -o collection_host.exe -lole32 -loleaut32 -luuid
+// Run it as: collection_host.exe VeltHTTPClient12OEM.dll
 
 #include <provider_lib.h>
 

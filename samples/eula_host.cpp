@@ -1,10 +1,11 @@
 // A compiled host that shows a licence agreement through the registered component and prints the
 // user's answer.
 //
-// Build it with the two files that are made from the component's IDL:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I bin/include samples/eula_host.cpp
-//       bin/include/provider_lib_i.c -o eula_host.exe -lole32 -loleaut32 -luuid
-// Run it as: eula_host.exe <agreement.rtf> <texts.xml>
+// Build it in the folder of the library, with the two files that are made from the component's IDL:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/eula_host.cpp
+//       include/provider_lib_i.c -o eula_host.exe -lole32 -loleaut32 -luuid
+// Run it as: eula_host.exe samples/eula/agreement.rtf samples/eula/texts/DEU.xml
+//            once the component is registered
 
 #include <provider_lib.h>
 

@@ -1,5 +1,22 @@
 // A script that shows a licence agreement through the registered component and prints the user's
-// answer. Run it with the 32-bit script host: cscript //nologo eula_script.js agreement.rtf texts.xml
-var dialog = new ActiveXObject("VeltHTTPClientX.VeltEulaDlg12OEM");
-var accepted = dialog.LaunchEula(WScript.Arguments(0), WScript.Arguments(1));
-WScript.Echo(accepted ? "accepted" : "declined");
+// answer. Run it with the 32-bit script host, in the folder of the library:
+//
+//     cscript //nologo samples\eula_script.js samples\eula\agreement.rtf samples\eula\texts\DEU.xml
+
+if (WScript.Arguments.length != 2)
+{
+    WScript.Echo("usage: eula_script.js <agreement.rtf> <texts.xml>");
+    WScript.Quit(2);
+}
+
+try
+{
+    var dialog = new ActiveXObject("VeltHTTPClientX.VeltEulaDlg12OEM");
+    var accepted = dialog.LaunchEula(WScript.Arguments(0), WScript.Arguments(1));
+    WScript.Echo(accepted ? "accepted" : "declined");
+}
+catch (error)
+{
+    WScript.Echo("failed: " + error.message);
+    WScript.Quit(1);
+}

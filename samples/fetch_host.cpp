@@ -21,7 +21,6 @@
 #include <string>
 
 using CONNECTION_MANAGER::queue_manager;
-using CONNECTION_MANAGER::queue_request;
 using CONNECTION_MANAGER::url_options;
 using CONNECTION_MANAGER::url_request;
 

@@ -2,8 +2,7 @@
 // the component's, so CoCreateInstance finds the classes by CLSID and by ProgID. Beside the program
 // lie VeltHTTPClient12OEM.dll and VeltHTTPClient12OEM.Assembly.manifest.
 //
-// Build it, in the folder of the library, with the two files that are made from the component's
-// IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL:
 //   i686-w64-mingw32-windres samples/registration_free.rc registration_free_rc.o
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/registration_free.cpp
 //       include/provider_lib_i.c registration_free_rc.o -o registration_free.exe

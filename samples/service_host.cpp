@@ -1,9 +1,9 @@
 // A compiled host of the registered component: it uses the HTTP service object early and late bound
 // and listens to its events.
 //
-// Build it with the two files that are made from the component's IDL:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I bin/include samples/service_host.cpp
-//       bin/include/provider_lib_i.c -o service_host.exe -lole32 -loleaut32 -luuid
+// Build it in the folder of the library, with the two files that are made from the component's IDL:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/service_host.cpp
+//       include/provider_lib_i.c -o service_host.exe -lole32 -loleaut32 -luuid
 // Run it as: service_host.exe          all calls
 //            service_host.exe wait     and stay until queued update work has run, half a minute
 

@@ -1,11 +1,10 @@
 // A compiled host that shows the trace viewer at work: it starts velt-trace.exe, then loads the
 // library, makes it trace, and saves a picture of the viewer's window.
 //
-// Build it with the two files that are made from the component's IDL:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I bin/include samples/viewer_host.cpp
-//       bin/include/provider_lib_i.c -o viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
-// Run it as: viewer_host.exe <path of VeltHTTPClient12OEM.dll> <path of velt-trace.exe>
-// <picture.png>
+// Build it in the folder of the library, with the two files that are made from the component's IDL:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/viewer_host.cpp
+//       include/provider_lib_i.c -o viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
+// Run it as: viewer_host.exe VeltHTTPClient12OEM.dll velt-trace.exe velt-trace.png
 
 #include <provider_lib.h>
 
@@ -53,7 +52,7 @@ void WaitFor(Condition&& condition, const char* what)
 class Viewer
 {
 public:
-    explicit Viewer(std::wstring path)
+    explicit Viewer(const std::wstring& path)
     {
         std::wstring commandLine = L"\"" + path + L"\"";
         STARTUPINFOW startup{};

@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
 # Runs clang-tidy over the component's own code as it is compiled for Windows.
-#   lint.sh [file.cpp...]     all product folders by default
+#   lint.sh [file.cpp...]     by default all product folders, the tools and the samples
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 velt_setup
 cd "$velt_root"
 velt_build release
-[ $# -gt 0 ] || set -- foundation/*.cpp internet/*.cpp connection/*.cpp update/*.cpp collection/*.cpp ui/*.cpp server/*.cpp
+if [ $# -eq 0 ]; then
+    readarray -t files < <(git ls-files -- foundation internet connection update service \
+        collection ui server tools samples | grep '\.cpp$')
+    set -- "${files[@]}"
+fi
 
 # clang looks for the cross compiler's headers where that one says they are.
 extra=(--extra-arg-before=--target=i686-w64-mingw32)

@@ -39,6 +39,16 @@ touch "$second/left over"
     cp "$build/samples/update_agent/sample_agent.exe" "$copy/samples/update_agent/"
     "$make_package" "$copy" "$second"
 
+    # Sources with a file that does not belong to them, and without their history.
+    if git -C "$source_dir" rev-parse >/dev/null 2>&1; then
+        git clone -q "$source_dir" "$work/clone"
+        cp -R "$source_dir/installer" "$work/clone/"
+        echo 'not to be shipped' >"$work/clone/docs/draft.md"
+        "$work/clone/installer/make_package.sh" "$copy" "$work/cloned"
+        rm -rf "$work/clone/.git"
+        "$work/clone/installer/make_package.sh" "$copy" "$work/archived"
+    fi
+
     # An earlier version, which had a file that is there no more.
     sed -i -E 's/^(CMAKE_PROJECT_VERSION:STATIC)=.*/\1=11.9.0.0/' "$copy/CMakeCache.txt"
     mkdir "$copy/bin/withdrawn"
@@ -56,14 +66,31 @@ expect "an explicit time is obeyed" "19800102.000000" "$(
         zipinfo -T "$second"/*.zip | sed -nE 's/.* ([0-9]{8}\.[0-9]{6}) .*/\1/p' | sort -u
 )"
 
+if [ -e clone ]; then
+    expect "a file that git does not know is not shipped" 0 \
+        "$(unzip -Z1 cloned/*.zip | grep -c '/docs/draft\.md$')"
+    expect "sources without history make the same files, and all that lie there" draft.md "$(
+        comm -13 <(unzip -Z1 cloned/*.zip | sort) <(unzip -Z1 archived/*.zip | sort) |
+            xargs -n1 basename
+    )"
+else
+    echo "not looked at: files that git does not know, because the sources are not git's"
+fi
+
 zip=$(echo *.zip)
 name=${zip%.zip}
 inside=$(unzip -Z1 "$zip")
 expect "everything lies in one folder" "$name" "$(cut -d/ -f1 <<<"$inside" | sort -u)"
 expect "the names are sorted" "$inside" "$(LC_ALL=C sort <<<"$inside")"
-for file in $(cd "$build/bin" && find . -type f -printf '%P\n') README.md docs/host-guide.md \
-    docs/installer-guide.md samples/collection_host.cpp samples/eula/agreement.rtf \
-    samples/update_agent/sample_agent.exe; do
+for file in $(cd "$build/bin" && find . -type f -printf '%P\n') \
+    docs/{architecture,host-guide,installer-guide,reference,skin,trace,translating,velt,wine}.md \
+    samples/{collection,http_service}.{js,vbs} samples/eula_script.js \
+    samples/registration_free.{cpp,rc,exe.manifest} \
+    VeltHTTPClient12OEM.{dll,tlb,Assembly.manifest} velt.exe velt-trace.exe \
+    include/provider_lib.h include/provider_lib_i.c README.md \
+    samples/{collection,eula,service,viewer}_host.cpp \
+    samples/eula/agreement.rtf samples/eula/texts/JPN.xml \
+    samples/update_agent/sample_agent.exe samples/update_agent/update_agent.ini; do
     expect "the zip has $file" 1 "$(grep -cxF "$name/$file" <<<"$inside")"
 done
 unzip -q "$zip" -d unpacked
@@ -86,5 +113,5 @@ broken=$(
     done
 )
 expect "links between the documents lead somewhere" "" "$broken"
-rm -rf unpacked again copy again.log
+rm -rf unpacked again copy clone cloned archived again.log
 exit "$((failures > 0))"

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velt::test
@@ -20,19 +21,42 @@ inline const std::string kOneUpdate = "[agent]\r\nconnected=1\r\n[updates]\r\n" 
                                       kProduct.substr(1) + "=1\r\n[messages]\r\n" +
                                       kProduct.substr(1) + "=0\r\n";
 
-/// What a command prints, its errors too.
-inline std::vector<std::string> OutputOf(const std::wstring& command)
+/// How a command ended, and what it printed, its errors too.
+struct SampleRun
+{
+    DWORD exitCode;
+    std::vector<std::string> lines;
+};
+
+inline SampleRun RunSample(const std::wstring& command)
 {
     const TempFolder folder(L"output");
     const std::wstring output = folder.File(L"output.txt");
-    RunProcess(L"cmd /c " + command + L" > \"" + output + L"\" 2>&1");
+    // The quotes around all of it are taken off by cmd.
+    const DWORD exitCode = RunProcess(L"cmd /c \"" + command + L" > \"" + output + L"\" 2>&1\"");
     std::ifstream file(output.c_str());
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);)
     {
         lines.push_back(line);
     }
-    return lines;
+    return {exitCode, std::move(lines)};
+}
+
+inline std::vector<std::string> OutputOf(const std::wstring& command)
+{
+    return RunSample(command).lines;
+}
+
+/// A file of the samples, and the program of a compiled one, in quotes.
+inline std::wstring SampleFile(const std::wstring& name)
+{
+    return L"\"" VELT_SAMPLES_DIR L"\\" + name + L"\"";
+}
+
+inline std::wstring SampleProgram(const std::wstring& name)
+{
+    return L"\"" VELT_SAMPLE_PROGRAMS_DIR L"\\" + name + L"\"";
 }
 
 /// The component, registered; its keys go with the prefix.

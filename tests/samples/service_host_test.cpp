@@ -34,7 +34,7 @@ TEST_CASE("service_host: calls, and a queued update one period after one in the 
 {
     const RegisteredComponent component;
     const SampleAgentServer agent(kOneUpdate);
-    Lines lines = OutputOf(VELT_SERVICE_HOST L" wait");
+    Lines lines = OutputOf(SampleProgram(L"service_host.exe") + L" wait");
     std::erase_if(lines, [](const std::string& line) {
         return line.starts_with("    GetServiceTag: "); // the machine's own
     });
@@ -83,5 +83,6 @@ TEST_CASE("service_host: calls, and a queued update one period after one in the 
 
 TEST_CASE("service_host: with another argument it says what it takes", "[service]")
 {
-    CHECK(OutputOf(VELT_SERVICE_HOST L" later") == Lines{"usage: service_host [wait]"});
+    CHECK(OutputOf(SampleProgram(L"service_host.exe") + L" later") ==
+          Lines{"usage: service_host [wait]"});
 }

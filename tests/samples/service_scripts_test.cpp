@@ -20,7 +20,7 @@ namespace
 /// What a script prints; its errors too.
 Lines RunScript(const std::wstring& name)
 {
-    return OutputOf(L"cscript //nologo \"" + std::wstring(VELT_SAMPLES_DIR) + L"\\" + name + L'"');
+    return OutputOf(L"cscript //nologo " + SampleFile(name));
 }
 
 void ForgetCookies()

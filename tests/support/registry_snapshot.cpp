@@ -5,13 +5,12 @@
 
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 namespace velt::test
 {
 namespace
 {
-constexpr DWORD kLongestName = 16'384;
-
 void Check(LSTATUS error, const char* what)
 {
     if (error != ERROR_SUCCESS)
@@ -20,51 +19,59 @@ void Check(LSTATUS error, const char* what)
     }
 }
 
-RegistryValues ReadValues(HKEY key)
+/// How much there is in a key: asked once, because each question goes to another process.
+struct KeyExtent
+{
+    DWORD keyCount = 0;
+    DWORD longestKeyLength = 0;
+    DWORD valueCount = 0;
+    DWORD longestNameLength = 0;
+    DWORD largestDataBytes = 0;
+};
+
+KeyExtent ExtentOf(HKEY key)
+{
+    KeyExtent extent;
+    Check(::RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &extent.keyCount,
+                             &extent.longestKeyLength, nullptr, &extent.valueCount,
+                             &extent.longestNameLength, &extent.largestDataBytes, nullptr, nullptr),
+          "a key's extent");
+    return extent;
+}
+
+RegistryValues ReadValues(HKEY key, const KeyExtent& extent)
 {
     RegistryValues values;
-    std::wstring name(kLongestName, L'\0');
-    for (DWORD index = 0;; ++index)
+    std::wstring name(extent.longestNameLength + 1, L'\0');
+    for (DWORD index = 0; index < extent.valueCount; ++index)
     {
-        DWORD length = kLongestName;
-        DWORD size = 0;
-        RegistryValue value{};
-        LSTATUS error =
-            ::RegEnumValueW(key, index, name.data(), &length, nullptr, nullptr, nullptr, &size);
-        if (error == ERROR_NO_MORE_ITEMS)
-        {
-            return values;
-        }
-        Check(error, "size of a value");
+        auto length = static_cast<DWORD>(name.size());
+        DWORD size = extent.largestDataBytes;
+        RegistryValue value{0, std::vector<BYTE>(size)};
+        Check(::RegEnumValueW(key, index, name.data(), &length, nullptr, &value.type,
+                              value.data.data(), &size),
+              "a value");
         value.data.resize(size);
-        length = kLongestName;
-        error = ::RegEnumValueW(key, index, name.data(), &length, nullptr, &value.type,
-                                value.data.data(), &size);
-        Check(error, "a value");
         values.emplace(name.substr(0, length), std::move(value));
     }
+    return values;
 }
 
 void ReadTree(HKEY key, const std::wstring& path, RegistryTree& tree)
 {
-    tree.emplace(path, ReadValues(key));
-    std::array<wchar_t, 256> name{};
-    for (DWORD index = 0;; ++index)
+    const KeyExtent extent = ExtentOf(key);
+    tree.emplace(path, ReadValues(key, extent));
+    std::wstring name(extent.longestKeyLength + 1, L'\0');
+    for (DWORD index = 0; index < extent.keyCount; ++index)
     {
         auto length = static_cast<DWORD>(name.size());
-        const LSTATUS error =
-            ::RegEnumKeyExW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        if (error == ERROR_NO_MORE_ITEMS)
-        {
-            return;
-        }
-        Check(error, "a key's name");
+        Check(::RegEnumKeyExW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr),
+              "a key's name");
         CRegKeyW child;
-        Check(child.Open(key, name.data(), KEY_READ), "a key");
-        ReadTree(child.GetKey(), path.empty() ? name.data() : path + L'\\' + name.data(), tree);
+        Check(child.Open(key, name.c_str(), KEY_READ), "a key");
+        ReadTree(child.GetKey(), path.empty() ? name.c_str() : path + L'\\' + name.c_str(), tree);
     }
 }
-
 } // namespace
 
 RegistryValue TextValue(const std::wstring& text)

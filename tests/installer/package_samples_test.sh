@@ -1,0 +1,84 @@
+#!/usr/bin/env bash
+# Builds and runs each C++ sample of the package by the commands that its first lines name, in the
+# folder of the unpacked package.
+#
+#   package_samples_test.sh <source folder> <zip> <work folder> <prefix>
+set -uo pipefail
+source_dir=$1
+zip=$2
+work=$3
+prefix=$4
+failures=0
+
+# in_prefix <command of in_wine.sh...>
+in_prefix() {
+    "$source_dir/scripts/in_wine.sh" "$@"
+}
+
+# fails <what> <log>
+fails() {
+    printf 'FAILED: %s\n' "$1"
+    sed 's/^/    /' "$2"
+    failures=$((failures + 1))
+}
+
+# build_command <sample>: the lines that are set in, continued ones joined; one command a line.
+build_command() {
+    sed -nE '/^\/\/ Build it/,/^\/\/ Run it/s|^//   ( *)|\1|p' "$1" |
+        awk '/^ /  { sub(/^ +/, " "); line = line $0; next }
+             line  { print line }
+                   { line = $0 }
+             END   { print line }'
+}
+
+# run_command <sample>: the first one that it names.
+run_command() {
+    sed -nE 's|^// Run it as: ([^ ]+\.exe( [^ ]+)*).*|\1|p' "$1" | sed -E 's/ {2,}.*//'
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+unzip -q "$zip" -d "$work" || exit 1
+cd "$work"/* || exit 1
+
+samples=$(find samples -maxdepth 1 -name '*.cpp' | sort)
+building=()
+for sample in $samples; do
+    build_command "$sample" >"$sample.sh"
+    bash -e "$sample.sh" >"$sample.log" 2>&1 &
+    building+=($!)
+    if [ "${#building[@]}" -gt 1 ]; then
+        wait "${building[-2]}"
+    fi
+done
+wait
+
+# What each sample prints when it did what it is for; each must be known here.
+declare -A expected=(
+    [collection_host]='DllCanUnloadNow after the last release: 0'
+    [eula_host]=accepted
+    [registration_free]='    Count = 0'
+    [service_host]='    there is an update agent: no'
+    [viewer_host]='    the viewer shows'
+)
+in_prefix "$prefix" regsvr32 /s VeltHTTPClient12OEM.dll || failures=1
+for sample in $samples; do
+    name=$(basename -s .cpp "$sample")
+    if [ ! -e "$name.exe" ]; then
+        fails "$name is built by: $(cat "$sample.sh")" "$sample.log"
+        continue
+    fi
+    beside=()
+    [ "$name" != eula_host ] ||
+        beside=(--beside "'$source_dir/scripts/answer_dialog.sh' '$work/eula.png' accept")
+    command=$(run_command "$sample")
+    in_prefix --keep "${beside[@]}" "$prefix" $command >"$sample.log" 2>&1
+    status=$?
+    if [ "$status" -eq 0 ] && tr -d '\r' <"$sample.log" | grep -q "^${expected[$name]:?}"; then
+        printf 'ok: %s\n' "$command"
+    else
+        fails "$command, which ended with $status" "$sample.log"
+    fi
+done
+[ "$(wc -w <<<"$samples")" -eq "${#expected[@]}" ] || failures=1
+exit "$((failures > 0))"
