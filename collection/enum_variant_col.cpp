@@ -130,3 +130,10 @@ IEnumVariantCol* CEnumVariantCol::AutomationTarget() noexcept
 {
     return &m_automationView;
 }
+
+WORD CEnumVariantCol::AutomationFlags(WORD flags) noexcept
+{
+    // Engines that do not know whether a name is a method or a property ask for both. Some ask for
+    // a method only and mean both, so that loops over a collection depend on it.
+    return (flags & DISPATCH_METHOD) != 0 ? flags | DISPATCH_PROPERTYGET : flags;
+}

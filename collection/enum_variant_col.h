@@ -50,6 +50,7 @@ public:
 
 private:
     IEnumVariantCol* AutomationTarget() noexcept override;
+    WORD AutomationFlags(WORD flags) noexcept override;
 
     std::vector<VARIANT> m_values; // VARIANTs, not owners of what they hold: see above
     velt::AutomationView m_automationView;

@@ -155,6 +155,11 @@ bool queue_manager::IsRunning()
 
 DWORD queue_manager::GetConnectionState() const noexcept
 {
+    // By design without the mutex, whose calls of the system would cost more than all the rest of
+    // what asks for the state. The number is one word and written with the mutex held, so this is
+    // what a reader with the mutex gets as well, at the moment that he would get the mutex. Only
+    // hold-and-retry processing holds the mutex during steps: he would wait until all of them are
+    // done, and this answers at once.
     return m_lastStepResult;
 }
 

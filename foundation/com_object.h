@@ -152,4 +152,12 @@ HRESULT CreateComObject(IUnknown* outer, REFIID iid, void** object, Arguments&&.
     made->m_inner.Release();
     return hr;
 }
+
+/// The same for an object that is not aggregated, asked for the interface of the pointer's type.
+template <class Object, class Interface, class... Arguments>
+HRESULT CreateComObject(Interface** object, Arguments&&... arguments)
+{
+    return CreateComObject<Object>(nullptr, __uuidof(Interface), reinterpret_cast<void**>(object),
+                                   std::forward<Arguments>(arguments)...);
+}
 } // namespace velt

@@ -10,6 +10,9 @@
 namespace velt
 {
 /// IDispatch of a dual interface, served from the library's type library.
+///
+/// By design it opens no trace scope: the member that a late-bound call arrives at opens its own,
+/// so that the trace of a call is the same whichever way it came.
 template <class Dual>
 class DispatchImpl : public Dual
 {
@@ -72,16 +75,10 @@ public:
         {
             return E_POINTER;
         }
-        // Engines that do not know whether a name is a method or a property ask for both. Some ask
-        // for a method only and mean both, so that loops over a collection depend on it.
-        if ((flags & DISPATCH_METHOD) != 0)
-        {
-            flags |= DISPATCH_PROPERTYGET;
-        }
         ITypeInfo* info = nullptr;
         const HRESULT hr = s_typeInfo.Get(&info);
-        return SUCCEEDED(hr) ? info->Invoke(AutomationTarget(), id, flags, parameters, result,
-                                            exception, argumentError)
+        return SUCCEEDED(hr) ? info->Invoke(AutomationTarget(), id, AutomationFlags(flags),
+                                            parameters, result, exception, argumentError)
                              : hr;
     }
 
@@ -94,6 +91,13 @@ protected:
     virtual Dual* AutomationTarget() noexcept
     {
         return this;
+    }
+
+    /// What a late-bound call asks for: a method, a property get or put, or more than one of them.
+    /// A class whose properties may be asked for as methods adds to it.
+    virtual WORD AutomationFlags(WORD flags) noexcept
+    {
+        return flags;
     }
 
 private:

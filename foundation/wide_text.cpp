@@ -44,6 +44,23 @@ std::string NarrowFromWide(std::wstring_view text, UINT codePage)
     return narrow;
 }
 
+std::optional<std::string> ExactNarrowFromWide(std::wstring_view text, UINT codePage)
+{
+    try
+    {
+        std::string narrow = NarrowFromWide(text, codePage);
+        if (WideFromNarrow(narrow, codePage) == text)
+        {
+            return narrow;
+        }
+    }
+    catch (const SystemException::Win32&)
+    {
+        // Refused on the way there or back.
+    }
+    return std::nullopt;
+}
+
 std::wstring WideFromNarrow(std::string_view text, UINT codePage)
 {
     if (text.empty())

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,10 @@ std::string Utf8FromWide(std::wstring_view text);
 /// text, and std::bad_alloc.
 std::string NarrowFromWide(std::wstring_view text, UINT codePage);
 
-/// The reverse; otherwise the same.
+/// The same for texts whose meaning must not change: none when the way back would give another
+/// text, or the system refuses it. Throws std::bad_alloc only.
+std::optional<std::string> ExactNarrowFromWide(std::wstring_view text, UINT codePage);
+
+/// The reverse of NarrowFromWide; otherwise the same.
 std::wstring WideFromNarrow(std::string_view text, UINT codePage);
 } // namespace velt

@@ -54,7 +54,26 @@ void Show(const char* what, const _bstr_t& text)
                 text.length() > 0 ? static_cast<const wchar_t*>(text) : L"(none)");
 }
 
-/// Takes the service's events. It lives on the stack, longer than its connection.
+/// Puts the thread into a single-threaded apartment until the end of the scope.
+class Apartment
+{
+public:
+    Apartment()
+    {
+        Check(::CoInitialize(nullptr), "CoInitialize");
+    }
+
+    Apartment(const Apartment&) = delete;
+    Apartment& operator=(const Apartment&) = delete;
+
+    ~Apartment()
+    {
+        ::CoUninitialize();
+    }
+};
+
+/// Takes the service's events. It lives on the heap, because whoever marshals it may keep it for
+/// longer than it is connected. Made without a reference.
 class EventSink final : public IDispatch
 {
 public:
@@ -62,8 +81,6 @@ public:
 
     EventSink(const EventSink&) = delete;
     EventSink& operator=(const EventSink&) = delete;
-
-    ~EventSink() = default;
 
     int Count() const noexcept
     {
@@ -75,17 +92,27 @@ public:
         const bool isKnown = ::IsEqualIID(iid, IID_IUnknown) || ::IsEqualIID(iid, IID_IDispatch) ||
                              ::IsEqualIID(iid, DIID_IVeltHTTPServiceEvents);
         *object = isKnown ? this : nullptr;
-        return isKnown ? S_OK : E_NOINTERFACE;
+        if (!isKnown)
+        {
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
     }
 
     STDMETHODIMP_(ULONG) AddRef() override
     {
-        return 2;
+        return static_cast<ULONG>(::InterlockedIncrement(&m_references));
     }
 
     STDMETHODIMP_(ULONG) Release() override
     {
-        return 1;
+        const LONG left = ::InterlockedDecrement(&m_references);
+        if (left == 0)
+        {
+            delete this;
+        }
+        return static_cast<ULONG>(left);
     }
 
     STDMETHODIMP GetTypeInfoCount(UINT* count) override
@@ -123,8 +150,11 @@ public:
     }
 
 private:
+    ~EventSink() = default;
+
     const ULONGLONG m_start;
     int m_count = 0;
+    LONG m_references = 0;
 };
 
 /// Connects a sink to an object's events until the end of the scope.
@@ -238,8 +268,10 @@ void WaitForEvents(const EventSink& sink, int count)
         {
             throw std::runtime_error("the event does not come");
         }
-        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(limit - now),
-                                    QS_ALLINPUT);
+        // Also for messages that came before: COM has looked through the queue during our calls,
+        // and what it left there is not new any more.
+        ::MsgWaitForMultipleObjectsEx(0, nullptr, static_cast<DWORD>(limit - now), QS_ALLINPUT,
+                                      MWMO_INPUTAVAILABLE);
         MSG message{};
         while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE))
         {
@@ -260,18 +292,18 @@ void Update(IVeltHTTPService* service, bool wait)
                     connect ? "an update or a message was found" : "there is an update agent",
                     YesNo(available));
     }
-    EventSink sink;
-    const Connection connection(service, &sink);
+    const ComPtr<EventSink> sink(new EventSink);
+    const Connection connection(service, sink.Get());
     std::printf("    InvokeUpdate, in the foreground\n");
     Check(service->InvokeUpdate(kProduct, kVersion, kLocale, _bstr_t(L"The sample")),
           "InvokeUpdate");
-    WaitForEvents(sink, 1);
+    WaitForEvents(*sink.Get(), 1);
     std::printf("    StartUpdateService, queued for the background\n");
     Check(service->StartUpdateService(kProduct, kVersion, kLocale, _bstr_t(L"")),
           "StartUpdateService");
     if (wait)
     {
-        WaitForEvents(sink, 2);
+        WaitForEvents(*sink.Get(), 2);
         VARIANT_BOOL isConnected = VARIANT_FALSE;
         Check(service->get_IsConnected(&isConnected), "IsConnected");
         std::printf("    IsConnected, after it has run: %s\n", YesNo(isConnected));
@@ -302,9 +334,8 @@ int wmain(int argc, wchar_t** argv)
     std::setvbuf(stdout, nullptr, _IONBF, 0); // lines are seen when they are printed
     try
     {
-        Check(::CoInitialize(nullptr), "CoInitialize");
+        const Apartment apartment; // left also when a call fails
         Run(wait);
-        ::CoUninitialize();
         return 0;
     }
     catch (const std::exception& e)

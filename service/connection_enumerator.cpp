@@ -1,7 +1,5 @@
 #include "service/connection_enumerator.h"
 
-#include "foundation/com_method.h"
-
 #include <utility>
 
 namespace velt
@@ -9,60 +7,24 @@ namespace velt
 CConnectionEnumerator::CConnectionEnumerator(IUnknown* outer,
                                              std::shared_ptr<const SinkList::Sinks> sinks,
                                              std::size_t next) noexcept
-    : ComObject(outer),
-      m_sinks(std::move(sinks)),
-      m_cursor(next, m_sinks ? m_sinks->size() : 0)
+    : CursorEnumerator(outer, next, sinks ? sinks->size() : 0),
+      m_sinks(std::move(sinks))
 {
 }
 
-STDMETHODIMP CConnectionEnumerator::Next(ULONG count, CONNECTDATA* connections, ULONG* fetched)
+bool CConnectionEnumerator::Give(std::size_t index, CONNECTDATA& connection) const noexcept
 {
-    return ComMethod("CConnectionEnumerator::Next", [&] {
-        if (fetched)
-        {
-            *fetched = 0;
-        }
-        if (!connections || (!fetched && count != 1))
-        {
-            return E_POINTER;
-        }
-        ULONG copied = 0;
-        std::size_t index = 0;
-        while (copied < count && m_cursor.Take(index))
-        {
-            const EventSink& sink = *(*m_sinks)[index];
-            if (SUCCEEDED(sink.Get(&connections[copied].pUnk)))
-            {
-                connections[copied++].dwCookie = sink.Cookie();
-            }
-        }
-        if (fetched)
-        {
-            *fetched = copied;
-        }
-        return copied == count ? S_OK : S_FALSE;
-    });
+    const EventSink& sink = *(*m_sinks)[index];
+    if (FAILED(sink.Get(&connection.pUnk)))
+    {
+        return false;
+    }
+    connection.dwCookie = sink.Cookie();
+    return true;
 }
 
-STDMETHODIMP CConnectionEnumerator::Skip(ULONG count)
+HRESULT CConnectionEnumerator::CloneAt(std::size_t next, IEnumConnections** clone) const
 {
-    return ComMethod("CConnectionEnumerator::Skip", [&] { return m_cursor.Skip(count); });
-}
-
-STDMETHODIMP CConnectionEnumerator::Reset()
-{
-    return ComMethod("CConnectionEnumerator::Reset", [&] {
-        m_cursor.Reset();
-        return S_OK;
-    });
-}
-
-STDMETHODIMP CConnectionEnumerator::Clone(IEnumConnections** clone)
-{
-    return ComMethod("CConnectionEnumerator::Clone", [&] {
-        return CreateComObject<CConnectionEnumerator>(nullptr, IID_IEnumConnections,
-                                                      reinterpret_cast<void**>(clone), m_sinks,
-                                                      m_cursor.Next());
-    });
+    return CreateComObject<CConnectionEnumerator>(clone, m_sinks, next);
 }
 } // namespace velt

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "foundation/com_object.h"
-#include "service/cursor.h"
+#include "service/cursor_enumerator.h"
 
 #include <windows.h>
 
@@ -14,21 +13,20 @@ namespace velt
 {
 /// Walks over the connection points of an object that has one. Any thread may call.
 class CConnectionPointEnumerator final
-    : public ComObject<CConnectionPointEnumerator, IEnumConnectionPoints>
+    : public CursorEnumerator<CConnectionPointEnumerator, IEnumConnectionPoints, IConnectionPoint*>
 {
 public:
+    static constexpr CursorTraceNames kTraceNames = {
+        "CConnectionPointEnumerator::Next", "CConnectionPointEnumerator::Skip",
+        "CConnectionPointEnumerator::Reset", "CConnectionPointEnumerator::Clone"};
+
     /// `outer` is always null. `next` is 0, or 1 for the end.
     CConnectionPointEnumerator(IUnknown* outer, IConnectionPoint* point, std::size_t next) noexcept;
 
-    /// `fetched` may be null when one is asked for.
-    STDMETHODIMP Next(ULONG count, IConnectionPoint** points, ULONG* fetched) override;
-
-    STDMETHODIMP Skip(ULONG count) override;
-    STDMETHODIMP Reset() override;
-    STDMETHODIMP Clone(IEnumConnectionPoints** clone) override;
+    bool Give(std::size_t index, IConnectionPoint*& point) const noexcept;
+    HRESULT CloneAt(std::size_t next, IEnumConnectionPoints** clone) const;
 
 private:
     const Microsoft::WRL::ComPtr<IConnectionPoint> m_point;
-    Cursor m_cursor;
 };
 } // namespace velt

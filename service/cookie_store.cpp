@@ -22,8 +22,9 @@ std::u16string Units(std::wstring_view text)
     return {text.begin(), text.end()};
 }
 
-/// The moment at which a cookie that is made now ends. By design, broken down as local time.
-CalendarTime ExpiryTime() noexcept
+/// The moment at which a cookie that is made now ends. By design, broken down as local time. None,
+/// which is traced, for a clock that is beyond the calendar.
+std::optional<CalendarTime> ExpiryTime()
 {
     FILETIME now;
     ::GetSystemTimeAsFileTime(&now);
@@ -34,16 +35,31 @@ CalendarTime ExpiryTime() noexcept
     const FILETIME end{ticks.LowPart, ticks.HighPart};
     SYSTEMTIME universal{};
     SYSTEMTIME local{};
-    ::FileTimeToSystemTime(&end, &universal);
+    if (!::FileTimeToSystemTime(&end, &universal))
+    {
+        UTrace::TraceLevel1("FileTimeToSystemTime failed: %lu", ::GetLastError());
+        return std::nullopt;
+    }
     if (!::SystemTimeToTzSpecificLocalTime(nullptr, &universal, &local))
     {
         local = universal;
     }
-    return {local.wYear, local.wMonth,  local.wDay,   local.wDayOfWeek,
-            local.wHour, local.wMinute, local.wSecond};
+    return CalendarTime{local.wYear, local.wMonth,  local.wDay,   local.wDayOfWeek,
+                        local.wHour, local.wMinute, local.wSecond};
 }
 
-/// All cookies of a URL; none, with the thread's last error, when the system does not tell.
+/// A text for the system's narrow calls; none, which is traced, when they cannot spell it.
+std::optional<std::string> Narrow(const std::wstring& text)
+{
+    std::optional<std::string> narrow = ExactNarrowFromWide(text, CP_ACP);
+    if (!narrow)
+    {
+        UTrace::TraceLevel1("CookieStore: not in the code page: %s", Utf8FromWide(text).c_str());
+    }
+    return narrow;
+}
+
+/// All cookies of a URL; none, which is traced, when the system does not tell.
 std::optional<std::string> CookiesOf(const std::string& url)
 {
     constexpr DWORD kUsualBytes = 2 * kMaxCookieBytes;
@@ -65,10 +81,12 @@ std::optional<std::string> CookiesOf(const std::string& url)
         }
         if (error != ERROR_INSUFFICIENT_BUFFER)
         {
+            UTrace::TraceLevel1("InternetGetCookieA failed: %lu", error);
             return std::nullopt;
         }
         bytes = std::max(needed, bytes) + kUsualBytes; // others write too
     }
+    UTrace::TraceLevel1("InternetGetCookieA never has room enough");
     return std::nullopt;
 }
 } // namespace
@@ -90,13 +108,17 @@ bool CookieStore::Write(const std::wstring& url, std::wstring_view name, std::ws
         UTrace::TraceLevel1("CookieStore::Write refused: no cookie can hold the value");
         return false; // before anything of that size is copied
     }
-    const std::string narrowUrl = NarrowFromWide(url, CP_ACP);
-    const std::optional<std::string> cookies = CookiesOf(narrowUrl);
+    const std::optional<std::string> narrowUrl = Narrow(url);
+    const std::optional<std::string> domain = Narrow(m_domain);
+    const std::optional<CalendarTime> expiry = ExpiryTime();
+    if (!narrowUrl || !domain || !expiry)
+    {
+        return false;
+    }
+    const std::optional<std::string> cookies = CookiesOf(*narrowUrl);
     if (!cookies)
     {
-        // What is there cannot be seen, so it is not written over.
-        UTrace::TraceLevel1("CookieStore::Write cannot read the cookies: %lu", ::GetLastError());
-        return false;
+        return false; // what is there cannot be seen, so it is not written over
     }
     SafeContent content = FindSafeContent(*cookies);
     content.Set(Units(name), Units(value));
@@ -104,14 +126,13 @@ bool CookieStore::Write(const std::wstring& url, std::wstring_view name, std::ws
     {
         ++content.revision;
     }
-    const std::optional<std::string> data =
-        MakeCookieData(content, NarrowFromWide(m_domain, CP_ACP), ExpiryText(ExpiryTime()));
+    const std::optional<std::string> data = MakeCookieData(content, *domain, ExpiryText(*expiry));
     if (!data)
     {
         UTrace::TraceLevel1("CookieStore::Write refused: no cookie can hold the value");
         return false;
     }
-    if (!::InternetSetCookieA(narrowUrl.c_str(), nullptr, data->c_str()))
+    if (!::InternetSetCookieA(narrowUrl->c_str(), nullptr, data->c_str()))
     {
         UTrace::TraceLevel1("InternetSetCookieA failed: %lu", ::GetLastError());
         return false;
@@ -121,7 +142,8 @@ bool CookieStore::Write(const std::wstring& url, std::wstring_view name, std::ws
 
 std::optional<std::wstring> CookieStore::Read(const std::wstring& url, std::wstring_view name)
 {
-    const std::optional<std::string> cookies = CookiesOf(NarrowFromWide(url, CP_ACP));
+    const std::optional<std::string> narrowUrl = Narrow(url);
+    const std::optional<std::string> cookies = narrowUrl ? CookiesOf(*narrowUrl) : std::nullopt;
     if (!cookies)
     {
         return std::nullopt;

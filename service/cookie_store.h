@@ -25,11 +25,11 @@ public:
 
     /// Adds a value to the URL's cookie, or replaces the one of that name. Returns false, with a
     /// level 1 trace, and leaves the old cookie whole when the cookie would become longer than
-    /// the store keeps, or the system refuses it. Throws std::bad_alloc and
-    /// SystemException::Win32.
+    /// the store keeps, or the system refuses it. So it is with a URL or a domain that the system's
+    /// narrow calls cannot spell: it would share its cookie with others. Throws std::bad_alloc.
     bool Write(const std::wstring& url, std::wstring_view name, std::wstring_view value);
 
-    /// The value of a name; none when there is none. Throws as Write.
+    /// The value of a name; none when there is none, or the URL cannot be spelt. Throws as Write.
     std::optional<std::wstring> Read(const std::wstring& url, std::wstring_view name);
 
 private:

@@ -87,9 +87,8 @@ STDMETHODIMP EventConnectionPoint::Unadvise(DWORD cookie)
 STDMETHODIMP EventConnectionPoint::EnumConnections(IEnumConnections** connections)
 {
     return ComMethod("CVeltHTTPService::EnumConnections", [&] {
-        return CreateComObject<CConnectionEnumerator>(nullptr, IID_IEnumConnections,
-                                                      reinterpret_cast<void**>(connections),
-                                                      m_sinks->Snapshot(), std::size_t{0});
+        return CreateComObject<CConnectionEnumerator>(connections, m_sinks->Snapshot(),
+                                                      std::size_t{0});
     });
 }
 } // namespace velt

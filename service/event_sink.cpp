@@ -1,12 +1,12 @@
 #include "service/event_sink.h"
 
 #include "foundation/com_module.h"
+#include "foundation/library_utils.h"
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
 
 #include <comdef.h>
 
-#include <array>
 #include <exception>
 
 using Microsoft::WRL::ComPtr;
@@ -15,6 +15,8 @@ namespace velt
 {
 namespace
 {
+constexpr char kNotTold[] = "a sink was not told";
+
 ComPtr<IGlobalInterfaceTable> GlobalInterfaceTable()
 {
     ComPtr<IGlobalInterfaceTable> table;
@@ -22,16 +24,23 @@ ComPtr<IGlobalInterfaceTable> GlobalInterfaceTable()
     return table;
 }
 
-void TraceFailure(HRESULT hr) noexcept
+void TraceFailure(const char* what, HRESULT hr) noexcept
 {
     try
     {
-        UTrace::TraceLevel1("a sink was not told: 0x%08lX", static_cast<unsigned long>(hr));
+        UTrace::TraceLevel1("%s: 0x%08lX", what, static_cast<unsigned long>(hr));
     }
     catch (const std::exception&)
     {
         // A thread that cannot trace goes on to the next sink.
     }
+}
+
+HRESULT Revoke(DWORD registration) noexcept
+{
+    ComPtr<IGlobalInterfaceTable> table;
+    const HRESULT hr = ComModule::Current().GetGITPtr(&table);
+    return SUCCEEDED(hr) ? table->RevokeInterfaceFromGlobal(registration) : hr;
 }
 } // namespace
 
@@ -40,23 +49,29 @@ EventSink::EventSink(DWORD cookie, const ComPtr<IDispatch>& sink)
       m_place(std::make_shared<CSinkRelay::Place>(nullptr))
 {
     ComPtr<IDispatch> relay;
-    ThrowIfFailed(CreateComObject<CSinkRelay>(
-        nullptr, IID_IDispatch, reinterpret_cast<void**>(relay.GetAddressOf()), sink, m_place));
+    ThrowIfFailed(CreateComObject<CSinkRelay>(relay.GetAddressOf(), sink, m_place));
     ThrowIfFailed(GlobalInterfaceTable()->RegisterInterfaceInGlobal(relay.Get(), IID_IDispatch,
                                                                     &m_registration));
 }
 
 EventSink::~EventSink()
 {
-    ComPtr<IGlobalInterfaceTable> table;
-    if (SUCCEEDED(ComModule::Current().GetGITPtr(&table)))
+    HRESULT hr = Revoke(m_registration);
+    if (hr == CO_E_NOTINITIALIZED)
     {
-        table->RevokeInterfaceFromGlobal(m_registration);
+        // The last reference can be given up on any thread, one without COM among them. What stayed
+        // in the table would keep the sink and the library for good.
+        const CLibraryUtils::SmartComInitializer com;
+        hr = Revoke(m_registration);
+    }
+    if (FAILED(hr))
+    {
+        TraceFailure("a sink stays in the global interface table", hr);
     }
 }
 
 void EventSink::Fire(const Apartment& here, DISPID method,
-                     const DISPPARAMS& parameters) const noexcept
+                     std::array<VARIANTARG, 2> arguments) const noexcept
 {
     if (!m_connected)
     {
@@ -72,31 +87,23 @@ void EventSink::Fire(const Apartment& here, DISPID method,
         const HRESULT hr = Fetch(relay);
         if (FAILED(hr))
         {
-            TraceFailure(hr);
+            TraceFailure(kNotTold, hr);
             return;
         }
         sink = relay.Get();
     }
-    // A copy for each sink, because one that writes to it must not harm the next.
-    std::array<VARIANTARG, 2> arguments;
-    DISPPARAMS given = parameters;
-    given.cArgs = given.cArgs < arguments.size() ? given.cArgs : arguments.size();
-    for (UINT i = 0; i < given.cArgs; ++i)
-    {
-        arguments[i] = parameters.rgvarg[i];
-    }
-    given.rgvarg = arguments.data();
+    DISPPARAMS parameters{arguments.data(), nullptr, arguments.size(), 0};
     VARIANT result; // sinks may write to it without asking whether it is there
     ::VariantInit(&result);
-    const HRESULT hr = sink->Invoke(method, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &given,
-                                    &result, nullptr, nullptr);
+    const HRESULT hr = sink->Invoke(method, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD,
+                                    &parameters, &result, nullptr, nullptr);
     if (result.vt != VT_EMPTY)
     {
         ::VariantClear(&result);
     }
     if (FAILED(hr))
     {
-        TraceFailure(hr);
+        TraceFailure(kNotTold, hr);
     }
 }
 
@@ -138,9 +145,6 @@ HRESULT EventSink::Fetch(ComPtr<IDispatch>& relay) const noexcept
 {
     ComPtr<IGlobalInterfaceTable> table;
     const HRESULT hr = ComModule::Current().GetGITPtr(&table);
-    return SUCCEEDED(hr)
-               ? table->GetInterfaceFromGlobal(m_registration, IID_IDispatch,
-                                               reinterpret_cast<void**>(relay.GetAddressOf()))
-               : hr;
+    return SUCCEEDED(hr) ? table->GetInterfaceFromGlobal(m_registration, IID_PPV_ARGS(&relay)) : hr;
 }
 } // namespace velt

@@ -8,6 +8,7 @@
 #include <oaidl.h>
 #include <wrl/client.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
 
@@ -38,9 +39,11 @@ public:
         m_connected = false;
     }
 
-    /// Invokes an event's method. `here` is the calling thread's apartment. The sink's failures go
-    /// no further than a trace.
-    void Fire(const Apartment& here, DISPID method, const DISPPARAMS& parameters) const noexcept;
+    /// Invokes an event's method. `here` is the calling thread's apartment. The arguments, the last
+    /// one first, are lent; each sink gets its own array of them, because one that writes to it
+    /// must not harm the next. The sink's failures go no further than a trace.
+    void Fire(const Apartment& here, DISPID method,
+              std::array<VARIANTARG, 2> arguments) const noexcept;
 
     /// The sink itself, as the calling thread's apartment sees it, with a reference.
     HRESULT Get(IUnknown** sink) const noexcept;

@@ -1,6 +1,6 @@
 #include "service/service_tag.h"
 
-#include "foundation/system_exception.h"
+#include "foundation/exception_to_hresult.h"
 #include "foundation/utrace.h"
 
 #include <comdef.h>
@@ -62,14 +62,12 @@ ComPtr<IWbemClassObject> FirstOf(IWbemServices* services, const wchar_t* query)
     }
     return object;
 }
-} // namespace
-
-UniqueBstr ReadServiceTag()
+UniqueBstr AskForTag()
 {
     ComPtr<IWbemLocator> locator;
-    if (!Succeeded(::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_ALL, IID_IWbemLocator,
-                                      reinterpret_cast<void**>(locator.GetAddressOf())),
-                   "the management locator"))
+    if (!Succeeded(
+            ::CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_ALL, IID_PPV_ARGS(&locator)),
+            "the management locator"))
     {
         return {};
     }
@@ -92,8 +90,20 @@ UniqueBstr ReadServiceTag()
     {
         return {};
     }
-    UniqueBstr tag(number.bstrVal);
-    number.vt = VT_EMPTY; // the string is the tag's now
-    return tag;
+    return UniqueBstr(number.Detach().bstrVal);
+}
+} // namespace
+
+UniqueBstr ReadServiceTag() noexcept
+{
+    try
+    {
+        return AskForTag();
+    }
+    catch (...)
+    {
+        HResultFromCurrentException(); // traced
+        return {};
+    }
 }
 } // namespace velt

@@ -5,7 +5,7 @@
 namespace velt
 {
 /// The serial number of the machine's enclosure, from the platform's management instrumentation;
-/// none when any step on the way there fails. The calling thread has initialised COM, in any
-/// apartment. Throws nothing but what the trace throws.
-UniqueBstr ReadServiceTag();
+/// none when any step on the way there fails, be it for lack of memory. The calling thread has
+/// initialised COM, in any apartment.
+UniqueBstr ReadServiceTag() noexcept;
 } // namespace velt

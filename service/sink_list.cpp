@@ -125,11 +125,10 @@ void SinkList::NotifySelfUpgrade(std::wstring_view installerGuid) noexcept
         arguments[0].bstrVal = text.Get();
         arguments[1].vt = VT_I4;
         arguments[1].lVal = self_upgrade;
-        const DISPPARAMS parameters{arguments.data(), nullptr, arguments.size(), 0};
         const Apartment here = Apartment::Current();
         for (const std::shared_ptr<EventSink>& sink : *sinks)
         {
-            sink->Fire(here, kNotify, parameters);
+            sink->Fire(here, kNotify, arguments);
         }
     }
     catch (...)

@@ -15,7 +15,7 @@ namespace velt
 /// Stands for a sink in the sink's own apartment: the global interface table keeps it, and threads
 /// of other apartments reach the sink through it. It is marshalled as IDispatch, so the events'
 /// interface need not be registered, and a sink with several dispatch interfaces is still called on
-/// the right one.
+/// the right one. By design it traces nothing: only the component itself calls it.
 class CSinkRelay final : public ComObject<CSinkRelay, IDispatch>
 {
 public:

@@ -13,6 +13,9 @@ namespace
 /// An idle worker looks every 10 ms whether it shall end.
 constexpr DWORD kIdleEndMs = 200;
 
+/// States of the connection above this one mean that the machine is online.
+constexpr DWORD kNotConnected = 2;
+
 void Destroy(void* worker) noexcept
 {
     const std::unique_ptr<UpdateWorker> owned(static_cast<UpdateWorker*>(worker));
@@ -27,7 +30,7 @@ std::shared_ptr<IS_upgrade_request> UpdateWorker::MakeRequest()
     return std::make_shared<IS_upgrade_request>(owner);
 }
 
-void UpdateWorker::Queue(const std::shared_ptr<IS_upgrade_request>& request)
+void UpdateWorker::Queue(const std::shared_ptr<CONNECTION_MANAGER::queue_request>& request)
 {
     m_queue.add(request);
     if (!m_queue.IsRunning())
@@ -37,9 +40,9 @@ void UpdateWorker::Queue(const std::shared_ptr<IS_upgrade_request>& request)
     }
 }
 
-DWORD UpdateWorker::ConnectionState() const noexcept
+bool UpdateWorker::IsConnected() const noexcept
 {
-    return m_queue.GetConnectionState();
+    return m_queue.GetConnectionState() > kNotConnected;
 }
 
 void UpdateWorker::End(std::unique_ptr<UpdateWorker> worker) noexcept

@@ -33,13 +33,14 @@ public:
     /// A request that reports its completion here.
     std::shared_ptr<IS_upgrade_request> MakeRequest();
 
-    /// Queues a request. The first one starts the worker and, by design, runs one tick on the
-    /// calling thread, which only arms the queue: the request is worked one period later. Throws
-    /// std::bad_alloc.
-    void Queue(const std::shared_ptr<IS_upgrade_request>& request);
+    /// Queues a request, which tells its owner, if any, that it is complete. The first one starts
+    /// the worker and, by design, runs one tick on the calling thread, which only arms the queue:
+    /// the request is worked one period later. Throws std::bad_alloc.
+    void Queue(const std::shared_ptr<CONNECTION_MANAGER::queue_request>& request);
 
-    /// The result of the last step of a request, 0 before any.
-    DWORD ConnectionState() const noexcept;
+    /// Whether the last step of a request, if there was one, found the machine online. Any thread
+    /// may call.
+    bool IsConnected() const noexcept;
 
     /// Ends the worker and destroys the object, here when the worker is idle. A worker in the
     /// middle of a request may be this very thread, or call into this apartment; so another thread

@@ -30,9 +30,6 @@ constexpr wchar_t kOwnInstallerGuid[] = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}
 constexpr wchar_t kOwnVersion[] = L"3.0";
 constexpr LONG kOwnLocale = 1033;
 
-/// States of the connection above this one mean that the machine is online.
-constexpr DWORD kNotConnected = 2;
-
 velt::TypeInfoHolder& ClassInfo() noexcept
 {
     static constinit velt::TypeInfoHolder s_classInfo{CLSID_CVeltHTTPService};
@@ -95,8 +92,9 @@ STDMETHODIMP CVeltHTTPService::WriteData(BSTR szSection, BSTR szName, BSTR szVal
 {
     return ComMethod("CVeltHTTPService::WriteData", [&] {
         const VeltAutoCriticalSection lock(&m_lock);
-        // By design, the platform's answer is not passed on.
-        if (!::InternetSetCookieW(PointerOf(szSection), PointerOf(szName), PointerOf(szValue)))
+        // The name goes as it stands: with a null one the data carries "name=value". By design, the
+        // platform's answer is not passed on.
+        if (!::InternetSetCookieW(PointerOf(szSection), szName, PointerOf(szValue)))
         {
             UTrace::TraceLevel1("InternetSetCookieW failed: %lu", ::GetLastError());
         }
@@ -153,7 +151,7 @@ STDMETHODIMP CVeltHTTPService::get_IsConnected(VARIANT_BOOL* pVal)
             return E_POINTER;
         }
         const VeltAutoCriticalSection lock(&m_lock);
-        *pVal = m_worker->ConnectionState() > kNotConnected ? VARIANT_TRUE : VARIANT_FALSE;
+        *pVal = m_worker->IsConnected() ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
     });
 }
@@ -165,7 +163,7 @@ STDMETHODIMP CVeltHTTPService::get_Redirect(BSTR* pVal)
         {
             return E_POINTER;
         }
-        *pVal =
+        *pVal = // a constant: no state is touched, so nothing is locked
             MakeBstr(std::wstring(L"http://") + velt::kRedirectHost + L"/redirect/redirect.aspx?")
                 .Release();
         return S_OK;
@@ -268,8 +266,7 @@ STDMETHODIMP CVeltHTTPService::EnumConnectionPoints(IEnumConnectionPoints** poin
 {
     return ComMethod("CVeltHTTPService::EnumConnectionPoints", [&] {
         return velt::CreateComObject<velt::CConnectionPointEnumerator>(
-            nullptr, IID_IEnumConnectionPoints, reinterpret_cast<void**>(points),
-            static_cast<IConnectionPoint*>(&m_events), std::size_t{0});
+            points, static_cast<IConnectionPoint*>(&m_events), std::size_t{0});
     });
 }
 

@@ -15,7 +15,6 @@
 #include <objbase.h>
 #include <wrl/client.h>
 
-#include <exception>
 #include <utility>
 
 using CONNECTION_MANAGER::connection_object;
@@ -46,7 +45,7 @@ void RunQuietly(const char* function, Body&& body) noexcept
                                 static_cast<unsigned long>(velt::HResultFromCurrentException()));
         }
     }
-    catch (const std::exception&)
+    catch (...)
     {
         // The thread cannot trace, or not any more: nothing is left that could be done.
     }
@@ -59,8 +58,8 @@ UniqueBstr UpdateServerAddress()
 
 HRESULT CreateAgent(ComPtr<IUpdateAgent>& agent)
 {
-    return ::CoCreateInstance(velt::kUpdateAgentClass, nullptr, CLSCTX_ALL, __uuidof(IUpdateAgent),
-                              reinterpret_cast<void**>(agent.ReleaseAndGetAddressOf()));
+    return ::CoCreateInstance(velt::kUpdateAgentClass, nullptr, CLSCTX_ALL,
+                              IID_PPV_ARGS(agent.ReleaseAndGetAddressOf()));
 }
 
 /// How much is in a collection; a missing one is empty.

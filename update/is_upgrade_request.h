@@ -2,6 +2,7 @@
 
 #include "connection/callback.h"
 #include "connection/queue_request.h"
+#include "update/language_code.h"
 
 #include <windows.h>
 
@@ -64,11 +65,11 @@ private:
     bool AskAvailability(bool connectToServer) const;
     LONG GetLanguageCode() const;
 
-    CONNECTION_MANAGER::ICallback* m_owner;
+    CONNECTION_MANAGER::ICallback* const m_owner;
     std::wstring m_installerGuid;
     std::wstring m_productVersion;
     std::wstring m_description;
-    LONG m_locale = 1033;
+    LONG m_locale = velt::kDefaultLanguageCode;
     bool m_foreground = false;
 
     std::optional<bool> m_agentConnected; // what the agent answered to the last work routine

@@ -13,18 +13,12 @@ namespace
 {
 constexpr wchar_t kProductsKey[] = L"Software\\Velt\\UpdateManager";
 
-/// Whether a text is the same after the conversions that CRegKeyW makes. Two that are not may well
-/// become one and the same value.
+/// Whether a text is the same after the conversions that CRegKeyW makes, which end at a NUL. Two
+/// that are not may well become one and the same value.
 bool SurvivesNarrowing(const std::wstring& text)
 {
-    try
-    {
-        return WideFromNarrow(NarrowFromWide(text.c_str(), CP_THREAD_ACP), CP_THREAD_ACP) == text;
-    }
-    catch (const SystemException::Win32&)
-    {
-        return false;
-    }
+    return text.find(L'\0') == std::wstring::npos &&
+           ExactNarrowFromWide(text, CP_THREAD_ACP).has_value();
 }
 
 LSTATUS WriteProduct(const wchar_t* installerGuid, const wchar_t* productVersion)

@@ -6,6 +6,24 @@
 
 namespace
 {
+/// Runs the body of a method; an exception becomes its result, because none may reach COM.
+template <class Body>
+HRESULT Guarded(Body&& body) noexcept
+{
+    try
+    {
+        return body();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return E_OUTOFMEMORY;
+    }
+    catch (...)
+    {
+        return E_UNEXPECTED;
+    }
+}
+
 std::wstring Text(BSTR text)
 {
     return {text, ::SysStringLen(text)};
@@ -107,72 +125,92 @@ STDMETHODIMP_(ULONG) SampleAgent::Release()
 
 STDMETHODIMP SampleAgent::RegisterProduct(BSTR productGuid, BSTR version, BSTR serverAddress)
 {
-    Called(L"RegisterProduct " + Text(productGuid) + L' ' + Text(version) + L' ' +
-           Text(serverAddress));
-    agent_files::KeepProduct(Text(productGuid), L"Version", Text(version));
-    agent_files::KeepProduct(Text(productGuid), L"Server", Text(serverAddress));
-    return S_OK;
+    return Guarded([&] {
+        Called(L"RegisterProduct " + Text(productGuid) + L' ' + Text(version) + L' ' +
+               Text(serverAddress));
+        agent_files::KeepProduct(Text(productGuid), L"Version", Text(version));
+        agent_files::KeepProduct(Text(productGuid), L"Server", Text(serverAddress));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::IsCheckWanted(BSTR productGuid, VARIANT_BOOL* wanted)
 {
-    *wanted = Flag(L"wanted");
-    Called(L"IsCheckWanted " + Text(productGuid) + (*wanted ? L": yes" : L": no"));
-    return S_OK;
+    return Guarded([&] {
+        *wanted = Flag(L"wanted");
+        Called(L"IsCheckWanted " + Text(productGuid) + (*wanted ? L": yes" : L": no"));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::SetLanguage(BSTR productGuid, LONG languageCode)
 {
-    const std::wstring code = std::to_wstring(languageCode);
-    Called(L"SetLanguage " + Text(productGuid) + L' ' + code);
-    agent_files::KeepProduct(Text(productGuid), L"Language", code);
-    return S_OK;
+    return Guarded([&] {
+        const std::wstring code = std::to_wstring(languageCode);
+        Called(L"SetLanguage " + Text(productGuid) + L' ' + code);
+        agent_files::KeepProduct(Text(productGuid), L"Language", code);
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::StartForegroundUpdate(BSTR productGuid, LONG mode)
 {
-    const std::wstring guid = Text(productGuid);
-    Called(L"StartForegroundUpdate " + guid + L' ' + std::to_wstring(mode));
-    const std::wstring name = agent_files::Product(guid, L"ProductName");
-    UpdateWindow::Show(L"Updating " + (name.empty() ? guid : name));
-    return S_OK;
+    return Guarded([&] {
+        const std::wstring guid = Text(productGuid);
+        Called(L"StartForegroundUpdate " + guid + L' ' + std::to_wstring(mode));
+        const std::wstring name = agent_files::Product(guid, L"ProductName");
+        UpdateWindow::Show(L"Updating " + (name.empty() ? guid : name));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::StartBackgroundUpdate(BSTR productGuid)
 {
-    Called(L"StartBackgroundUpdate " + Text(productGuid));
-    return S_OK;
+    return Guarded([&] {
+        Called(L"StartBackgroundUpdate " + Text(productGuid));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::IsConnectedEx(BSTR productGuid, VARIANT_BOOL* connected)
 {
-    *connected = Flag(L"connected");
-    Called(L"IsConnectedEx " + Text(productGuid) + (*connected ? L": yes" : L": no"));
-    return S_OK;
+    return Guarded([&] {
+        *connected = Flag(L"connected");
+        Called(L"IsConnectedEx " + Text(productGuid) + (*connected ? L": yes" : L": no"));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::SetServerAddress(BSTR productGuid, BSTR serverAddress)
 {
-    Called(L"SetServerAddress " + Text(productGuid) + L' ' + Text(serverAddress));
-    agent_files::KeepProduct(Text(productGuid), L"Server", Text(serverAddress));
-    return S_OK;
+    return Guarded([&] {
+        Called(L"SetServerAddress " + Text(productGuid) + L' ' + Text(serverAddress));
+        agent_files::KeepProduct(Text(productGuid), L"Server", Text(serverAddress));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::SetProperty(BSTR productGuid, BSTR name, BSTR value)
 {
-    Called(L"SetProperty " + Text(productGuid) + L' ' + Text(name) + L' ' + Text(value));
-    agent_files::KeepProduct(Text(productGuid), Text(name).c_str(), Text(value));
-    return S_OK;
+    return Guarded([&] {
+        Called(L"SetProperty " + Text(productGuid) + L' ' + Text(name) + L' ' + Text(value));
+        agent_files::KeepProduct(Text(productGuid), Text(name).c_str(), Text(value));
+        return S_OK;
+    });
 }
 
 STDMETHODIMP SampleAgent::GetUpdates(BSTR productGuid, IUpdateAgentCollection** updates)
 {
-    Called(L"GetUpdates " + Text(productGuid));
-    return GiveCollection(L"updates", productGuid, updates);
+    return Guarded([&] {
+        Called(L"GetUpdates " + Text(productGuid));
+        return GiveCollection(L"updates", productGuid, updates);
+    });
 }
 
 STDMETHODIMP SampleAgent::GetMessages(BSTR productGuid, IUpdateAgentCollection** messages)
 {
-    Called(L"GetMessages " + Text(productGuid));
-    return GiveCollection(L"messages", productGuid, messages);
+    return Guarded([&] {
+        Called(L"GetMessages " + Text(productGuid));
+        return GiveCollection(L"messages", productGuid, messages);
+    });
 }

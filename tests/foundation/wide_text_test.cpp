@@ -6,6 +6,7 @@
 
 #include <string>
 
+using velt::ExactNarrowFromWide;
 using velt::NarrowFromWide;
 using velt::Utf8FromWide;
 using velt::WideFromUtf8;
@@ -59,4 +60,16 @@ TEST_CASE("NarrowFromWide: an unknown code page throws the system's code", "[fou
     {
         CHECK(e.GetCode() == ERROR_INVALID_PARAMETER);
     }
+}
+
+TEST_CASE("ExactNarrowFromWide: only what comes back as it went", "[foundation]")
+{
+    CHECK(ExactNarrowFromWide(L"gr\u00FC\u00DF \u20AC", 1252) == "gr\xFC\xDF \x80");
+    CHECK(ExactNarrowFromWide(L"\U0001F600", CP_UTF8) == "\xF0\x9F\x98\x80");
+    CHECK(ExactNarrowFromWide(std::wstring(L"a\0b", 3), 1252) == std::string("a\0b", 3));
+    CHECK(ExactNarrowFromWide(L"", 1252) == "");
+    CHECK_FALSE(ExactNarrowFromWide(L"a\u4E2Dz", 1252)); // would be "a?z"
+    CHECK_FALSE(ExactNarrowFromWide(L"\u0100", 1252));   // may become an A
+    CHECK_FALSE(ExactNarrowFromWide(std::wstring(1, wchar_t{0xD800}), CP_UTF8));
+    CHECK_FALSE(ExactNarrowFromWide(L"a", 64999));
 }

@@ -176,8 +176,8 @@ TEST_CASE("Unadvise: what is nobody's cookie has no connection", "[service]")
 
 TEST_CASE("Advise: a cookie never comes back, and one sink may connect twice", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     std::set<DWORD> cookies;
     for (int i = 0; i < 50; ++i)
     {
@@ -194,9 +194,9 @@ TEST_CASE("Advise: a cookie never comes back, and one sink may connect twice", "
 
 TEST_CASE("Advise: the number of sinks has no limit", "[service]")
 {
-    Fixture f;
     constexpr std::size_t kSinks = 5000;
-    std::deque<RecordingSink> sinks(kSinks);
+    std::deque<RecordingSink> sinks(kSinks); // outlive the service, which still has half of them
+    Fixture f;
     const auto point = EventsOf(f.service.Get());
     std::vector<DWORD> cookies;
     for (RecordingSink& sink : sinks)
@@ -222,8 +222,8 @@ TEST_CASE("Advise: the number of sinks has no limit", "[service]")
 
 TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
 {
-    const Fixture f;
     std::deque<RecordingSink> sinks(3);
+    const Fixture f;
     std::vector<DWORD> cookies;
     for (RecordingSink& sink : sinks)
     {
@@ -276,8 +276,8 @@ TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
 
 TEST_CASE("EnumConnections: a sink of another apartment is handed out too", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     const DWORD cookie = Advise(f.service.Get(), &sink);
     ApartmentThread other;
     bool same = false;
@@ -305,8 +305,8 @@ TEST_CASE("EnumConnections: a sink of another apartment is handed out too", "[se
 
 TEST_CASE("The service: its end disconnects the sinks", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     Advise(f.service.Get(), &sink);
     CHECK(sink.References() > 1);

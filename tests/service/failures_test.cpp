@@ -2,12 +2,15 @@
 
 #include "service/velt_http_service.h"
 
+#include "service/apartment.h"
 #include "service/cookie_store.h"
 #include "tests/service/service_objects.h"
+#include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/test_module.h"
+#include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
 
 #include <olectl.h>
@@ -18,7 +21,9 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Microsoft::WRL::ComPtr;
@@ -29,6 +34,7 @@ namespace
 {
 using GetCookieW = ImportPatch<"InternetGetCookieW", decltype(::InternetGetCookieW)>;
 using GetCookieA = ImportPatch<"InternetGetCookieA", decltype(::InternetGetCookieA)>;
+using SetCookieW = ImportPatch<"InternetSetCookieW", decltype(::InternetSetCookieW)>;
 using SetCookieA = ImportPatch<"InternetSetCookieA", decltype(::InternetSetCookieA)>;
 using Create = ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)>;
 
@@ -36,8 +42,7 @@ struct Fixture
 {
     Fixture()
     {
-        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(
-            nullptr, __uuidof(IVeltHTTPService), reinterpret_cast<void**>(service.GetAddressOf())));
+        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()));
     }
 
     Fixture(const Fixture&) = delete;
@@ -110,13 +115,16 @@ TEST_CASE("The service: a text that cannot be allocated is out of memory", "[ser
     CHECK(f.service->get_Redirect(&out) == E_OUTOFMEMORY);
     CHECK(f.service->GetDomain(&out) == E_OUTOFMEMORY);
     CHECK(f.service->StartService() == E_OUTOFMEMORY);
+    const LONG before = none.Calls();
+    CHECK(f.service->GetServiceTag(&out) == S_OK); // a step of it that fails
+    CHECK(none.Calls() > before);
     CHECK(out == PoisonText());
 }
 
 TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     {
         ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
@@ -131,8 +139,8 @@ TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 
 TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     const auto point = EventsOf(f.service.Get());
     DWORD cookie = 0xCDCDCDCD;
     {
@@ -142,6 +150,46 @@ TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
     CHECK(cookie == 0);
     CHECK(sink.References() == 1);
     CHECK(point->Advise(&sink, &cookie) == S_OK);
+}
+
+TEST_CASE("WriteData: the platform gets the name as it stands", "[service]")
+{
+    Fixture f;
+    struct Given
+    {
+        std::wstring url;
+        const wchar_t* name;
+        std::wstring value;
+    };
+    std::vector<Given> given;
+    const SetCookieW patch("wininet.dll",
+                           [&](const wchar_t* url, const wchar_t* name, const wchar_t* value) {
+                               given.push_back({url, name, value});
+                               return TRUE;
+                           });
+    const velt::UniqueBstr data = MakeBstr(L"name=value");
+    CHECK(f.service->WriteData(f.url.Get(), f.text.Get(), data.Get()) == S_OK);
+    CHECK(f.service->WriteData(f.url.Get(), nullptr, data.Get()) == S_OK);
+    CHECK(f.service->WriteData(nullptr, nullptr, nullptr) == S_OK);
+    REQUIRE(given.size() == 3);
+    CHECK((given[0].url == f.url.Get()));
+    CHECK(given[0].name == f.text.Get());
+    CHECK((given[0].value == L"name=value"));
+    CHECK(given[1].name == nullptr); // the data carries it
+    CHECK((given[1].value == L"name=value"));
+    CHECK(given[2].url.empty()); // what the platform cannot do without is an empty text
+    CHECK(given[2].value.empty());
+}
+
+TEST_CASE("WriteData: with a null name the value is the whole cookie", "[service]")
+{
+    Fixture f;
+    const velt::UniqueBstr url = MakeBstr(L"http://whole.velt.example/");
+    CHECK(f.service->WriteData(url.Get(), nullptr, MakeBstr(L"name=value").Get()) == S_OK);
+
+    BSTR out = nullptr;
+    CHECK(f.service->ReadData(url.Get(), nullptr, &out) == S_OK);
+    CHECK((Taken(out) == L"name=value"));
 }
 
 TEST_CASE("ReadData: asks for the size, then for all cookies, without a name", "[service]")
@@ -248,6 +296,47 @@ TEST_CASE("CookieStore: an empty domain is not written", "[service]")
     CHECK(data.find(";expires=") != std::string::npos);
 }
 
+TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is refused", "[service]")
+{
+    Fixture f;
+    // Halves of surrogate pairs are in no code page. Replaced, they would be one host.
+    const std::wstring spelt = L"http://spelt.velt.example/";
+    const std::wstring unspelt =
+        L"http://" + std::wstring(1, static_cast<wchar_t>(0xD800)) + L".velt.example/";
+    const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });
+    const GetCookieA get("wininet.dll", [](auto...) {
+        ::SetLastError(ERROR_NO_MORE_ITEMS);
+        return FALSE;
+    });
+    velt::CookieStore store;
+    CHECK_FALSE(store.Write(unspelt, L"n", L"v"));
+    CHECK_FALSE(store.Read(unspelt, L"n"));
+    CHECK(set.Calls() == 0);
+    CHECK(get.Calls() == 0);
+    CHECK(f.trace.Count("CookieStore: not in the code page: http://\xEF\xBF\xBD.velt.example/") ==
+          2);
+    store.SetDomain(L"." + std::wstring(1, static_cast<wchar_t>(0xDFFF)) + L".example");
+    CHECK_FALSE(store.Write(spelt, L"n", L"v"));
+    CHECK(set.Calls() == 0);
+    store.SetDomain(L".velt.example");
+    CHECK(store.Write(spelt, L"n", L"v"));
+    CHECK(set.Calls() == 1);
+}
+
+TEST_CASE("CookieStore: without a date no cookie is written", "[service]")
+{
+    Fixture f;
+    const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });
+    const ImportPatch<"FileTimeToSystemTime", decltype(::FileTimeToSystemTime)> none(
+        "kernel32.dll", [](const FILETIME*, SYSTEMTIME*) {
+            ::SetLastError(ERROR_INVALID_PARAMETER);
+            return FALSE;
+        });
+    CHECK_FALSE(velt::CookieStore().Write(f.url.Get(), L"n", L"v"));
+    CHECK(set.Calls() == 0); // a cookie without a date would end with the session
+    CHECK(f.trace.Count("FileTimeToSystemTime failed: 87") == 1);
+}
+
 TEST_CASE("CookieStore: cookies that cannot be read are not written over", "[service]")
 {
     Fixture f;
@@ -260,6 +349,7 @@ TEST_CASE("CookieStore: cookies that cannot be read are not written over", "[ser
     CHECK_FALSE(store.Write(L"http://a.velt.example/", L"n", L"v"));
     CHECK_FALSE(store.Read(L"http://a.velt.example/", L"n"));
     CHECK(patch.Calls() == 0);
+    CHECK(f.trace.Count("InternetGetCookieA failed: 5") == 2);
 }
 
 TEST_CASE("CookieStore: a store that refuses is told", "[service]")
@@ -302,4 +392,65 @@ TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
     velt::CookieStore store;
     CHECK((store.Read(L"http://many.velt.example/", L"n") == L"v") == !grows);
     CHECK(patch.Calls() < 20);
+}
+
+TEST_CASE("Apartment: a thread that has not initialised COM is in none", "[service]")
+{
+    // As it is on Windows: the multithreaded apartment has one context.
+    const ImportPatch<"CoGetContextToken", decltype(::CoGetContextToken)> context(
+        "ole32.dll", [](ULONG_PTR* token) {
+            *token = 1;
+            return S_OK;
+        });
+    ApartmentThread first(COINIT_MULTITHREADED);
+    ApartmentThread second(COINIT_MULTITHREADED);
+    std::optional<velt::Apartment> home;
+    std::optional<velt::Apartment> same;
+    first.Do([&] { home = velt::Apartment::Current(); });
+    second.Do([&] { same = velt::Apartment::Current(); });
+    CHECK(home->IsSame(*same));
+    const auto [type, qualifier, none] = OnOtherThread([&] {
+        APTTYPE found = APTTYPE_CURRENT;
+        APTTYPEQUALIFIER how = APTTYPEQUALIFIER_NONE;
+        ::CoGetApartmentType(&found, &how);
+        return std::tuple(found, how, velt::Apartment::Current());
+    });
+    CHECK(type == APTTYPE_MTA); // so it is counted
+    CHECK(qualifier == APTTYPEQUALIFIER_IMPLICIT_MTA);
+    CHECK_FALSE(home->IsSame(none));
+    CHECK_FALSE(none.IsSame(none));
+    CHECK_FALSE(home->IsSame(velt::Apartment::Current())); // this thread's is a single-threaded one
+}
+
+TEST_CASE("The service: its last reference given up on a thread without COM", "[service]")
+{
+    RecordingSink sink;
+    Fixture f;
+    Advise(f.service.Get(), &sink);
+    OnOtherThread([&] {
+        f.service.Reset();
+        return true;
+    });
+    CHECK(sink.References() == 1);
+    CHECK(f.module.LockCount() == 0);
+    CHECK(f.trace.Count("a sink stays in the global interface table") == 0);
+}
+
+TEST_CASE("The service: a sink that stays in the global interface table is traced", "[service]")
+{
+    TraceRecorder trace;
+    const TestModule module;
+    RecordingSink sink;
+    {
+        const ComApartment apartment; // its end lets the sink go at last
+        ComPtr<IVeltHTTPService> service;
+        REQUIRE(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()) == S_OK);
+        Advise(service.Get(), &sink);
+        const Create none("ole32.dll", NoInstance);
+        service.Reset();
+        CHECK(trace.Count("a sink stays in the global interface table: 0x80040154") == 1);
+        CHECK(sink.References() == 2);
+    }
+    CHECK(sink.References() == 1);
+    CHECK(module.LockCount() == 0);
 }

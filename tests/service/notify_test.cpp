@@ -55,8 +55,8 @@ public:
 
 TEST_CASE("Notify: InvokeUpdate fires once, on its thread, with the GUID", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(Invoke(f.service.Get()) == S_OK);
     const auto events = sink.Events();
@@ -69,8 +69,8 @@ TEST_CASE("Notify: InvokeUpdate fires once, on its thread, with the GUID", "[ser
 
 TEST_CASE("Notify: a null and an empty GUID are an empty text", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->InvokeUpdate(nullptr, nullptr, 0, nullptr) == S_OK);
     CHECK(Invoke(f.service.Get(), L"") == S_OK);
@@ -81,8 +81,8 @@ TEST_CASE("Notify: a null and an empty GUID are an empty text", "[service]")
 
 TEST_CASE("Notify: the question for updates fires nothing", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     Advise(f.service.Get(), &sink);
     VARIANT_BOOL available = VARIANT_TRUE;
     const velt::UniqueBstr guid = velt::MakeBstr(kGuid);
@@ -166,8 +166,8 @@ TEST_CASE("Notify: a sink that another one unadvises is not told any more", "[se
 
 TEST_CASE("Notify: a sink that joins during the event hears the next one", "[service]")
 {
-    const Fixture f;
     RecordingSink joining;
+    const Fixture f;
     bool joined = false;
     RecordingSink first([&](DISPPARAMS*) {
         if (!joined)
@@ -231,9 +231,9 @@ TEST_CASE("Notify: the object is not locked meanwhile", "[service]")
 TEST_CASE("Notify: a sink of another apartment is called in its own", "[service]")
 {
     const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
-    const Fixture f;
     RecordingSink sink;
     RecordingSink own;
+    const Fixture f;
     ApartmentThread other(kind);
     DWORD cookie = 0;
     other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
@@ -256,9 +256,9 @@ TEST_CASE("Notify: a sink of another apartment is called in its own", "[service]
 
 TEST_CASE("Notify: a sink whose apartment is gone is passed over", "[service]")
 {
-    const Fixture f;
     RecordingSink gone;
     RecordingSink after;
+    const Fixture f;
     {
         ApartmentThread other;
         other.Do([&] { Advise(f.service.Get(), &gone); });
@@ -278,17 +278,30 @@ TEST_CASE("Notify: a sink whose apartment is gone is passed over", "[service]")
 
 TEST_CASE("Notify: a thread without COM fires and reaches nobody", "[service]")
 {
-    const Fixture f;
     RecordingSink sink;
+    const Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(OnOtherThread([&] { return Invoke(f.service.Get()); }) == S_OK);
     CHECK(sink.Count() == 0);
 }
 
+TEST_CASE("Notify: a thread without COM reaches sinks while there are threads with it", "[service]")
+{
+    RecordingSink sink;
+    const Fixture f;
+    ApartmentThread other(COINIT_MULTITHREADED);
+    DWORD cookie = 0;
+    other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
+    CHECK(OnOtherThread([&] { return Invoke(f.service.Get()); }) == S_OK);
+    CHECK(sink.Count() == 1); // the system lends it the multithreaded apartment
+    other.Do([&] { EventsOf(f.service.Get())->Unadvise(cookie); });
+    CHECK(sink.References() == 1);
+}
+
 TEST_CASE("Notify: a sink is called on the interface of the events", "[service]")
 {
-    const Fixture f;
     TwoFacedSink sink;
+    const Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(Invoke(f.service.Get()) == S_OK);
     ApartmentThread other; // and from there, too

@@ -1,12 +1,15 @@
-// Eight threads that call everything of two services at once, for a while: ten seconds, or as many
-// as the environment variable VELT_SOAK_SECONDS says.
+// Ten threads, two of them single-threaded apartments, that call everything of two services at
+// once, with an update agent, for eight seconds or as many as the environment variable
+// VELT_SOAK_SECONDS says.
 
 #include "foundation/library_utils.h"
 #include "foundation/velt_auto_critical_section.h"
 #include "foundation/velt_critical_section.h"
 #include "tests/service/service_objects.h"
+#include "tests/support/apartment_thread.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/recording_sink.h"
+#include "tests/support/stand_in_agent.h"
 #include "tests/support/test_thread.h"
 
 #include <objbase.h>
@@ -27,7 +30,8 @@ using velt::MakeBstr;
 
 namespace
 {
-constexpr unsigned kThreads = 8;
+constexpr unsigned kMultithreaded = 8;
+constexpr unsigned kSingleThreaded = 2; // each an apartment, whose sinks are called by the others
 
 /// The texts of failing COM calls are looked for in this library, and Wine keeps twelve handles
 /// each time that it is loaded and freed: here it stays loaded.
@@ -83,13 +87,17 @@ public:
     {
     }
 
-    void Run(ULONGLONG end)
+    void Run(COINIT kind, ULONGLONG end)
     {
-        ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        while (::GetTickCount64() < end)
+        ::CoInitializeEx(nullptr, kind);
         {
-            Call();
-            ++calls;
+            const std::unique_ptr<StandInAgent> agent = AgentOf(kind);
+            while (::GetTickCount64() < end)
+            {
+                Call();
+                ++calls;
+                TakeCalls();
+            }
         }
         ::CoUninitialize();
     }
@@ -151,6 +159,18 @@ public:
     std::atomic<unsigned> failures = 0;
 
 private:
+    /// The multithreaded apartment has one already.
+    static std::unique_ptr<StandInAgent> AgentOf(COINIT kind)
+    {
+        return kind == COINIT_MULTITHREADED ? nullptr : std::make_unique<StandInAgent>();
+    }
+
+    /// What a single-threaded apartment does between its own calls; others give way.
+    void TakeCalls() const noexcept
+    {
+        ApartmentThread::WaitPumping(m_never.Get(), 0);
+    }
+
     void Expect(HRESULT hr)
     {
         failures += hr == S_OK ? 0 : 1;
@@ -178,7 +198,7 @@ private:
             {
                 std::abort(); // the sink must not go while somebody holds it
             }
-            ::Sleep(0);
+            TakeCalls();
         }
     }
 
@@ -195,6 +215,7 @@ private:
 
     Services& m_services;
     std::minstd_rand m_random;
+    const velt::UniqueKernelObject m_never{::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     const velt::UniqueBstr m_url;
     const velt::UniqueBstr m_name;
 };
@@ -205,10 +226,11 @@ void Soak(const ComponentLibrary& library, ULONGLONG forMs)
     std::deque<Caller> callers;
     std::deque<TestThread> threads;
     const ULONGLONG end = ::GetTickCount64() + forMs;
-    for (unsigned i = 0; i < kThreads; ++i)
+    for (unsigned i = 0; i < kMultithreaded + kSingleThreaded; ++i)
     {
         Caller& caller = callers.emplace_back(services, i + 1);
-        threads.emplace_back([&caller, end] { caller.Run(end); });
+        const COINIT kind = i < kMultithreaded ? COINIT_MULTITHREADED : COINIT_APARTMENTTHREADED;
+        threads.emplace_back([&caller, kind, end] { caller.Run(kind, end); });
     }
     for (TestThread& thread : threads)
     {
@@ -232,10 +254,11 @@ void AwaitUnload(const ComponentLibrary& library)
 }
 } // namespace
 
-TEST_CASE("The service: eight threads call everything of two services", "[service]")
+TEST_CASE("The service: ten threads call everything of two services", "[service]")
 {
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     {
+        const StandInAgent agent;
         const ComponentLibrary library;
         Soak(library, 1000); // what the platform keeps is there from then on
         AwaitUnload(library);
@@ -245,6 +268,8 @@ TEST_CASE("The service: eight threads call everything of two services", "[servic
         const ProcessUsage after = CurrentUsage();
         CHECK(after.handles <= before.handles + 30); // threads of the platform come and go
         CHECK(AreHeapsValid());
+        CHECK(agent.log.Count("CreateInstance") > 0);
+        CHECK(agent.LiveObjects() == 0);
     }
     ::CoUninitialize();
 }

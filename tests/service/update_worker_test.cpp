@@ -1,19 +1,11 @@
 // The service's worker: queued requests, their events, and the service's end at any moment. The
 // service is a part of this program, so that the period and the platform's answers can be chosen.
 
-#include "service/velt_http_service.h"
+#include "service/update_worker.h"
 
-#include "tests/service/service_objects.h"
-#include "tests/support/apartment_thread.h"
-#include "tests/support/com_apartment.h"
-#include "tests/support/import_patch.h"
+#include "tests/service/worker_fixture.h"
+#include "tests/support/logging_request.h"
 #include "tests/support/recording_sink.h"
-#include "tests/support/test_module.h"
-#include "tests/support/test_thread.h"
-#include "tests/support/trace_recorder.h"
-#include "update/update_agent_class.h"
-
-#include <wininet.h>
 
 #include <catch.hpp>
 
@@ -26,119 +18,7 @@ using namespace velt::test;
 
 namespace
 {
-constexpr ULONGLONG kAtOnceMs = 2500; // half of what a worker that does not end is given
-constexpr DWORD kPeriodMs = 20;
-constexpr char kTerminating[] = "thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
-                                "returned 258: Terminating Thread!!!";
-
-/// A service whose worker wakes every 20 ms, an agent that is as the test says, and a connection.
-struct Fixture
-{
-    Fixture()
-    {
-        s_isOnline = true;
-        s_questions = 0;
-        velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(
-            nullptr, __uuidof(IVeltHTTPService), reinterpret_cast<void**>(service.GetAddressOf())));
-    }
-
-    Fixture(const Fixture&) = delete;
-    Fixture& operator=(const Fixture&) = delete;
-
-    ~Fixture()
-    {
-        service.Reset();
-        AwaitEnd();
-    }
-
-    /// Waits until nothing of the service is left; takes calls meanwhile.
-    void AwaitEnd()
-    {
-        Await([&] { return module.LockCount() == 0; });
-    }
-
-    static void Await(const std::function<bool()>& condition)
-    {
-        const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        const ULONGLONG end = ::GetTickCount64() + kWaitLimitMs;
-        while (!condition())
-        {
-            if (::GetTickCount64() > end)
-            {
-                throw std::runtime_error("it does not happen");
-            }
-            ApartmentThread::WaitPumping(never.Get(), 2);
-        }
-    }
-
-    HRESULT Start(const wchar_t* guid = kGuid) const
-    {
-        return service->StartUpdateService(velt::MakeBstr(guid).Get(), velt::MakeBstr(L"1.0").Get(),
-                                           1031, velt::MakeBstr(L"A product").Get());
-    }
-
-    bool IsConnected() const
-    {
-        VARIANT_BOOL connected = 0x5555;
-        velt::ThrowIfFailed(service->get_IsConnected(&connected));
-        if (connected != VARIANT_TRUE && connected != VARIANT_FALSE)
-        {
-            throw std::runtime_error("no VARIANT_BOOL");
-        }
-        return connected == VARIANT_TRUE;
-    }
-
-    /// Whether the system says that it is online, and how often it was asked.
-    inline static std::atomic<bool> s_isOnline = true;
-    inline static std::atomic<int> s_questions = 0;
-
-    static BOOL WINAPI GetConnectedState(DWORD* flags, DWORD) noexcept
-    {
-        *flags = INTERNET_CONNECTION_LAN;
-        ++s_questions;
-        return s_isOnline ? TRUE : FALSE;
-    }
-
-    const ComApartment apartment;
-    TraceRecorder trace;
-    TestModule module;
-
-    // as asked for by the worker
-    std::atomic<LONG> periodMs = 0;
-    std::atomic<LONGLONG> due = 0;
-
-    // set by the test; the calls come from the worker as well
-    std::atomic<DWORD> stepPeriodMs = kPeriodMs;
-    std::function<HRESULT()> onAgent; // in place of the agent, which is not there otherwise
-
-    ImportPatch<"SetWaitableTimer", decltype(::SetWaitableTimer)> timer{
-        "kernel32.dll", [this](HANDLE handle, const LARGE_INTEGER* dueTime, LONG period,
-                               PTIMERAPCROUTINE routine, void* argument, BOOL resume) {
-            due = dueTime->QuadPart;
-            periodMs = period;
-            LARGE_INTEGER soon;
-            soon.QuadPart = -10'000LL * stepPeriodMs;
-            return decltype(timer)::Original(handle, &soon, static_cast<LONG>(stepPeriodMs.load()),
-                                             routine, argument, resume);
-        }};
-    ImportPatch<"GetProcAddress", decltype(::GetProcAddress)> online{
-        "kernel32.dll", [](HMODULE library, const char* name) {
-            return std::string(name) == "InternetGetConnectedState"
-                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&GetConnectedState))
-                       : decltype(online)::Original(library, name);
-        }};
-    ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)> agent{
-        "ole32.dll",
-        [this](REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) {
-            if (clsid == velt::kUpdateAgentClass && onAgent)
-            {
-                return onAgent();
-            }
-            return decltype(agent)::Original(clsid, outer, context, iid, object);
-        }};
-
-    ComPtr<IVeltHTTPService> service;
-};
+using Fixture = WorkerFixture;
 } // namespace
 
 TEST_CASE("StartUpdateService: the worker does the work one period later", "[service]")
@@ -169,8 +49,8 @@ TEST_CASE("StartUpdateService: the worker does the work one period later", "[ser
 
 TEST_CASE("StartService: is StartUpdateService for the component itself", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->StartService() == S_OK);
     CHECK(f.trace.Count("CVeltHTTPService::StartService - enter") == 1);
@@ -205,10 +85,29 @@ TEST_CASE("IsConnected: only after a step that found the machine online", "[serv
     CHECK(sink.Count() == 1);
 }
 
+TEST_CASE("UpdateWorker: connected means a last step above 2", "[service]")
+{
+    const DWORD result = GENERATE(as<DWORD>(), 0, 1, 2, 3, 4, 255);
+    Fixture f; // whose worker wakes soon
+    CallLog log;
+    auto worker = std::make_unique<velt::UpdateWorker>(std::make_shared<velt::SinkList>());
+    CHECK_FALSE(worker->IsConnected()); // 0: nothing is known
+    worker->Queue(std::make_shared<LoggingRequest>(log, "a", std::vector<DWORD>{result}));
+    log.WaitFor("step a", result > 2 ? 1 : 2); // what is under way is stepped again
+    if (result > 2)
+    {
+        log.WaitFor("complete a");
+    }
+    CHECK(worker->IsConnected() == (result > 2));
+    velt::UpdateWorker::End(std::move(worker));
+    log.WaitFor("gone a");
+    Fixture::Await([&] { return f.module.LockCount() == 1; }); // the fixture's own service
+}
+
 TEST_CASE("StartUpdateService: the worker is started once and serves every request", "[service]")
 {
-    Fixture f;
     RecordingSink sink;
+    Fixture f;
     Advise(f.service.Get(), &sink);
     for (const wchar_t* guid : {L"a", L"b", L"c"})
     {
@@ -229,9 +128,7 @@ TEST_CASE("StartUpdateService: a worker that cannot be started is not told", "[s
     {
         ImportPatch<"CreateWaitableTimerW", decltype(::CreateWaitableTimerW)> none(
             "kernel32.dll", [](SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) { return HANDLE{}; });
-        REQUIRE(velt::CreateComObject<CVeltHTTPService>(
-                    nullptr, __uuidof(IVeltHTTPService),
-                    reinterpret_cast<void**>(service.GetAddressOf())) == S_OK);
+        REQUIRE(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()) == S_OK);
         CHECK(none.Calls() == 1);
     }
     CHECK(service->StartService() == S_OK);
@@ -244,14 +141,17 @@ TEST_CASE("The service: released while its worker is idle or armed", "[service]"
 {
     const bool armed = GENERATE(true, false);
     Fixture f;
-    f.stepPeriodMs = armed ? 600'000 : kPeriodMs;
+    f.stepPeriodMs = armed ? 600'000 : Fixture::kPeriodMs;
     RecordingSink sink;
     Advise(f.service.Get(), &sink);
     CHECK(f.Start() == S_OK);
     if (!armed)
     {
-        // Heard, and no longer held for the event: by the test and the service alone.
-        Fixture::Await([&] { return sink.Count() == 1 && sink.References() == 2; });
+        // Heard, and the tick is over that still holds the sink for the event.
+        Fixture::Await([&] { return sink.Count() == 1; });
+        const char* const tick = "queue_manager::Execute - return";
+        const std::size_t ticks = f.trace.Count(tick);
+        Fixture::Await([&] { return f.trace.Count(tick) >= ticks + 2; });
     }
     const ULONGLONG before = ::GetTickCount64();
     f.service.Reset();
@@ -310,7 +210,6 @@ TEST_CASE("The service: its last reference given up by a sink on the worker", "[
 {
     Fixture f;
     std::atomic<bool> released = false;
-    ApartmentThread other(COINIT_MULTITHREADED); // whose sinks run on threads of the platform
     IVeltHTTPService* last = nullptr;
     DWORD thread = 0;
     // Its own apartment is the worker's, so that it is called there: it connects inside a step.
@@ -423,9 +322,7 @@ TEST_CASE("The service: two of them have workers of their own", "[service]")
 {
     Fixture f;
     ComPtr<IVeltHTTPService> second;
-    REQUIRE(velt::CreateComObject<CVeltHTTPService>(
-                nullptr, __uuidof(IVeltHTTPService),
-                reinterpret_cast<void**>(second.GetAddressOf())) == S_OK);
+    REQUIRE(velt::CreateComObject<CVeltHTTPService>(second.GetAddressOf()) == S_OK);
     RecordingSink sink;
     RecordingSink other;
     Advise(f.service.Get(), &sink);

@@ -1,5 +1,6 @@
 // The service object through the built library: interfaces, members, values in cookies.
 
+#include "foundation/endpoints.h"
 #include "tests/service/service_objects.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/late_bound.h"
@@ -62,6 +63,8 @@ struct Fixture
 };
 
 constexpr wchar_t kUntouched[] = L"<untouched>";
+const std::wstring kRedirectAddress =
+    std::wstring(L"http://") + velt::kRedirectHost + L"/redirect/redirect.aspx?";
 
 /// A host that no other test uses.
 std::wstring OwnUrl()
@@ -290,6 +293,18 @@ TEST_CASE("SafeWriteData: one cookie that does not show what is in it", "[servic
     CHECK(all.find(L"velt=", all.find(L"velt=") + 1) == std::wstring::npos);
 }
 
+TEST_CASE("SafeWriteData: hosts that the code page lacks share nothing", "[service]")
+{
+    const Fixture f;
+    const std::wstring first = L"http://\u4E2D\u6587.velt.example/";
+    const std::wstring second = L"http://\u65E5\u672C.velt.example/";
+    CHECK(f.SafeWrite(first, L"n", L"v") == S_OK);
+    const std::wstring found = f.SafeRead(first, L"n"); // there where the code page has it
+    CHECK((found == kUntouched || found == L"v"));
+    CHECK((f.SafeRead(second, L"n") == kUntouched));
+    CHECK((f.SafeRead(L"http://?\u003F.velt.example/", L"n") == kUntouched));
+}
+
 TEST_CASE("SafeReadData: cookies of others under our name hold nothing", "[service]")
 {
     const Fixture f;
@@ -382,7 +397,7 @@ TEST_CASE("Redirect: the base address of the redirect service", "[service]")
     const Fixture f;
     BSTR address = PoisonText();
     CHECK(f.service->get_Redirect(&address) == S_OK);
-    CHECK((Taken(address) == L"http://redirect.velt.example/redirect/redirect.aspx?"));
+    CHECK((Taken(address) == kRedirectAddress));
 }
 
 TEST_CASE("IsConnected: nothing is known before the first update work", "[service]")
@@ -400,7 +415,7 @@ TEST_CASE("IsConnected: nothing is known before the first update work", "[servic
 TEST_CASE("IsUpdateOrMessageAvailable: no agent, nothing available", "[service]")
 {
     const Fixture f;
-    const VARIANT_BOOL connect = GENERATE(VARIANT_TRUE, VARIANT_FALSE, VARIANT_BOOL{1});
+    const VARIANT_BOOL connect = GENERATE(VARIANT_TRUE, VARIANT_FALSE);
     VARIANT_BOOL available = 0x5555;
     CHECK(f.service->IsUpdateOrMessageAvailable(MakeBstr(kGuid).Get(), MakeBstr(L"1").Get(), 1033,
                                                 connect, &available) == S_OK);
@@ -428,8 +443,11 @@ TEST_CASE("The service: every member late-bound", "[service]")
     ::VariantClear(&result);
     CHECK(late.Get(L"IsConnected", {}, &result) == S_OK);
     CHECK(result.vt == VT_BOOL);
+    CHECK(late.Call(L"IsConnected", {}, &result) == DISP_E_MEMBERNOTFOUND); // it is no method
+    CHECK(late.Invoke(late.Find(L"IsConnected"), DISPATCH_METHOD | DISPATCH_PROPERTYGET, {},
+                      &result) == S_OK);
     CHECK(late.Get(L"Redirect", {}, &result) == S_OK);
-    CHECK((TextOf(result) == L"http://redirect.velt.example/redirect/redirect.aspx?"));
+    CHECK((TextOf(result) == kRedirectAddress));
     ::VariantClear(&result);
     VARIANT domain = text(L"d.example");
     DISPID put = DISPID_PROPERTYPUT;

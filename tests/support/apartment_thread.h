@@ -84,8 +84,11 @@ public:
         {
             const ULONGLONG now = ::GetTickCount64();
             const auto left = static_cast<DWORD>(end > now ? end - now : 0);
-            const DWORD woken = ::MsgWaitForMultipleObjects(
-                1, &handle, FALSE, limitMs == INFINITE ? INFINITE : left, QS_ALLINPUT);
+            // Also for what came before: COM looks through the queue during the thread's own calls,
+            // and what it leaves there is not new any more.
+            const DWORD woken =
+                ::MsgWaitForMultipleObjectsEx(1, &handle, limitMs == INFINITE ? INFINITE : left,
+                                              QS_ALLINPUT, MWMO_INPUTAVAILABLE);
             if (woken != WAIT_OBJECT_0 + 1)
             {
                 return woken == WAIT_OBJECT_0;

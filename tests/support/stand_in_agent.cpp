@@ -101,10 +101,10 @@ private:
     LONG m_references = 1;
 };
 
-class StandInAgent::Agent final : public VtableOnly<IUpdateAgent>, public VtableOnly<IUpdateAgentEx>
+class StandInAgent::Agent final : public VtableOnly<IUpdateAgent>
 {
 public:
-    explicit Agent(StandInAgent& owner) : m_owner(owner)
+    explicit Agent(StandInAgent& owner) : m_owner(owner), m_extended(*this)
     {
         ::InterlockedIncrement(&m_owner.m_liveObjects);
     }
@@ -120,22 +120,20 @@ public:
         *object = nullptr;
         if (::IsEqualIID(iid, IID_IUnknown) || ::IsEqualIID(iid, __uuidof(IUpdateAgent)))
         {
-            *object = static_cast<IUpdateAgent*>(this);
+            *object = this;
+            AddRef();
         }
         else if (m_owner.isExtended && ::IsEqualIID(iid, __uuidof(IUpdateAgentEx)))
         {
-            *object = static_cast<IUpdateAgentEx*>(this);
+            *object = &m_extended;
+            m_extended.AddRef();
         }
-        if (!*object)
-        {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        return *object ? S_OK : E_NOINTERFACE;
     }
 
     STDMETHODIMP_(ULONG) AddRef() override
     {
+        Keep();
         return static_cast<ULONG>(::InterlockedIncrement(&m_references));
     }
 
@@ -144,8 +142,9 @@ public:
         const LONG left = ::InterlockedDecrement(&m_references);
         if (left == 0)
         {
-            delete this;
+            m_owner.releases.Add("agent");
         }
+        LetGo();
         return static_cast<ULONG>(left);
     }
 
@@ -176,47 +175,98 @@ public:
         return m_owner.Called("StartBackgroundUpdate " + Text(guid));
     }
 
-    STDMETHODIMP IsConnectedEx(BSTR guid, VARIANT_BOOL* connected) override
-    {
-        *connected = m_owner.isConnected;
-        return m_owner.Called("IsConnectedEx " + Text(guid));
-    }
-
-    STDMETHODIMP SetServerAddress(BSTR guid, BSTR server) override
-    {
-        return m_owner.Called("SetServerAddress " + Text(guid) + ' ' + Text(server));
-    }
-
-    STDMETHODIMP SetProperty(BSTR guid, BSTR name, BSTR value) override
-    {
-        return m_owner.Called("SetProperty " + Text(guid) + ' ' + Text(name) + ' ' + Text(value));
-    }
-
-    STDMETHODIMP GetUpdates(BSTR guid, IUpdateAgentCollection** updates) override
-    {
-        return GiveCollection("GetUpdates " + Text(guid), "updates", m_owner.updates, updates);
-    }
-
-    STDMETHODIMP GetMessages(BSTR guid, IUpdateAgentCollection** messages) override
-    {
-        return GiveCollection("GetMessages " + Text(guid), "messages", m_owner.messages, messages);
-    }
-
 private:
-    HRESULT GiveCollection(const std::string& call, const std::string& name,
-                           std::optional<LONG> count, IUpdateAgentCollection** collection)
+    /// The extended interface, which counts its own references.
+    class Extended final : public VtableOnly<IUpdateAgentEx>
     {
-        *collection = nullptr;
-        const HRESULT hr = m_owner.Called(call);
-        if (SUCCEEDED(hr) && count)
+    public:
+        explicit Extended(Agent& agent) : m_agent(agent) {}
+
+        STDMETHODIMP QueryInterface(REFIID iid, void** object) override
         {
-            *collection = new Collection(m_owner, name, *count);
+            return m_agent.QueryInterface(iid, object);
         }
-        return hr;
+
+        STDMETHODIMP_(ULONG) AddRef() override
+        {
+            m_agent.Keep();
+            return static_cast<ULONG>(::InterlockedIncrement(&m_references));
+        }
+
+        STDMETHODIMP_(ULONG) Release() override
+        {
+            const LONG left = ::InterlockedDecrement(&m_references);
+            if (left == 0)
+            {
+                m_agent.m_owner.releases.Add("extended interface");
+            }
+            m_agent.LetGo();
+            return static_cast<ULONG>(left);
+        }
+
+        STDMETHODIMP IsConnectedEx(BSTR guid, VARIANT_BOOL* connected) override
+        {
+            *connected = m_agent.m_owner.isConnected;
+            return m_agent.m_owner.Called("IsConnectedEx " + Text(guid));
+        }
+
+        STDMETHODIMP SetServerAddress(BSTR guid, BSTR server) override
+        {
+            return m_agent.m_owner.Called("SetServerAddress " + Text(guid) + ' ' + Text(server));
+        }
+
+        STDMETHODIMP SetProperty(BSTR guid, BSTR name, BSTR value) override
+        {
+            return m_agent.m_owner.Called("SetProperty " + Text(guid) + ' ' + Text(name) + ' ' +
+                                          Text(value));
+        }
+
+        STDMETHODIMP GetUpdates(BSTR guid, IUpdateAgentCollection** updates) override
+        {
+            return GiveCollection("GetUpdates " + Text(guid), "updates", m_agent.m_owner.updates,
+                                  updates);
+        }
+
+        STDMETHODIMP GetMessages(BSTR guid, IUpdateAgentCollection** messages) override
+        {
+            return GiveCollection("GetMessages " + Text(guid), "messages", m_agent.m_owner.messages,
+                                  messages);
+        }
+
+    private:
+        HRESULT GiveCollection(const std::string& call, const std::string& name,
+                               std::optional<LONG> count, IUpdateAgentCollection** collection)
+        {
+            *collection = nullptr;
+            const HRESULT hr = m_agent.m_owner.Called(call);
+            if (SUCCEEDED(hr) && count)
+            {
+                *collection = new Collection(m_agent.m_owner, name, *count);
+            }
+            return hr;
+        }
+
+        Agent& m_agent;
+        LONG m_references = 0;
+    };
+
+    void Keep() noexcept
+    {
+        ::InterlockedIncrement(&m_allReferences);
+    }
+
+    void LetGo() noexcept
+    {
+        if (::InterlockedDecrement(&m_allReferences) == 0)
+        {
+            delete this;
+        }
     }
 
     StandInAgent& m_owner;
+    Extended m_extended;
     LONG m_references = 1;
+    LONG m_allReferences = 1; // of both interfaces
 };
 
 class StandInAgent::Factory final : public IClassFactory

@@ -29,6 +29,7 @@ public:
     ~StandInAgent();
 
     CallLog log;
+    CallLog releases; // "extended interface" and "agent", with the last reference of each
 
     // How it answers; set before the calls.
     bool isExtended = true;                         // whether it offers the extended interface

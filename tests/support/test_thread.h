@@ -100,6 +100,12 @@ public:
         }
     }
 
+    /// For what must not happen: whether the event comes within so many milliseconds.
+    bool IsSetWithin(DWORD limitMs) const noexcept
+    {
+        return ::WaitForSingleObject(m_event.Get(), limitMs) == WAIT_OBJECT_0;
+    }
+
 private:
     velt::UniqueKernelObject m_event;
 };

@@ -278,6 +278,44 @@ TEST_CASE("IS_upgrade_request: the agent's window comes to the top", "[update]")
     CHECK(fixture.HasTraced("FindWindowW \"Software Manager\" returned " + Hex(manager.Get())));
 }
 
+TEST_CASE("IS_upgrade_request: the extended interface is given back before the agent", "[update]")
+{
+    UpgradeFixture fixture(GENERATE(true, false));
+    if (GENERATE(true, false))
+    {
+        fixture.request.DoWork();
+    }
+    else
+    {
+        fixture.request.IsUpdateOrMessageAvailable(true);
+    }
+    CHECK(fixture.agent.releases.All() == Calls{"extended interface", "agent"});
+    CHECK(fixture.agent.LiveObjects() == 0);
+}
+
+TEST_CASE("IS_upgrade_request: what is told and what is recorded follow what they follow from",
+          "[update]")
+{
+    UpgradeFixture fixture;
+    bool registeredFirst = false;
+    bool languageTraced = false;
+    fixture.agent.onCall = [&](const std::string& call) {
+        if (call == "RegisterProduct")
+        {
+            registeredFirst = ProductsKey::Values().empty(); // the agent knows before we record it
+        }
+        else if (call == "SetLanguage")
+        {
+            languageTraced =
+                fixture.HasTraced("Update service invocation in the following language 1033");
+        }
+    };
+    fixture.request.DoWork();
+    CHECK(registeredFirst);
+    CHECK(languageTraced);
+    CHECK(ProductsKey::Values().size() == 1);
+}
+
 TEST_CASE("IS_upgrade_request: whether there is an agent needs no call of it", "[update]")
 {
     UpgradeFixture fixture;

@@ -1,0 +1,44 @@
+// The service and an agent in a process of its own that takes its time.
+
+#include "tests/service/worker_fixture.h"
+#include "tests/support/recording_sink.h"
+#include "tests/support/sample_agent_server.h"
+#include "tests/update/products_key.h"
+
+#include <catch.hpp>
+
+using namespace velt::test;
+
+TEST_CASE("InvokeUpdate: an agent that takes ten seconds is waited for", "[service]")
+{
+    WorkerFixture f;
+    const ProductsKey products;
+    const SampleAgentServer agent("[agent]\r\nconnected=1\r\ndelay=2000\r\n");
+    RecordingSink sink;
+    Advise(f.service.Get(), &sink);
+    const ULONGLONG before = ::GetTickCount64();
+    CHECK(Invoke(f.service.Get()) == S_OK); // registration, language, question, address, start
+    CHECK(::GetTickCount64() - before >= 10'000);
+    CHECK(agent.Calls().size() == 5);
+    CHECK(sink.Count() == 1);
+    ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0); // its last work
+    agent.WaitForEnd();
+}
+
+TEST_CASE("The service: released while its worker calls another process", "[service]")
+{
+    WorkerFixture f;
+    const ProductsKey products;
+    const SampleAgentServer agent("[agent]\r\nconnected=1\r\ndelay=400\r\n");
+    RecordingSink sink;
+    Advise(f.service.Get(), &sink);
+    CHECK(f.Start() == S_OK);
+    agent.WaitForCall("RegisterProduct");
+    const ULONGLONG before = ::GetTickCount64();
+    f.service.Reset();
+    CHECK(::GetTickCount64() - before < kAtOnceMs); // somebody else waits
+    CHECK(sink.References() == 1);
+    f.AwaitEnd();
+    CHECK(f.trace.Count(kTerminating) == 0);
+    CHECK(sink.Count() == 0);
+}
