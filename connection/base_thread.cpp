@@ -56,7 +56,7 @@ void base_thread::RunThread(base_thread& thread) noexcept
     }
     catch (...)
     {
-        velt::HResultFromCurrentException(); // traced, and discarded
+        velt::TraceCurrentException(); // discarded
     }
     thread.OnThreadEnd();
 }

@@ -83,7 +83,7 @@ HRESULT ConnectionProbe::CheckConnection(const wchar_t* url, DWORD* state) const
     }
     catch (...)
     {
-        HResultFromCurrentException(); // traced; it counts as no configuration
+        TraceCurrentException(); // it counts as no configuration
     }
     if (::InternetAttemptConnect(0) == ERROR_SUCCESS &&
         ::InternetCheckConnectionW(url, FLAG_ICC_FORCE_CONNECTION, 0))

@@ -114,7 +114,7 @@ private:
             }
             catch (...)
             {
-                velt::HResultFromCurrentException(); // traced; the exchange is over all the same
+                velt::TraceCurrentException(); // the exchange is over all the same
             }
         }
 

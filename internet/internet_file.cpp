@@ -33,7 +33,7 @@ CInternetFile::~CInternetFile()
     }
     catch (...)
     {
-        velt::HResultFromCurrentException(); // traced; the handle goes with its owner
+        velt::TraceCurrentException(); // the handle goes with its owner
     }
 }
 

@@ -100,7 +100,7 @@ void CALLBACK CInternetSession::StatusCallback(HINTERNET handle, DWORD_PTR conte
         }
         catch (...)
         {
-            velt::HResultFromCurrentException(); // traced; it must not reach the internet API
+            velt::TraceCurrentException(); // it must not reach the internet API
         }
     }
 }

@@ -102,7 +102,7 @@ UniqueBstr ReadServiceTag() noexcept
     }
     catch (...)
     {
-        HResultFromCurrentException(); // traced
+        TraceCurrentException();
         return {};
     }
 }

@@ -60,7 +60,7 @@ HRESULT SinkList::Advise(IUnknown* sink, DWORD* cookie) noexcept
     }
     catch (...)
     {
-        HResultFromCurrentException(); // traced
+        TraceCurrentException();
         return CONNECT_E_ADVISELIMIT;
     }
 }
@@ -133,7 +133,7 @@ void SinkList::NotifySelfUpgrade(std::wstring_view installerGuid) noexcept
     }
     catch (...)
     {
-        HResultFromCurrentException(); // traced
+        TraceCurrentException();
     }
 }
 

@@ -56,7 +56,7 @@ void UpdateWorker::End(std::unique_ptr<UpdateWorker> worker) noexcept
     }
     catch (...)
     {
-        HResultFromCurrentException(); // traced
+        TraceCurrentException();
     }
     // The last resort for a worker that finds no thread to wait for it: it has been asked to end
     // and does so, and the object stays behind.
