@@ -159,39 +159,6 @@ TEST_CASE("CEulaDialog: labels and the view lie on the surface's colour without 
     }
 }
 
-TEST_CASE("CEulaDialog: with high contrast the labels have the system's colours", "[ui]")
-{
-    HIGHCONTRASTW setting{};
-    setting.cbSize = sizeof(setting);
-    REQUIRE(::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(setting), &setting, 0));
-    const DWORD flags = setting.dwFlags;
-    setting.dwFlags |= HCF_HIGHCONTRASTON;
-    const bool isSet =
-        ::SystemParametersInfoW(SPI_SETHIGHCONTRAST, sizeof(setting), &setting, 0) != FALSE;
-    HIGHCONTRASTW now{};
-    now.cbSize = sizeof(now);
-    ::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(now), &now, 0);
-    if (!isSet || (now.dwFlags & HCF_HIGHCONTRASTON) == 0)
-    {
-        WARN("the system does not keep the high-contrast setting");
-        return;
-    }
-    {
-        Painted painted;
-        const HWND label = painted.session.Item(VELT_EULA_ACCEPT);
-        const RECT item = PlaceInParent(label);
-        const COLORREF face = ::GetSysColor(COLOR_BTNFACE);
-        const std::uint32_t expected = static_cast<std::uint32_t>(
-            GetRValue(face) << 16 | GetGValue(face) << 8 | GetBValue(face));
-        const std::vector<std::uint32_t> end = PixelsOf(
-            painted.session.Dialog(), {item.right - 20, item.top, item.right, item.bottom});
-        CHECK(end.front() == expected);
-        CHECK(expected != 0xEDEDEDu);
-    }
-    setting.dwFlags = flags;
-    ::SystemParametersInfoW(SPI_SETHIGHCONTRAST, sizeof(setting), &setting, 0);
-}
-
 TEST_CASE("CEulaDialog: its outline is that of the skin", "[ui]")
 {
     Painted painted;
