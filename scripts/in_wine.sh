@@ -42,9 +42,11 @@ export WINEDEBUG=${VELT_WINEDEBUG:--all}
 export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe="
 unset WAYLAND_DISPLAY
 
-# A screen of its own, which ends with this script.
+# A screen of its own, which ends with this script; and whatever the user's language is, all
+# characters can be in names of files.
 screen_pid=
 if [ -z "$show" ]; then
+    export LC_ALL=C.UTF-8
     screen_pipe=$(mktemp -u)
     mkfifo "$screen_pipe"
     Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$screen_pipe" >/dev/null 2>&1 &
