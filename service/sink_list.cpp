@@ -120,7 +120,7 @@ void SinkList::NotifySelfUpgrade(std::wstring_view installerGuid) noexcept
             return;
         }
         const UniqueBstr text = MakeBstr(installerGuid);
-        std::array<VARIANTARG, 2> arguments; // the last one first
+        std::array<VARIANTARG, 2> arguments{}; // the last one first
         arguments[0].vt = VT_BSTR;
         arguments[0].bstrVal = text.Get();
         arguments[1].vt = VT_I4;

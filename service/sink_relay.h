@@ -29,6 +29,9 @@ public:
     CSinkRelay(IUnknown* outer, Microsoft::WRL::ComPtr<IDispatch> sink,
                std::shared_ptr<Place> place) noexcept;
 
+    CSinkRelay(const CSinkRelay&) = delete;
+    CSinkRelay& operator=(const CSinkRelay&) = delete;
+
     ~CSinkRelay();
 
     STDMETHODIMP GetTypeInfoCount(UINT* count) override;

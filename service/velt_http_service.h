@@ -41,6 +41,9 @@ public:
     /// Throws what queue_manager throws.
     explicit CVeltHTTPService(IUnknown* outer);
 
+    CVeltHTTPService(const CVeltHTTPService&) = delete;
+    CVeltHTTPService& operator=(const CVeltHTTPService&) = delete;
+
     ~CVeltHTTPService();
 
     STDMETHODIMP StartService() override;

@@ -27,7 +27,7 @@ std::wstring_view ViewOf(const _bstr_t& text)
 /// A string that a COM call has handed out becomes an owned one.
 _bstr_t Owned(BSTR text)
 {
-    return {text, false};
+    return _bstr_t(text, false);
 }
 
 ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog,

@@ -40,8 +40,8 @@ public:
     }
 
 private:
-    LARGE_INTEGER m_frequency;
-    LARGE_INTEGER m_start;
-    std::int64_t m_startUs;
+    LARGE_INTEGER m_frequency{};
+    LARGE_INTEGER m_start{};
+    std::int64_t m_startUs = 0;
 };
 } // namespace velt

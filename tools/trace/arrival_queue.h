@@ -78,7 +78,7 @@ private:
     {
         Arrival arrival;
         std::span<const std::byte> data;
-        std::size_t size; // of all that is stored of it
+        std::size_t size = 0; // of all that is stored of it
     };
 
     static Item FrontOf(std::span<const std::byte> rest) noexcept;

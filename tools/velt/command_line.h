@@ -23,7 +23,7 @@ struct CommandLine
 
     bool Has(std::string_view option) const
     {
-        return options.count(option) != 0;
+        return options.contains(option);
     }
 
     /// The value of an option, or what it is without one.
