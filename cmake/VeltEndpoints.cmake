@@ -11,5 +11,5 @@ endforeach()
 
 # Headers that are made while configuring and building, included from the root like all others.
 set(VELT_GENERATED_DIR "${PROJECT_BINARY_DIR}/generated")
-configure_file(foundation/endpoints.h.in "${VELT_GENERATED_DIR}/foundation/endpoints.h" @ONLY)
+configure_file(src/foundation/endpoints.h.in "${VELT_GENERATED_DIR}/foundation/endpoints.h" @ONLY)
 target_include_directories(velt_options SYSTEM INTERFACE "${VELT_GENERATED_DIR}")

@@ -38,9 +38,9 @@ function(velt_idl_output idl output kind)
 endfunction()
 
 set(VELT_TYPELIB_FILE "${VELT_BIN_DIR}/VeltHTTPClient12OEM.tlb")
-velt_idl_output(server/provider_lib.idl "${VELT_TYPELIB_FILE}" -t)
-velt_idl_output(server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib.h" -h)
-velt_idl_output(server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib_i.c" -u)
+velt_idl_output(src/server/provider_lib.idl "${VELT_TYPELIB_FILE}" -t)
+velt_idl_output(src/server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib.h" -h)
+velt_idl_output(src/server/provider_lib.idl "${VELT_PUBLISHED_DIR}/provider_lib_i.c" -u)
 
 add_custom_target(velt_idl DEPENDS "${VELT_TYPELIB_FILE}")
 add_library(velt_interfaces STATIC
@@ -52,8 +52,8 @@ add_dependencies(velt_interfaces velt_idl)
 # The update agent's interfaces, which are another maker's and not published with the component.
 set(agent_header "${VELT_GENERATED_DIR}/update/update_agent.h")
 file(MAKE_DIRECTORY "${VELT_GENERATED_DIR}/update")
-velt_idl_output(update/update_agent.idl "${agent_header}" -h)
-velt_idl_output(update/update_agent.idl "${VELT_GENERATED_DIR}/update/update_agent_i.c" -u)
+velt_idl_output(src/update/update_agent.idl "${agent_header}" -h)
+velt_idl_output(src/update/update_agent.idl "${VELT_GENERATED_DIR}/update/update_agent_i.c" -u)
 add_custom_target(velt_agent_idl DEPENDS "${agent_header}")
 add_library(velt_agent_interfaces STATIC
     "${VELT_GENERATED_DIR}/update/update_agent_i.c" "${agent_header}")

@@ -3,11 +3,12 @@
 
 add_library(velt_options INTERFACE)
 target_compile_features(velt_options INTERFACE cxx_std_20)
-target_include_directories(velt_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_include_directories(velt_options INTERFACE "${PROJECT_SOURCE_DIR}/src")
 target_compile_options(velt_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wundef -Wcast-qual
     -Wold-style-cast -Wextra-semi -Woverloaded-virtual -Wimplicit-fallthrough -Werror
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=")
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/src/="
+    "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=")
 
 if(WIN32)
     target_compile_definitions(velt_options INTERFACE

@@ -7,8 +7,7 @@ velt_setup
 cd "$velt_root"
 velt_build release
 if [ $# -eq 0 ]; then
-    readarray -t files < <(git ls-files -- foundation internet connection update service \
-        collection ui server tools samples | grep '\.cpp$')
+    readarray -t files < <(git ls-files -- src samples | grep '\.cpp$')
     set -- "${files[@]}"
 fi
 

@@ -9,7 +9,7 @@ set -euo pipefail
 source_dir=$1
 build=$2
 work=$3
-make_package=$source_dir/installer/make_package.sh
+make_package=$source_dir/src/installer/make_package.sh
 failures=0
 
 # expect <what> <expected> <actual>
@@ -42,11 +42,11 @@ touch "$second/left over"
     # Sources with a file that does not belong to them, and without their history.
     if git -C "$source_dir" rev-parse >/dev/null 2>&1; then
         git clone -q "$source_dir" "$work/clone"
-        cp -R "$source_dir/installer" "$work/clone/"
+        cp -R "$source_dir/src/installer" "$work/clone/src/"
         echo 'not to be shipped' >"$work/clone/docs/draft.md"
-        "$work/clone/installer/make_package.sh" "$copy" "$work/cloned"
+        "$work/clone/src/installer/make_package.sh" "$copy" "$work/cloned"
         rm -rf "$work/clone/.git"
-        "$work/clone/installer/make_package.sh" "$copy" "$work/archived"
+        "$work/clone/src/installer/make_package.sh" "$copy" "$work/archived"
     fi
 
     # An earlier version, which had a file that is there no more.

@@ -58,7 +58,7 @@ expect "the time stamp is not the build's" yes \
 expect "no symbols" "no symbols" "$("$objdump" -t "$dll" | sed -n '/SYMBOL TABLE/{n;p}')"
 expect "no debug sections" "" "$("$objdump" -h "$dll" | grep -o '\.debug[^ ]*' | tr '\n' ' ')"
 size=$(stat -c %s "$dll")
-pictures=$(cat "$root"/ui/resources/*.bmp | wc -c)
+pictures=$(cat "$root"/src/ui/resources/*.bmp | wc -c)
 limit=$((450 * 1024))
 echo "size: $size bytes, $pictures of them the pictures of the dialog"
 expect "at most 450 KB, pictures aside" yes \

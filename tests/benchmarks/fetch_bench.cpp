@@ -1,8 +1,8 @@
 // What the request queue costs, each measure beside a known one in the same run and process. Runs
 // beside the servers of scripts/with_servers.sh.
 
-#include "benchmarks/paired.h"
-#include "benchmarks/table.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "connection/queue_manager.h"
 #include "connection/url_request.h"
 #include "foundation/find_function.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "benchmarks/paired.h"
+#include "tests/benchmarks/paired.h"
 
 #include <cstdio>
 

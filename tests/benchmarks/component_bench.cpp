@@ -1,7 +1,7 @@
 // What the component costs, each measure beside a known one in the same run.
 
-#include "benchmarks/paired.h"
-#include "benchmarks/table.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "foundation/library_utils.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"

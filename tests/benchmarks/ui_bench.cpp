@@ -1,8 +1,8 @@
 // What the skinned dialog's drawing costs, each measure beside the system's own calls in the same
 // run.
 
-#include "benchmarks/paired.h"
-#include "benchmarks/table.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "ui/bitmap_region.h"
 #include "ui/drawing_scopes.h"
 #include "ui/gdi_handles.h"

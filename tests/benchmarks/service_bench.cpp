@@ -1,7 +1,7 @@
 // What the HTTP service object costs, each measure beside a known one in the same run.
 
-#include "benchmarks/paired.h"
-#include "benchmarks/table.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "foundation/bstr.h"
 #include "foundation/library_utils.h"
 #include "service/scrambled_text.h"

@@ -1,8 +1,8 @@
 // Finding the runs of a skin's pixels, beside a search of the same bytes by the run-time's memchr.
 // A program for the build machine itself, without sanitizers.
 
-#include "benchmarks/paired.h"
-#include "benchmarks/table.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "ui/pixel_runs.h"
 
 #include <cstdio>

@@ -3,7 +3,7 @@
 //
 //   velt_bench.exe <path of velt.exe>
 
-#include "benchmarks/table.h"
+#include "tests/benchmarks/table.h"
 #include "connection/queue_manager.h"
 #include "connection/url_request.h"
 #include "foundation/library_utils.h"

@@ -4,7 +4,7 @@
 //
 //   tools_bench <path of velt-trace.exe>
 
-#include "benchmarks/table.h"
+#include "tests/benchmarks/table.h"
 #include "foundation/trace_record.h"
 #include "foundation/unique_handle.h"
 #include "tools/trace/arrival_queue.h"

@@ -1,4 +1,4 @@
-#include "benchmarks/table.h"
+#include "tests/benchmarks/table.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
