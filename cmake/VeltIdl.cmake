@@ -4,7 +4,7 @@
 find_program(VELT_WIDL NAMES i686-w64-mingw32-widl widl REQUIRED)
 # The cross tools bring no IDL files; Wine's are the same, and its stdole2.tlb too.
 find_path(VELT_IDL_DIR oaidl.idl
-    PATHS /usr/include/wine/wine/windows /usr/include/wine/windows
+    PATHS /usr/include/wine/wine/windows /usr/include/wine/windows "$ENV{MINGW_PREFIX}/include"
     NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 find_path(VELT_STDOLE_DIR stdole2.tlb
     PATHS /usr/lib/i386-linux-gnu/wine/i386-windows "$ENV{SystemRoot}/SysWOW64"

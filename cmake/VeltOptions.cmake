@@ -34,9 +34,31 @@ else()
     target_link_options(velt_options INTERFACE -fsanitize=address,undefined)
 endif()
 
+# What is shipped is compiled to be small.
+add_library(velt_shipped_options INTERFACE)
+target_link_libraries(velt_shipped_options INTERFACE velt_options)
+target_compile_options(velt_shipped_options INTERFACE $<$<CONFIG:Release>:-Os>)
+
+# The headers that most sources of the product name first, read once for all of them. The checked
+# build does without, so that a source that does not name what it needs is found there.
+if(WIN32 AND NOT VELT_CHECKED)
+    add_library(velt_product_headers OBJECT "${PROJECT_SOURCE_DIR}/cmake/precompiled.cpp")
+    target_link_libraries(velt_product_headers PRIVATE velt_shipped_options)
+    target_precompile_headers(velt_product_headers PRIVATE
+        <algorithm> <array> <memory> <optional> <span> <string> <string_view> <utility> <vector>
+        <windows.h> <comdef.h> <oaidl.h> <ocidl.h> <wrl/client.h>)
+endif()
+
+# velt_precompile(<target>): has a target of the product use them.
+function(velt_precompile target)
+    if(TARGET velt_product_headers)
+        target_precompile_headers(${target} REUSE_FROM velt_product_headers)
+    endif()
+endfunction()
+
 # velt_add_library(<folder> CORE <sources> PLATFORM <sources> LINKS <libraries> HOT <sources>)
-# CORE needs no Windows header and is built for both systems. What is shipped is compiled to be
-# small, except for those of the sources that HOT names: the benches show these.
+# CORE needs no Windows header and is built for both systems. HOT names those of the sources that
+# are compiled to be quick instead: the benches show these.
 function(velt_add_library folder)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "CORE;PLATFORM;LINKS;HOT")
     set(sources ${arg_CORE})
@@ -47,9 +69,10 @@ function(velt_add_library folder)
         return()
     endif()
     add_library(velt_${folder} STATIC ${sources})
-    target_link_libraries(velt_${folder} PUBLIC velt_options ${arg_LINKS})
-    target_compile_options(velt_${folder} PRIVATE $<$<CONFIG:Release>:-Os>)
+    target_link_libraries(velt_${folder} PUBLIC velt_options ${arg_LINKS} PRIVATE velt_shipped_options)
+    velt_precompile(velt_${folder})
     if(arg_HOT)
         set_property(SOURCE ${arg_HOT} APPEND PROPERTY COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
+        set_property(SOURCE ${arg_HOT} PROPERTY SKIP_PRECOMPILE_HEADERS ON)
     endif()
 endfunction()

@@ -18,10 +18,13 @@ velt_logged() {
     fi
 }
 
-# velt_build <preset>: configures and builds one preset.
+# velt_build <preset> [target...]: configures one preset and builds the targets; by default what is
+# shipped, and the samples.
 velt_build() {
-    echo "building: $1"
+    local preset=$1
+    shift
+    echo "building: $preset" "$@"
     (cd "$velt_root" &&
-        velt_logged "configure-$1" cmake --preset "$1" &&
-        velt_logged "build-$1" cmake --build --preset "$1")
+        velt_logged "configure-$preset" cmake --preset "$preset" &&
+        velt_logged "build-$preset" cmake --build --preset "$preset" ${1+--target "$@"})
 }

@@ -3,7 +3,7 @@
 #   lint.sh [file.cpp...]     by default all product folders, the tools and the samples
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-velt_setup
+velt_setup lint
 cd "$velt_root"
 velt_build release
 if [ $# -eq 0 ]; then

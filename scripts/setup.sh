@@ -1,21 +1,35 @@
 # Sourced by the commands at the root: brings the packages that building and testing need.
 #
-#   velt_setup        installs what is missing; fails with the names when it cannot
+#   velt_setup <purpose>   installs what is missing for "build", "run", "test", "bench", "package",
+#                          "lint" or "debian"; fails with the names when it cannot
 
-velt_packages=(
-    cmake ninja-build git
-    g++-mingw-w64-i686-win32 mingw-w64-tools libwine-dev
-    wine wine32:i386 xvfb faketime
-    catch2 clang clang-format clang-tidy libclang-rt-14-dev
-    nginx-light tinyproxy-bin
-    nsis zip unzip
-    python3 fonts-liberation fonts-droid-fallback xdotool imagemagick
+declare -A velt_packages=(
+    # Wine's libraries for 32 bits have a type library that ours imports.
+    [build]="cmake ninja-build git faketime
+        g++-mingw-w64-i686-win32 mingw-w64-tools libwine-dev wine32:i386"
+    [wine]="wine xvfb fonts-liberation fonts-droid-fallback nginx-light tinyproxy-bin"
+    [pictures]="xdotool imagemagick"
+    [native]="clang libclang-rt-dev"
+    [tests]="catch2 clang-format python3 iproute2"
+    [packing]="nsis zip"
+    [unpacking]="unzip"
+    [lint]="clang-tidy"
+    [debian]="debootstrap distro-info-data rsync"
+)
+declare -A velt_purposes=(
+    [build]="build"
+    [run]="build wine pictures"
+    [test]="build wine pictures native tests packing unpacking"
+    [bench]="build wine native tests"
+    [package]="build packing"
+    [lint]="build lint"
+    [debian]="debian"
 )
 
-# The packages of the list that are not installed, one a line.
+# velt_missing_packages <package>...: those that are not installed, one a line.
 velt_missing_packages() {
     local package
-    for package in "${velt_packages[@]}"; do
+    for package in "$@"; do
         dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' ||
             echo "$package"
     done
@@ -34,17 +48,28 @@ velt_setup() {
         echo "set-up: this is not a Debian system; see README.md for what to install" >&2
         return 1
     fi
-    local missing
-    missing=$(velt_missing_packages)
-    [ -z "$missing" ] && return 0
+    local group missing wanted=
+    for group in ${velt_purposes[$1]}; do
+        wanted+=" ${velt_packages[$group]}"
+    done
+    missing=$(velt_missing_packages $wanted)
+    if [ -n "$missing" ]; then
+        velt_install $missing || return 1
+    fi
+    case "$wanted" in
+    *catch2*) velt_catch_sources ;;
+    esac
+}
 
+# velt_install <package>...
+velt_install() {
     if [ "$(id -u)" -ne 0 ] && ! { command -v sudo && sudo -v; } >/dev/null 2>&1; then
         echo "set-up: these packages are missing, and neither root nor sudo is at hand:" >&2
-        echo "$missing" | sed 's/^/    /' >&2
+        printf '    %s\n' "$@" >&2
         echo "    (32-bit Wine needs: dpkg --add-architecture i386)" >&2
         return 1
     fi
-    echo "set-up: installing" $missing
+    echo "set-up: installing" "$@"
     local log=$velt_root/build/logs/setup.log
     mkdir -p "${log%/*}"
     # One suite for both architectures: where the mirrors of two archives are out of step, packages
@@ -55,10 +80,41 @@ velt_setup() {
         velt_as_root dpkg --add-architecture i386
     velt_as_root apt-get update >"$log" 2>&1 ||
         echo "set-up: a package index could not be refreshed; going on with what there is"
-    # The run level keeps the packages of servers from starting them.
+    # The run level keeps the packages of servers from starting them. Packages are not written
+    # through to the disk one by one, which takes most of the time.
     if ! velt_as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 apt-get install -y \
-        --no-install-recommends -t "$suite" $missing >>"$log" 2>&1; then
+        -o Dpkg::Options::=--force-unsafe-io --no-install-recommends -t "$suite" "$@" >>"$log" 2>&1
+    then
         echo "set-up: the packages could not be installed; see ${log#"$velt_root"/}" >&2
+        tail -n 5 "$log" >&2
+        return 1
+    fi
+}
+
+# Catch2 is a single header up to version 2. Version 3 is a library, and the package has it for this
+# very system: for Windows it is compiled from the sources of the package.
+velt_catch_sources() {
+    local folder=$velt_root/build/catch2
+    [ ! -e /usr/include/catch2/catch.hpp ] && [ ! -e "$folder/catch_amalgamated.cpp" ] || return 0
+    echo "set-up: fetching the sources of catch2"
+    local log=$velt_root/build/logs/catch2.log work=$velt_root/build/catch2.partial
+    rm -rf "$work"
+    mkdir -p "$work/lists/partial" "${log%/*}"
+    # The indices of sources are this folder's matter, not the system's.
+    local keys=/usr/share/keyrings/debian-archive-keyring.gpg
+    apt-get indextargets --format "deb-src [signed-by=$keys] \$(REPO_URI) \$(CODENAME) \$(COMPONENT)" \
+        'Created-By: Packages' 'Origin: Debian' | sort -u >"$work/sources.list"
+    local options=(-o "Dir::Etc::SourceList=$work/sources.list" -o Dir::Etc::SourceParts=-
+        -o "Dir::State::Lists=$work/lists" -o APT::Sandbox::User=root
+        -o Dir::Cache::srcpkgcache= -o Dir::Cache::pkgcache=)
+    if ! {
+        apt-get "${options[@]}" update &&
+            (cd "$work" && apt-get "${options[@]}" source --download-only catch2) &&
+            tar -xf "$work"/catch2_*.orig.tar.* -C "$work" --strip-components=2 --wildcards \
+                '*/extras/catch_amalgamated.*' &&
+            rm -rf "$work"/{lists,sources.list} "$work"/catch2_* && mv "$work" "$folder"
+    } >"$log" 2>&1; then
+        echo "set-up: the sources of catch2 cannot be had; see ${log#"$velt_root"/}" >&2
         tail -n 5 "$log" >&2
         return 1
     fi

@@ -1,30 +1,17 @@
 #!/usr/bin/env bash
-# Fails when a folder of the component includes a folder that it must not know. Arrows point towards
-# foundation/:
-#
-#   foundation <- internet <- connection <- update <- service <- server
-#   foundation <- ui, collection                             <- server
+# Fails when a folder of the component includes a folder that it must not know.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
-declare -A allowed=(
-    [foundation]="foundation"
-    [internet]="internet foundation"
-    [connection]="connection internet foundation"
-    [update]="update connection internet foundation"
-    [service]="service update connection internet foundation"
-    [ui]="ui foundation"
-    [collection]="collection foundation"
-    [server]="server service update connection internet ui collection foundation"
-)
+. scripts/folders.sh
 
 # wrong_arrows <root>: the #include lines that point elsewhere.
 wrong_arrows() {
     local folder file line target
-    for folder in "${!allowed[@]}"; do
+    for folder in "${!velt_may_include[@]}"; do
         [ -d "$1/$folder" ] || continue
         while IFS=: read -r file line target; do
-            case " ${allowed[$folder]} " in
+            case " ${velt_may_include[$folder]} " in
             *" $target "*) ;;
             *) echo "$file:$line: $folder/ must not include $target/" ;;
             esac
