@@ -20,12 +20,14 @@ if(WIN32)
     target_link_options(velt_options INTERFACE
         -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup -Wl,--no-insert-timestamp
         -Wl,--dynamicbase -Wl,--nxcompat -Wl,--no-seh)
+    # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
+    # native build checks alignment.
+    add_library(velt_checking INTERFACE)
+    target_compile_definitions(velt_checking INTERFACE _GLIBCXX_ASSERTIONS)
+    target_compile_options(velt_checking INTERFACE
+        -fsanitize=undefined -fno-sanitize=alignment -fsanitize-undefined-trap-on-error)
     if(VELT_CHECKED)
-        target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
-        # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
-        # native build checks alignment.
-        target_compile_options(velt_options INTERFACE
-            -fsanitize=undefined -fno-sanitize=alignment -fsanitize-undefined-trap-on-error)
+        target_link_libraries(velt_options INTERFACE velt_checking)
     endif()
 else()
     target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
@@ -42,7 +44,7 @@ target_compile_options(velt_shipped_options INTERFACE $<$<CONFIG:Release>:-Os>)
 # The headers that most sources of the product name first, read once for all of them. The checked
 # build does without, so that a source that does not name what it needs is found there.
 if(WIN32 AND NOT VELT_CHECKED)
-    add_library(velt_product_headers OBJECT "${PROJECT_SOURCE_DIR}/cmake/precompiled.cpp")
+    add_library(velt_product_headers OBJECT "${PROJECT_SOURCE_DIR}/cmake/empty.cpp")
     target_link_libraries(velt_product_headers PRIVATE velt_shipped_options)
     target_precompile_headers(velt_product_headers PRIVATE
         <algorithm> <array> <memory> <optional> <span> <string> <string_view> <utility> <vector>

@@ -1,5 +1,6 @@
 # velt_add_test(<name> FOLDER <labels> SOURCES <files> [LINKS <libraries>] [ARGS <arguments>]
-#               [SERVERS] [WAITS])
+#               [SERVERS] [WAITS]) or
+# velt_add_test(<name> FOLDER <labels> PROGRAM <another test> [ARGS <arguments>])
 #
 # One test program and its ctest test, which carries the product folder as its label, or several. Programs for
 # Windows run in a Wine prefix of their own, named for the test. Tests of what needs no platform are
@@ -11,10 +12,11 @@
 # A test that is a script.
 #
 # WAITS marks a test that takes many seconds: ./test --quick leaves it out. Tests that need programs
-# of Debian's are labelled so. The target `tests` builds all of them with what they start, `benches`
-# all benches.
+# of Debian's are labelled so. The target `tests` builds all of them with what they start,
+# `checks` only what the checked build takes from the release, `benches` all benches.
 
 add_custom_target(tests)
+add_custom_target(checks)
 add_custom_target(benches)
 
 # The path of a file as a program in the target system sees it.
@@ -44,25 +46,69 @@ function(velt_label_test name)
     set_tests_properties(${name} PROPERTIES LABELS "${ARGN}" TIMEOUT 1200)
 endfunction()
 
+# What the tests check is built for each preset; the checks themselves are not: the checked build
+# links those that the release has compiled, in this folder. They carry the assertions and traps
+# of the checked build in both.
+if(VELT_CHECKED)
+    set(VELT_CHECKS_DIR "${PROJECT_SOURCE_DIR}/build/release/checks" CACHE PATH "The release's tests")
+else()
+    set(VELT_CHECKS_DIR "${PROJECT_BINARY_DIR}/checks")
+endif()
+
+# velt_add_checks(<target> <precompiled headers> <sources> [libraries...])
+#
+# A library of checks, for programs to link as a whole: they register themselves.
+function(velt_add_checks target headers sources)
+    set(file "${VELT_CHECKS_DIR}/lib${target}.a")
+    if(VELT_CHECKED)
+        add_library(${target} STATIC IMPORTED GLOBAL)
+        set_target_properties(${target} PROPERTIES IMPORTED_LOCATION "${file}")
+        return()
+    endif()
+    add_library(${target} STATIC ${sources})
+    set_target_properties(${target} PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${VELT_CHECKS_DIR}")
+    target_link_libraries(${target} PRIVATE velt_test_options ${ARGN})
+    if(headers)
+        target_precompile_headers(${target} REUSE_FROM ${headers})
+    endif()
+    add_dependencies(checks ${target})
+endfunction()
+
+# velt_test_definitions(<test> <definition>...)
+function(velt_test_definitions name)
+    if(NOT VELT_CHECKED)
+        target_compile_definitions(${name}_checks PRIVATE ${ARGN})
+    endif()
+endfunction()
+
 function(velt_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "SERVERS;WAITS" "" "FOLDER;SOURCES;LINKS;ARGS")
-    add_executable(${name} ${arg_SOURCES})
-    target_link_libraries(${name} PRIVATE velt_test_main ${arg_LINKS})
-    if(WIN32)
-        target_link_libraries(${name} PRIVATE velt_test_support)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SERVERS;WAITS" "PROGRAM" "FOLDER;SOURCES;LINKS;ARGS")
+    if(NOT arg_PROGRAM)
+        set(arg_PROGRAM ${name})
+        set(checks ${arg_SOURCES})
+        list(FILTER checks INCLUDE REGEX "\\.cpp$")
+        list(FILTER arg_SOURCES EXCLUDE REGEX "\\.cpp$")
+        if(WIN32)
+            list(APPEND arg_LINKS velt_test_support)
+        endif()
+        if(name MATCHES "_core_test$")
+            set(headers velt_core_test_headers)
+        else()
+            set(headers velt_platform_test_headers)
+        endif()
+        velt_add_checks(${name}_checks ${headers} "${checks}" ${arg_LINKS})
+        add_executable(${name} ${arg_SOURCES} "${PROJECT_SOURCE_DIR}/cmake/empty.cpp")
+        target_link_libraries(${name} PRIVATE
+            $<LINK_LIBRARY:WHOLE_ARCHIVE,${name}_checks,velt_test_main> velt_options ${arg_LINKS})
+        add_dependencies(tests ${name})
     endif()
-    if(name MATCHES "_core_test$")
-        target_precompile_headers(${name} REUSE_FROM velt_core_test_headers)
-    else()
-        target_precompile_headers(${name} REUSE_FROM velt_platform_test_headers)
-    endif()
-    add_dependencies(tests ${name})
     velt_wine_command(${name} wine)
     set(servers "")
     if(arg_SERVERS)
         set(servers "${PROJECT_SOURCE_DIR}/scripts/with_servers.sh")
     endif()
-    add_test(NAME ${name} COMMAND ${servers} ${wine} "$<TARGET_FILE:${name}>" ${arg_ARGS})
+    add_test(NAME ${name}
+        COMMAND ${servers} ${wine} "$<TARGET_FILE:${arg_PROGRAM}>" ${arg_ARGS})
     set(labels ${arg_FOLDER})
     if(arg_SERVERS)
         list(APPEND labels debian)

@@ -1,0 +1,1 @@
+// For targets that need a source and have none of their own.

@@ -1,1 +1,0 @@
-// The precompiled headers belong to a target, which needs a source.
