@@ -123,7 +123,8 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
     }
     m_composedSkin.Reset();
     m_isCut = false;
-    m_hasEnded = false;
+    m_result.reset();
+    m_isMade = false;
     const INT_PTR result = ::DialogBoxIndirectParamW(
         m_module, reinterpret_cast<const DLGTEMPLATE*>(dialog->words.data()), owner,
         &SkinnedFrame::DialogProc, reinterpret_cast<LPARAM>(this));
@@ -131,18 +132,19 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
     {
         std::rethrow_exception(std::exchange(m_failure, nullptr));
     }
-    return result;
+    // A dialog that the system ends by itself has an answer of the system's, such as IDOK.
+    return m_isMade ? m_result.value_or(0) : result;
 }
 
 void SkinnedFrame::End(INT_PTR result) noexcept
 {
-    m_hasEnded = true;
+    m_result = result;
     ::EndDialog(m_window, result);
 }
 
 bool SkinnedFrame::HasEnded() const noexcept
 {
-    return m_hasEnded;
+    return m_result.has_value();
 }
 
 HWND SkinnedFrame::Window() const noexcept
@@ -172,7 +174,9 @@ INT_PTR SkinnedFrame::Receive(HWND window, UINT message, WPARAM wParam, LPARAM l
     if (message == WM_INITDIALOG && ::GetWindowLongPtrW(window, DWLP_USER) == 0)
     {
         ::SetWindowLongPtrW(window, DWLP_USER, lParam);
-        reinterpret_cast<SkinnedFrame*>(lParam)->m_window = window;
+        auto& made = *reinterpret_cast<SkinnedFrame*>(lParam);
+        made.m_window = window;
+        made.m_isMade = true;
     }
     auto* const frame = reinterpret_cast<SkinnedFrame*>(::GetWindowLongPtrW(window, DWLP_USER));
     if (!frame)
