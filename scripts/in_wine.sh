@@ -35,7 +35,7 @@ shift
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 template=$root/build/wine/template
-made=$template/.made-4 # another name for each change of how it is made
+made=$template/.made-5 # another name for each change of how it is made
 
 export WINEARCH=win32
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
@@ -82,6 +82,11 @@ mkdir -p "$root/build/wine"
                 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontLink\SystemLink' /f \
                 /v "$font" /t REG_MULTI_SZ \
                 /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
+        done
+        # A rich edit control takes only the font that is named.
+        for font in 'MS Gothic' SimSun; do
+            WINEPREFIX=$template wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /f \
+                /v "$font" /d 'Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
         done
         WINEPREFIX=$template wineserver -w
         touch "$made"

@@ -22,6 +22,25 @@ bool IsHostClassKnown() noexcept
     return ::GetClassInfoExW(OwnModule(), kHostClass, &known) != FALSE;
 }
 
+/// A control's data as a window gets those of a dialog template with its creation: their size in
+/// bytes (16 bits), and then they follow. Nothing for none, and for more than a size can say.
+std::vector<std::byte> CreationParameter(const ActiveXItem& item)
+{
+    const std::size_t size = item.data.size();
+    if (size > UINT16_MAX)
+    {
+        UTrace::TraceLevel1("ActiveX child %u: its data are too long", item.id);
+    }
+    if (size == 0 || size > UINT16_MAX)
+    {
+        return {};
+    }
+    std::vector<std::byte> parameter{static_cast<std::byte>(size & 0xFF),
+                                     static_cast<std::byte>(size >> 8)};
+    parameter.insert(parameter.end(), item.data.begin(), item.data.end());
+    return parameter;
+}
+
 /// The host, or null.
 HWND CreateHost(HWND dialog, HINSTANCE module, const ActiveXItem& item)
 {
@@ -29,10 +48,11 @@ HWND CreateHost(HWND dialog, HINSTANCE module, const ActiveXItem& item)
     RECT place{item.place.x, item.place.y, item.place.width, item.place.height};
     ::MapDialogRect(dialog, &place);
     const std::wstring classId(item.classId.begin(), item.classId.end());
-    const HWND child =
-        ::CreateWindowExW(item.exStyle, kHostClass, classId.c_str(), item.style | WS_CHILD,
-                          place.left, place.top, place.right, place.bottom, dialog,
-                          reinterpret_cast<HMENU>(static_cast<UINT_PTR>(item.id)), module, nullptr);
+    std::vector<std::byte> parameter = CreationParameter(item);
+    const HWND child = ::CreateWindowExW(
+        item.exStyle, kHostClass, classId.c_str(), item.style | WS_CHILD, place.left, place.top,
+        place.right, place.bottom, dialog, reinterpret_cast<HMENU>(static_cast<UINT_PTR>(item.id)),
+        module, parameter.empty() ? nullptr : parameter.data());
     if (!child)
     {
         UTrace::TraceLevel1("ActiveX child %u: error %lu", item.id, ::GetLastError());

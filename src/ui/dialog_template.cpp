@@ -1,5 +1,7 @@
 #include "ui/dialog_template.h"
 
+#include "ui/byte_reader.h"
+
 #include <algorithm>
 #include <cstring>
 #include <string_view>
@@ -12,78 +14,17 @@ namespace
 constexpr std::uint32_t kSetFont = 0x40; // DS_SETFONT: the header has a font
 constexpr std::uint16_t kOrdinal = 0xFFFF;
 
-/// Reads the parts of a template one after another. Past the end it answers zeros and remembers.
-class Reader
+/// A text, or an ordinal, which reads as an empty text.
+std::u16string TextOrOrdinal(ByteReader& reader)
 {
-public:
-    explicit Reader(std::span<const std::byte> bytes) noexcept : m_bytes(bytes) {}
-
-    bool IsWhole() const noexcept
+    const std::uint16_t first = reader.Word();
+    if (first == kOrdinal)
     {
-        return m_whole;
+        reader.Word();
+        return {};
     }
-
-    std::size_t Position() const noexcept
-    {
-        return m_at;
-    }
-
-    std::uint16_t Word() noexcept
-    {
-        std::uint16_t value = 0;
-        if (Skip(sizeof(value)))
-        {
-            std::memcpy(&value, &m_bytes[m_at - sizeof(value)], sizeof(value));
-        }
-        return value;
-    }
-
-    std::uint32_t DoubleWord() noexcept
-    {
-        const std::uint32_t low = Word();
-        return low | static_cast<std::uint32_t>(Word()) << 16;
-    }
-
-    bool Skip(std::size_t count) noexcept
-    {
-        m_whole = m_whole && count <= m_bytes.size() - m_at;
-        m_at += m_whole ? count : 0;
-        return m_whole;
-    }
-
-    /// To the next place that is a multiple of four.
-    void Align() noexcept
-    {
-        Skip((4 - m_at % 4) % 4);
-    }
-
-    std::u16string Text(char16_t first)
-    {
-        std::u16string text;
-        for (char16_t c = first; c != 0; c = Word())
-        {
-            text += c;
-        }
-        return text;
-    }
-
-    /// A text, or an ordinal, which reads as an empty text.
-    std::u16string TextOrOrdinal()
-    {
-        const std::uint16_t first = Word();
-        if (first == kOrdinal)
-        {
-            Word();
-            return {};
-        }
-        return Text(first);
-    }
-
-private:
-    std::span<const std::byte> m_bytes;
-    std::size_t m_at = 0;
-    bool m_whole = true;
-};
+    return reader.Text(first);
+}
 
 struct Header
 {
@@ -92,7 +33,7 @@ struct Header
     std::uint16_t count;
 };
 
-Header ReadHeader(Reader& reader)
+Header ReadHeader(ByteReader& reader)
 {
     const std::uint32_t first = reader.DoubleWord();
     Header header{first == 0xFFFF0001, 8, 0};
@@ -110,8 +51,8 @@ Header ReadHeader(Reader& reader)
     }
     header.count = reader.Word();
     reader.Skip(4 * sizeof(std::uint16_t)); // place
-    reader.TextOrOrdinal();                 // menu
-    reader.TextOrOrdinal();                 // class
+    TextOrOrdinal(reader);                  // menu
+    TextOrOrdinal(reader);                  // class
     reader.Text(reader.Word());             // title
     if ((style & kSetFont) != 0)
     {
@@ -127,7 +68,7 @@ struct Item
     std::u16string className;
 };
 
-Item ReadItem(Reader& reader, bool isExtended)
+Item ReadItem(ByteReader& reader, bool isExtended)
 {
     Item item{};
     ActiveXItem& control = item.control;
@@ -148,11 +89,11 @@ Item ReadItem(Reader& reader, bool isExtended)
     control.place.width = coordinate();
     control.place.height = coordinate();
     control.id = isExtended ? reader.DoubleWord() : reader.Word();
-    item.className = reader.TextOrOrdinal();
-    reader.TextOrOrdinal(); // title
+    item.className = TextOrOrdinal(reader);
+    TextOrOrdinal(reader); // title
     // In a plain template, the size of the creation data counts its own two bytes.
     const std::uint16_t dataSize = reader.Word();
-    reader.Skip(isExtended || dataSize < 2 ? dataSize : dataSize - 2U);
+    control.data = reader.Bytes(isExtended || dataSize < 2 ? dataSize : dataSize - 2U);
     return item;
 }
 
@@ -175,7 +116,7 @@ void Append(std::vector<std::uint32_t>& words, std::span<const std::byte> bytes)
 
 std::optional<DialogTemplate> SplitDialogTemplate(std::span<const std::byte> bytes)
 {
-    Reader reader(bytes);
+    ByteReader reader(bytes);
     const Header header = ReadHeader(reader);
     DialogTemplate result;
     if (!reader.IsWhole())

@@ -2,6 +2,7 @@
 
 #include "ui/geometry.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -19,10 +20,16 @@ struct ActiveXItem
     std::uint32_t style;
     std::uint32_t exStyle;
     std::uint32_t id;
-    std::uint32_t before; // how many items that the system creates stand before it
-    Area place;           // in dialog units
+    std::uint32_t before;            // how many items that the system creates stand before it
+    Area place;                      // in dialog units
+    std::span<const std::byte> data; // its creation data, without their size, in the template
 
-    bool operator==(const ActiveXItem&) const = default;
+    bool operator==(const ActiveXItem& other) const
+    {
+        return classId == other.classId && style == other.style && exStyle == other.exStyle &&
+               id == other.id && before == other.before && place == other.place &&
+               std::ranges::equal(data, other.data);
+    }
 };
 
 struct DialogTemplate
@@ -34,6 +41,6 @@ struct DialogTemplate
 
 /// Divides the bytes of a dialog template, plain or extended, into what the system creates and the
 /// ActiveX controls. None when the bytes are not a whole template. Bytes after the last item are
-/// ignored. Throws std::bad_alloc only.
+/// ignored. The result refers to the bytes. Throws std::bad_alloc only.
 std::optional<DialogTemplate> SplitDialogTemplate(std::span<const std::byte> bytes);
 } // namespace velt

@@ -30,8 +30,8 @@ _bstr_t Owned(BSTR text)
     return _bstr_t(text, false);
 }
 
-ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog,
-                                     const std::function<bool()>& isOver)
+/// A document that has begun to load, or null.
+ComPtr<IXMLDOMDocument> StartLoading(const std::wstring& path)
 {
     ComPtr<IXMLDOMDocument> document;
     HRESULT hr = ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
@@ -48,17 +48,17 @@ ComPtr<IXMLDOMDocument> LoadDocument(const std::wstring& path, HWND dialog,
         UTrace::TraceLevel1("the texts cannot be loaded: 0x%08lX", static_cast<unsigned long>(hr));
         return {};
     }
+    return document;
+}
+
+WaitEnd WaitForDocument(IXMLDOMDocument& document, HWND dialog, const std::function<bool()>& isOver)
+{
     const auto isDone = [&] {
         LONG state = 0;
-        return isOver() || FAILED(document->get_readyState(&state)) || state == kComplete;
+        return isOver() || FAILED(document.get_readyState(&state)) || state == kComplete;
     };
-    if (!WaitWithMessages(dialog, kLoadLimitMs, isDone) || isOver())
-    {
-        UTrace::TraceLevel1("the texts have not been waited for");
-        document->abort();
-        return {};
-    }
-    return document;
+    const WaitEnd end = WaitWithMessages(dialog, kLoadLimitMs, isDone);
+    return isOver() ? WaitEnd::kGivenUp : end;
 }
 
 bool IsRecord(IXMLDOMNode& node)
@@ -88,14 +88,13 @@ void PutRecord(IXMLDOMNode& record, EulaTexts& texts)
         texts.Put(TextOf(*key.Get()), TextOf(*value.Get()));
     }
 }
-} // namespace
 
-EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::function<bool()>& isOver)
+/// As far as the document has come.
+EulaTexts ReadRecords(IXMLDOMDocument& document)
 {
     EulaTexts texts;
-    const ComPtr<IXMLDOMDocument> document = LoadDocument(path, dialog, isOver);
     ComPtr<IXMLDOMElement> root;
-    if (!document || document->get_documentElement(&root) != S_OK)
+    if (document.get_documentElement(&root) != S_OK)
     {
         return texts; // also what is not well-formed has no root
     }
@@ -111,6 +110,24 @@ EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::functi
         ComPtr<IXMLDOMNode> next;
         hr = node->get_nextSibling(&next);
         node = std::move(next);
+    }
+    return texts;
+}
+} // namespace
+
+EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::function<bool()>& isOver)
+{
+    const ComPtr<IXMLDOMDocument> document = StartLoading(path);
+    if (!document)
+    {
+        return {};
+    }
+    const WaitEnd end = WaitForDocument(*document.Get(), dialog, isOver);
+    EulaTexts texts = end == WaitEnd::kGivenUp ? EulaTexts() : ReadRecords(*document.Get());
+    if (end != WaitEnd::kDone)
+    {
+        UTrace::TraceLevel1("the texts have not been waited for");
+        document->abort(); // after the reading: it empties the document
     }
     return texts;
 }

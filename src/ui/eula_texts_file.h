@@ -17,6 +17,8 @@ namespace velt
 ///
 /// The document loads in its own time. Until it has, but for 5 s at the most, the thread's messages
 /// are dispatched, those of `dialog` with its keyboard interface; there are no texts when one of
-/// them makes `isOver()` true. Throws std::bad_alloc, and _com_error for want of memory too.
+/// them makes `isOver()` true, ends the dialog's window or tells the thread to quit. After the 5 s
+/// the texts that have arrived are taken. Throws std::bad_alloc, and _com_error for want of memory
+/// too.
 EulaTexts ReadEulaTexts(const std::wstring& path, HWND dialog, const std::function<bool()>& isOver);
 } // namespace velt

@@ -6,20 +6,31 @@
 
 namespace velt
 {
+enum class WaitEnd
+{
+    kDone,
+    kTimeOver,
+    kGivenUp, // nobody is there any more who waits
+};
+
 /// Dispatches the thread's messages, those of `dialog` with its keyboard interface, until
-/// `isDone()`. Returns false when it is not done after `limitMs` milliseconds, when the thread is
-/// told to quit (the message is left for the caller's own loop) or when the dialog is gone.
+/// `isDone()`, for `limitMs` milliseconds at most. Gives up when the thread is told to quit (the
+/// message is left for the caller's own loop) or when the dialog is gone.
 template <class IsDone>
-bool WaitWithMessages(HWND dialog, DWORD limitMs, IsDone&& isDone)
+WaitEnd WaitWithMessages(HWND dialog, DWORD limitMs, IsDone&& isDone)
 {
     constexpr DWORD kLookAgainMs = 10; // what is waited for need not come as a message
     const ULONGLONG start = ::GetTickCount64();
     while (!isDone())
     {
-        const ULONGLONG passedMs = ::GetTickCount64() - start;
-        if (passedMs >= limitMs || !::IsWindow(dialog))
+        if (!::IsWindow(dialog))
         {
-            return false;
+            return WaitEnd::kGivenUp;
+        }
+        const ULONGLONG passedMs = ::GetTickCount64() - start;
+        if (passedMs >= limitMs)
+        {
+            return WaitEnd::kTimeOver;
         }
         const auto leftMs = static_cast<DWORD>(limitMs - passedMs);
         ::MsgWaitForMultipleObjectsEx(0, nullptr, std::min(leftMs, kLookAgainMs), QS_ALLINPUT,
@@ -32,7 +43,7 @@ bool WaitWithMessages(HWND dialog, DWORD limitMs, IsDone&& isDone)
         if (message.message == WM_QUIT)
         {
             ::PostQuitMessage(static_cast<int>(message.wParam));
-            return false;
+            return WaitEnd::kGivenUp;
         }
         if (!::IsDialogMessageW(dialog, &message))
         {
@@ -40,6 +51,6 @@ bool WaitWithMessages(HWND dialog, DWORD limitMs, IsDone&& isDone)
             ::DispatchMessageW(&message);
         }
     }
-    return true;
+    return WaitEnd::kDone;
 }
 } // namespace velt

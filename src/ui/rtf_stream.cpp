@@ -1,6 +1,7 @@
 #include "ui/rtf_stream.h"
 
 #include "foundation/unique_file.h"
+#include "foundation/utrace.h"
 
 #include <richedit.h>
 
@@ -21,6 +22,15 @@ DWORD CALLBACK ReadNext(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read
     *read = static_cast<LONG>(count);
     return 0;
 }
+
+/// Also true of what has neither a size nor a place in it.
+bool IsAtEnd(HANDLE file) noexcept
+{
+    LARGE_INTEGER size{};
+    LARGE_INTEGER at{};
+    return !::GetFileSizeEx(file, &size) || !::SetFilePointerEx(file, {}, &at, FILE_CURRENT) ||
+           at.QuadPart >= size.QuadPart;
+}
 } // namespace
 
 bool StreamRtfFile(HWND view, const std::wstring& path) noexcept
@@ -35,6 +45,10 @@ bool StreamRtfFile(HWND view, const std::wstring& path) noexcept
     stream.dwCookie = reinterpret_cast<DWORD_PTR>(file.Get());
     stream.pfnCallback = &ReadNext;
     ::SendMessageW(view, EM_STREAMIN, SF_RTF, reinterpret_cast<LPARAM>(&stream));
+    if (stream.dwError != 0 || !IsAtEnd(file.Get()))
+    {
+        UTrace::TraceLevel1("the agreement was not read to its end: 0x%08lX", stream.dwError);
+    }
     return true;
 }
 } // namespace velt

@@ -6,6 +6,7 @@
 #include "ui/activex_children.h"
 #include "ui/areas_around.h"
 #include "ui/bitmap_region.h"
+#include "ui/dialog_init_data.h"
 #include "ui/drawing_scopes.h"
 #include "ui/high_contrast.h"
 #include "ui/skin_composer.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 namespace velt
@@ -23,6 +25,7 @@ namespace
 constexpr int kCaptionChild = 1006;
 constexpr int kBrowserChild = 201;
 constexpr std::size_t kLongestCaption = 519;
+constexpr WORD kInitDataType = 240; // RT_DLGINIT
 constexpr wchar_t kCaptionFace[] = L"Arial";
 constexpr COLORREF kControlColour = RGB(237, 237, 237);
 constexpr COLORREF kOutside = RGB(255, 0, 0); // of the skin, where the window is not
@@ -37,19 +40,26 @@ UniqueFont MakeCaptionFont() noexcept
     return UniqueFont(::CreateFontIndirectW(&attributes));
 }
 
+/// A resource's bytes; none, and the thread's last error is set, when there is none.
+std::span<const std::byte> ResourceBytes(HINSTANCE module, const wchar_t* type, UINT id) noexcept
+{
+    const HRSRC place = ::FindResourceW(module, MAKEINTRESOURCEW(id), type);
+    const HGLOBAL resource = place ? ::LoadResource(module, place) : nullptr;
+    const void* const bytes = resource ? ::LockResource(resource) : nullptr;
+    return bytes ? std::span(static_cast<const std::byte*>(bytes), ::SizeofResource(module, place))
+                 : std::span<const std::byte>();
+}
+
 /// The dialog's template as the module has it; none, and the thread's last error is set, when there
 /// is none or it is damaged.
 std::optional<DialogTemplate> LoadTemplate(HINSTANCE module, UINT id)
 {
-    const HRSRC place = ::FindResourceW(module, MAKEINTRESOURCEW(id), RT_DIALOG);
-    const HGLOBAL resource = place ? ::LoadResource(module, place) : nullptr;
-    const void* const bytes = resource ? ::LockResource(resource) : nullptr;
-    if (!bytes)
+    const std::span<const std::byte> bytes = ResourceBytes(module, RT_DIALOG, id);
+    if (bytes.empty())
     {
         return std::nullopt;
     }
-    std::optional<DialogTemplate> result = SplitDialogTemplate(
-        {static_cast<const std::byte*>(bytes), ::SizeofResource(module, place)});
+    std::optional<DialogTemplate> result = SplitDialogTemplate(bytes);
     if (!result)
     {
         ::SetLastError(ERROR_INVALID_DATA);
@@ -120,10 +130,13 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
     if ((dialog->hasHostWindows || !dialog->activeX.empty()) && InitActiveXHosts())
     {
         m_activeXItems = std::move(dialog->activeX);
+        TakeInitData(ResourceBytes(m_module, MAKEINTRESOURCEW(kInitDataType), m_dialogId),
+                     m_activeXItems);
     }
     m_composedSkin.Reset();
     m_isCut = false;
-    m_hasEnded = false;
+    m_result.reset();
+    m_isMade = false;
     const INT_PTR result = ::DialogBoxIndirectParamW(
         m_module, reinterpret_cast<const DLGTEMPLATE*>(dialog->words.data()), owner,
         &SkinnedFrame::DialogProc, reinterpret_cast<LPARAM>(this));
@@ -131,18 +144,19 @@ INT_PTR SkinnedFrame::DoModal(HWND owner)
     {
         std::rethrow_exception(std::exchange(m_failure, nullptr));
     }
-    return result;
+    // A dialog that the system ends by itself has an answer of the system's, such as IDOK.
+    return m_isMade ? m_result.value_or(0) : result;
 }
 
 void SkinnedFrame::End(INT_PTR result) noexcept
 {
-    m_hasEnded = true;
+    m_result = result;
     ::EndDialog(m_window, result);
 }
 
 bool SkinnedFrame::HasEnded() const noexcept
 {
-    return m_hasEnded;
+    return m_result.has_value();
 }
 
 HWND SkinnedFrame::Window() const noexcept
@@ -172,7 +186,9 @@ INT_PTR SkinnedFrame::Receive(HWND window, UINT message, WPARAM wParam, LPARAM l
     if (message == WM_INITDIALOG && ::GetWindowLongPtrW(window, DWLP_USER) == 0)
     {
         ::SetWindowLongPtrW(window, DWLP_USER, lParam);
-        reinterpret_cast<SkinnedFrame*>(lParam)->m_window = window;
+        auto& made = *reinterpret_cast<SkinnedFrame*>(lParam);
+        made.m_window = window;
+        made.m_isMade = true;
     }
     auto* const frame = reinterpret_cast<SkinnedFrame*>(::GetWindowLongPtrW(window, DWLP_USER));
     if (!frame)

@@ -29,9 +29,10 @@ public:
     /// The colour of the caption and of the text of child controls; white at first.
     void SetTextColour(COLORREF colour) noexcept;
 
-    /// Shows the dialog and returns what it was ended with; -1 when it could not be created, and
-    /// the thread's last error says why. An exception of a message handler ends the dialog and is
-    /// rethrown here.
+    /// Shows the dialog and returns what End was given; 0 when the dialog was over without End: the
+    /// thread was told to quit, whose message stays for the caller's own loop, or the window was
+    /// destroyed. -1 when it could not be created, and the thread's last error says why. An
+    /// exception of a message handler ends the dialog and is rethrown here.
     INT_PTR DoModal(HWND owner);
 
     /// Ends the dialog, which DoModal answers with `result`. While it is still being initialised,
@@ -104,7 +105,8 @@ private:
 
     std::optional<PixelRect> m_captionAt;    // where m_composedSkin has the caption already
     bool m_isCut = false;                    // the window has the outline that is its own
-    bool m_hasEnded = false;                 // the dialog that is or was shown
+    bool m_isMade = false;                   // the dialog that is or was shown has had a window
+    std::optional<INT_PTR> m_result;         // what that dialog was ended with
     std::vector<ActiveXItem> m_activeXItems; // of the dialog that is shown
     HWND m_window = nullptr;                 // while the dialog is shown
     std::exception_ptr m_failure;            // of a message handler, for DoModal

@@ -14,8 +14,8 @@ public:
 
     /// Shows the agreement, an RTF file, until the user presses OK; the caller's active window owns
     /// the dialog. `szEulaXMLPath` names a file with the dialog's texts, and none leaves them
-    /// English. `bAccepted` tells whether the user accepted; an agreement that cannot be opened is
-    /// not accepted.
+    /// English. `bAccepted` tells whether the user accepted: pressed OK while accepting was chosen.
+    /// An agreement that cannot be opened, and a dialog that is over in any other way, are not.
     ///
     /// By design, a dialog that the system cannot create counts as accepted, and every call
     /// answers S_OK but one: without its skin the dialog is not shown, and the failure returned.

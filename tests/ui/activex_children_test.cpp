@@ -6,7 +6,10 @@
 #include <catch.hpp>
 
 #include <array>
+#include <cstring>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace velt::test;
@@ -37,6 +40,55 @@ std::wstring ClassOf(HWND window)
     ::GetClassNameW(window, name.data(), static_cast<int>(name.size()));
     return name.data();
 }
+
+/// Notes what hosts of ActiveX controls are created with on this thread, by their numbers: null, or
+/// a size of 16 bits and so many bytes.
+class HostsCreated
+{
+public:
+    HostsCreated()
+        : m_hook(::SetWindowsHookExW(WH_CBT, &HostsCreated::See, nullptr, ::GetCurrentThreadId()))
+    {
+        s_parameters.clear();
+    }
+
+    HostsCreated(const HostsCreated&) = delete;
+    HostsCreated& operator=(const HostsCreated&) = delete;
+
+    ~HostsCreated()
+    {
+        ::UnhookWindowsHookEx(m_hook);
+    }
+
+    /// Number and data of each, in the order of their creation.
+    static std::vector<std::pair<int, std::optional<std::string>>> Parameters()
+    {
+        return s_parameters;
+    }
+
+private:
+    static LRESULT CALLBACK See(int code, WPARAM wParam, LPARAM lParam)
+    {
+        if (code == HCBT_CREATEWND && ClassOf(reinterpret_cast<HWND>(wParam)) == L"AtlAxWin")
+        {
+            const CREATESTRUCTW& made = *reinterpret_cast<const CBT_CREATEWNDW*>(lParam)->lpcs;
+            std::optional<std::string> data;
+            if (const auto* const bytes = static_cast<const char*>(made.lpCreateParams))
+            {
+                WORD size = 0;
+                std::memcpy(&size, bytes, sizeof(size));
+                data.emplace(bytes + sizeof(size), size);
+            }
+            s_parameters.emplace_back(static_cast<int>(reinterpret_cast<INT_PTR>(made.hMenu)),
+                                      data);
+        }
+        return ::CallNextHookEx(nullptr, code, wParam, lParam);
+    }
+
+    inline static std::vector<std::pair<int, std::optional<std::string>>> s_parameters;
+
+    HHOOK m_hook;
+};
 } // namespace
 
 TEST_CASE("ActiveX children: the system's library hosts the control at its place of the template",
@@ -152,4 +204,22 @@ TEST_CASE("ActiveX children: the library that knows the window class stays", "[u
     std::array<wchar_t, MAX_PATH> system{};
     ::GetSystemDirectoryW(system.data(), static_cast<UINT>(system.size()));
     CHECK(::lstrcmpiW(path.data(), (std::wstring(system.data()) + L"\\ATL.DLL").c_str()) == 0);
+}
+
+TEST_CASE("ActiveX children: hosts are created with the initial data, else with the creation data",
+          "[ui]")
+{
+    // The system's host has the control load itself from that. Wine's does not look at it.
+    const OleScope ole;
+    const HostsCreated hosts;
+    TestDialog dialog(TEST_DIALOG_ACTIVEX_DATA);
+    CHECK(dialog.Show([&] {
+        for (const int id : {201, 202, 203})
+        {
+            CHECK(dialog.Child(id) != nullptr);
+        }
+    }) == 7);
+    using Parameters = std::vector<std::pair<int, std::optional<std::string>>>;
+    CHECK(HostsCreated::Parameters() ==
+          Parameters{{201, "template"}, {202, std::string("initial\0", 8)}, {203, std::nullopt}});
 }

@@ -4,6 +4,7 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <vector>
 
 using namespace velt;
@@ -38,6 +39,19 @@ std::vector<RECT> RectsOf(const UniqueRegion& region)
     ::GetRegionData(region.Get(), static_cast<DWORD>(bytes.size()), data);
     const auto* const rects = reinterpret_cast<const RECT*>(data->Buffer);
     return {rects, rects + data->rdh.nCount};
+}
+
+/// The bounds of what is given to the system; the left, top pair of none is the largest number.
+RECT BoundsOf(const RGNDATA& data)
+{
+    RECT bounds{0x7FFFFFFF, 0x7FFFFFFF, 0, 0};
+    const auto* const rects = reinterpret_cast<const RECT*>(data.Buffer);
+    for (DWORD i = 0; i < data.rdh.nCount; ++i)
+    {
+        bounds = {std::min(bounds.left, rects[i].left), std::min(bounds.top, rects[i].top),
+                  std::max(bounds.right, rects[i].right), std::max(bounds.bottom, rects[i].bottom)};
+    }
+    return bounds;
 }
 
 template <class IsKey>
@@ -85,10 +99,10 @@ TEST_CASE("RegionFromBitmap: rectangles go to the system in blocks of 2000", "[u
             "gdi32.dll", [&](const XFORM* transform, DWORD size, const RGNDATA* data) {
                 const RGNDATAHEADER& header = data->rdh;
                 counts.push_back(header.nCount);
+                const RECT bounds = BoundsOf(*data);
                 isAsDescribed = isAsDescribed && !transform && header.dwSize == 32 &&
                                 header.iType == RDH_RECTANGLES && size == 32 + 16 * header.nCount &&
-                                header.rcBound.left == (header.nCount == 1 ? 1 : 0) &&
-                                header.rcBound.right == width;
+                                ::EqualRect(&header.rcBound, &bounds);
                 return ExtCreateRegionPatch::Original(transform, size, data);
             });
         region = RegionFromBitmap(bitmap.Get(), {0, 0}, {width, height}, kRed);
@@ -103,27 +117,42 @@ TEST_CASE("RegionFromBitmap: the memory grows by 100 rectangles at a time", "[ui
 {
     const UniqueBitmap bitmap = MakeBitmap(50, 10, [](int x, int) { return x % 2 == 0; });
     std::vector<SIZE_T> sizes;
+    std::vector<UINT> kinds;
     {
         using AllocPatch = ImportPatch<"GlobalAlloc", decltype(::GlobalAlloc)>;
         using ReAllocPatch = ImportPatch<"GlobalReAlloc", decltype(::GlobalReAlloc)>;
         const AllocPatch alloc("kernel32.dll", [&](UINT flags, SIZE_T size) {
             sizes.push_back(size);
+            kinds.push_back(flags & ~static_cast<UINT>(GMEM_ZEROINIT));
             return AllocPatch::Original(flags, size);
         });
         const ReAllocPatch reAlloc("kernel32.dll", [&](HGLOBAL memory, SIZE_T size, UINT flags) {
             sizes.push_back(size);
+            kinds.push_back(flags & ~static_cast<UINT>(GMEM_ZEROINIT));
             return ReAllocPatch::Original(memory, size, flags);
         });
         CHECK(RegionFromBitmap(bitmap.Get(), {0, 0}, {50, 10}, kRed));
     }
     CHECK(sizes == std::vector<SIZE_T>{1632, 3232, 4832});
+    CHECK(kinds == std::vector<UINT>(3, GMEM_MOVEABLE));
 }
 
 TEST_CASE("RegionFromBitmap: nothing but the key is an empty region, none of it all", "[ui]")
 {
     RECT box{};
     const UniqueBitmap red = MakeBitmap(40, 30, [](int, int) { return true; });
-    const UniqueRegion empty = RegionFromBitmap(red.Get(), {0, 0}, {40, 30}, kRed);
+    UniqueRegion empty;
+    {
+        RECT bounds{};
+        const ExtCreateRegionPatch patch(
+            "gdi32.dll", [&](const XFORM* transform, DWORD size, const RGNDATA* data) {
+                bounds = data->rdh.rcBound;
+                return ExtCreateRegionPatch::Original(transform, size, data);
+            });
+        empty = RegionFromBitmap(red.Get(), {0, 0}, {40, 30}, kRed);
+        const RECT none{0x7FFFFFFF, 0x7FFFFFFF, 0, 0};
+        CHECK(::EqualRect(&bounds, &none));
+    }
     CHECK(::GetRgnBox(empty.Get(), &box) == NULLREGION);
     const UniqueBitmap other = MakeBitmap(40, 30, [](int, int) { return false; });
     const UniqueRegion full = RegionFromBitmap(other.Get(), {0, 0}, {40, 30}, kRed);

@@ -25,8 +25,17 @@ struct TextCalls
         std::wstring text;
     };
 
+    struct Drawn
+    {
+        std::wstring text;
+        UINT format;
+        RECT area;
+    };
+
     std::vector<Out> out;
-    std::vector<std::pair<std::wstring, UINT>> drawn;
+    std::vector<Drawn> drawn;
+    std::vector<COLORREF> colours; // of the ones and the others
+    std::vector<LOGFONTW> fonts;
 };
 
 TextCalls DrawTexts(const ButtonScene& scene)
@@ -34,14 +43,23 @@ TextCalls DrawTexts(const ButtonScene& scene)
     using OutPatch = ImportPatch<"ExtTextOutW", decltype(::ExtTextOutW)>;
     using DrawPatch = ImportPatch<"DrawTextW", decltype(::DrawTextW)>;
     TextCalls calls;
+    const auto note = [&](HDC context) {
+        calls.colours.push_back(::GetTextColor(context));
+        LOGFONTW font{};
+        ::GetObjectW(::GetCurrentObject(context, OBJ_FONT), sizeof(font), &font);
+        calls.fonts.push_back(font);
+    };
     const OutPatch out("gdi32.dll", [&](HDC context, int x, int y, UINT options, const RECT* clip,
                                         const wchar_t* text, UINT length, const INT* widths) {
         calls.out.push_back({x, y, options, *clip, std::wstring(text, length)});
+        note(context);
         return OutPatch::Original(context, x, y, options, clip, text, length, widths);
     });
     const DrawPatch draw(
         "user32.dll", [&](HDC context, const wchar_t* text, int length, RECT* area, UINT format) {
-            calls.drawn.emplace_back(std::wstring(text, static_cast<std::size_t>(length)), format);
+            calls.drawn.push_back(
+                {std::wstring(text, static_cast<std::size_t>(length)), format, *area});
+            note(context);
             return DrawPatch::Original(context, text, length, area, format);
         });
     const Pixels target(80, 30);
@@ -57,6 +75,13 @@ SIZE Extent(LOGFONTW attributes, const std::wstring& text)
     SIZE size{};
     ::GetTextExtentPoint32W(target.Context(), text.c_str(), static_cast<int>(text.size()), &size);
     return size;
+}
+
+bool AreSame(const LOGFONTW& a, const LOGFONTW& b)
+{
+    return a.lfHeight == b.lfHeight && a.lfWeight == b.lfWeight && a.lfItalic == b.lfItalic &&
+           a.lfUnderline == b.lfUnderline && a.lfEscapement == b.lfEscapement &&
+           a.lfCharSet == b.lfCharSet && ::lstrcmpW(a.lfFaceName, b.lfFaceName) == 0;
 }
 
 LOGFONTW TestFont(LONG escapement)
@@ -97,8 +122,11 @@ TEST_CASE("Button text: \"I &accept\" is drawn by DrawTextW with an underlined a
     scene.Show([&] {
         const TextCalls calls = DrawTexts(scene);
         REQUIRE(calls.drawn.size() == 1);
-        CHECK(calls.drawn[0].first == L"I &accept");
-        CHECK(calls.drawn[0].second == DT_CENTER);
+        CHECK(calls.out.empty());
+        CHECK(calls.drawn[0].text == L"I &accept");
+        CHECK(calls.drawn[0].format == DT_CENTER);
+        const RECT area{5, 5, 75, 25}; // all but a margin of 5 pixels
+        CHECK(::EqualRect(&calls.drawn[0].area, &area));
 
         // Without the mnemonic the same letters are shown; the underline makes the difference.
         const Pixels with = Pixels::Of(scene.window);
@@ -112,7 +140,7 @@ TEST_CASE("Button text: 900 runs upward, other escapements draw none", "[ui]")
 {
     ButtonScene scene(L"OK");
     scene.Show([&] {
-        const LONG escapement = GENERATE(900, 450, 1800, 2700);
+        const LONG escapement = GENERATE(900, 450, 1800, 2700, -900, 1, 899);
         const LOGFONTW attributes = TestFont(escapement);
         const UniqueFont font(::CreateFontIndirectW(&attributes));
         scene.Send(WM_SETFONT, reinterpret_cast<WPARAM>(font.Get()));
@@ -125,6 +153,11 @@ TEST_CASE("Button text: 900 runs upward, other escapements draw none", "[ui]")
             CHECK(calls.out[0].x == 5 + (70 - size.cy) / 2);
             CHECK(calls.out[0].y == 25 - (20 - size.cx) / 2);
         }
+        // So it is with a mnemonic, which the system draws.
+        ::SetWindowTextW(scene.window, L"&OK");
+        const TextCalls mnemonic = DrawTexts(scene);
+        CHECK(mnemonic.out.empty());
+        CHECK(mnemonic.drawn.size() == (escapement == 900 ? 1 : 0));
         scene.Send(WM_SETFONT, 0);
     });
 }
@@ -133,7 +166,7 @@ TEST_CASE("Button text: two lines, centred on the second, half a height apart", 
 {
     ButtonScene scene(L"a long line\nOK & on");
     scene.Show([&] {
-        const LONG escapement = GENERATE(0, 2700);
+        const LONG escapement = GENERATE(0, 2700, 900, 450); // all but 2700 are alike
         const LOGFONTW attributes = TestFont(escapement);
         const UniqueFont font(::CreateFontIndirectW(&attributes));
         scene.Send(WM_SETFONT, reinterpret_cast<WPARAM>(font.Get()));
@@ -165,6 +198,37 @@ TEST_CASE("Button text: at most 256 characters are read; without a font the stoc
         REQUIRE(calls.out.size() == 1);
         CHECK(calls.out[0].text == std::wstring(256, L'i'));
         CHECK(calls.out[0].x == 5); // too long to be centred
+        LOGFONTW stock{};
+        ::GetObjectW(::GetStockObject(DEFAULT_GUI_FONT), sizeof(stock), &stock);
+        REQUIRE(calls.fonts.size() == 1);
+        CHECK(AreSame(calls.fonts[0], stock));
+
+        LOGFONTW own = TestFont(0);
+        own.lfItalic = TRUE;
+        const UniqueFont font(::CreateFontIndirectW(&own));
+        scene.Send(WM_SETFONT, reinterpret_cast<WPARAM>(font.Get()));
+        CHECK(AreSame(DrawTexts(scene).fonts.at(0), own));
+        scene.Send(WM_SETFONT, 0);
+    });
+}
+
+TEST_CASE("Button text: it is black, and RGB(180,180,180) when the button is disabled", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        for (const wchar_t* text : {L"OK", L"&OK", L"O\nK"})
+        {
+            ::SetWindowTextW(scene.window, text);
+            for (const bool isEnabled : {true, false})
+            {
+                ::EnableWindow(scene.window, isEnabled);
+                const std::vector<COLORREF> colours = DrawTexts(scene).colours;
+                CHECK_FALSE(colours.empty());
+                CHECK(colours ==
+                      std::vector<COLORREF>(colours.size(),
+                                            isEnabled ? RGB(0, 0, 0) : RGB(180, 180, 180)));
+            }
+        }
     });
 }
 

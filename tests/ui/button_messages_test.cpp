@@ -114,6 +114,47 @@ TEST_CASE("Press: without the capture it is not shown, and still forwarded", "[u
     });
 }
 
+TEST_CASE("Press: while captured, pressed is exactly what the button's window covers", "[ui]")
+{
+    ButtonScene scene; // 80 x 30
+    scene.Show([&] {
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        const struct
+        {
+            int x;
+            int y;
+            bool isInside;
+        } rows[] = {{0, 0, true},    {-1, 0, false}, {0, -1, false},  {79, 0, true},
+                    {80, 0, false},  {79, 29, true}, {79, 30, false}, {80, 29, false},
+                    {0, 29, true},   {0, 30, false}, {-1, 29, false}, {40, 15, true},
+                    {79, -1, false}, {-1, -1, false}};
+        for (const auto& row : rows)
+        {
+            CAPTURE(row.x, row.y);
+            scene.Send(WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(row.x, row.y));
+            CHECK(scene.Face() == (row.isInside ? TEST_FACE_PRESSED : TEST_FACE_NORMAL));
+        }
+        ::ReleaseCapture();
+    });
+}
+
+TEST_CASE("Release: the parent gets its command while the button still has the capture", "[ui]")
+{
+    ButtonScene scene;
+    scene.Show([&] {
+        std::vector<HWND> captures;
+        scene.dialog.onMessage = [&](const TestDialog::Message& got) {
+            if (got.message == WM_COMMAND || got.message == WM_LBUTTONUP)
+            {
+                captures.push_back(::GetCapture());
+            }
+        };
+        scene.Send(WM_LBUTTONDOWN, MK_LBUTTON, kInside);
+        scene.Send(WM_LBUTTONUP, 0, kInside);
+        CHECK(captures == std::vector<HWND>{scene.window, nullptr});
+    });
+}
+
 TEST_CASE("Release: inside brings one command, and the capture ends", "[ui]")
 {
     ButtonScene scene;

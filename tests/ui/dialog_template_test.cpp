@@ -9,6 +9,13 @@ using namespace velt;
 
 namespace
 {
+/// Some creation data, all different.
+std::span<const std::byte> Data(std::size_t size)
+{
+    static const auto bytes = std::as_bytes(std::span("ABCDEFGH"));
+    return bytes.first(size);
+}
+
 /// Writes a template byte by byte, as a resource has it.
 class TemplateBytes
 {
@@ -73,8 +80,7 @@ public:
             .Text(className)
             .Text(u"text");
         Word(dataBytes == 0 ? 0 : dataBytes + 2);
-        m_bytes.resize(m_bytes.size() + dataBytes);
-        return *this;
+        return CreationData(dataBytes);
     }
 
     TemplateBytes& ExtendedHeader(std::uint32_t count)
@@ -96,7 +102,13 @@ public:
     {
         Align().Double(0).Double(0x20).Double(0x50010000).Place(-3, 4, 50, 14).Double(id);
         Text(className).Text(u"text").Word(dataBytes);
-        m_bytes.resize(m_bytes.size() + dataBytes);
+        return CreationData(dataBytes);
+    }
+
+    TemplateBytes& CreationData(std::size_t size)
+    {
+        const std::span<const std::byte> data = Data(size);
+        m_bytes.insert(m_bytes.end(), data.begin(), data.end());
         return *this;
     }
 
@@ -119,9 +131,10 @@ private:
 
 constexpr std::u16string_view kBrowser = u"{8856F961-340A-11D0-A96B-00C04FD705A2}";
 
-ActiveXItem Browser(std::uint32_t id, std::uint32_t before)
+ActiveXItem Browser(std::uint32_t id, std::uint32_t before, std::size_t dataBytes = 0)
 {
-    return {std::u16string(kBrowser), 0x50010000, 0x20, id, before, {-3, 4, 50, 14}};
+    return {std::u16string(kBrowser), 0x50010000,     0x20, id, before,
+            {-3, 4, 50, 14},          Data(dataBytes)};
 }
 } // namespace
 
@@ -136,36 +149,37 @@ TEST_CASE("SplitDialogTemplate: a plain template without ActiveX controls stays 
     CHECK_FALSE(result->hasHostWindows);
 }
 
-TEST_CASE("SplitDialogTemplate: ActiveX controls leave a plain template", "[ui]")
+TEST_CASE("SplitDialogTemplate: ActiveX controls leave a plain template with their data", "[ui]")
 {
-    const auto result = SplitDialogTemplate(TemplateBytes()
-                                                .PlainHeader(4)
-                                                .PlainItem(201, kBrowser, 4)
-                                                .PlainItem(2, u"EDIT")
-                                                .PlainItem(3, kBrowser, 8)
-                                                .PlainItem(4, u"STATIC", 3)
-                                                .Bytes());
+    const TemplateBytes bytes = TemplateBytes()
+                                    .PlainHeader(4)
+                                    .PlainItem(201, kBrowser, 4)
+                                    .PlainItem(2, u"EDIT")
+                                    .PlainItem(3, kBrowser, 8)
+                                    .PlainItem(4, u"STATIC", 3);
+    const auto result = SplitDialogTemplate(bytes.Bytes());
     REQUIRE(result);
     CHECK(result->words ==
           TemplateBytes().PlainHeader(2).PlainItem(2, u"EDIT").PlainItem(4, u"STATIC", 3).Words());
-    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 0), Browser(3, 1)});
+    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 0, 4), Browser(3, 1, 8)});
 }
 
-TEST_CASE("SplitDialogTemplate: ActiveX controls leave an extended template", "[ui]")
+TEST_CASE("SplitDialogTemplate: ActiveX controls leave an extended template with their data",
+          "[ui]")
 {
-    const auto result = SplitDialogTemplate(TemplateBytes()
-                                                .ExtendedHeader(3)
-                                                .ExtendedItem(100000, u"EDIT", 5)
-                                                .ExtendedItem(201, kBrowser, 7)
-                                                .ExtendedItem(9, u"STATIC")
-                                                .Bytes());
+    const TemplateBytes bytes = TemplateBytes()
+                                    .ExtendedHeader(3)
+                                    .ExtendedItem(100000, u"EDIT", 5)
+                                    .ExtendedItem(201, kBrowser, 7)
+                                    .ExtendedItem(9, u"STATIC");
+    const auto result = SplitDialogTemplate(bytes.Bytes());
     REQUIRE(result);
     CHECK(result->words == TemplateBytes()
                                .ExtendedHeader(2)
                                .ExtendedItem(100000, u"EDIT", 5)
                                .ExtendedItem(9, u"STATIC")
                                .Words());
-    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 1)});
+    CHECK(result->activeX == std::vector<ActiveXItem>{Browser(201, 1, 7)});
 }
 
 TEST_CASE("SplitDialogTemplate: classes of hosts are seen, whatever their capitals", "[ui]")

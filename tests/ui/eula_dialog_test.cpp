@@ -62,6 +62,12 @@ std::wstring UnicodeText(HWND view)
     return text;
 }
 
+std::wstring Folded(std::wstring text)
+{
+    ::CharLowerBuffW(text.data(), static_cast<DWORD>(text.size()));
+    return text;
+}
+
 DWORD StyleOf(HWND window)
 {
     return static_cast<DWORD>(::GetWindowLongW(window, GWL_STYLE));
@@ -308,15 +314,44 @@ TEST_CASE("CEulaDialog: the sample agreement is shown with its formats", "[ui]")
 {
     const ComponentLibrary library;
     EulaSession session(library, VELT_EULA_SAMPLES L"\\agreement.rtf",
-                        VELT_EULA_SAMPLES L"\\texts\\JPN.xml");
+                        VELT_EULA_SAMPLES L"\\texts\\ENU.xml");
     session.Dialog();
     const std::wstring text = UnicodeText(session.Item(VELT_EULA_VIEW));
     CHECK(text.find(L"Velt Online Services") != std::wstring::npos);
     CHECK(text.find(L"\u65E5\u672C\u8A9E:") != std::wstring::npos);
     CHECK(text.find(L"\u0420\u0443\u0441\u0441\u043A\u0438\u0439") != std::wstring::npos);
     CHECK(text.find(L"rtf1") == std::wstring::npos);
-    CHECK(session.Text(VELT_EULA_DECLINE).find(L"\u540C\u610F\u3057\u307E\u305B\u3093") !=
-          std::wstring::npos);
+    // The dialog's own texts and the agreement are in one English.
+    for (const int id : {VELT_EULA_TITLE, VELT_EULA_DECLINE, VELT_EULA_ACCEPT})
+    {
+        CHECK(Folded(session.Text(id)).find(L"license agreement") != std::wstring::npos);
+    }
+    CHECK(Folded(text).find(L"license") != std::wstring::npos);
+    CHECK(Folded(text).find(L"licence") == std::wstring::npos);
+    session.PressOk();
+    CHECK(session.Join().accepted == VARIANT_FALSE);
+}
+
+TEST_CASE("CEulaDialog: the samples of German and Japanese are whole, and in their language",
+          "[ui]")
+{
+    const auto [language, ofAgreement,
+                ofLabel] = GENERATE(table<const wchar_t*, const wchar_t*, const wchar_t*>({
+        {L"DEU", L"k\u00F6nnen ihn jederzeit beenden", L"Lizenzvertrag"},
+        {L"JPN",
+         L"\u3044\u3064\u3067\u3082\u672C\u5951\u7D04\u3092\u7D42\u4E86\u3067\u304D\u307E\u3059",
+         L"\u540C\u610F\u3057\u307E\u305B\u3093"},
+    }));
+    const ComponentLibrary library;
+    const std::wstring samples = VELT_EULA_SAMPLES;
+    EulaSession session(library, samples + L"\\agreement_" + language + L".rtf",
+                        samples + L"\\texts\\" + language + L".xml");
+    session.Dialog();
+    const std::wstring text = UnicodeText(session.Item(VELT_EULA_VIEW));
+    CHECK(text.find(ofAgreement) != std::wstring::npos);
+    CHECK(text.find(L'?') == std::wstring::npos); // what stands where a character is not understood
+    CHECK(text.find(L"licen") == std::wstring::npos);
+    CHECK(session.Text(VELT_EULA_DECLINE).find(ofLabel) != std::wstring::npos);
     session.PressOk();
     CHECK(session.Join().accepted == VARIANT_FALSE);
 }

@@ -93,6 +93,35 @@ TEST_CASE("CEulaDialog: Tab reaches and leaves every control, both ways", "[ui]"
     }
 }
 
+TEST_CASE("CEulaDialog: Tab passes the choices and makes none", "[ui]")
+{
+    const bool isAccepted = GENERATE(false, true); // chosen before
+    const int chosen = isAccepted ? VELT_EULA_ACCEPT : VELT_EULA_DECLINE;
+    Active active;
+    REQUIRE(active.FocusComesTo(VELT_EULA_DECLINE));
+    // Both are stops as long as the user has not clicked one.
+    ::SendMessageW(active.session.Item(VELT_EULA_DECLINE), BM_SETCHECK,
+                   isAccepted ? BST_UNCHECKED : BST_CHECKED, 0);
+    ::SendMessageW(active.session.Item(VELT_EULA_ACCEPT), BM_SETCHECK,
+                   isAccepted ? BST_CHECKED : BST_UNCHECKED, 0);
+    for (const int id : {VELT_EULA_DECLINE, VELT_EULA_ACCEPT})
+    {
+        const HWND item = active.session.Item(id);
+        ::SetWindowLongW(item, GWL_STYLE, ::GetWindowLongW(item, GWL_STYLE) | WS_TABSTOP);
+    }
+    for (const int id : {VELT_EULA_ACCEPT, VELT_EULA_VIEW, VELT_EULA_OK, VELT_EULA_DECLINE,
+                         VELT_EULA_ACCEPT, VELT_EULA_VIEW, VELT_EULA_OK})
+    {
+        CAPTURE(id);
+        active.session.Press(VK_TAB);
+        REQUIRE(active.FocusComesTo(id));
+        CHECK(active.session.IsChecked(VELT_EULA_DECLINE) == (chosen == VELT_EULA_DECLINE));
+        CHECK(active.session.IsChecked(VELT_EULA_ACCEPT) == (chosen == VELT_EULA_ACCEPT));
+    }
+    active.session.Press(VK_SPACE);
+    CHECK(active.session.Join().accepted == (isAccepted ? VARIANT_TRUE : VARIANT_FALSE));
+}
+
 TEST_CASE("CEulaDialog: entering the view selects nothing, and its text can be walked", "[ui]")
 {
     Active active;

@@ -13,7 +13,8 @@ namespace velt::test
 {
 namespace
 {
-constexpr UINT kAnswerLimitMs = 20'000;
+constexpr DWORD kLimitMs = 120'000;  // for what a user does, whatever else the machine does
+constexpr DWORD kPatienceMs = 3'000; // after which a user who sees no effect tries once more
 constexpr wchar_t kReady[] = L"VeltTestReady"; // a property of the dialog
 
 std::vector<HWND> DialogsOf(DWORD thread)
@@ -57,12 +58,17 @@ bool IsMoving(DWORD thread)
     return ::GetGUIThreadInfo(thread, &info) && (info.flags & GUI_INMOVESIZE) != 0;
 }
 
-/// Moves the pointer, and waits until it has come to rest there, over the window if one is given.
+/// Moves the pointer, and waits until it has come to rest there, over the window if one is given
+/// and still there.
 bool MovePointer(POINT to, HWND over)
 {
     ::SetCursorPos(to.x, to.y);
     int looks = 0; // in a row that have found it there
     return WaitUntil([=, &looks] {
+        if (over && !::IsWindow(over))
+        {
+            return true;
+        }
         POINT at{};
         const bool isThere = ::GetCursorPos(&at) && at.x == to.x && at.y == to.y;
         looks = isThere && (!over || ::WindowFromPoint(at) == over) ? looks + 1 : 0;
@@ -235,8 +241,8 @@ void EulaSession::Activate()
 
 void EulaSession::Click(int id, const std::function<bool()>& taken)
 {
-    constexpr DWORD kPatienceMs = 3'000; // of a user whose click shows no effect
-    for (int tries = 0; tries < 5; ++tries)
+    const ULONGLONG end = ::GetTickCount64() + kLimitMs;
+    while (::GetTickCount64() < end)
     {
         ClickOnce(id);
         if (WaitUntil(taken, kPatienceMs))
@@ -275,10 +281,10 @@ void EulaSession::ClickOnce(int id)
 
 void EulaSession::Drag(POINT from, int dx, int dy)
 {
-    constexpr DWORD kPatienceMs = 3'000;
     constexpr int kSteps = 4;
     const HWND dialog = Dialog();
-    for (int tries = 0; tries < 5; ++tries)
+    const ULONGLONG end = ::GetTickCount64() + kLimitMs;
+    while (::GetTickCount64() < end)
     {
         RECT before{};
         ::GetWindowRect(dialog, &before);
@@ -334,8 +340,7 @@ bool EulaSession::IsOpen() const
 {
     DWORD_PTR answer = 0;
     return ::IsWindow(m_dialog) && ::IsWindowVisible(m_dialog) &&
-           ::SendMessageTimeoutW(m_dialog, WM_NULL, 0, 0, SMTO_NORMAL, kAnswerLimitMs, &answer) !=
-               0;
+           ::SendMessageTimeoutW(m_dialog, WM_NULL, 0, 0, SMTO_NORMAL, kLimitMs, &answer) != 0;
 }
 
 void EulaSession::PressOk()
@@ -345,7 +350,7 @@ void EulaSession::PressOk()
 
 EulaAnswer EulaSession::Join()
 {
-    m_thread.Join();
+    m_thread.Join(kLimitMs);
     m_joined = true;
     return m_answer;
 }

@@ -81,8 +81,9 @@ public:
     }
 
 private:
-    /// Presses the mouse over a control and releases it there, until `taken` says that this had its
-    /// effect: a press is lost when the screen moves the focus elsewhere meanwhile.
+    /// Presses the mouse over a control and releases it there, again and again until `taken` says
+    /// that this had its effect: a press is lost when the screen moves the focus elsewhere
+    /// meanwhile.
     void Click(int id, const std::function<bool()>& taken);
 
     void ClickOnce(int id);
@@ -95,7 +96,8 @@ private:
 };
 
 /// Waits until a condition holds, looking again and again; false when it does not within the limit.
-bool WaitUntil(const std::function<bool()>& condition, DWORD limitMs = kWaitLimitMs);
+/// What the screen and other threads do takes its time on a machine that has much else to do.
+bool WaitUntil(const std::function<bool()>& condition, DWORD limitMs = 60'000);
 
 /// The text of any window.
 std::wstring TextOfWindow(HWND window);

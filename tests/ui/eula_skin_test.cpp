@@ -93,7 +93,7 @@ TEST_CASE("CEulaDialog: it is skin 206 with corners of 109 x 63, and cut to what
         ReferenceSkin(shown.Resource(kSkin), kCorners, client.right, client.bottom);
     CHECK(expected.Count(kRed) > 0);
     const std::vector<RECT> others = shown.Others();
-    CHECK(WaitUntil([&] { return WrongPixels(dialog, expected, others) == 0; }, 5'000));
+    CHECK(WaitUntil([&] { return WrongPixels(dialog, expected, others) == 0; }));
     CHECK(WrongPixels(dialog, expected, others) == 0);
 }
 
@@ -104,7 +104,7 @@ TEST_CASE("CEulaDialog: OK has face 1009, 1008 with the focus and 1007 while it 
     // The pointer may have been over it before, and its leaving is a message of its own.
     const auto shows = [&](UINT face) {
         const Pixels expected = shown.Resource(face);
-        return WaitUntil([&] { return WrongFacePixels(ok, expected) == 0; }, 5'000);
+        return WaitUntil([&] { return WrongFacePixels(ok, expected) == 0; });
     };
     CHECK(shows(kNormalFace));
     CHECK(WrongFacePixels(ok, shown.Resource(kHotFace)) > 0);

@@ -75,6 +75,17 @@ TEST_CASE("Caption: the font is Arial, 12 pixels, weight 600", "[ui]")
     CHECK(made.lfPitchAndFamily == base.lfPitchAndFamily);
 }
 
+TEST_CASE("Caption: one that is set is cut after 519 characters, too", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    for (const std::size_t length : {std::size_t{518}, std::size_t{519}, std::size_t{520}})
+    {
+        const std::wstring text = std::wstring(length - 1, L'x') + L'y';
+        dialog.SetCaptionText(text);
+        CHECK(dialog.CaptionText() == text.substr(0, 519));
+    }
+}
+
 TEST_CASE("Caption: none for an empty text", "[ui]")
 {
     TestDialog dialog(TEST_DIALOG);

@@ -4,6 +4,7 @@
 
 #include <catch.hpp>
 
+using velt::WaitEnd;
 using velt::test::PlainWindow;
 
 TEST_CASE("WaitWithMessages: messages are dispatched until it is done", "[ui]")
@@ -13,7 +14,7 @@ TEST_CASE("WaitWithMessages: messages are dispatched until it is done", "[ui]")
     ::PostMessageW(other.Window(), WM_CLOSE, 0, 0); // which destroys it
     const auto isDone = [&] { return !::IsWindow(other.Window()); };
     CHECK_FALSE(isDone());
-    CHECK(velt::WaitWithMessages(dialog.Window(), 5000, isDone));
+    CHECK(velt::WaitWithMessages(dialog.Window(), 60'000, isDone) == WaitEnd::kDone);
 }
 
 TEST_CASE("WaitWithMessages: it ends at its limit, at once when it is done, without the dialog and "
@@ -23,18 +24,18 @@ TEST_CASE("WaitWithMessages: it ends at its limit, at once when it is done, with
     const PlainWindow dialog;
     const auto never = [] { return false; };
     const ULONGLONG start = ::GetTickCount64();
-    CHECK_FALSE(velt::WaitWithMessages(dialog.Window(), 100, never));
+    CHECK(velt::WaitWithMessages(dialog.Window(), 100, never) == WaitEnd::kTimeOver);
     CHECK(::GetTickCount64() - start >= 100);
-    CHECK(velt::WaitWithMessages(dialog.Window(), 0, [] { return true; }));
-    CHECK_FALSE(velt::WaitWithMessages(nullptr, 60'000, never));
+    CHECK(velt::WaitWithMessages(dialog.Window(), 0, [] { return true; }) == WaitEnd::kDone);
+    CHECK(velt::WaitWithMessages(nullptr, 60'000, never) == WaitEnd::kGivenUp);
 
     // Something that turns true without a message.
     const ULONGLONG then = ::GetTickCount64() + 50;
-    CHECK(velt::WaitWithMessages(dialog.Window(), 5000,
-                                 [then] { return ::GetTickCount64() >= then; }));
+    CHECK(velt::WaitWithMessages(dialog.Window(), 60'000,
+                                 [then] { return ::GetTickCount64() >= then; }) == WaitEnd::kDone);
 
     ::PostQuitMessage(9);
-    CHECK_FALSE(velt::WaitWithMessages(dialog.Window(), 60'000, never));
+    CHECK(velt::WaitWithMessages(dialog.Window(), 60'000, never) == WaitEnd::kGivenUp);
     MSG message{};
     REQUIRE(::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
     CHECK(message.message == WM_QUIT);

@@ -2,6 +2,8 @@
 
 #include "tests/support/import_patch.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/trace_recorder.h"
+#include "tests/ui/plain_window.h"
 
 #include <richedit.h>
 
@@ -53,10 +55,62 @@ private:
     HMODULE m_library;
     HWND m_window;
 };
+
+/// A view that has enough of the text after some bytes, as one does whose limit is reached, and
+/// answers with an error code of its own.
+class ImpatientView
+{
+public:
+    ImpatientView(LONG bytes, DWORD error)
+    {
+        s_bytes = bytes;
+        s_error = error;
+        ::SetWindowLongPtrW(m_window.Window(), GWLP_WNDPROC,
+                            reinterpret_cast<LONG_PTR>(&ImpatientView::Receive));
+    }
+
+    HWND Window() const noexcept
+    {
+        return m_window.Window();
+    }
+
+private:
+    static LRESULT CALLBACK Receive(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+    {
+        if (message != EM_STREAMIN)
+        {
+            return ::DefWindowProcW(window, message, wParam, lParam);
+        }
+        auto& stream = *reinterpret_cast<EDITSTREAM*>(lParam);
+        std::string buffer(static_cast<std::size_t>(s_bytes), '\0');
+        LONG read = 0;
+        stream.pfnCallback(stream.dwCookie, reinterpret_cast<BYTE*>(buffer.data()), s_bytes, &read);
+        stream.dwError = s_error;
+        return read;
+    }
+
+    inline static LONG s_bytes = 0;
+    inline static DWORD s_error = 0;
+
+    const velt::test::PlainWindow m_window;
+};
+
+/// How often it was traced, as an error, that a text is not whole.
+std::size_t Complaints(TraceRecorder& trace)
+{
+    std::size_t count = 0;
+    for (const TraceRecorder::Message& message : trace.Messages())
+    {
+        const bool isOne = message.text.starts_with("the agreement was not read to its end: ");
+        count += message.level == 1 && isOne ? 1U : 0U;
+    }
+    return count;
+}
 } // namespace
 
 TEST_CASE("StreamRtfFile: a read that fails ends the text like the end of the file", "[ui]")
 {
+    TraceRecorder trace;
     const TempFolder folder;
     const View view;
     std::string rtf = "{\\rtf1 first\\par ";
@@ -76,6 +130,7 @@ TEST_CASE("StreamRtfFile: a read that fails ends the text like the end of the fi
         CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"long.rtf")));
         CHECK(reads == 4);
     }
+    CHECK(Complaints(trace) == 1);
     CHECK(view.Text().rfind("first", 0) == 0);
     CHECK(view.Text().find("last") == std::string::npos);
 }
@@ -88,4 +143,33 @@ TEST_CASE("StreamRtfFile: a file that cannot be opened leaves the text and says 
     CHECK_FALSE(velt::StreamRtfFile(view.Window(), folder.File(L"missing.rtf")));
     CHECK(::GetLastError() == ERROR_FILE_NOT_FOUND);
     CHECK(view.Text() == "as it was");
+}
+
+TEST_CASE("StreamRtfFile: it is traced when the view does not want the whole file", "[ui]")
+{
+    const auto [bytes, error, complaints] = GENERATE(table<LONG, DWORD, std::size_t>({
+        {10'000, 0, 0},
+        {9'999, 0, 1},
+        {1, 0, 1},
+        {10'000, static_cast<DWORD>(E_OUTOFMEMORY), 1},
+    }));
+    TraceRecorder trace;
+    const TempFolder folder;
+    folder.Write(L"agreement.rtf", std::string(10'000, 'x'));
+    const ImpatientView view(bytes, error);
+    CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
+    CHECK(Complaints(trace) == complaints);
+    CHECK(trace.Messages().size() == complaints);
+}
+
+TEST_CASE("StreamRtfFile: nothing is traced of a file that was read to its end", "[ui]")
+{
+    const std::size_t length = GENERATE(as<std::size_t>(), 0, 100, 200'000);
+    TraceRecorder trace;
+    const TempFolder folder;
+    const View view;
+    folder.Write(L"agreement.rtf", "{\\rtf1 " + std::string(length, 'x') + "}\r\n");
+    CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
+    CHECK(view.Text().size() == length);
+    CHECK(trace.Messages().empty());
 }

@@ -53,9 +53,19 @@ TEST_CASE("InitSkin: the error's code is what the system left, also none", "[ui]
     }
 }
 
-TEST_CASE("InitSkin: a dialog that is not skinned needs no skin", "[ui]")
+TEST_CASE("InitSkin: a dialog that is not skinned needs no skin, and makes no font and no brush",
+          "[ui]")
 {
+    using FontPatch = ImportPatch<"CreateFontIndirectW", decltype(::CreateFontIndirectW)>;
+    using BrushPatch = ImportPatch<"CreateSolidBrush", decltype(::CreateSolidBrush)>;
+    const FontPatch font("gdi32.dll", [](const LOGFONTW* f) { return FontPatch::Original(f); });
+    const BrushPatch brush("gdi32.dll", [](COLORREF c) { return BrushPatch::Original(c); });
     CHECK_NOTHROW(TestDialog(TEST_DIALOG, TEST_SKIN_MISSING, false));
+    CHECK(font.Calls() == 0);
+    CHECK(brush.Calls() == 0);
+    const TestDialog skinned(TEST_DIALOG);
+    CHECK(font.Calls() == 1);
+    CHECK(brush.Calls() == 1);
 }
 
 TEST_CASE("DoModal: shows the dialog until it is ended and returns its result", "[ui]")

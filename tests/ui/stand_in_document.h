@@ -96,6 +96,7 @@ private:
         STDMETHODIMP abort() override
         {
             ++aborts;
+            content.Reset(); // the system's empties itself, too
             return S_OK;
         }
 

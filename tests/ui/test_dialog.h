@@ -62,7 +62,7 @@ public:
             break;
         case kRunBody:
             m_body();
-            ::EndDialog(Window(), 7);
+            End(7);
             return 0;
         case WM_NCLBUTTONDOWN:
         case WM_COMMAND:

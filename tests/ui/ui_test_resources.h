@@ -6,6 +6,7 @@
 #define TEST_DIALOG_BROWSER 502      // with a child 201
 #define TEST_DIALOG_ACTIVEX 503      // with an ActiveX control as child 201
 #define TEST_DIALOG_ACTIVEX_MANY 504 // with several, and numbers that repeat
+#define TEST_DIALOG_ACTIVEX_DATA 505 // with data for them
 #define TEST_DIALOG_MISSING 599
 
 #define TEST_SKIN 600
