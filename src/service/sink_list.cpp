@@ -33,7 +33,8 @@ HRESULT SinkList::Advise(IUnknown* sink, DWORD* cookie) noexcept
 {
     ComPtr<IDispatch> events;
     if (FAILED(sink->QueryInterface(DIID_IVeltHTTPServiceEvents,
-                                    reinterpret_cast<void**>(events.GetAddressOf()))))
+                                    reinterpret_cast<void**>(events.GetAddressOf()))) ||
+        !events)
     {
         return CONNECT_E_CANNOTCONNECT;
     }

@@ -5,10 +5,12 @@
 #include "service/apartment.h"
 #include "service/cookie_store.h"
 #include "tests/service/service_objects.h"
+#include "tests/service/worker_fixture.h"
 #include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/recording_sink.h"
+#include "tests/support/stand_in_locator.h"
 #include "tests/support/test_module.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
@@ -48,7 +50,11 @@ struct Fixture
     Fixture(const Fixture&) = delete;
     Fixture& operator=(const Fixture&) = delete;
 
-    ~Fixture() = default;
+    ~Fixture()
+    {
+        service.Reset();
+        WorkerFixture::Await([&] { return module.LockCount() == 0; });
+    }
 
     const ComApartment apartment;
     TraceRecorder trace;
@@ -431,8 +437,8 @@ TEST_CASE("The service: its last reference given up on a thread without COM", "[
         f.service.Reset();
         return true;
     });
+    WorkerFixture::Await([&] { return f.module.LockCount() == 0; });
     CHECK(sink.References() == 1);
-    CHECK(f.module.LockCount() == 0);
     CHECK(f.trace.Count("a sink stays in the global interface table") == 0);
 }
 
@@ -448,7 +454,8 @@ TEST_CASE("The service: a sink that stays in the global interface table is trace
         Advise(service.Get(), &sink);
         const Create none("ole32.dll", NoInstance);
         service.Reset();
-        CHECK(trace.Count("a sink stays in the global interface table: 0x80040154") == 1);
+        WorkerFixture::Await([&] { return module.LockCount() == 1; }); // the one that stays
+        CHECK(trace.Count("a sink stays in the global interface table: 0x80040154", 1) == 1);
         CHECK(sink.References() == 2);
     }
     CHECK(sink.References() == 1);

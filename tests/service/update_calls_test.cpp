@@ -5,8 +5,11 @@
 #include "foundation/endpoints.h"
 #include "foundation/wide_text.h"
 #include "tests/service/service_objects.h"
+#include "tests/service/worker_fixture.h"
+#include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/stand_in_agent.h"
 #include "tests/support/test_module.h"
 #include "tests/support/test_thread.h"
@@ -18,10 +21,14 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
+#include <atomic>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Microsoft::WRL::ComPtr;
@@ -46,7 +53,11 @@ struct Fixture
     Fixture(const Fixture&) = delete;
     Fixture& operator=(const Fixture&) = delete;
 
-    ~Fixture() = default;
+    ~Fixture()
+    {
+        service.Reset();
+        WorkerFixture::Await([&] { return module.LockCount() == 0; });
+    }
 
     HRESULT InvokeUpdate() const
     {
