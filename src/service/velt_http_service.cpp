@@ -66,6 +66,48 @@ std::optional<std::wstring> CookieText(const wchar_t* url)
 }
 } // namespace
 
+/// A call that has the update agent asked, with the object lock held. The calling apartment may
+/// take calls meanwhile, and one of those comes in on the same thread, lock or no lock; so the
+/// events of all of them wait until the outermost one has given the lock up.
+class CVeltHTTPService::AgentCall
+{
+public:
+    /// Throws std::bad_alloc.
+    explicit AgentCall(CVeltHTTPService& service) : m_service(service), m_lock(&service.m_lock)
+    {
+        // Room for the event of this call and of those around it: what has been done is told.
+        service.m_ended.reserve(service.m_ended.size() + service.m_agentCalls + 1);
+        ++service.m_agentCalls;
+    }
+
+    AgentCall(const AgentCall&) = delete;
+    AgentCall& operator=(const AgentCall&) = delete;
+
+    ~AgentCall()
+    {
+        std::vector<std::wstring> ended;
+        if (--m_service.m_agentCalls == 0)
+        {
+            ended.swap(m_service.m_ended);
+        }
+        m_lock.reset();
+        for (const std::wstring& installerGuid : ended)
+        {
+            m_service.m_sinks->NotifySelfUpgrade(installerGuid);
+        }
+    }
+
+    /// The call's work for a product has ended: the sinks will hear of it.
+    void HasEnded(std::wstring installerGuid) noexcept
+    {
+        m_service.m_ended.push_back(std::move(installerGuid));
+    }
+
+private:
+    CVeltHTTPService& m_service;
+    std::optional<VeltAutoCriticalSection> m_lock;
+};
+
 CVeltHTTPService::CVeltHTTPService(IUnknown* outer)
     : ComObject(outer),
       m_sinks(std::make_shared<velt::SinkList>()),
@@ -197,18 +239,16 @@ STDMETHODIMP CVeltHTTPService::GetServiceTag(BSTR* tag)
 STDMETHODIMP CVeltHTTPService::InvokeUpdate(BSTR szInstallerGuid, BSTR szProductVersion,
                                             LONG szLocale, BSTR szProdDesc)
 {
-    // Until the end: a sink may give up the last reference.
+    // Until the end: a call that is taken meanwhile, or a sink, may give up the last reference.
     const ComPtr<IVeltHTTPService> self(this);
     return ComMethod("CVeltHTTPService::InvokeUpdate", [&] {
-        const std::wstring installerGuid = TextOf(szInstallerGuid);
-        {
-            const VeltAutoCriticalSection lock(&m_lock);
-            const auto request = m_worker->MakeRequest();
-            request->SetISParameters(installerGuid, TextOf(szProductVersion), szLocale,
-                                     TextOf(szProdDesc), true);
-            request->DoWork();
-        }
-        m_sinks->NotifySelfUpgrade(installerGuid);
+        std::wstring installerGuid = TextOf(szInstallerGuid);
+        AgentCall call(*this);
+        const auto request = m_worker->MakeRequest();
+        request->SetISParameters(installerGuid, TextOf(szProductVersion), szLocale,
+                                 TextOf(szProdDesc), true);
+        request->DoWork();
+        call.HasEnded(std::move(installerGuid));
         return S_OK;
     });
 }
@@ -225,12 +265,14 @@ STDMETHODIMP CVeltHTTPService::IsUpdateOrMessageAvailable(BSTR szInstallerGuid,
         {
             return E_POINTER;
         }
-        const VeltAutoCriticalSection lock(&m_lock);
-        const auto request = m_worker->MakeRequest();
-        request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), localeValue,
-                                 std::wstring(), true);
-        const bool available =
-            request->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
+        bool available = false;
+        {
+            const AgentCall call(*this);
+            const auto request = m_worker->MakeRequest();
+            request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), localeValue,
+                                     std::wstring(), true);
+            available = request->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
+        }
         *bAvailable = available ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
     });

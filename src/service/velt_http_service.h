@@ -12,7 +12,10 @@
 
 #include <ocidl.h>
 
+#include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace velt
 {
@@ -73,6 +76,8 @@ public:
     STDMETHODIMP GetGUID(DWORD kind, GUID* guid) override;
 
 private:
+    class AgentCall;
+
     VeltCriticalSection m_lock;
 
     // constant after construction
@@ -82,4 +87,6 @@ private:
     // guarded by m_lock
     std::unique_ptr<velt::UpdateWorker> m_worker;
     velt::CookieStore m_cookies;
+    std::size_t m_agentCalls = 0;      // of the thread that holds the lock, one inside another
+    std::vector<std::wstring> m_ended; // products whose work has ended and is not told yet
 };
