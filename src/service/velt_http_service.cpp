@@ -223,6 +223,8 @@ STDMETHODIMP CVeltHTTPService::put_domain(BSTR domain)
 
 STDMETHODIMP CVeltHTTPService::GetServiceTag(BSTR* tag)
 {
+    // A single-threaded apartment takes calls while it waits, a last Release among them.
+    const ComPtr<IVeltHTTPService> self(this);
     return ComMethod("CVeltHTTPService::GetServiceTag", [&] {
         if (!tag)
         {
