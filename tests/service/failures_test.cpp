@@ -319,11 +319,11 @@ TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is ref
     CHECK_FALSE(store.Read(unspelt, L"n"));
     CHECK(set.Calls() == 0);
     CHECK(get.Calls() == 0);
-    CHECK(f.trace.Count("CookieStore: not in the code page: http://\xEF\xBF\xBD.velt.example/") ==
-          2);
+    CHECK(f.trace.Count("CookieStore: the URL is not in the code page", 1) == 2);
     store.SetDomain(L"." + std::wstring(1, static_cast<wchar_t>(0xDFFF)) + L".example");
     CHECK_FALSE(store.Write(spelt, L"n", L"v"));
     CHECK(set.Calls() == 0);
+    CHECK(f.trace.Count("CookieStore: the domain is not in the code page", 1) == 1);
     store.SetDomain(L".velt.example");
     CHECK(store.Write(spelt, L"n", L"v"));
     CHECK(set.Calls() == 1);
