@@ -1,11 +1,9 @@
 #include "service/event_sink.h"
 
 #include "foundation/system_exception.h"
-#include "foundation/utrace.h"
 
 #include <comdef.h>
 
-#include <exception>
 #include <utility>
 
 using Microsoft::WRL::ComPtr;
@@ -14,20 +12,10 @@ namespace velt
 {
 namespace
 {
-void TraceNotTold(HRESULT hr) noexcept
-{
-    try
-    {
-        UTrace::TraceLevel1("a sink was not told: 0x%08lX", static_cast<unsigned long>(hr));
-    }
-    catch (const std::exception&)
-    {
-        // A thread that cannot trace goes on to the next sink.
-    }
-}
+constexpr char kNotTold[] = "a sink was not told";
 
 /// The class that unmarshals what a marshaler marshals inside the process.
-bool UnmarshalClass(IUnknown& object, CLSID& clsid)
+bool UnmarshalClass(IUnknown& object, CLSID& clsid) noexcept
 {
     ComPtr<IMarshal> marshaler;
     return SUCCEEDED(object.QueryInterface(IID_PPV_ARGS(&marshaler))) && marshaler &&
@@ -37,7 +25,7 @@ bool UnmarshalClass(IUnknown& object, CLSID& clsid)
 
 /// Whether an object may be called on any thread: it aggregates the system's free-threaded
 /// marshaler, which hands out the pointer itself.
-bool IsAgile(IUnknown& object)
+bool IsAgile(IUnknown& object) noexcept
 {
     CLSID own{};
     CLSID freeThreaded{};
@@ -83,7 +71,7 @@ void EventSink::Fire(const Apartment& here, DISPID method,
         const HRESULT hr = m_entry->Get(relay);
         if (FAILED(hr))
         {
-            TraceNotTold(hr);
+            TraceSinkFailure(kNotTold, hr);
             return;
         }
         sink = relay.Get();
@@ -99,7 +87,7 @@ void EventSink::Fire(const Apartment& here, DISPID method,
     }
     if (FAILED(hr))
     {
-        TraceNotTold(hr);
+        TraceSinkFailure(kNotTold, hr);
     }
 }
 

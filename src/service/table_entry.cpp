@@ -5,8 +5,6 @@
 #include "foundation/library_utils.h"
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
-#include "foundation/velt_auto_critical_section.h"
-#include "foundation/velt_critical_section.h"
 
 #include <exception>
 #include <utility>
@@ -17,88 +15,26 @@ namespace velt
 {
 namespace
 {
-void TraceThatItStays(HRESULT hr) noexcept
+constexpr char kItStays[] = "a sink stays in the global interface table";
+} // namespace
+
+void TraceSinkFailure(const char* what, HRESULT hr) noexcept
 {
     try
     {
-        UTrace::TraceLevel1("a sink stays in the global interface table: 0x%08lX",
-                            static_cast<unsigned long>(hr));
+        UTrace::TraceLevel1("%s: 0x%08lX", what, static_cast<unsigned long>(hr));
     }
     catch (const std::exception&)
     {
-        // Nothing is left that could be done.
+        // A thread that cannot trace goes on to the next sink.
     }
 }
-} // namespace
 
-/// The entries that are given up, and the one thread that takes them out of the table. One of them
-/// whose apartment does not answer holds up the others, and nobody else.
-class TableEntry::Abandoned
-{
-public:
-    static Abandoned& Instance() noexcept
-    {
-        static Abandoned instance;
-        return instance;
-    }
-
-    void Add(std::unique_ptr<TableEntry> entry) noexcept
-    {
-        {
-            const VeltAutoCriticalSection lock(&m_lock);
-            entry->m_next = std::move(m_first);
-            m_first = std::move(entry);
-            if (std::exchange(m_hasThread, true))
-            {
-                return;
-            }
-        }
-        if (!RunDetached(&Abandoned::Run, this))
-        {
-            TraceThatItStays(E_OUTOFMEMORY); // until the next one is given up
-            const VeltAutoCriticalSection lock(&m_lock);
-            m_hasThread = false;
-        }
-    }
-
-private:
-    static void Run(void* self) noexcept
-    {
-        // What stayed in the table would keep the sink and the library for good, so it has COM,
-        // whoever gave the entries up.
-        const CLibraryUtils::SmartComInitializer com;
-        while (const std::unique_ptr<TableEntry> entry = static_cast<Abandoned*>(self)->Take())
-        {
-            const HRESULT hr = entry->Revoke();
-            if (FAILED(hr))
-            {
-                TraceThatItStays(hr);
-            }
-        }
-    }
-
-    /// The next one; null for none, and then the thread ends.
-    std::unique_ptr<TableEntry> Take() noexcept
-    {
-        const VeltAutoCriticalSection lock(&m_lock);
-        std::unique_ptr<TableEntry> entry = std::move(m_first);
-        if (entry)
-        {
-            m_first = std::move(entry->m_next);
-        }
-        else
-        {
-            m_hasThread = false;
-        }
-        return entry;
-    }
-
-    VeltCriticalSection m_lock;
-
-    // guarded by m_lock
-    std::unique_ptr<TableEntry> m_first;
-    bool m_hasThread = false;
-};
+// The entries that are given up, the newest first, and whether there is the one thread that takes
+// them out of the table. One of them whose apartment does not answer holds up the others, and
+// nobody else.
+constinit std::atomic<TableEntry*> TableEntry::s_abandoned = nullptr;
+constinit std::atomic<bool> TableEntry::s_hasThread = false;
 
 TableEntry::TableEntry(IDispatch* object)
 {
@@ -117,13 +53,44 @@ HRESULT TableEntry::Get(ComPtr<IDispatch>& object) const noexcept
 
 void TableEntry::GiveUp(std::unique_ptr<TableEntry> entry, bool isAtHome) noexcept
 {
-    if (!isAtHome || FAILED(entry->Revoke()))
+    if (isAtHome && SUCCEEDED(entry->Revoke()))
     {
-        Abandoned::Instance().Add(std::move(entry));
+        return;
+    }
+    TableEntry* const added = entry.release();
+    added->m_next = s_abandoned;
+    while (!s_abandoned.compare_exchange_weak(added->m_next, added))
+    {
+    }
+    if (!s_hasThread.exchange(true) && !RunDetached(&RevokeAbandoned, nullptr))
+    {
+        s_hasThread = false;
+        TraceSinkFailure(kItStays, E_OUTOFMEMORY); // until the next one is given up
     }
 }
 
-HRESULT TableEntry::Revoke() noexcept
+void TableEntry::RevokeAbandoned(void*) noexcept
+{
+    // What stayed in the table would keep the sink and the library for good, so this thread has
+    // COM, whoever gave the entries up.
+    const CLibraryUtils::SmartComInitializer com;
+    do
+    {
+        std::unique_ptr<TableEntry> next(s_abandoned.exchange(nullptr));
+        while (const std::unique_ptr<TableEntry> entry = std::move(next))
+        {
+            next.reset(entry->m_next);
+            if (const HRESULT hr = entry->Revoke(); FAILED(hr))
+            {
+                TraceSinkFailure(kItStays, hr);
+            }
+        }
+        s_hasThread = false;
+        // Whoever gave one up before this has left it to this thread.
+    } while (s_abandoned && !s_hasThread.exchange(true));
+}
+
+HRESULT TableEntry::Revoke() const noexcept
 {
     ComPtr<IGlobalInterfaceTable> table;
     const HRESULT hr = ComModule::Current().GetGITPtr(&table);

@@ -5,10 +5,14 @@
 #include <oaidl.h>
 #include <wrl/client.h>
 
+#include <atomic>
 #include <memory>
 
 namespace velt
 {
+/// Traces a failure that goes no further: "<what>: 0x<hr>".
+void TraceSinkFailure(const char* what, HRESULT hr) noexcept;
+
 /// An object in the global interface table, which keeps it for its own apartment and gives it to
 /// the threads of others.
 class TableEntry
@@ -33,11 +37,15 @@ public:
     static void GiveUp(std::unique_ptr<TableEntry> entry, bool isAtHome) noexcept;
 
 private:
-    class Abandoned;
+    HRESULT Revoke() const noexcept;
 
-    HRESULT Revoke() noexcept;
+    /// The body of the thread, which ends when no entry is left.
+    static void RevokeAbandoned(void*) noexcept;
+
+    static std::atomic<TableEntry*> s_abandoned; // owned, linked by m_next
+    static std::atomic<bool> s_hasThread;
 
     DWORD m_registration = 0;
-    std::unique_ptr<TableEntry> m_next; // of those that are given up
+    TableEntry* m_next = nullptr;
 };
 } // namespace velt

@@ -15,6 +15,7 @@
 #include <wrl/client.h>
 
 #include <cwchar>
+#include <list>
 #include <optional>
 #include <string>
 #include <utility>
@@ -72,12 +73,10 @@ std::optional<std::wstring> CookieText(const wchar_t* url)
 class CVeltHTTPService::AgentCall
 {
 public:
-    /// Throws std::bad_alloc.
-    explicit AgentCall(CVeltHTTPService& service) : m_service(service), m_lock(&service.m_lock)
+    explicit AgentCall(CVeltHTTPService& service) noexcept : m_service(service)
     {
-        // Room for the event of this call and of those around it: what has been done is told.
-        service.m_ended.reserve(service.m_ended.size() + service.m_agentCalls + 1);
-        ++service.m_agentCalls;
+        m_service.m_lock.Enter();
+        ++m_service.m_agentCalls;
     }
 
     AgentCall(const AgentCall&) = delete;
@@ -85,27 +84,27 @@ public:
 
     ~AgentCall()
     {
-        std::vector<std::wstring> ended;
+        std::list<std::wstring> ended;
         if (--m_service.m_agentCalls == 0)
         {
             ended.swap(m_service.m_ended);
         }
-        m_lock.reset();
+        m_service.m_lock.Leave();
         for (const std::wstring& installerGuid : ended)
         {
             m_service.m_sinks->NotifySelfUpgrade(installerGuid);
         }
     }
 
-    /// The call's work for a product has ended: the sinks will hear of it.
-    void HasEnded(std::wstring installerGuid) noexcept
+    /// The call's work for a product has ended: the sinks will hear of it. Takes the list's items
+    /// over, so that nothing can fail once the work is done.
+    void HasEnded(std::list<std::wstring>& installerGuid) noexcept
     {
-        m_service.m_ended.push_back(std::move(installerGuid));
+        m_service.m_ended.splice(m_service.m_ended.end(), installerGuid);
     }
 
 private:
     CVeltHTTPService& m_service;
-    std::optional<VeltAutoCriticalSection> m_lock;
 };
 
 CVeltHTTPService::CVeltHTTPService(IUnknown* outer)
@@ -120,6 +119,16 @@ CVeltHTTPService::~CVeltHTTPService()
 {
     m_sinks->Clear();
     velt::UpdateWorker::End(std::move(m_worker));
+}
+
+std::shared_ptr<IS_upgrade_request> CVeltHTTPService::MakeRequest(BSTR installerGuid,
+                                                                  BSTR productVersion, LONG locale,
+                                                                  BSTR description, bool foreground)
+{
+    auto request = m_worker->MakeRequest();
+    request->SetISParameters(TextOf(installerGuid), TextOf(productVersion), locale,
+                             TextOf(description), foreground);
+    return request;
 }
 
 STDMETHODIMP CVeltHTTPService::StartService()
@@ -244,13 +253,10 @@ STDMETHODIMP CVeltHTTPService::InvokeUpdate(BSTR szInstallerGuid, BSTR szProduct
     // Until the end: a call that is taken meanwhile, or a sink, may give up the last reference.
     const ComPtr<IVeltHTTPService> self(this);
     return ComMethod("CVeltHTTPService::InvokeUpdate", [&] {
-        std::wstring installerGuid = TextOf(szInstallerGuid);
+        std::list<std::wstring> installerGuid{TextOf(szInstallerGuid)};
         AgentCall call(*this);
-        const auto request = m_worker->MakeRequest();
-        request->SetISParameters(installerGuid, TextOf(szProductVersion), szLocale,
-                                 TextOf(szProdDesc), true);
-        request->DoWork();
-        call.HasEnded(std::move(installerGuid));
+        MakeRequest(szInstallerGuid, szProductVersion, szLocale, szProdDesc, true)->DoWork();
+        call.HasEnded(installerGuid);
         return S_OK;
     });
 }
@@ -270,10 +276,8 @@ STDMETHODIMP CVeltHTTPService::IsUpdateOrMessageAvailable(BSTR szInstallerGuid,
         bool available = false;
         {
             const AgentCall call(*this);
-            const auto request = m_worker->MakeRequest();
-            request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), localeValue,
-                                     std::wstring(), true);
-            available = request->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
+            available = MakeRequest(szInstallerGuid, szProductVersion, localeValue, nullptr, true)
+                            ->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
         }
         *bAvailable = available ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
@@ -298,10 +302,8 @@ STDMETHODIMP CVeltHTTPService::StartUpdateService(BSTR szInstallerGuid, BSTR szP
 {
     return ComMethod("CVeltHTTPService::StartUpdateService", [&] {
         const VeltAutoCriticalSection lock(&m_lock);
-        const auto request = m_worker->MakeRequest();
-        request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), szLocale,
-                                 TextOf(szProdDesc), false);
-        m_worker->Queue(request);
+        m_worker->Queue(
+            MakeRequest(szInstallerGuid, szProductVersion, szLocale, szProdDesc, false));
         return S_OK;
     });
 }
