@@ -48,13 +48,14 @@ std::optional<CalendarTime> ExpiryTime()
                         local.wHour, local.wMinute, local.wSecond};
 }
 
-/// A text for the system's narrow calls; none, which is traced, when they cannot spell it.
-std::optional<std::string> Narrow(const std::wstring& text)
+/// A text for the system's narrow calls; none, which is traced, when they cannot spell it. `what`
+/// it is goes into the trace, and the text itself does not: nothing of a URL or a domain does.
+std::optional<std::string> Narrow(const std::wstring& text, const char* what)
 {
     std::optional<std::string> narrow = ExactNarrowFromWide(text, CP_ACP);
     if (!narrow)
     {
-        UTrace::TraceLevel1("CookieStore: not in the code page: %s", Utf8FromWide(text).c_str());
+        UTrace::TraceLevel1("CookieStore: the %s is not in the code page", what);
     }
     return narrow;
 }
@@ -108,8 +109,8 @@ bool CookieStore::Write(const std::wstring& url, std::wstring_view name, std::ws
         UTrace::TraceLevel1("CookieStore::Write refused: no cookie can hold the value");
         return false; // before anything of that size is copied
     }
-    const std::optional<std::string> narrowUrl = Narrow(url);
-    const std::optional<std::string> domain = Narrow(m_domain);
+    const std::optional<std::string> narrowUrl = Narrow(url, "URL");
+    const std::optional<std::string> domain = Narrow(m_domain, "domain");
     const std::optional<CalendarTime> expiry = ExpiryTime();
     if (!narrowUrl || !domain || !expiry)
     {
@@ -142,7 +143,7 @@ bool CookieStore::Write(const std::wstring& url, std::wstring_view name, std::ws
 
 std::optional<std::wstring> CookieStore::Read(const std::wstring& url, std::wstring_view name)
 {
-    const std::optional<std::string> narrowUrl = Narrow(url);
+    const std::optional<std::string> narrowUrl = Narrow(url, "URL");
     const std::optional<std::string> cookies = narrowUrl ? CookiesOf(*narrowUrl) : std::nullopt;
     if (!cookies)
     {

@@ -1,13 +1,10 @@
 #include "service/event_sink.h"
 
-#include "foundation/com_module.h"
-#include "foundation/library_utils.h"
 #include "foundation/system_exception.h"
-#include "foundation/utrace.h"
 
 #include <comdef.h>
 
-#include <exception>
+#include <utility>
 
 using Microsoft::WRL::ComPtr;
 
@@ -17,56 +14,46 @@ namespace
 {
 constexpr char kNotTold[] = "a sink was not told";
 
-ComPtr<IGlobalInterfaceTable> GlobalInterfaceTable()
+/// The class that unmarshals what a marshaler marshals inside the process.
+bool UnmarshalClass(IUnknown& object, CLSID& clsid) noexcept
 {
-    ComPtr<IGlobalInterfaceTable> table;
-    ThrowIfFailed(ComModule::Current().GetGITPtr(&table));
-    return table;
+    ComPtr<IMarshal> marshaler;
+    return SUCCEEDED(object.QueryInterface(IID_PPV_ARGS(&marshaler))) && marshaler &&
+           SUCCEEDED(marshaler->GetUnmarshalClass(IID_IUnknown, &object, MSHCTX_INPROC, nullptr,
+                                                  MSHLFLAGS_NORMAL, &clsid));
 }
 
-void TraceFailure(const char* what, HRESULT hr) noexcept
+/// Whether an object may be called on any thread: it aggregates the system's free-threaded
+/// marshaler, which hands out the pointer itself.
+bool IsAgile(IUnknown& object) noexcept
 {
-    try
-    {
-        UTrace::TraceLevel1("%s: 0x%08lX", what, static_cast<unsigned long>(hr));
-    }
-    catch (const std::exception&)
-    {
-        // A thread that cannot trace goes on to the next sink.
-    }
-}
-
-HRESULT Revoke(DWORD registration) noexcept
-{
-    ComPtr<IGlobalInterfaceTable> table;
-    const HRESULT hr = ComModule::Current().GetGITPtr(&table);
-    return SUCCEEDED(hr) ? table->RevokeInterfaceFromGlobal(registration) : hr;
+    CLSID own{};
+    CLSID freeThreaded{};
+    ComPtr<IUnknown> marshaler;
+    return UnmarshalClass(object, own) &&
+           SUCCEEDED(::CoCreateFreeThreadedMarshaler(nullptr, &marshaler)) &&
+           UnmarshalClass(*marshaler.Get(), freeThreaded) && ::IsEqualCLSID(own, freeThreaded);
 }
 } // namespace
 
-EventSink::EventSink(DWORD cookie, const ComPtr<IDispatch>& sink)
-    : m_cookie(cookie),
-      m_place(std::make_shared<CSinkRelay::Place>(nullptr))
+EventSink::EventSink(DWORD cookie, const ComPtr<IDispatch>& sink) : m_cookie(cookie)
 {
+    if (IsAgile(*sink.Get()))
+    {
+        m_agile = sink;
+        return;
+    }
+    m_place = std::make_shared<CSinkRelay::Place>(nullptr);
     ComPtr<IDispatch> relay;
     ThrowIfFailed(CreateComObject<CSinkRelay>(relay.GetAddressOf(), sink, m_place));
-    ThrowIfFailed(GlobalInterfaceTable()->RegisterInterfaceInGlobal(relay.Get(), IID_IDispatch,
-                                                                    &m_registration));
+    m_entry = std::make_unique<TableEntry>(relay.Get());
 }
 
 EventSink::~EventSink()
 {
-    HRESULT hr = Revoke(m_registration);
-    if (hr == CO_E_NOTINITIALIZED)
+    if (m_entry)
     {
-        // The last reference can be given up on any thread, one without COM among them. What stayed
-        // in the table would keep the sink and the library for good.
-        const CLibraryUtils::SmartComInitializer com;
-        hr = Revoke(m_registration);
-    }
-    if (FAILED(hr))
-    {
-        TraceFailure("a sink stays in the global interface table", hr);
+        TableEntry::GiveUp(std::move(m_entry), m_home.IsSame(Apartment::Current()));
     }
 }
 
@@ -77,17 +64,14 @@ void EventSink::Fire(const Apartment& here, DISPID method,
     {
         return;
     }
-    // In its own apartment the sink is called directly: the registration, which lives as long as
-    // this object, keeps the relay and the relay keeps the sink. An apartment that ends lets them
-    // go, on its own thread, and has emptied the place by then.
     ComPtr<IDispatch> relay;
-    IDispatch* sink = m_home.IsSame(here) ? m_place->load() : nullptr;
+    IDispatch* sink = Direct(here);
     if (!sink)
     {
-        const HRESULT hr = Fetch(relay);
+        const HRESULT hr = m_entry->Get(relay);
         if (FAILED(hr))
         {
-            TraceFailure(kNotTold, hr);
+            TraceSinkFailure(kNotTold, hr);
             return;
         }
         sink = relay.Get();
@@ -103,24 +87,20 @@ void EventSink::Fire(const Apartment& here, DISPID method,
     }
     if (FAILED(hr))
     {
-        TraceFailure(kNotTold, hr);
+        TraceSinkFailure(kNotTold, hr);
     }
 }
 
 HRESULT EventSink::Get(IUnknown** sink) const noexcept
 {
-    *sink = nullptr;
-    if (m_home.IsSame(Apartment::Current()))
+    *sink = Direct(Apartment::Current());
+    if (*sink)
     {
-        *sink = m_place->load();
-        if (*sink)
-        {
-            (*sink)->AddRef();
-            return S_OK;
-        }
+        (*sink)->AddRef();
+        return S_OK;
     }
     ComPtr<IDispatch> relay;
-    HRESULT hr = Fetch(relay);
+    HRESULT hr = m_entry->Get(relay);
     if (FAILED(hr))
     {
         return hr;
@@ -141,10 +121,14 @@ HRESULT EventSink::Get(IUnknown** sink) const noexcept
     return S_OK;
 }
 
-HRESULT EventSink::Fetch(ComPtr<IDispatch>& relay) const noexcept
+IDispatch* EventSink::Direct(const Apartment& here) const noexcept
 {
-    ComPtr<IGlobalInterfaceTable> table;
-    const HRESULT hr = ComModule::Current().GetGITPtr(&table);
-    return SUCCEEDED(hr) ? table->GetInterfaceFromGlobal(m_registration, IID_PPV_ARGS(&relay)) : hr;
+    if (m_agile)
+    {
+        return m_agile.Get();
+    }
+    // The entry, which lives as long as this object, keeps the relay and the relay keeps the sink.
+    // An apartment that ends lets them go, on its own thread, and has emptied the place by then.
+    return m_home.IsSame(here) ? m_place->load() : nullptr;
 }
 } // namespace velt

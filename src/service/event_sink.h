@@ -2,6 +2,7 @@
 
 #include "service/apartment.h"
 #include "service/sink_relay.h"
+#include "service/table_entry.h"
 
 #include <windows.h>
 
@@ -14,8 +15,8 @@
 
 namespace velt
 {
-/// One connected sink. It may be used and destroyed on any thread: the global interface table keeps
-/// the sink and gives it back in its own way.
+/// One connected sink. It may be used and destroyed on any thread: an agile sink is kept and called
+/// directly, every other one through the global interface table, in its own apartment.
 class EventSink
 {
 public:
@@ -26,6 +27,7 @@ public:
     EventSink(const EventSink&) = delete;
     EventSink& operator=(const EventSink&) = delete;
 
+    /// Waits for no other apartment: a sink of another one is given back a moment later.
     ~EventSink();
 
     DWORD Cookie() const noexcept
@@ -49,14 +51,15 @@ public:
     HRESULT Get(IUnknown** sink) const noexcept;
 
 private:
-    /// Something to call in the calling thread's apartment that is not the sink's.
-    HRESULT Fetch(Microsoft::WRL::ComPtr<IDispatch>& relay) const noexcept;
+    /// The sink itself where it may be called directly, without a reference; null elsewhere.
+    IDispatch* Direct(const Apartment& here) const noexcept;
 
     // constant after construction
     const DWORD m_cookie;
     const Apartment m_home = Apartment::Current();
-    const std::shared_ptr<CSinkRelay::Place> m_place;
-    DWORD m_registration = 0; // in the global interface table
+    Microsoft::WRL::ComPtr<IDispatch> m_agile;  // null for a sink that is not
+    std::shared_ptr<CSinkRelay::Place> m_place; // null for an agile sink, as the next one
+    std::unique_ptr<TableEntry> m_entry;        // the relay's
 
     std::atomic<bool> m_connected = true;
 };

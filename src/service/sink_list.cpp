@@ -1,6 +1,5 @@
 #include "service/sink_list.h"
 
-#include "foundation/bstr.h"
 #include "foundation/exception_to_hresult.h"
 #include "foundation/velt_auto_critical_section.h"
 
@@ -9,7 +8,6 @@
 #include <olectl.h>
 
 #include <algorithm>
-#include <array>
 
 using Microsoft::WRL::ComPtr;
 
@@ -17,8 +15,6 @@ namespace velt
 {
 namespace
 {
-constexpr DISPID kNotify = 1;
-
 SinkList::Sinks::iterator Find(SinkList::Sinks& sinks, DWORD cookie) noexcept
 {
     const auto found = std::lower_bound(sinks.begin(), sinks.end(), cookie,
@@ -33,7 +29,8 @@ HRESULT SinkList::Advise(IUnknown* sink, DWORD* cookie) noexcept
 {
     ComPtr<IDispatch> events;
     if (FAILED(sink->QueryInterface(DIID_IVeltHTTPServiceEvents,
-                                    reinterpret_cast<void**>(events.GetAddressOf()))))
+                                    reinterpret_cast<void**>(events.GetAddressOf()))) ||
+        !events)
     {
         return CONNECT_E_CANNOTCONNECT;
     }
@@ -108,33 +105,6 @@ std::shared_ptr<const SinkList::Sinks> SinkList::Snapshot() noexcept
 {
     const VeltAutoCriticalSection lock(&m_lock);
     return m_sinks;
-}
-
-void SinkList::NotifySelfUpgrade(std::wstring_view installerGuid) noexcept
-{
-    try
-    {
-        const std::shared_ptr<const Sinks> sinks = Snapshot();
-        if (!sinks)
-        {
-            return;
-        }
-        const UniqueBstr text = MakeBstr(installerGuid);
-        std::array<VARIANTARG, 2> arguments{}; // the last one first
-        arguments[0].vt = VT_BSTR;
-        arguments[0].bstrVal = text.Get();
-        arguments[1].vt = VT_I4;
-        arguments[1].lVal = self_upgrade;
-        const Apartment here = Apartment::Current();
-        for (const std::shared_ptr<EventSink>& sink : *sinks)
-        {
-            sink->Fire(here, kNotify, arguments);
-        }
-    }
-    catch (...)
-    {
-        TraceCurrentException();
-    }
 }
 
 SinkList::Sinks& SinkList::Changeable()

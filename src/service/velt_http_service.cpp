@@ -15,6 +15,7 @@
 #include <wrl/client.h>
 
 #include <cwchar>
+#include <list>
 #include <optional>
 #include <string>
 #include <utility>
@@ -66,6 +67,46 @@ std::optional<std::wstring> CookieText(const wchar_t* url)
 }
 } // namespace
 
+/// A call that has the update agent asked, with the object lock held. The calling apartment may
+/// take calls meanwhile, and one of those comes in on the same thread, lock or no lock; so the
+/// events of all of them wait until the outermost one has given the lock up.
+class CVeltHTTPService::AgentCall
+{
+public:
+    explicit AgentCall(CVeltHTTPService& service) noexcept : m_service(service)
+    {
+        m_service.m_lock.Enter();
+        ++m_service.m_agentCalls;
+    }
+
+    AgentCall(const AgentCall&) = delete;
+    AgentCall& operator=(const AgentCall&) = delete;
+
+    ~AgentCall()
+    {
+        std::list<std::wstring> ended;
+        if (--m_service.m_agentCalls == 0)
+        {
+            ended.swap(m_service.m_ended);
+        }
+        m_service.m_lock.Leave();
+        for (const std::wstring& installerGuid : ended)
+        {
+            m_service.m_sinks->NotifySelfUpgrade(installerGuid);
+        }
+    }
+
+    /// The call's work for a product has ended: the sinks will hear of it. Takes the list's items
+    /// over, so that nothing can fail once the work is done.
+    void HasEnded(std::list<std::wstring>& installerGuid) noexcept
+    {
+        m_service.m_ended.splice(m_service.m_ended.end(), installerGuid);
+    }
+
+private:
+    CVeltHTTPService& m_service;
+};
+
 CVeltHTTPService::CVeltHTTPService(IUnknown* outer)
     : ComObject(outer),
       m_sinks(std::make_shared<velt::SinkList>()),
@@ -78,6 +119,16 @@ CVeltHTTPService::~CVeltHTTPService()
 {
     m_sinks->Clear();
     velt::UpdateWorker::End(std::move(m_worker));
+}
+
+std::shared_ptr<IS_upgrade_request> CVeltHTTPService::MakeRequest(BSTR installerGuid,
+                                                                  BSTR productVersion, LONG locale,
+                                                                  BSTR description, bool foreground)
+{
+    auto request = m_worker->MakeRequest();
+    request->SetISParameters(TextOf(installerGuid), TextOf(productVersion), locale,
+                             TextOf(description), foreground);
+    return request;
 }
 
 STDMETHODIMP CVeltHTTPService::StartService()
@@ -181,6 +232,8 @@ STDMETHODIMP CVeltHTTPService::put_domain(BSTR domain)
 
 STDMETHODIMP CVeltHTTPService::GetServiceTag(BSTR* tag)
 {
+    // A single-threaded apartment takes calls while it waits, a last Release among them.
+    const ComPtr<IVeltHTTPService> self(this);
     return ComMethod("CVeltHTTPService::GetServiceTag", [&] {
         if (!tag)
         {
@@ -197,18 +250,13 @@ STDMETHODIMP CVeltHTTPService::GetServiceTag(BSTR* tag)
 STDMETHODIMP CVeltHTTPService::InvokeUpdate(BSTR szInstallerGuid, BSTR szProductVersion,
                                             LONG szLocale, BSTR szProdDesc)
 {
-    // Until the end: a sink may give up the last reference.
+    // Until the end: a call that is taken meanwhile, or a sink, may give up the last reference.
     const ComPtr<IVeltHTTPService> self(this);
     return ComMethod("CVeltHTTPService::InvokeUpdate", [&] {
-        const std::wstring installerGuid = TextOf(szInstallerGuid);
-        {
-            const VeltAutoCriticalSection lock(&m_lock);
-            const auto request = m_worker->MakeRequest();
-            request->SetISParameters(installerGuid, TextOf(szProductVersion), szLocale,
-                                     TextOf(szProdDesc), true);
-            request->DoWork();
-        }
-        m_sinks->NotifySelfUpgrade(installerGuid);
+        std::list<std::wstring> installerGuid{TextOf(szInstallerGuid)};
+        AgentCall call(*this);
+        MakeRequest(szInstallerGuid, szProductVersion, szLocale, szProdDesc, true)->DoWork();
+        call.HasEnded(installerGuid);
         return S_OK;
     });
 }
@@ -225,12 +273,12 @@ STDMETHODIMP CVeltHTTPService::IsUpdateOrMessageAvailable(BSTR szInstallerGuid,
         {
             return E_POINTER;
         }
-        const VeltAutoCriticalSection lock(&m_lock);
-        const auto request = m_worker->MakeRequest();
-        request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), localeValue,
-                                 std::wstring(), true);
-        const bool available =
-            request->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
+        bool available = false;
+        {
+            const AgentCall call(*this);
+            available = MakeRequest(szInstallerGuid, szProductVersion, localeValue, nullptr, true)
+                            ->IsUpdateOrMessageAvailable(vconnectToServer == VARIANT_TRUE);
+        }
         *bAvailable = available ? VARIANT_TRUE : VARIANT_FALSE;
         return S_OK;
     });
@@ -254,10 +302,8 @@ STDMETHODIMP CVeltHTTPService::StartUpdateService(BSTR szInstallerGuid, BSTR szP
 {
     return ComMethod("CVeltHTTPService::StartUpdateService", [&] {
         const VeltAutoCriticalSection lock(&m_lock);
-        const auto request = m_worker->MakeRequest();
-        request->SetISParameters(TextOf(szInstallerGuid), TextOf(szProductVersion), szLocale,
-                                 TextOf(szProdDesc), false);
-        m_worker->Queue(request);
+        m_worker->Queue(
+            MakeRequest(szInstallerGuid, szProductVersion, szLocale, szProdDesc, false));
         return S_OK;
     });
 }

@@ -12,7 +12,10 @@
 
 #include <ocidl.h>
 
+#include <cstddef>
+#include <list>
 #include <memory>
+#include <string>
 
 namespace velt
 {
@@ -73,6 +76,13 @@ public:
     STDMETHODIMP GetGUID(DWORD kind, GUID* guid) override;
 
 private:
+    class AgentCall;
+
+    /// A request of the update worker with its parameters. With the lock held. Throws
+    /// std::bad_alloc.
+    std::shared_ptr<IS_upgrade_request> MakeRequest(BSTR installerGuid, BSTR productVersion,
+                                                    LONG locale, BSTR description, bool foreground);
+
     VeltCriticalSection m_lock;
 
     // constant after construction
@@ -82,4 +92,6 @@ private:
     // guarded by m_lock
     std::unique_ptr<velt::UpdateWorker> m_worker;
     velt::CookieStore m_cookies;
+    std::size_t m_agentCalls = 0;    // of the thread that holds the lock, one inside another
+    std::list<std::wstring> m_ended; // products whose work has ended and is not told yet
 };

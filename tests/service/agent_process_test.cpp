@@ -1,11 +1,14 @@
 // The service and an agent in a process of its own that takes its time.
 
+#include "foundation/wide_text.h"
 #include "tests/service/worker_fixture.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/sample_agent_server.h"
 #include "tests/update/products_key.h"
 
 #include <catch.hpp>
+
+#include <string>
 
 using namespace velt::test;
 
@@ -22,6 +25,26 @@ TEST_CASE("InvokeUpdate: an agent that takes ten seconds is waited for", "[servi
     CHECK(agent.Calls().size() == 5);
     CHECK(sink.Count() == 1);
     ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0); // its last work
+    agent.WaitForEnd();
+}
+
+TEST_CASE("StartUpdateService: the agent updates in the background", "[service]")
+{
+    WorkerFixture f;
+    const ProductsKey products;
+    const std::string id = velt::Utf8FromWide(kGuid);
+    const SampleAgentServer agent("[agent]\r\nconnected=1\r\n[updates]\r\n" + id + "=1\r\n");
+    RecordingSink sink;
+    Advise(f.service.Get(), &sink);
+    CHECK(f.Start() == S_OK);
+    WorkerFixture::Await([&] { return sink.Count() == 1; });
+    CHECK(agent.Calls().back() == "StartBackgroundUpdate " + id);
+    for (const std::string& call : agent.Calls())
+    {
+        CHECK_FALSE(call.starts_with("StartForegroundUpdate"));
+    }
+    f.service.Reset();
+    f.AwaitEnd();
     agent.WaitForEnd();
 }
 

@@ -43,6 +43,27 @@ T* Poison()
 
 constexpr DWORD kPoison = 0xCDCDCDCD;
 
+/// Says that it has the interface of the events, and hands out none.
+class EmptySink final : public IUnknown
+{
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
+    {
+        *object = iid == IID_IUnknown ? this : nullptr;
+        return S_OK;
+    }
+
+    STDMETHODIMP_(ULONG) AddRef() override
+    {
+        return 2; // in the test's scope
+    }
+
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        return 1;
+    }
+};
+
 std::vector<DWORD> CookiesOf(IConnectionPoint* point)
 {
     ComPtr<IEnumConnections> connections;
@@ -156,6 +177,17 @@ TEST_CASE("Advise: a sink without the event interface cannot connect", "[service
     CHECK(EventsOf(f.service.Get())->Advise(&other, &cookie) == CONNECT_E_CANNOTCONNECT);
     CHECK(cookie == 0);
     CHECK(other.References() == 1);
+}
+
+TEST_CASE("Advise: a sink that hands out nothing for the event interface cannot connect",
+          "[service]")
+{
+    const Fixture f;
+    EmptySink sink;
+    DWORD cookie = kPoison;
+    CHECK(EventsOf(f.service.Get())->Advise(&sink, &cookie) == CONNECT_E_CANNOTCONNECT);
+    CHECK(cookie == 0);
+    CHECK(CookiesOf(EventsOf(f.service.Get()).Get()).empty());
 }
 
 TEST_CASE("Unadvise: what is nobody's cookie has no connection", "[service]")

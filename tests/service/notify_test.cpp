@@ -254,6 +254,43 @@ TEST_CASE("Notify: a sink of another apartment is called in its own", "[service]
     CHECK(sink.Count() == 1);
 }
 
+TEST_CASE("Notify: an agile sink is called on the firing thread, whatever its apartment does",
+          "[service]")
+{
+    const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
+    RecordingSink sink;
+    sink.MakeAgile();
+    const Fixture f;
+    ApartmentThread other(kind);
+    DWORD cookie = 0;
+    other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
+    TestEvent goOn;
+    other.Begin([&] { goOn.IsSetWithin(kWaitLimitMs); }); // takes no calls meanwhile
+    CHECK(Invoke(f.service.Get()) == S_OK);
+    const DWORD withoutCom = OnOtherThread([&] {
+        Invoke(f.service.Get());
+        return ::GetCurrentThreadId();
+    });
+    ComPtr<IEnumConnections> connections;
+    REQUIRE(EventsOf(f.service.Get())->EnumConnections(&connections) == S_OK);
+    CONNECTDATA data{};
+    REQUIRE(connections->Next(1, &data, nullptr) == S_OK);
+    CHECK(data.pUnk == &sink); // and no proxy
+    data.pUnk->Release();
+    connections.Reset();
+    goOn.Set();
+    other.Finish();
+    other.End(); // it needs no apartment
+    CHECK(Invoke(f.service.Get()) == S_OK);
+    const auto events = sink.Events();
+    REQUIRE(events.size() == 3);
+    CHECK(events[0].thread == ::GetCurrentThreadId());
+    CHECK(events[1].thread == withoutCom);
+    CHECK(events[2].thread == ::GetCurrentThreadId());
+    CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
+    CHECK(sink.References() == 1);
+}
+
 TEST_CASE("Notify: a sink whose apartment is gone is passed over", "[service]")
 {
     RecordingSink gone;

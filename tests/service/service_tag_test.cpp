@@ -101,6 +101,23 @@ TEST_CASE("GetServiceTag: an empty serial number is an empty tag", "[service]")
     CHECK(f.Tag().empty());
 }
 
+TEST_CASE("GetServiceTag: the object lives until the call is over", "[service]")
+{
+    Fixture f;
+    StandInLocator locator;
+    HRESULT canUnload = E_FAIL;
+    locator.serialNumber = [&](VARIANT* value) {
+        f.service.Reset(); // as an apartment does that takes calls meanwhile
+        canUnload = f.library.CanUnloadNow();
+        FillTag(value);
+    };
+    BSTR tag = PoisonText();
+    CHECK(f.service->GetServiceTag(&tag) == S_OK);
+    CHECK((Taken(tag) == L"  TAG 42 \u00E4"));
+    CHECK(canUnload == S_FALSE);
+    CHECK(f.library.CanUnloadNow() == S_OK);
+}
+
 TEST_CASE("GetServiceTag: the platform's own instrumentation, from either apartment", "[service]")
 {
     const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);

@@ -5,8 +5,11 @@
 #include "foundation/endpoints.h"
 #include "foundation/wide_text.h"
 #include "tests/service/service_objects.h"
+#include "tests/service/worker_fixture.h"
+#include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/recording_sink.h"
 #include "tests/support/stand_in_agent.h"
 #include "tests/support/test_module.h"
 #include "tests/support/test_thread.h"
@@ -18,10 +21,14 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
+#include <atomic>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Microsoft::WRL::ComPtr;
@@ -46,7 +53,11 @@ struct Fixture
     Fixture(const Fixture&) = delete;
     Fixture& operator=(const Fixture&) = delete;
 
-    ~Fixture() = default;
+    ~Fixture()
+    {
+        service.Reset();
+        WorkerFixture::Await([&] { return module.LockCount() == 0; });
+    }
 
     HRESULT InvokeUpdate() const
     {
@@ -176,6 +187,154 @@ TEST_CASE("The service: it is locked while the agent is asked", "[service]")
     question.Join(); // answered now
     CHECK(heldUp == true);
     CHECK(question.result == S_OK);
+}
+
+TEST_CASE("The service: whatever touches its state waits while the agent is asked", "[service]")
+{
+    Fixture f;
+    const velt::UniqueBstr url = MakeBstr(L"http://locked.velt.example/");
+    const velt::UniqueBstr text = MakeBstr(L"t");
+    const BSTR u = url.Get();
+    const BSTR t = text.Get();
+    IVeltHTTPService& s = *f.service.Get();
+    struct Member
+    {
+        std::string name;
+        std::function<HRESULT()> call;
+        std::atomic<HRESULT> result = S_FALSE; // unanswered
+    };
+    std::deque<Member> members;
+    const auto add = [&](const char* name, std::function<HRESULT()> call) {
+        Member& member = members.emplace_back();
+        member.name = name;
+        member.call = std::move(call);
+    };
+    BSTR read = nullptr;
+    BSTR safelyRead = nullptr;
+    BSTR domain = nullptr;
+    VARIANT_BOOL connected = VARIANT_TRUE;
+    add("WriteData", [&] { return s.WriteData(u, t, t); });
+    add("ReadData", [&] { return s.ReadData(u, t, &read); });
+    add("SafeWriteData", [&] { return s.SafeWriteData(u, t, t); });
+    add("SafeReadData", [&] { return s.SafeReadData(u, t, &safelyRead); });
+    add("get_IsConnected", [&] { return s.get_IsConnected(&connected); });
+    add("put_domain", [&] { return s.put_domain(t); });
+    add("GetDomain", [&] { return s.GetDomain(&domain); });
+    add("StartUpdateService", [&] { return s.StartUpdateService(t, t, 1033, t); });
+
+    std::deque<TestThread> threads;
+    std::size_t answered = members.size();
+    f.agent.onCall = [&](const std::string& call) {
+        if (call != "IsConnectedEx" || !threads.empty())
+        {
+            return;
+        }
+        for (Member& member : members)
+        {
+            threads.emplace_back([&member] { member.result = member.call(); });
+        }
+        WorkerFixture::Await([&] {
+            return std::all_of(members.begin(), members.end(), [&](const Member& member) {
+                return f.trace.Count("CVeltHTTPService::" + member.name + " - enter") == 1;
+            });
+        });
+        ::Sleep(100); // for what must not happen
+        answered = static_cast<std::size_t>(
+            std::count_if(members.begin(), members.end(),
+                          [](const Member& member) { return member.result != S_FALSE; }));
+        BSTR redirect = nullptr; // touches no state
+        OnOtherThread([&] { return s.get_Redirect(&redirect); });
+        CHECK_FALSE(Taken(redirect).empty());
+    };
+    CHECK(f.InvokeUpdate() == S_OK);
+    for (TestThread& thread : threads)
+    {
+        thread.Join();
+    }
+    CHECK(answered == 0);
+    for (const Member& member : members)
+    {
+        INFO(member.name);
+        CHECK(member.result == S_OK); // now
+    }
+    for (const BSTR out : {read, safelyRead, domain})
+    {
+        ::SysFreeString(out);
+    }
+}
+
+TEST_CASE("Notify: the event of a call inside another one waits for that one", "[service]")
+{
+    // An apartment takes calls while it asks the agent: one of them invokes an update, too.
+    const bool invokes = GENERATE(true, false);
+    Fixture f;
+    bool isInside = false;
+    HRESULT inner = E_FAIL;
+    f.agent.onCall = [&](const std::string& call) {
+        if (call == "IsConnectedEx" && !std::exchange(isInside, true))
+        {
+            inner = f.service->InvokeUpdate(MakeBstr(L"{inner}").Get(), MakeBstr(L"1.5").Get(),
+                                            1033, nullptr);
+        }
+    };
+    std::vector<std::size_t> agentsGone;
+    std::vector<bool> answered;
+    std::vector<std::unique_ptr<TestThread>> questions;
+    TestEvent answer;
+    RecordingSink sink([&](DISPPARAMS*) {
+        agentsGone.push_back(f.agent.log.Count("agent gone"));
+        // Nothing is locked: any thread gets its answer while the sink is at work.
+        questions.push_back(std::make_unique<TestThread>([&] {
+            VARIANT_BOOL connected = VARIANT_TRUE;
+            f.service->get_IsConnected(&connected);
+            answer.Set();
+        }));
+        answered.push_back(answer.IsSetWithin(kWaitLimitMs));
+        return S_OK;
+    });
+    {
+        ApartmentThread other; // the firing thread waits for it
+        other.Do([&] { Advise(f.service.Get(), &sink); });
+        if (invokes)
+        {
+            CHECK(f.InvokeUpdate() == S_OK);
+        }
+        else
+        {
+            CHECK(f.Ask(VARIANT_TRUE) == VARIANT_FALSE);
+        }
+    }
+    CHECK(inner == S_OK);
+    const auto events = sink.Events();
+    REQUIRE(events.size() == (invokes ? 2 : 1));
+    CHECK((events[0].text == L"{inner}")); // whose work ended first
+    CHECK((!invokes || events[1].text == kGuid));
+    CHECK(agentsGone == std::vector<std::size_t>(events.size(), 2)); // the outer call's, too
+    CHECK(answered == std::vector<bool>(events.size(), true));
+    questions.clear();
+}
+
+TEST_CASE("The service: it lives until the call that asks the agent is over", "[service]")
+{
+    Fixture f;
+    const bool invokes = GENERATE(true, false);
+    LONG locks = 0;
+    f.agent.onCall = [&](const std::string& call) {
+        if (call == "IsConnectedEx")
+        {
+            f.service.Reset(); // as an apartment does that takes calls meanwhile
+            locks = f.module.LockCount();
+        }
+    };
+    IVeltHTTPService* const service = f.service.Get();
+    VARIANT_BOOL available = 0x5555;
+    const velt::UniqueBstr guid = MakeBstr(kGuid);
+    CHECK((invokes ? service->InvokeUpdate(guid.Get(), guid.Get(), 1033, nullptr)
+                   : service->IsUpdateOrMessageAvailable(guid.Get(), guid.Get(), 1033, VARIANT_TRUE,
+                                                         &available)) == S_OK);
+    CHECK(locks > 0);
+    CHECK(available == (invokes ? 0x5555 : VARIANT_FALSE));
+    CHECK(f.module.LockCount() == 0);
 }
 
 TEST_CASE("The service: agent and locator are looked for in every kind of server", "[service]")

@@ -9,6 +9,7 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <string>
@@ -39,12 +40,25 @@ TEST_CASE("StartUpdateService: the worker does the work one period later", "[ser
     CHECK(f.trace.Count("CVeltHTTPService::StartUpdateService - enter") == 1);
     CHECK(f.trace.Count("queue_manager::begin - enter") == 1);
     CHECK(f.agent.Calls() >= 1);
-    const auto messages = f.trace.Messages();
-    for (const auto& message : messages)
+    // This thread queues, starts and arms; from its first look on, the worker works.
+    CallLog::Calls here;
+    CallLog::Calls worker;
+    for (const auto& message : f.trace.Messages())
     {
-        const bool isWork = message.text == "IS_upgrade_request::DoWork - enter";
-        CHECK((!isWork || message.thread != ::GetCurrentThreadId()));
+        if (message.text == "queue_manager::add queue" || message.text.ends_with(" - enter"))
+        {
+            (message.thread == ::GetCurrentThreadId() ? here : worker).push_back(message.text);
+        }
     }
+    CHECK(here == CallLog::Calls{"CVeltHTTPService::FindConnectionPoint - enter",
+                                 "CVeltHTTPService::Advise - enter",
+                                 "CVeltHTTPService::StartUpdateService - enter",
+                                 "queue_manager::add queue", "queue_manager::begin - enter",
+                                 "queue_manager::Execute - enter"});
+    worker.resize(std::min<std::size_t>(worker.size(), 3));
+    CHECK(worker == CallLog::Calls{"queue_manager::Execute - enter",
+                                   "queue_manager::process - enter",
+                                   "IS_upgrade_request::DoWork - enter"});
 }
 
 TEST_CASE("StartService: is StartUpdateService for the component itself", "[service]")
@@ -161,6 +175,39 @@ TEST_CASE("The service: released while its worker is idle or armed", "[service]"
     CHECK(sink.Count() == (armed ? 0 : 1));
 }
 
+TEST_CASE("The service: another thread waits for a busy worker only", "[service]")
+{
+    // Each thread that nobody waits for keeps the library by this call.
+    const ImportPatch<"GetModuleHandleExW", decltype(::GetModuleHandleExW)> threads(
+        "kernel32.dll", [](DWORD flags, const wchar_t* name, HMODULE* module) {
+            return decltype(threads)::Original(flags, name, module);
+        });
+    Fixture f;
+    SECTION("a worker that was never started")
+    {
+        f.service.Reset();
+        CHECK(threads.Calls() == 0);
+        CHECK(f.module.LockCount() == 0);
+    }
+    SECTION("an idle one")
+    {
+        // Unless the machine is so loaded that the worker does not wake up in time: not each time.
+        bool hasEndedHere = false;
+        for (int i = 0; i < 20 && !hasEndedHere; ++i)
+        {
+            f.stepPeriodMs = 600'000;
+            f.service.Reset();
+            f.AwaitEnd();
+            velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(f.service.GetAddressOf()));
+            REQUIRE(f.Start() == S_OK);
+            const LONG before = threads.Calls();
+            f.service.Reset();
+            hasEndedHere = threads.Calls() == before;
+        }
+        CHECK(hasEndedHere);
+    }
+}
+
 TEST_CASE("The service: released while its worker is in a step", "[service]")
 {
     Fixture f;
@@ -219,11 +266,13 @@ TEST_CASE("The service: its last reference given up by a sink on the worker", "[
         released = true;
         return S_OK;
     });
+    RecordingSink after; // the service is no more when its turn comes
     std::atomic<bool> advised = false;
     std::atomic<DWORD> worker = 0;
     f.onAgent = [&] {
         worker = ::GetCurrentThreadId();
         Advise(last, &sink);
+        Advise(last, &after);
         advised = true;
         return REGDB_E_CLASSNOTREG;
     };
@@ -237,6 +286,8 @@ TEST_CASE("The service: its last reference given up by a sink on the worker", "[
     CHECK(advised);
     CHECK(thread == worker);
     CHECK(sink.References() == 1);
+    CHECK(after.Count() == 0);
+    CHECK(after.References() == 1);
     CHECK(f.trace.Count(kTerminating) == 0);
 }
 

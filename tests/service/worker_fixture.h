@@ -110,6 +110,7 @@ struct WorkerFixture
     // set by the test; the calls come from the worker as well
     std::atomic<DWORD> stepPeriodMs = kPeriodMs;
     std::function<HRESULT()> onAgent; // in place of the agent, which is not there otherwise
+    std::function<HRESULT()> onTable; // in place of the global interface table; S_FALSE for that
 
     ImportPatch<"SetWaitableTimer", decltype(::SetWaitableTimer)> timer{
         "kernel32.dll", [this](HANDLE handle, const LARGE_INTEGER* dueTime, LONG period,
@@ -133,6 +134,13 @@ struct WorkerFixture
             if (clsid == velt::kUpdateAgentClass && onAgent)
             {
                 return onAgent();
+            }
+            if (clsid == CLSID_StdGlobalInterfaceTable && onTable)
+            {
+                if (const HRESULT hr = onTable(); FAILED(hr))
+                {
+                    return hr;
+                }
             }
             return decltype(agent)::Original(clsid, outer, context, iid, object);
         }};

@@ -8,8 +8,11 @@
 #include <windows.h>
 
 #include <oaidl.h>
+#include <objbase.h>
+#include <wrl/client.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +43,23 @@ public:
 
     ~RecordingSink() = default;
 
+    /// Has it aggregate the system's free-threaded marshaler: any thread may call it directly.
+    /// Before it is connected.
+    void MakeAgile()
+    {
+        if (FAILED(::CoCreateFreeThreadedMarshaler(this, &m_marshaler)))
+        {
+            throw std::runtime_error("no free-threaded marshaler");
+        }
+    }
+
+    /// Has a function called before each reference is given back, on the thread that does so; null
+    /// for none. While nobody else uses the sink.
+    void OnRelease(std::function<void()> function)
+    {
+        m_onRelease = std::move(function);
+    }
+
     LONG References() const noexcept
     {
         return m_references;
@@ -58,6 +78,10 @@ public:
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override
     {
+        if (iid == IID_IMarshal && m_marshaler)
+        {
+            return m_marshaler->QueryInterface(iid, object);
+        }
         const bool known =
             iid == IID_IUnknown || iid == IID_IDispatch || iid == DIID_IVeltHTTPServiceEvents;
         *object = known ? this : nullptr;
@@ -76,6 +100,10 @@ public:
 
     STDMETHODIMP_(ULONG) Release() override
     {
+        if (m_onRelease)
+        {
+            m_onRelease();
+        }
         return static_cast<ULONG>(::InterlockedDecrement(&m_references));
     }
 
@@ -117,6 +145,8 @@ public:
 
 private:
     const std::function<HRESULT(DISPPARAMS*)> m_body;
+    std::function<void()> m_onRelease;
+    Microsoft::WRL::ComPtr<IUnknown> m_marshaler; // null when it is not agile
     VeltCriticalSection m_lock;
     std::vector<Event> m_events; // guarded by m_lock
     volatile LONG m_references = 1;

@@ -57,6 +57,16 @@ public:
                           [&](const Message& message) { return message.text == text; }));
     }
 
+    /// The same for messages of one level.
+    std::size_t Count(const std::string& text, std::int32_t level)
+    {
+        const std::vector<Message> messages = Messages();
+        return static_cast<std::size_t>(
+            std::count_if(messages.begin(), messages.end(), [&](const Message& message) {
+                return message.text == text && message.level == level;
+            }));
+    }
+
 private:
     inline static std::vector<Message> s_messages; // guarded by the trace lock
 

@@ -100,6 +100,22 @@ TEST_CASE("IS_upgrade_request: where the agent has no answer the system's counts
     }
 }
 
+TEST_CASE("IS_upgrade_request: an answer of the agent counts for its own step only", "[update]")
+{
+    UpgradeFixture fixture;
+    const FindPatch patch("kernel32.dll", [](HMODULE module, const char* name) -> FARPROC {
+        return std::string(name) == "InternetGetConnectedState"
+                   ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&ConnectedState))
+                   : FindPatch::Original(module, name);
+    });
+    const bool isOnline = GENERATE(false, true);
+    g_isOnline = isOnline ? TRUE : FALSE;
+    fixture.agent.isConnected = isOnline ? VARIANT_FALSE : VARIANT_TRUE;
+    CHECK(Step(fixture.request) == (isOnline ? 2 : 3)); // the agent's
+    fixture.agent.results["IsConnectedEx"] = E_FAIL;
+    CHECK(Step(fixture.request) == (isOnline ? 3 : 2)); // the system's
+}
+
 TEST_CASE("IS_upgrade_request: its completion tells the owner, if there is one", "[update]")
 {
     connection_object connection;

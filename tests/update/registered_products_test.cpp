@@ -85,7 +85,8 @@ TEST_CASE("registered products: a name that narrow text cannot spell is never on
     CHECK_FALSE(IsUpdateGUIDRegistered(name, L"3.0"));
     CHECK(ProductsKey::Values().empty());
     CHECK(trace.Count("the product's registration cannot be recorded: " +
-                      std::to_string(ERROR_NO_UNICODE_TRANSLATION)) == 1);
+                          std::to_string(ERROR_NO_UNICODE_TRANSLATION),
+                      1) == 1);
 }
 
 TEST_CASE("registered products: a version that narrow text cannot spell is registered each time",
@@ -115,7 +116,7 @@ TEST_CASE("registered products: a registry that refuses is traced and harms nobo
         SetRegisteredUpdateGUIDIntoRegistry(kProduct, L"3.0");
         CHECK(patch.Calls() == 1);
     }
-    CHECK(trace.Count("the product's registration cannot be recorded: 5") == 1);
+    CHECK(trace.Count("the product's registration cannot be recorded: 5", 1) == 1);
     CHECK_FALSE(IsUpdateGUIDRegistered(kProduct, L"3.0"));
 }
 

@@ -9,6 +9,7 @@
 #include "update/is_upgrade_request.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -35,20 +36,34 @@ struct UpgradeFixture
         ProductsKey::Write(kProduct.c_str(), REG_SZ, L"3.0", 8);
     }
 
-    /// What was traced, scopes' lines without the source.
+    /// What was traced, scopes' lines without the source; one of another level than its text should
+    /// have says so.
     Lines Traced()
     {
         Lines lines;
         for (const TraceRecorder::Message& message : trace.Messages())
         {
-            lines.push_back(message.text);
+            lines.push_back(message.level == LevelOf(message.text)
+                                ? message.text
+                                : "level " + std::to_string(message.level) + ": " + message.text);
         }
         return lines;
     }
 
     bool HasTraced(const std::string& line)
     {
-        return trace.Count(line) == 1;
+        const Lines lines = Traced();
+        return std::count(lines.begin(), lines.end(), line) == 1;
+    }
+
+    /// Entries and exits, failures, details.
+    static std::int32_t LevelOf(const std::string& text)
+    {
+        if (text.ends_with(" - enter") || text.ends_with(" - return"))
+        {
+            return 4;
+        }
+        return text.starts_with("Exception thrown: ") || text.starts_with("failed: ") ? 1 : 3;
     }
 
     ComApartment apartment;

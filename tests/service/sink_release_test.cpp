@@ -1,0 +1,189 @@
+// How sinks are given back, whichever thread gives the last reference up, and whatever the
+// apartment that they belong to does. The service is a part of this program.
+
+#include "tests/service/worker_fixture.h"
+#include "tests/support/recording_sink.h"
+
+#include <catch.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+using Fixture = WorkerFixture;
+
+/// A sink of an apartment of its own whose owner takes his time once it is given back.
+class SlowSink
+{
+public:
+    SlowSink(const Fixture& f, std::function<HRESULT(DISPPARAMS*)> body) : sink(std::move(body))
+    {
+        m_apartment.Do([&] { cookie = Advise(f.service.Get(), &sink); });
+        sink.OnRelease([this] {
+            if (m_isSlow)
+            {
+                hasBegun.Set();
+                hasWaited = !m_goOn.IsSetWithin(kWaitLimitMs);
+            }
+        });
+    }
+
+    SlowSink(const SlowSink&) = delete;
+    SlowSink& operator=(const SlowSink&) = delete;
+
+    ~SlowSink()
+    {
+        GoOn();
+    }
+
+    /// From now on a release takes until GoOn.
+    void BeSlow()
+    {
+        m_isSlow = true;
+    }
+
+    /// Lets the release come back. Whether it had not done so by itself.
+    bool GoOn()
+    {
+        m_goOn.Set();
+        return !hasWaited;
+    }
+
+    RecordingSink sink;
+    DWORD cookie = 0;
+    TestEvent hasBegun;
+    std::atomic<bool> hasWaited = false;
+
+private:
+    std::atomic<bool> m_isSlow = false;
+    TestEvent m_goOn;
+    ApartmentThread m_apartment; // last: it ends while the rest is there
+};
+} // namespace
+
+TEST_CASE("Sinks: giving one of another apartment back holds nobody up", "[service]")
+{
+    const std::string who =
+        GENERATE(as<std::string>(), "Release", "Unadvise", "Unadvise without COM", "the worker");
+    CAPTURE(who);
+    Fixture f;
+    RecordingSink next;
+    std::function<void()> onEvent;
+    SlowSink slow(f, [&](DISPPARAMS*) {
+        onEvent();
+        return S_OK;
+    });
+    const auto unadvise = [&] { return EventsOf(f.service.Get())->Unadvise(slow.cookie); };
+    if (who == "the worker")
+    {
+        onEvent = [&] {
+            unadvise(); // now the worker has the last reference
+            slow.BeSlow();
+        };
+        Advise(f.service.Get(), &next);
+        REQUIRE(f.Start() == S_OK);
+        Fixture::Await(
+            [&] { return slow.hasBegun.IsSetWithin(0); }); // the next sink is called here
+        REQUIRE(f.Start() == S_OK);
+        Fixture::Await([&] { return next.Count() == 2; });
+    }
+    else
+    {
+        slow.BeSlow();
+        if (who == "Release")
+        {
+            f.service.Reset();
+        }
+        else
+        {
+            CHECK((who == "Unadvise" ? unadvise() : OnOtherThread(unadvise)) == S_OK);
+        }
+    }
+    CHECK(slow.GoOn());
+    f.service.Reset();
+    // Given back all the same.
+    Fixture::Await([&] { return slow.sink.References() == 1 && next.References() == 1; });
+}
+
+TEST_CASE("Sinks: a sink of the calling apartment is given back at once", "[service]")
+{
+    Fixture f;
+    RecordingSink sink;
+    const DWORD cookie = Advise(f.service.Get(), &sink);
+    CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
+    CHECK(sink.References() == 1);
+}
+
+TEST_CASE("Sinks: one that stays in the table is tried again, whatever the failure", "[service]")
+{
+    const HRESULT failure =
+        GENERATE(CO_E_NOTINITIALIZED, RPC_E_DISCONNECTED, RPC_E_WRONG_THREAD, E_FAIL);
+    CAPTURE(failure);
+    Fixture f;
+    RecordingSink sink;
+    const DWORD cookie = Advise(f.service.Get(), &sink);
+    std::atomic<bool> fails = true;
+    f.onTable = [&] { return fails.exchange(false) ? failure : S_FALSE; };
+    CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
+    CHECK_FALSE(fails);
+    Fixture::Await([&] { return sink.References() == 1; });
+}
+
+TEST_CASE("Sinks: many of another apartment need one thread to be given back", "[service]")
+{
+    std::deque<RecordingSink> sinks(200);
+    Fixture f;
+    ApartmentThread other;
+    other.Do([&] {
+        for (RecordingSink& sink : sinks)
+        {
+            Advise(f.service.Get(), &sink);
+        }
+    });
+    TestEvent goOn;
+    sinks[0].OnRelease([&] { goOn.IsSetWithin(kWaitLimitMs); });
+    // Each thread that nobody waits for keeps the library by this call.
+    const ImportPatch<"GetModuleHandleExW", decltype(::GetModuleHandleExW)> threads(
+        "kernel32.dll", [](DWORD flags, const wchar_t* name, HMODULE* module) {
+            return decltype(threads)::Original(flags, name, module);
+        });
+    f.service.Reset();
+    goOn.Set();
+    Fixture::Await([&] {
+        return std::all_of(sinks.begin(), sinks.end(),
+                           [](const RecordingSink& sink) { return sink.References() == 1; });
+    });
+    f.AwaitEnd();
+    CHECK(threads.Calls() == 1);
+}
+
+TEST_CASE("Sinks: without a thread to give them back they wait for the next one", "[service]")
+{
+    RecordingSink first;
+    RecordingSink second;
+    Fixture f;
+    ApartmentThread other;
+    DWORD cookie = 0;
+    other.Do([&] {
+        cookie = Advise(f.service.Get(), &first);
+        Advise(f.service.Get(), &second);
+    });
+    {
+        const ImportPatch<"GetModuleHandleExW", decltype(::GetModuleHandleExW)> noThread(
+            "kernel32.dll", [](DWORD, const wchar_t*, HMODULE*) { return FALSE; });
+        CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
+        CHECK(noThread.Calls() == 1);
+        CHECK(Invoke(f.service.Get()) == S_OK);
+        CHECK(first.Count() == 0); // it is disconnected all the same
+        CHECK(second.Count() == 1);
+    }
+    CHECK(first.References() == 2);
+    f.service.Reset();
+    Fixture::Await([&] { return first.References() == 1 && second.References() == 1; });
+}
