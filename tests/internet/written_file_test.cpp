@@ -27,8 +27,8 @@ class WrittenFile final : public CInternetFile
 {
 public:
     WrittenFile(Exchange& exchange, HINTERNET handle)
-        : CInternetFile(velt::RegisteredHandle(handle, &exchange.session), false, kFileContext,
-                        L"server", L"/name")
+        : CInternetFile(velt::RegisteredHandle(handle, exchange.connection->GetRegisteredHandle()),
+                        false, kFileContext, L"server", L"/name")
     {
     }
 
