@@ -2,21 +2,20 @@
 // environment variable VELT_SOAK_SECONDS says, while every handle that the layer uses is watched:
 // what the system has ended must not be closed again, because its value may be somebody else's.
 
+#include "internet/http_connection.h"
+#include "internet/http_file.h"
+#include "internet/internet_exception.h"
+#include "internet/internet_session.h"
 #include "tests/connection/request_queue.h"
+#include "tests/support/counted_texts.h"
 #include "tests/support/handle_watch.h"
 #include "tests/support/http_server.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/test_thread.h"
 
-#include "internet/http_connection.h"
-#include "internet/http_file.h"
-#include "internet/internet_exception.h"
-#include "internet/internet_session.h"
-
 #include <catch.hpp>
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -51,7 +50,7 @@ struct Tally
 {
     std::size_t exchanges = 0;
     std::size_t cancelled = 0;
-    std::vector<std::string> wrong;
+    CountedTexts wrong;
 };
 
 /// Exchanges that nobody cancels: each has to go through with its body.
@@ -73,11 +72,11 @@ void RunOrdinary(ULONGLONG end, Tally& tally)
             const auto& body = fetch.request->GetBody();
             if (fetch.Outcome() != Calls{"complete", "done"})
             {
-                tally.wrong.push_back(fetch.Outcome().front());
+                tally.wrong.Add(fetch.Outcome().front());
             }
             else if (!body || *body != real_servers::LargeBytes(0, 8193))
             {
-                tally.wrong.push_back("another body");
+                tally.wrong.Add("another body");
             }
         }
     }
@@ -112,7 +111,7 @@ void RunCancelling(ULONGLONG end, unsigned seed, Tally& tally)
             if (fetches[i].Outcome() != expected ||
                 fetches[i].request->GetBody().has_value() == cancelled[i])
             {
-                tally.wrong.push_back(fetches[i].Outcome().front());
+                tally.wrong.Add(fetches[i].Outcome().front());
             }
         }
     }
@@ -163,17 +162,17 @@ void RunCareless(ULONGLONG end, unsigned seed, const HandleWatch& watch, Tally& 
             next.file->SendRequest(L"", 0, nullptr, 0);
             if (next.file->Read(&byte, 1) != 1 || byte != '0')
             {
-                tally.wrong.push_back("another byte");
+                tally.wrong.Add("another byte");
             }
         }
         catch (const CInternetException& e)
         {
-            tally.wrong.push_back("code " + std::to_string(e.GetCode()));
+            tally.wrong.Add("code " + std::to_string(e.GetCode()));
         }
         if (!watch.IsOpen(next.session->GetHandle()) ||
             !watch.IsOpen(next.connection->GetHandle()) || !watch.IsOpen(next.file->GetHandle()))
         {
-            tally.wrong.push_back("closed with the objects before");
+            tally.wrong.Add("closed with the objects before");
         }
         old = std::move(next);
     }
@@ -207,7 +206,7 @@ TEST_CASE("CHTTPRequest: what is cancelled closes nobody else's handles", "[conn
          {&ordinary[0], &ordinary[1], &cancelling[0], &cancelling[1], &careless})
     {
         CHECK(tally->exchanges > 0);
-        CHECK(tally->wrong == std::vector<std::string>());
+        CHECK(tally->wrong.All() == std::vector<std::string>());
     }
     CHECK(cancelling[0].cancelled > 0);
     CHECK(cancelling[1].cancelled > 0);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -310,15 +311,21 @@ TEST_CASE("CInternetSession: is told with no lock held", "[internet]")
 
         void OnStatusCallback(DWORD_PTR, DWORD, void*, DWORD) override
         {
-            open = OnOtherThread([] { return OpenHandles(); });
+            other.emplace([this] {
+                OpenHandles();
+                done.Set();
+            });
+            wasFree = done.IsSetWithin(kWaitLimitMs);
         }
 
-        std::size_t open = 0;
+        TestEvent done;
+        std::optional<TestThread> other;
+        bool wasFree = false;
     };
     LookingSession session;
     const INTERNET_STATUS_CALLBACK callback = InstalledCallback(session);
     callback(session.GetHandle(), 1, 20, nullptr, 0);
-    CHECK(session.open == 1);
+    CHECK(session.wasFree);
 }
 
 TEST_CASE("CInternetSession: a handle whose end the system announces is not closed again",

@@ -2,6 +2,7 @@
 
 #include "foundation/velt_auto_critical_section.h"
 #include "foundation/win_critical_section.h"
+#include "tests/support/counted_texts.h"
 #include "tests/support/import_patch.h"
 
 #include <windows.h>
@@ -32,7 +33,7 @@ public:
     std::vector<std::string> Faults() const
     {
         const VeltAutoCriticalSection lock(&m_lock);
-        return m_faults;
+        return m_faults.All();
     }
 
     bool IsOpen(HINTERNET handle) const
@@ -86,9 +87,9 @@ private:
         const VeltAutoCriticalSection lock(&m_lock);
         if (handle && !IsOwn(handle))
         {
-            m_faults.push_back(std::string(function) + (m_open.contains(handle)
-                                                            ? ": another thread's handle"
-                                                            : ": a handle that is not open"));
+            m_faults.Add(std::string(function) + (m_open.contains(handle)
+                                                      ? ": another thread's handle"
+                                                      : ": a handle that is not open"));
         }
     }
 
@@ -128,7 +129,7 @@ private:
 
     mutable WinCriticalSection m_lock;
     std::map<HINTERNET, Handle> m_open; // guarded by m_lock
-    std::vector<std::string> m_faults;  // guarded by m_lock
+    CountedTexts m_faults;              // guarded by m_lock
 
     const OpenPatch m_openPatch{
         "wininet.dll", [this](const wchar_t* agent, DWORD type, const wchar_t* proxy,
