@@ -2,8 +2,8 @@
 
 #include "connection/body_buffer.h"
 #include "connection/http_event.h"
+#include "connection/http_failure.h"
 #include "connection/http_session.h"
-#include "foundation/exception_to_hresult.h"
 #include "foundation/wide_text.h"
 #include "internet/http_connection.h"
 #include "internet/http_file.h"
@@ -14,10 +14,11 @@
 #include <wininet.h>
 
 #include <array>
+#include <cstddef>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
-#include <utility>
 
 /// Runs the HTTP exchange that a request describes. `Request` has the accessors of
 /// CONNECTION_MANAGER::queue_request. A host's own type of request may also have
@@ -46,45 +47,42 @@ public:
 
     /// Sends the request, delivers the body of a response with status 200, and tells the sink of
     /// everything else: OnError for a failure or another status, and OnComplete once, however it
-    /// ends. Returns whether the exchange went through; a failure of the internet API is not thrown
-    /// any further.
-    bool Execute(Request& request)
+    /// ends. Returns whether the exchange went through. Nothing is thrown: what the request's
+    /// accessors or OnBody throw ends the exchange as a failure.
+    bool Execute(Request& request) noexcept
     {
         std::unique_ptr<CHTTPSession<Request>> session;
         std::unique_ptr<CHttpConnection> connection;
         const Completion completion(*this); // goes first: file, OnComplete, connection, session
         try
         {
-            const std::wstring proxy = Widen(request.GetProxy());
+            const Description asked(request);
             session = std::make_unique<CHTTPSession<Request>>(
-                this, proxy.empty() ? INTERNET_OPEN_TYPE_PRECONFIG : INTERNET_OPEN_TYPE_PROXY,
-                proxy.empty() ? nullptr : proxy.c_str());
+                this, asked.proxy.empty() ? INTERNET_OPEN_TYPE_PRECONFIG : INTERNET_OPEN_TYPE_PROXY,
+                asked.proxy.empty() ? nullptr : asked.proxy.c_str());
             session->EnableStatusCallback(true);
-            connection = session->GetHttpConnection(Widen(request.GetServer()).c_str(),
-                                                    request.GetPort(), nullptr, nullptr);
-            Open(request, *connection);
-            const DWORD status = Send(request, *session);
+            connection =
+                session->GetHttpConnection(asked.server.c_str(), asked.port, nullptr, nullptr);
+            Open(asked, *connection);
+            if constexpr (requires { request.OnOpened(*m_file); })
+            {
+                request.OnOpened(*m_file);
+            }
+            const DWORD status = Send(asked, *session);
             if (status != HTTP_STATUS_OK)
             {
-                ReportError(status);
+                velt::TellError(m_event, status);
                 return true;
             }
             Deliver(request, *session);
             return true;
         }
-        catch (const CInternetException& e)
+        catch (...)
         {
-            // By design, most of the layer's exceptions carry their object's context for a code;
-            // the thread's last error has the cause then.
             const DWORD cause = ::GetLastError();
+            const DWORD error = velt::HttpFailureOfCurrentException(kContext, cause);
             const bool abandoned = session && !session->GetHandle();
-            ReportError(abandoned                 ? ERROR_INTERNET_OPERATION_CANCELLED
-                        : e.GetCode() == kContext ? cause
-                                                  : e.GetCode());
-        }
-        catch (const std::bad_alloc&)
-        {
-            ReportError(ERROR_NOT_ENOUGH_MEMORY);
+            velt::TellError(m_event, abandoned ? ERROR_INTERNET_OPERATION_CANCELLED : error);
         }
         return false;
     }
@@ -92,6 +90,38 @@ public:
 private:
     static constexpr DWORD kContext = 1;
     static constexpr DWORD kReadBytes = 8192;
+
+    /// What the request asks for, read once: it may answer differently the next time.
+    struct Description
+    {
+        explicit Description(Request& request)
+            : password(request.GetPassword()),
+              userName(request.GetUserName()),
+              data(request.GetRequestData(&dataLength)),
+              flags(request.GetFlags()),
+              httpVersion(Widen(request.GetHttpVersion())),
+              acceptType(Widen(request.GetAcceptType())),
+              object(Widen(request.GetObjectPath())),
+              verb(Widen(request.GetVerb())),
+              port(request.GetPort()),
+              server(Widen(request.GetServer())),
+              proxy(Widen(request.GetProxy()))
+        {
+        }
+
+        std::string password;
+        std::string userName;
+        DWORD dataLength = 0;
+        const void* data;
+        DWORD flags;
+        std::wstring httpVersion;
+        std::wstring acceptType;
+        std::wstring object;
+        std::wstring verb;
+        INTERNET_PORT port;
+        std::wstring server;
+        std::wstring proxy;
+    };
 
     /// Ends an exchange: the file goes, then the sink is told.
     class Completion
@@ -105,17 +135,7 @@ private:
         ~Completion()
         {
             m_owner.m_file.reset();
-            try
-            {
-                if (m_owner.m_event)
-                {
-                    m_owner.m_event->OnComplete();
-                }
-            }
-            catch (...)
-            {
-                velt::TraceCurrentException(); // the exchange is over all the same
-            }
+            velt::TellComplete(m_owner.m_event);
         }
 
     private:
@@ -128,48 +148,32 @@ private:
         return velt::WideFromUtf8(text);
     }
 
-    void ReportError(DWORD error)
+    void Open(const Description& asked, CHttpConnection& connection)
     {
-        if (m_event)
-        {
-            m_event->OnError(error);
-        }
-    }
-
-    void Open(Request& request, CHttpConnection& connection)
-    {
-        const std::wstring acceptType = Widen(request.GetAcceptType());
-        std::array<const wchar_t*, 2> acceptTypes{acceptType.c_str(), nullptr};
-        m_file = connection.OpenRequest(
-            Widen(request.GetVerb()).c_str(), Widen(request.GetObjectPath()).c_str(), L"", kContext,
-            acceptType.empty() ? nullptr : acceptTypes.data(),
-            Widen(request.GetHttpVersion()).c_str(), request.GetFlags());
-        if constexpr (requires(Request & r) { r.OnOpened(*m_file); })
-        {
-            request.OnOpened(*m_file);
-        }
+        std::array<const wchar_t*, 2> acceptTypes{asked.acceptType.c_str(), nullptr};
+        m_file = connection.OpenRequest(asked.verb.c_str(), asked.object.c_str(), L"", kContext,
+                                        asked.acceptType.empty() ? nullptr : acceptTypes.data(),
+                                        asked.httpVersion.c_str(), asked.flags);
     }
 
     /// Sends the request, again with the credentials for as long as the server asks for them: by
     /// design without a limit. Returns the response's status.
-    DWORD Send(const Request& request, CInternetSession& session)
+    DWORD Send(const Description& asked, CInternetSession& session)
     {
-        DWORD status = SendOnce(request);
+        DWORD status = SendOnce(asked);
         while (status == HTTP_STATUS_DENIED)
         {
-            SetCredential(session, INTERNET_OPTION_USERNAME, request.GetUserName());
-            SetCredential(session, INTERNET_OPTION_PASSWORD, request.GetPassword());
-            status = SendOnce(request);
+            SetCredential(session, INTERNET_OPTION_USERNAME, asked.userName);
+            SetCredential(session, INTERNET_OPTION_PASSWORD, asked.password);
+            status = SendOnce(asked);
         }
         return status;
     }
 
-    DWORD SendOnce(const Request& request)
+    DWORD SendOnce(const Description& asked)
     {
-        DWORD length = 0;
         // The API takes the data as writable and does not write to it.
-        void* const data = const_cast<void*>(request.GetRequestData(&length));
-        m_file->SendRequest(L"", 0, data, length);
+        m_file->SendRequest(L"", 0, const_cast<void*>(asked.data), asked.dataLength);
         DWORD status = 0;
         if (!m_file->QueryInfoStatusCode(&status))
         {
@@ -182,10 +186,13 @@ private:
         return status;
     }
 
-    /// By design, the bytes go as they are, although the option is a wide text's.
+    /// By design, the bytes go as they are, although the option is a wide text's and its length is
+    /// one in characters: the system may read twice as far, and finds zeros there.
     static void SetCredential(CInternetSession& session, DWORD option, std::string value)
     {
-        session.SetOption(option, value.data(), static_cast<DWORD>(value.size()), 0);
+        const std::size_t length = value.size();
+        value.resize(2 * length);
+        session.SetOption(option, value.data(), static_cast<DWORD>(length), 0);
     }
 
     void Deliver(Request& request, const CInternetSession& session)
@@ -200,12 +207,20 @@ private:
         {
             read = m_file->Read(body.Reserve(kReadBytes), kReadBytes);
             body.Commit(read);
-            if constexpr (requires(Request & r) { r.OnProgress(body.Size()); })
+            if constexpr (requires { request.OnProgress(body.Size()); })
             {
                 request.OnProgress(body.Size());
             }
         } while (read > 0 && session.GetHandle());
+        if (!session.GetHandle())
+        {
+            throw CInternetException(ERROR_INTERNET_OPERATION_CANCELLED); // it may be a part only
+        }
         const std::size_t size = body.Size();
+        if (size > std::numeric_limits<DWORD>::max())
+        {
+            throw std::bad_alloc(); // more than a request can be given
+        }
         const auto joined = body.Join();
         request.OnBody(joined.get(), static_cast<DWORD>(size));
     }

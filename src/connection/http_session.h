@@ -34,17 +34,12 @@ public:
         const DWORD error = ErrorOf(status, information, informationLength);
         if (error != ERROR_SUCCESS)
         {
-            if (sink)
-            {
-                sink->OnError(error);
-            }
+            velt::TellError(sink, error);
             return;
         }
         const DWORD_PTR value =
             status == kEveryBit ? reinterpret_cast<DWORD_PTR>(information) : m_statusValue;
-        const bool abandon =
-            !sink || sink->OnStatus(status, value); // by design: no sink, no answer
-        if (abandon && MayAbandonAt(status))
+        if (velt::TellStatus(sink, status, value) && MayAbandonAt(status))
         {
             Close(); // makes the running exchange fail
         }

@@ -4,6 +4,10 @@
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
 #include "internet/parse_url.h"
+#include "internet/url_text.h"
+
+#include <string_view>
+#include <utility>
 
 namespace CONNECTION_MANAGER
 {
@@ -16,8 +20,9 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
     velt::ServiceType service{};
     std::wstring server;
     std::wstring object;
+    const std::string_view url = velt::WithoutFragment(options.url);
     const bool valid =
-        velt::ParseURL(velt::WideFromUtf8(options.url).c_str(), service, server, object, m_port);
+        velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, m_port);
     if (!valid || server.empty() ||
         (service != velt::ServiceType::http && service != velt::ServiceType::https))
     {
@@ -31,8 +36,17 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
     m_properties.object = velt::Utf8FromWide(object);
     m_properties.verb = options.verb;
     m_properties.acceptType = options.acceptType;
-    m_properties.userName = options.userName;
-    m_properties.password = options.password;
+    if (options.userName.empty() && options.password.empty())
+    {
+        velt::UrlCredentials credentials = velt::CredentialsOf(url);
+        m_properties.userName = std::move(credentials.userName);
+        m_properties.password = std::move(credentials.password);
+    }
+    else
+    {
+        m_properties.userName = options.userName;
+        m_properties.password = options.password;
+    }
     m_properties.proxy = options.proxy;
 }
 

@@ -14,10 +14,10 @@ namespace CONNECTION_MANAGER
 /// What a url_request fetches. Narrow texts are UTF-8.
 struct url_options
 {
-    std::string url; // http or https
+    std::string url; // http or https; its fragment stays at home
     std::string verb = "GET";
     std::string acceptType; // empty for none
-    std::string userName;
+    std::string userName;   // both empty for those of the URL, if it has any
     std::string password;
     std::string proxy; // "host:port" or "host"; empty for the system's own configuration
     std::string data;  // sent with the request, when it is not empty

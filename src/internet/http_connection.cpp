@@ -22,7 +22,7 @@ std::unique_ptr<CHttpFile> CHttpConnection::OpenRequest(const wchar_t* verb,
     const HINTERNET handle =
         ::HttpOpenRequestW(GetHandle(), verb, objectName, version ? version : L"HTTP/1.0", referer,
                            acceptTypes, flags, fileContext);
-    velt::RegisteredHandle registered(handle, GetSession());
+    velt::RegisteredHandle registered(handle, GetRegisteredHandle());
     return std::make_unique<CHttpFile>(std::move(registered), fileContext, GetServerName(),
                                        objectName ? objectName : L"", verb ? verb : L"");
 }

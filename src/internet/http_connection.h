@@ -22,7 +22,7 @@ public:
     /// Opens a request file. A context of 1 means the connection's; `acceptTypes` is null or ends
     /// with a null; a null `version` is "HTTP/1.0". By design, a failed open is not detected here:
     /// the file has no handle then and every later operation on it fails with ERROR_INVALID_HANDLE.
-    /// The connection's session must outlive the file.
+    /// The file ends with the connection.
     std::unique_ptr<CHttpFile> OpenRequest(const wchar_t* verb, const wchar_t* objectName,
                                            const wchar_t* referer, DWORD context,
                                            const wchar_t** acceptTypes, const wchar_t* version,

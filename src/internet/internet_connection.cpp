@@ -14,7 +14,7 @@ CInternetConnection::CInternetConnection(CInternetSession* session, const wchar_
     : m_context(context == kSessionContext ? session->GetContext() : context),
       m_handle(::InternetConnectW(session->GetHandle(), server, port, user, password, service, 0,
                                   m_context),
-               session),
+               session->GetRegisteredHandle()),
       m_session(session),
       m_serverName(server ? server : L""),
       m_port(port)
@@ -35,6 +35,11 @@ CInternetConnection::~CInternetConnection() = default;
 HINTERNET CInternetConnection::GetHandle() const noexcept
 {
     return m_handle.Get();
+}
+
+const velt::RegisteredHandle& CInternetConnection::GetRegisteredHandle() const noexcept
+{
+    return m_handle;
 }
 
 DWORD CInternetConnection::GetContext() const noexcept

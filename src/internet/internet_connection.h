@@ -10,7 +10,8 @@
 
 class CInternetSession;
 
-/// A connection to one server. The session that it was opened from must outlive it.
+/// A connection to one server. It ends with the session that it was opened from, which must be
+/// there while it is used.
 class CInternetConnection
 {
 public:
@@ -22,7 +23,8 @@ public:
 
     virtual ~CInternetConnection();
 
-    HINTERNET GetHandle() const noexcept;
+    HINTERNET GetHandle() const noexcept; // null when it is not open
+    const velt::RegisteredHandle& GetRegisteredHandle() const noexcept;
     DWORD GetContext() const noexcept;
     CInternetSession* GetSession() const noexcept;
     const std::wstring& GetServerName() const noexcept;

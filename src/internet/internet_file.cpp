@@ -7,12 +7,24 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace
 {
 constexpr DWORD kUnchanged = std::numeric_limits<DWORD>::max();
 constexpr DWORD kStringBufferBytes = 4096;
 constexpr DWORD kChunkCharacters = 128;
+
+/// A buffer of zeros. Throws std::bad_alloc, also where the vector has another name for a size that
+/// no memory could have.
+std::vector<std::byte> MakeStorage(DWORD sizeBytes)
+{
+    if (sizeBytes > std::vector<std::byte>().max_size())
+    {
+        throw std::bad_alloc();
+    }
+    return std::vector<std::byte>(sizeBytes);
+}
 } // namespace
 
 CInternetFile::CInternetFile(velt::RegisteredHandle handle, bool readMode, DWORD context,
@@ -121,7 +133,7 @@ void CInternetFile::Write(const void* buffer, DWORD count)
 
 void CInternetFile::Abort()
 {
-    if (m_handle)
+    if (!m_handle.IsClosed())
     {
         Close();
     }
@@ -144,15 +156,18 @@ void CInternetFile::Flush()
 
 void CInternetFile::Close()
 {
-    if (!m_handle)
+    if (m_handle.IsClosed())
     {
         return;
     }
-    Flush(); // NOLINT(*VirtualCall): in the destructor the base's own, as meant
+    if (m_handle) // not ended with its connection
+    {
+        Flush(); // NOLINT(*VirtualCall): in the destructor the base's own, as meant
+    }
     m_handle.Close();
-    m_writeStorage.clear();
+    m_writeStorage = std::vector<std::byte>(); // clear() would keep the memory
     m_writeFill = 0;
-    m_readStorage.clear();
+    m_readStorage = std::vector<std::byte>();
     m_readPosition = 0;
     m_readHeld = 0;
 }
@@ -262,7 +277,7 @@ bool CInternetFile::SetReadBufferSize(DWORD sizeBytes)
     {
         return false;
     }
-    std::vector<std::byte> storage(sizeBytes);
+    std::vector<std::byte> storage = MakeStorage(sizeBytes);
     if (sizeBytes == 0)
     {
         m_readHeld = 0;
@@ -314,7 +329,7 @@ const std::wstring& CInternetFile::GetFileName() const noexcept
 void CInternetFile::SetWriteBufferSize(DWORD sizeBytes)
 {
     Flush();
-    m_writeStorage.assign(sizeBytes, std::byte{});
+    m_writeStorage = MakeStorage(sizeBytes);
 }
 
 void CInternetFile::ThrowInvalidHandle()

@@ -5,6 +5,17 @@
 #include "internet/http_connection.h"
 #include "internet/internet_exception.h"
 
+namespace
+{
+/// The handle whose end is announced: the one that the information names.
+HINTERNET ClosingHandle(HINTERNET handle, const void* information, DWORD informationLength) noexcept
+{
+    return information && informationLength >= sizeof(HINTERNET)
+               ? *static_cast<const HINTERNET*>(information)
+               : handle;
+}
+} // namespace
+
 CInternetSession::CInternetSession(const wchar_t* agent, DWORD context, DWORD accessType,
                                    const wchar_t* proxy, const wchar_t* proxyBypass, DWORD flags)
     : m_context(context),
@@ -83,6 +94,11 @@ HINTERNET CInternetSession::GetHandle() const noexcept
     return m_handle.Get();
 }
 
+const velt::RegisteredHandle& CInternetSession::GetRegisteredHandle() const noexcept
+{
+    return m_handle;
+}
+
 DWORD CInternetSession::GetContext() const noexcept
 {
     return m_context;
@@ -91,8 +107,13 @@ DWORD CInternetSession::GetContext() const noexcept
 void CALLBACK CInternetSession::StatusCallback(HINTERNET handle, DWORD_PTR context, DWORD status,
                                                void* information, DWORD informationLength) noexcept
 {
-    // An unknown handle is one that was closed meanwhile.
-    if (CInternetSession* const session = velt::HandleRegistry::Instance().Find(handle))
+    velt::HandleRegistry& registry = velt::HandleRegistry::Instance();
+    CInternetSession* const session = registry.Find(handle);
+    if (status == INTERNET_STATUS_HANDLE_CLOSING)
+    {
+        registry.End(ClosingHandle(handle, information, informationLength));
+    }
+    if (session) // an unknown handle is one that was closed meanwhile
     {
         try
         {

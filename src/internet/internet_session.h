@@ -11,8 +11,9 @@
 
 class CHttpConnection;
 
-/// One session with the system internet API. What is opened from it must be gone before it is.
-/// Used by one thread at a time; OnStatusCallback may be called on threads of the internet API.
+/// One session with the system internet API. Closing it ends what was opened from it, which fails
+/// from then on as if it were closed. Used by one thread at a time; OnStatusCallback may be called
+/// on threads of the internet API.
 ///
 /// By design, failures are thrown as CInternetException with the session's context value as their
 /// code; the thread's last error has the cause.
@@ -48,7 +49,8 @@ public:
                                                        const wchar_t* user,
                                                        const wchar_t* password);
 
-    HINTERNET GetHandle() const noexcept;
+    HINTERNET GetHandle() const noexcept; // null when it is not open
+    const velt::RegisteredHandle& GetRegisteredHandle() const noexcept;
     DWORD GetContext() const noexcept;
 
 private:

@@ -1,41 +1,81 @@
 #include "internet/registered_handle.h"
 
 #include "foundation/last_error_scope.h"
-#include "internet/handle_registry.h"
 
 namespace velt
 {
-RegisteredHandle::RegisteredHandle(HINTERNET handle, CInternetSession* session)
-    : m_handle(handle),
-      m_session(session)
+namespace
 {
-    if (!m_handle)
-    {
-        return; // without the registry, whose making would change the thread's last error
-    }
+/// The entry of a handle that has been opened. When there is no memory for it, the handle is
+/// closed.
+template <class Origin>
+std::shared_ptr<HandleEntry> MakeEntry(HINTERNET handle, const Origin& origin)
+{
     try
     {
-        HandleRegistry::Instance().Insert(handle, session);
+        return std::make_shared<HandleEntry>(handle, origin);
     }
     catch (...)
     {
-        Close();
+        const LastErrorScope keep;
+        ::InternetCloseHandle(handle);
         throw;
+    }
+}
+} // namespace
+
+RegisteredHandle::RegisteredHandle(HINTERNET handle, CInternetSession* session)
+{
+    if (handle)
+    {
+        m_entry = MakeEntry(handle, session);
+        Enter();
+    }
+}
+
+RegisteredHandle::RegisteredHandle(HINTERNET handle, const RegisteredHandle& parent)
+{
+    if (handle && parent)
+    {
+        m_entry = MakeEntry(handle, parent.m_entry);
+        Enter();
     }
 }
 
 RegisteredHandle::~RegisteredHandle()
 {
     Close();
+    if (m_entry)
+    {
+        m_entry->ForgetSession();
+    }
 }
 
 void RegisteredHandle::Close() noexcept
 {
-    if (const HINTERNET handle = std::exchange(m_handle, nullptr))
+    if (std::exchange(m_isClosed, true))
+    {
+        return;
+    }
+    if (m_entry->End())
     {
         const LastErrorScope keep;
-        ::InternetCloseHandle(handle);
-        HandleRegistry::Instance().Remove(handle, m_session);
+        ::InternetCloseHandle(m_entry->Handle());
+    }
+    HandleRegistry::Instance().Remove(*m_entry);
+}
+
+void RegisteredHandle::Enter()
+{
+    m_isClosed = false;
+    try
+    {
+        HandleRegistry::Instance().Insert(m_entry);
+    }
+    catch (...)
+    {
+        Close();
+        throw;
     }
 }
 } // namespace velt

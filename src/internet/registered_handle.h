@@ -1,53 +1,70 @@
 #pragma once
 
+#include "internet/handle_registry.h"
+
 #include <windows.h>
 
 #include <wininet.h>
 
+#include <memory>
 #include <utility>
-
-class CInternetSession;
 
 namespace velt
 {
-/// Owns one internet handle together with its entry in the handle registry: whoever has the one has
-/// the other. Closing keeps the thread's last error.
+/// Owns one internet handle together with its entry in the handle registry. The handle is closed by
+/// its owner only while it is open: it may end before, see HandleEntry. Closing keeps the thread's
+/// last error. What was opened from the handle may outlive its owner.
 class RegisteredHandle
 {
 public:
     RegisteredHandle() noexcept = default;
 
-    /// Takes over an open handle, or none, and enters it for its session. When there is no memory
-    /// for the entry, the handle is closed and std::bad_alloc thrown.
+    /// Takes over the open handle of a session, or none. When there is no memory for the entry, the
+    /// handle is closed and std::bad_alloc thrown.
     RegisteredHandle(HINTERNET handle, CInternetSession* session);
+
+    /// The same for a handle, or none, that has just been opened from `parent`. A parent that was
+    /// closed meanwhile has taken the handle with it, so that there is none to take over.
+    RegisteredHandle(HINTERNET handle, const RegisteredHandle& parent);
 
     RegisteredHandle(const RegisteredHandle&) = delete;
     RegisteredHandle& operator=(const RegisteredHandle&) = delete;
     RegisteredHandle& operator=(RegisteredHandle&&) = delete;
 
     RegisteredHandle(RegisteredHandle&& other) noexcept
-        : m_handle(std::exchange(other.m_handle, nullptr)),
-          m_session(std::exchange(other.m_session, nullptr))
+        : m_entry(std::move(other.m_entry)),
+          m_isClosed(std::exchange(other.m_isClosed, true))
     {
     }
 
     ~RegisteredHandle();
 
+    /// The handle; null when it is not open.
     HINTERNET Get() const noexcept
     {
-        return m_handle;
+        return *this ? m_entry->Handle() : nullptr;
     }
 
     explicit operator bool() const noexcept
     {
-        return m_handle != nullptr;
+        return m_entry && m_entry->IsOpen();
     }
 
-    /// Closes the handle and removes its entry; nothing happens without a handle.
+    /// Whether there is nothing to close: there never was a handle, or Close was called. One that
+    /// has ended otherwise still waits for its Close.
+    bool IsClosed() const noexcept
+    {
+        return m_isClosed;
+    }
+
+    /// Closes the handle if it is open, and removes its entry if that is there; nothing happens the
+    /// second time.
     void Close() noexcept;
 
 private:
-    HINTERNET m_handle = nullptr;
-    CInternetSession* m_session = nullptr;
+    void Enter();
+
+    std::shared_ptr<HandleEntry> m_entry;
+    bool m_isClosed = true;
 };
 } // namespace velt

@@ -137,33 +137,179 @@ TEST_CASE("CHTTPRequest: a body of 8192 bytes takes two reads of 8192", "[connec
     CHECK(reads.All() == Calls{"8192 8192", "8192 0"});
 }
 
-TEST_CASE("CHTTPRequest: after a 401 it sets the user, then the password, as narrow bytes",
+TEST_CASE("CHTTPRequest: before each send after a 401 it sets the user, then the password, as "
+          "narrow bytes with zeros behind them",
           "[connection]")
 {
-    using Patch = ImportPatch<"InternetSetOptionExW", decltype(::InternetSetOptionExW)>;
-    CallLog options;
-    const Patch patch(
+    using OptionPatch = ImportPatch<"InternetSetOptionExW", decltype(::InternetSetOptionExW)>;
+    using SendPatch = ImportPatch<"HttpSendRequestW", decltype(::HttpSendRequestW)>;
+    CallLog calls;
+    const OptionPatch optionPatch(
         "wininet.dll",
         [&](HINTERNET, DWORD option, void* buffer, DWORD length, DWORD flags) -> WINBOOL {
-            options.Add(std::to_string(option) + " " +
-                        std::string(static_cast<const char*>(buffer), length) + " " +
-                        std::to_string(flags));
+            // The length is one of characters to the system, which reads them as wide ones.
+            const std::string read(static_cast<const char*>(buffer), length * sizeof(wchar_t));
+            calls.Add(std::to_string(option) + " " + read.substr(0, length) + " " +
+                      std::to_string(flags) +
+                      (read.find_first_not_of('\0', length) == read.npos ? "" : " and more"));
             ::SetLastError(kCause);
             return FALSE; // which is ignored
         });
+    const SendPatch sendPatch("wininet.dll", [&](auto... arguments) {
+        calls.Add("send");
+        return SendPatch::Original(arguments...);
+    });
     const HttpServer server([](HttpExchange& exchange) {
-        exchange.Send(exchange.Number() == 0 ? HttpAnswer("401 No", "", "Connection: close\r\n")
-                                             : HttpAnswer("200 OK", "second"));
+        exchange.Send(exchange.Number() < 3 ? HttpAnswer("401 No", "", "Connection: close\r\n")
+                                            : HttpAnswer("200 OK", "fourth"));
     });
     RequestQueue queue;
     auto page = UrlOptions(server.Port());
     page.userName = "us\xC3\xA9r";
-    page.password = "secret word";
+    page.password = GENERATE(std::string("secret word"), std::string(), std::string(200, 'p'));
     const Fetch fetch(page);
     queue.Run(fetch);
-    CHECK(options.All() == Calls{"28 us\xC3\xA9r 0", "29 secret word 0"});
+    const Calls again = {"28 us\xC3\xA9r 0", "29 " + page.password + " 0", "send"};
+    Calls expected = {"send"};
+    for (int refusal = 0; refusal < 3; ++refusal)
+    {
+        expected.insert(expected.end(), again.begin(), again.end());
+    }
+    CHECK(calls.All() == expected);
     CHECK(fetch.Outcome() == Calls{"complete", "done"});
-    CHECK(fetch.request->GetBody() == "second");
+    CHECK(fetch.request->GetBody() == "fourth");
+}
+
+TEST_CASE("CHTTPRequest: the connection is opened without credentials", "[connection]")
+{
+    using Patch = ImportPatch<"InternetConnectW", decltype(::InternetConnectW)>;
+    bool hasUser = true;
+    bool hasPassword = true;
+    const Patch patch("wininet.dll", [&](HINTERNET session, const wchar_t* server,
+                                         INTERNET_PORT port, const wchar_t* user,
+                                         const wchar_t* password, DWORD service, DWORD flags,
+                                         DWORD_PTR context) {
+        hasUser = user != nullptr;
+        hasPassword = password != nullptr;
+        return Patch::Original(session, server, port, user, password, service, flags, context);
+    });
+    RequestQueue queue;
+    auto page = UrlOptions(real_servers::HttpPort(), "/body-1");
+    page.userName = "user";
+    page.password = "secret";
+    const Fetch fetch(page);
+    queue.Run(fetch);
+    CHECK(fetch.Outcome() == Calls{"complete", "done"});
+    CHECK_FALSE(hasUser);
+    CHECK_FALSE(hasPassword);
+}
+
+TEST_CASE("CHTTPRequest: is sent with an empty text of length 0 for headers", "[connection]")
+{
+    using Patch = ImportPatch<"HttpSendRequestW", decltype(::HttpSendRequestW)>;
+    std::wstring headers = L"?";
+    DWORD headersLength = 77;
+    const Patch patch("wininet.dll", [&](HINTERNET file, const wchar_t* text, DWORD length,
+                                         void* data, DWORD dataLength) {
+        headers = text ? text : L"(none)";
+        headersLength = length;
+        return Patch::Original(file, text, length, data, dataLength);
+    });
+    RequestQueue queue;
+    const Fetch fetch(UrlOptions(real_servers::HttpPort(), "/body-1"));
+    queue.Run(fetch);
+    CHECK(headers.empty());
+    CHECK(headersLength == 0);
+}
+
+TEST_CASE("CHTTPRequest: the length of a body is asked for as a number", "[connection]")
+{
+    using Patch = ImportPatch<"HttpQueryInfoW", decltype(::HttpQueryInfoW)>;
+    CallLog queries;
+    const Patch patch(
+        "wininet.dll", [&](HINTERNET file, DWORD level, void* buffer, DWORD* length, DWORD* index) {
+            queries.Add(std::to_string(level) + ", " + std::to_string(*length) + " bytes");
+            return Patch::Original(file, level, buffer, length, index);
+        });
+    RequestQueue queue;
+    const Fetch fetch(UrlOptions(real_servers::HttpPort(), "/body-1"));
+    queue.Run(fetch);
+    CHECK(queries.All() ==
+          Calls{"19, 80 bytes",
+                std::to_string(HTTP_QUERY_CONTENT_LENGTH | HTTP_QUERY_FLAG_NUMBER) + ", 4 bytes"});
+}
+
+TEST_CASE("CHTTPRequest: a failure that left no code is an internal error", "[connection]")
+{
+    using Patch = ImportPatch<"HttpSendRequestW", decltype(::HttpSendRequestW)>;
+    const Patch patch("wininet.dll", [](HINTERNET, const wchar_t*, DWORD, void*, DWORD) {
+        ::SetLastError(ERROR_SUCCESS);
+        return FALSE;
+    });
+    RequestQueue queue;
+    const Fetch fetch(UrlOptions(real_servers::HttpPort(), "/body-1"));
+    queue.Run(fetch);
+    CHECK(fetch.Outcome() == Failed(ERROR_INTERNET_INTERNAL_ERROR));
+}
+
+TEST_CASE("CHTTPRequest: a body that is cancelled at any of its pieces is not delivered",
+          "[connection]")
+{
+    using CallbackPatch =
+        ImportPatch<"InternetSetStatusCallbackW", decltype(::InternetSetStatusCallbackW)>;
+    using ReadPatch = ImportPatch<"InternetReadFile", decltype(::InternetReadFile)>;
+    constexpr int kPieces = 5; // and a read that finds the end
+    const std::string body(kPieces * 8192, 'b');
+    const bool behind = GENERATE(false, true); // the piece that is read, or the one before it
+    const HttpServer server(HttpAnswer("200 OK", body));
+    RequestQueue queue;
+    for (int piece = 1; piece <= kPieces + 2; ++piece)
+    {
+        CAPTURE(piece, behind);
+        Fetch fetch(UrlOptions(server.Port()));
+        bool cancels = false;
+        fetch.sink.onStatus = [&](DWORD, DWORD_PTR) { return cancels; };
+        INTERNET_STATUS_CALLBACK callback = nullptr;
+        const CallbackPatch callbackPatch(
+            "wininet.dll", [&](HINTERNET handle, INTERNET_STATUS_CALLBACK installed) {
+                callback = installed ? installed : callback;
+                return CallbackPatch::Original(handle, installed);
+            });
+        int reads = 0;
+        const ReadPatch readPatch(
+            "wininet.dll", [&](HINTERNET file, void* buffer, DWORD count, DWORD* read) -> WINBOOL {
+                // Systems report different statuses while a body is read; this one comes at each
+                // piece.
+                const auto report = [&] {
+                    cancels = reads == piece;
+                    callback(file, 1, INTERNET_STATUS_RESPONSE_RECEIVED, read, sizeof(*read));
+                    cancels = false;
+                };
+                ++reads;
+                if (behind)
+                {
+                    const WINBOOL done = ReadPatch::Original(file, buffer, count, read);
+                    report();
+                    return done;
+                }
+                report();
+                return ReadPatch::Original(file, buffer, count, read);
+            });
+        queue.Run(fetch);
+        if (piece <= reads)
+        {
+            CHECK(fetch.Outcome() == Failed(ERROR_INTERNET_OPERATION_CANCELLED));
+            CHECK_FALSE(fetch.request->GetBody().has_value());
+            CHECK(reads == piece);
+        }
+        else
+        {
+            CHECK(piece > kPieces + 1);
+            CHECK(fetch.Outcome() == Calls{"complete", "done"});
+            CHECK((fetch.request->GetBody() == body));
+        }
+        CHECK(OpenHandles() == 0);
+    }
 }
 
 TEST_CASE("CHTTPRequest: the session is opened for the request's proxy", "[connection]")

@@ -3,14 +3,18 @@
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
 #include "tests/support/real_servers.h"
+#include "tests/support/trace_recorder.h"
 
 #include <catch.hpp>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <map>
+#include <new>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -474,46 +478,57 @@ public:
 
     std::string GetPassword() const
     {
+        Accessed();
         return {};
     }
     std::string GetUserName() const
     {
+        Accessed();
         return {};
     }
     const void* GetRequestData(DWORD*) const
     {
+        Accessed();
         return nullptr;
     }
     DWORD GetFlags() const
     {
+        Accessed();
         return kFresh;
     }
     std::string GetHttpVersion() const
     {
+        Accessed();
         return version;
     }
     std::string GetAcceptType() const
     {
+        Accessed();
         return {};
     }
     std::string GetObjectPath() const
     {
+        Accessed();
         return object;
     }
     std::string GetVerb() const
     {
+        Accessed();
         return verb;
     }
     INTERNET_PORT GetPort() const
     {
+        Accessed();
         return m_port;
     }
     std::string GetServer() const
     {
+        Accessed();
         return "127.0.0.1";
     }
     std::string GetProxy() const
     {
+        Accessed();
         return {};
     }
 
@@ -532,11 +547,20 @@ public:
     std::string object = "/";
     std::string verb = "GET";
     std::function<void()> onBody;
+    std::function<void()> onAccess;
     int deliveries = 0;
     DWORD length = 77;
     char last = 'x';
 
 private:
+    void Accessed() const
+    {
+        if (onAccess)
+        {
+            onAccess();
+        }
+    }
+
     INTERNET_PORT m_port;
 };
 } // namespace
@@ -612,36 +636,117 @@ TEST_CASE("CHTTPRequest: one object runs exchange after exchange", "[connection]
     CHECK(OpenHandles() == 0);
 }
 
-TEST_CASE("CHTTPRequest: what the body's delivery throws passes when all is closed", "[connection]")
+TEST_CASE("CHTTPRequest: what the request throws ends the exchange, and is traced unless it is a "
+          "lack of memory",
+          "[connection]")
 {
     CallLog log;
     LoggingSink sink(log);
     LookingRequest request(real_servers::HttpPort());
     request.object = "/body-1";
     CHTTPRequest<LookingRequest> exchange(&sink);
-    SECTION("no memory is an error of the exchange")
+    TraceRecorder trace;
+    const std::string where = GENERATE("accessor", "body");
+    CAPTURE(where);
+    const auto throwing = [&](std::function<void()> what) {
+        (where == "body" ? request.onBody : request.onAccess) = std::move(what);
+    };
+    SECTION("no memory")
     {
-        request.onBody = [] { throw std::bad_alloc(); };
+        throwing([] { throw std::bad_alloc(); });
         CHECK_FALSE(exchange.Execute(request));
         CHECK(log.Count("error " + std::to_string(ERROR_NOT_ENOUGH_MEMORY)) == 1);
+        CHECK(trace.Messages().empty());
     }
-    SECTION("everything else is the caller's")
+    SECTION("an exception")
     {
-        request.onBody = [] { throw std::runtime_error("of the body"); };
-        CHECK_THROWS_WITH(exchange.Execute(request), "of the body");
+        throwing([] { throw std::runtime_error("of the request"); });
+        CHECK_FALSE(exchange.Execute(request));
+        CHECK(log.Count("error " + std::to_string(ERROR_INTERNET_INTERNAL_ERROR)) == 1);
+        CHECK(trace.Count("failed: 0x8000FFFF of the request") == 1);
+    }
+    SECTION("something else")
+    {
+        throwing([] { throw 5; });
+        CHECK_FALSE(exchange.Execute(request));
+        CHECK(log.Count("error " + std::to_string(ERROR_INTERNET_INTERNAL_ERROR)) == 1);
+        CHECK(trace.Count("failed: 0x8000FFFF unknown exception") == 1);
     }
     CHECK(log.Count("complete") == 1);
     CHECK(OpenHandles() == 0);
+    throwing(nullptr);
+    CHECK(exchange.Execute(request));
+    CHECK(log.Count("complete") == 2);
 }
 
-TEST_CASE("CHTTPRequest: what OnComplete throws goes no further", "[connection]")
+TEST_CASE("CHTTPRequest: what a sink throws is traced, and the exchange and its queue go on",
+          "[connection]")
 {
+    const auto [call, object, outcome] = GENERATE(
+        table<std::string, std::string, Calls>({{"OnError", "/nothing/here", Failed(404)},
+                                                {"OnComplete", "/body-1", kWentThrough},
+                                                {"OnComplete", "/nothing/here", Failed(404)},
+                                                {"OnStatus", "/body-1", kWentThrough},
+                                                {"OnStatus", "/nothing/here", Failed(404)}}));
+    CAPTURE(call, object);
+    TraceRecorder trace;
+    RequestQueue queue;
+    {
+        Fetch fetch(RealPage(object));
+        if (call == "OnError")
+        {
+            fetch.sink.onError = [](DWORD) { throw std::runtime_error("of the sink"); };
+        }
+        else if (call == "OnComplete")
+        {
+            fetch.sink.onComplete = [] { throw std::runtime_error("of the sink"); };
+        }
+        else
+        {
+            fetch.sink.onStatus = [](DWORD, DWORD_PTR) -> bool {
+                throw std::runtime_error("of the sink");
+            };
+        }
+        queue.Run(fetch);
+        CHECK(fetch.Outcome() == outcome);
+        CHECK(fetch.request->GetBody().has_value() == (object == "/body-1"));
+        CHECK(trace.Count("failed: 0x8000FFFF of the sink") ==
+              (call == "OnStatus" ? fetch.log.All().size() - fetch.Outcome().size() : 1));
+    }
+    CheckNothingIsLeft(queue);
+    queue.End(); // nobody traces any more
+}
+
+TEST_CASE("CHTTPRequest: a sink that throws when it hears of a failure does not stop the queue",
+          "[connection]")
+{
+    const RefusingPort port;
+    RequestQueue queue;
+    Fetch fetch(UrlOptions(port.Port()));
+    fetch.sink.onError = [](DWORD) { throw std::runtime_error("of the sink"); };
+    queue.Run(fetch);
+    CHECK(fetch.Outcome() == Failed(ERROR_INTERNET_CANNOT_CONNECT));
+    CheckNothingIsLeft(queue);
+}
+
+TEST_CASE("CHTTPRequest: the request is asked once for each thing, before anything is opened",
+          "[connection]")
+{
+    const HttpServer server([](HttpExchange& exchange) {
+        exchange.Send(exchange.Number() < 2 ? HttpAnswer("401 No", "", "Connection: close\r\n")
+                                            : HttpAnswer("200 OK", "third"));
+    });
     CallLog log;
     LoggingSink sink(log);
-    sink.onComplete = [] { throw std::runtime_error("of the sink"); };
-    LookingRequest request(real_servers::HttpPort());
-    request.object = GENERATE("/body-1", "/nothing/here");
+    LookingRequest request(server.Port());
+    int asked = 0;
+    request.onAccess = [&] {
+        ++asked;
+        CHECK(OpenHandles() == 0);
+    };
     CHECK(CHTTPRequest<LookingRequest>(&sink).Execute(request));
-    CHECK(log.Count("complete") == 1);
-    CHECK(OpenHandles() == 0);
+    CHECK(server.Requests().size() == 3);
+    CHECK(request.deliveries == 1);
+    CHECK(request.length == 5);
+    CHECK(asked == 11);
 }

@@ -7,8 +7,12 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <memory>
 
+using velt::HandleEntry;
 using velt::HandleRegistry;
 using namespace velt::test;
 
@@ -24,7 +28,54 @@ CInternetSession* Session(std::uintptr_t value)
 {
     return reinterpret_cast<CInternetSession*>(value);
 }
+
+using Entry = std::shared_ptr<HandleEntry>;
+
+Entry MakeEntry(std::uintptr_t handle, std::uintptr_t session)
+{
+    return std::make_shared<HandleEntry>(Handle(handle), Session(session));
+}
 } // namespace
+
+TEST_CASE("HandleEntry: a handle ends once", "[internet]")
+{
+    HandleEntry entry(Handle(4), Session(100));
+    CHECK(entry.Handle() == Handle(4));
+    CHECK(entry.Session() == Session(100));
+    CHECK(entry.IsOpen());
+    CHECK(entry.End());
+    CHECK_FALSE(entry.IsOpen());
+    CHECK_FALSE(entry.End());
+    CHECK(entry.Session() == Session(100));
+}
+
+TEST_CASE("HandleEntry: a handle ends with the one that it was opened from", "[internet]")
+{
+    const Entry session = MakeEntry(4, 100);
+    const auto connection = std::make_shared<HandleEntry>(Handle(8), session);
+    HandleEntry file(Handle(12), connection);
+    HandleEntry other(Handle(16), connection);
+    CHECK(file.Session() == Session(100));
+    CHECK(other.End());
+    CHECK(connection->IsOpen());
+    CHECK(file.IsOpen());
+    SECTION("with the connection")
+    {
+        CHECK(connection->End());
+        CHECK(session->IsOpen());
+    }
+    SECTION("with the session")
+    {
+        CHECK(session->End());
+        CHECK_FALSE(connection->IsOpen());
+        CHECK_FALSE(connection->End()); // not its owner's to close any more
+    }
+    CHECK_FALSE(file.IsOpen());
+    CHECK_FALSE(file.End());
+    CHECK(file.Session() == Session(100)); // the system may still speak of it
+    session->ForgetSession();
+    CHECK(file.Session() == nullptr);
+}
 
 TEST_CASE("HandleRegistry: finds the session of a handle, and null for an unknown one",
           "[internet]")
@@ -32,9 +83,9 @@ TEST_CASE("HandleRegistry: finds the session of a handle, and null for an unknow
     HandleRegistry registry;
     CHECK(registry.Size() == 0);
     CHECK(registry.Find(Handle(4)) == nullptr);
-    registry.Insert(Handle(4), Session(100));
-    registry.Insert(Handle(0x80000004), Session(200));
-    registry.Insert(Handle(8), Session(100));
+    registry.Insert(MakeEntry(4, 100));
+    registry.Insert(MakeEntry(0x80000004, 200));
+    registry.Insert(MakeEntry(8, 100));
     CHECK(registry.Size() == 3);
     CHECK(registry.Find(Handle(4)) == Session(100));
     CHECK(registry.Find(Handle(8)) == Session(100));
@@ -43,40 +94,55 @@ TEST_CASE("HandleRegistry: finds the session of a handle, and null for an unknow
     CHECK(registry.Find(nullptr) == nullptr);
 }
 
-TEST_CASE("HandleRegistry: a null handle is nothing to enter", "[internet]")
-{
-    HandleRegistry registry;
-    registry.Insert(nullptr, Session(100));
-    CHECK(registry.Size() == 0);
-    CHECK(registry.Find(nullptr) == nullptr);
-}
-
 TEST_CASE("HandleRegistry: removes one entry, once", "[internet]")
 {
     HandleRegistry registry;
-    registry.Insert(Handle(4), Session(100));
-    registry.Insert(Handle(8), Session(100));
-    registry.Remove(Handle(4), Session(100));
+    const Entry entry = MakeEntry(4, 100);
+    registry.Insert(entry);
+    registry.Insert(MakeEntry(8, 100));
+    registry.Remove(*entry);
     CHECK(registry.Find(Handle(4)) == nullptr);
     CHECK(registry.Find(Handle(8)) == Session(100));
-    registry.Remove(Handle(4), Session(100));
-    registry.Remove(Handle(12), Session(100));
-    registry.Remove(nullptr, Session(100));
+    registry.Remove(*entry);
+    registry.Remove(*MakeEntry(12, 100));
     CHECK(registry.Size() == 1);
 }
 
-TEST_CASE("HandleRegistry: a handle that is given out again belongs to its new session",
+TEST_CASE("HandleRegistry: a handle that is given out again belongs to its new owner, and has "
+          "ended for the old one",
           "[internet]")
 {
+    const std::uintptr_t session =
+        GENERATE(as<std::uintptr_t>{}, 100, 200); // one and the same, or another
     HandleRegistry registry;
-    registry.Insert(Handle(4), Session(100));
-    registry.Insert(Handle(4), Session(200));
+    const Entry first = MakeEntry(4, 100);
+    const Entry second = MakeEntry(4, session);
+    registry.Insert(first);
+    registry.Insert(second);
     CHECK(registry.Size() == 1);
-    CHECK(registry.Find(Handle(4)) == Session(200));
-    registry.Remove(Handle(4), Session(100)); // by the one that is late
-    CHECK(registry.Find(Handle(4)) == Session(200));
-    registry.Remove(Handle(4), Session(200));
+    CHECK_FALSE(first->IsOpen());
+    CHECK(second->IsOpen());
+    registry.Remove(*first); // by the one that is late
+    CHECK(registry.Find(Handle(4)) == Session(session));
+    registry.Remove(*second);
     CHECK(registry.Size() == 0);
+}
+
+TEST_CASE("HandleRegistry: a handle whose end is announced ends and leaves", "[internet]")
+{
+    HandleRegistry registry;
+    const Entry first = MakeEntry(4, 100);
+    const Entry second = MakeEntry(8, 100);
+    registry.Insert(first);
+    registry.Insert(second);
+    registry.End(Handle(4));
+    registry.End(Handle(4));
+    registry.End(Handle(12));
+    registry.End(nullptr);
+    CHECK_FALSE(first->IsOpen());
+    CHECK(second->IsOpen());
+    CHECK(registry.Size() == 1);
+    CHECK(registry.Find(Handle(4)) == nullptr);
 }
 
 TEST_CASE("HandleRegistry: threads enter, find and remove side by side", "[internet]")
@@ -86,15 +152,15 @@ TEST_CASE("HandleRegistry: threads enter, find and remove side by side", "[inter
     RunTogether(4, [&](unsigned thread) {
         for (std::uintptr_t i = 1; i <= 2000; ++i)
         {
-            const HINTERNET handle = Handle(i * 4 + thread);
-            registry.Insert(handle, Session(thread + 1));
-            if (registry.Find(handle) != Session(thread + 1))
+            const Entry entry = MakeEntry(i * 4 + thread, thread + 1);
+            registry.Insert(entry);
+            if (registry.Find(entry->Handle()) != Session(thread + 1))
             {
                 ::InterlockedIncrement(&wrong);
             }
             if (i % 2 == 0)
             {
-                registry.Remove(handle, Session(thread + 1));
+                registry.Remove(*entry);
             }
         }
     });

@@ -3,6 +3,7 @@
 #include "tests/internet/exchange.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/virtual_slot.h"
 
@@ -11,6 +12,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <random>
 #include <string>
 #include <utility>
@@ -401,6 +403,24 @@ TEST_CASE("CInternetFile: SetReadBufferSize counts the remainder to the buffer's
     CHECK(read.Read(1).empty());
 }
 
+TEST_CASE("CInternetFile: SetReadBufferSize that finds no memory throws std::bad_alloc and changes "
+          "nothing",
+          "[internet]")
+{
+    if constexpr (sizeof(void*) == 4) // elsewhere there may be as much
+    {
+        const DWORD size =
+            GENERATE(as<DWORD>{}, 0x7FF0'0000, 0x7FFF'FFFF, 0x8000'0000, kAllBits - 1);
+        WatchedFile read(L"/body-8193");
+        REQUIRE(read.File().SetReadBufferSize(16));
+        CHECK(read.Read(10) == LargeBytes(0, 10));
+        CHECK_THROWS_AS(read.File().SetReadBufferSize(size), std::bad_alloc);
+        read.TakeReads();
+        CHECK(read.Read(5) == LargeBytes(10, 5));
+        CHECK(read.TakeReads().empty());
+    }
+}
+
 TEST_CASE("CInternetFile: SetReadBufferSize works on a closed file", "[internet]")
 {
     Exchange exchange(1);
@@ -567,6 +587,12 @@ TEST_CASE("CInternetFile: ReadString goes on one byte further for each character
     // The sixth character: one behind the body, where the buffer holds nothing.
     CHECK(ReadLine(body.File(), 3) == Line{false, std::wstring(1, L'\0')});
     CHECK(ReadLine(body.File(), 3) == Line{true, L""});
+}
+
+TEST_CASE("CInternetFile: ReadString does not count carriage returns", "[internet]")
+{
+    BodyFile body(Utf16Bytes(L"\r\ra\rb\r\rc\r"));
+    CHECK(ReadLine(body.File(), 4) == Line{false, L"abc"});
 }
 
 TEST_CASE("CInternetFile: ReadString after a line may start in the middle of a character",
@@ -740,6 +766,25 @@ TEST_CASE("CInternetFile: a closed file cannot be read", "[internet]")
     CHECK(CodeOf([&] { read.Read(4); }) == ERROR_INVALID_HANDLE); // though some were held
     std::wstring line;
     CHECK(CodeOf([&] { read.File().ReadString(line); }) == ERROR_INVALID_HANDLE);
+}
+
+TEST_CASE("CInternetFile: Close gives its read buffer back", "[internet]")
+{
+    constexpr DWORD kBytes = 64 * 1024 * 1024;
+    const bool endsBefore = GENERATE(false, true);
+    Exchange exchange(1);
+    const std::size_t before = CurrentUsage().privateBytes;
+    REQUIRE(exchange.file->SetReadBufferSize(kBytes));
+    REQUIRE(CurrentUsage().privateBytes >= before + kBytes);
+    if (endsBefore)
+    {
+        exchange.session.Close(); // and the file with it
+    }
+    exchange.file->Close();
+    CHECK(CurrentUsage().privateBytes < before + kBytes);
+
+    // The position starts anew as well: no part of a new buffer counts as read.
+    CHECK(exchange.file->SetReadBufferSize(1));
 }
 
 TEST_CASE("CInternetFile: Abort closes and forgets the name", "[internet]")

@@ -3,11 +3,14 @@
 #include "tests/internet/exchange.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/real_servers.h"
+#include "tests/support/test_thread.h"
 #include "tests/support/virtual_slot.h"
 
 #include <catch.hpp>
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -295,6 +298,187 @@ TEST_CASE("CInternetSession: two sessions hear of their own handles only", "[int
     callback(second.GetHandle(), 1, 20, nullptr, 0);
     CHECK(first.told.empty());
     CHECK(second.told.size() == 1);
+}
+
+TEST_CASE("CInternetSession: is told with no lock held", "[internet]")
+{
+    struct LookingSession final : CInternetSession
+    {
+        LookingSession()
+            : CInternetSession(L"agent", kContext, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)
+        {
+        }
+
+        void OnStatusCallback(DWORD_PTR, DWORD, void*, DWORD) override
+        {
+            other.emplace([this] {
+                OpenHandles();
+                done.Set();
+            });
+            wasFree = done.IsSetWithin(kWaitLimitMs);
+        }
+
+        TestEvent done;
+        std::optional<TestThread> other;
+        bool wasFree = false;
+    };
+    LookingSession session;
+    const INTERNET_STATUS_CALLBACK callback = InstalledCallback(session);
+    callback(session.GetHandle(), 1, 20, nullptr, 0);
+    CHECK(session.wasFree);
+}
+
+TEST_CASE("CInternetSession: a handle whose end the system announces is not closed again",
+          "[internet]")
+{
+    RecordingSession session;
+    const INTERNET_STATUS_CALLBACK callback = InstalledCallback(session);
+    const auto connection = session.GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr);
+    const auto file = connection->OpenRequest(L"GET", L"/", L"", 1, nullptr, nullptr, 0);
+    HINTERNET ended = file->GetHandle();
+    session.told.clear();
+    const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+    SECTION("of that handle")
+    {
+        callback(ended, 1, INTERNET_STATUS_HANDLE_CLOSING, nullptr, 0);
+    }
+    SECTION("of the handle that the information names")
+    {
+        callback(connection->GetHandle(), 1, INTERNET_STATUS_HANDLE_CLOSING, &ended, sizeof(ended));
+    }
+    SECTION("of the handle itself, when the information is too short to name one")
+    {
+        HINTERNET other = connection->GetHandle();
+        callback(ended, 1, INTERNET_STATUS_HANDLE_CLOSING, &other, sizeof(other) - 1);
+    }
+    CHECK(session.told.size() == 1);
+    CHECK(file->GetHandle() == nullptr);
+    CHECK(connection->GetHandle() != nullptr);
+    CHECK(OpenHandles() == 2);
+    file->Close();
+    CHECK(patch.Calls() == 0);
+    ::InternetCloseHandle(ended); // it is only said here
+}
+
+TEST_CASE("CInternetSession: every other status leaves its handle open", "[internet]")
+{
+    RecordingSession session;
+    const INTERNET_STATUS_CALLBACK callback = InstalledCallback(session);
+    HINTERNET handle = session.GetHandle();
+    for (DWORD status = 0; status < 256; ++status)
+    {
+        if (status != INTERNET_STATUS_HANDLE_CLOSING)
+        {
+            callback(handle, 1, status, &handle, sizeof(handle));
+        }
+    }
+    CHECK(session.GetHandle() == handle);
+    CHECK(OpenHandles() == 1);
+}
+
+TEST_CASE("CInternetSession: closing it ends what was opened from it, in one call", "[internet]")
+{
+    std::vector<HINTERNET> closed;
+    const CloseHandlePatch patch("wininet.dll", [&](HINTERNET handle) {
+        closed.push_back(handle);
+        return CloseHandlePatch::Original(handle);
+    });
+    Exchange exchange(1);
+    const HINTERNET session = exchange.session.GetHandle();
+    exchange.session.Close();
+    CHECK(exchange.connection->GetHandle() == nullptr);
+    CHECK(exchange.file->GetHandle() == nullptr);
+    CHECK(CodeOf([&] { exchange.Send(); }) == ERROR_INVALID_HANDLE);
+    CHECK(CodeOf([&] { exchange.file->Read(nullptr, 0); }) == ERROR_INVALID_HANDLE);
+    CHECK(exchange.Status() == 0);
+    CHECK(exchange.file->GetLength() == 0);
+    const auto next = exchange.connection->OpenRequest(L"GET", L"/", L"", 1, nullptr, nullptr, 0);
+    CHECK(next->GetHandle() == nullptr);
+    CHECK(CodeOf([&] { exchange.session.GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr); }) ==
+          kExchangeContext);
+    exchange.file->Close();
+    exchange.connection->Close();
+    exchange.session.Close();
+    CHECK(closed == std::vector<HINTERNET>{session});
+    CHECK(OpenHandles() == 0);
+}
+
+TEST_CASE("CInternetSession: may be destroyed before what was opened from it", "[internet]")
+{
+    const bool hears = GENERATE(false, true);
+    auto session = std::make_unique<RecordingSession>();
+    const INTERNET_STATUS_CALLBACK callback = InstalledCallback(*session);
+    session->EnableStatusCallback(hears);
+    auto connection = session->GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr);
+    auto file = connection->OpenRequest(L"GET", L"/", L"", 1, nullptr, nullptr, 0);
+    const HINTERNET handles[] = {connection->GetHandle(), file->GetHandle()};
+    const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+    session.reset();
+    CHECK(patch.Calls() == 1);
+    for (const HINTERNET handle : handles)
+    {
+        callback(handle, 1, 20, nullptr, 0); // reaches nobody
+    }
+    CHECK(file->GetHandle() == nullptr);
+    CHECK(connection->GetHandle() == nullptr);
+
+    // The next one, which may get the same values, keeps them.
+    RecordingSession next;
+    const auto nextConnection = next.GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr);
+    const auto nextFile = nextConnection->OpenRequest(L"GET", L"/", L"", 1, nullptr, nullptr, 0);
+    file.reset();
+    connection.reset();
+    CHECK(patch.Calls() == 1);
+    CHECK(OpenHandles() == 3);
+    for (const HINTERNET handle :
+         {next.GetHandle(), nextConnection->GetHandle(), nextFile->GetHandle()})
+    {
+        CHECK(velt::HandleRegistry::Instance().Find(handle) == &next);
+    }
+}
+
+TEST_CASE("CInternetSession: closed while something is opened from it, that belongs to nobody",
+          "[internet]")
+{
+    struct ClosingSession final : CInternetSession
+    {
+        ClosingSession()
+            : CInternetSession(L"agent", kContext, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)
+        {
+        }
+
+        void OnStatusCallback(DWORD_PTR, DWORD status, void*, DWORD) override
+        {
+            if (status == INTERNET_STATUS_HANDLE_CREATED && --left == 0)
+            {
+                Close();
+            }
+        }
+
+        int left = 0;
+    };
+    ClosingSession session;
+    session.EnableStatusCallback(true);
+    const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+    SECTION("a connection")
+    {
+        session.left = 1;
+        CHECK(CodeOf([&] { session.GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr); }) ==
+              kContext);
+        CHECK(OpenHandles() == 0);
+    }
+    SECTION("a request")
+    {
+        session.left = 2;
+        const auto connection = session.GetHttpConnection(L"127.0.0.1", 1, nullptr, nullptr);
+        const auto file = connection->OpenRequest(L"GET", L"/", L"", kContext, nullptr, nullptr, 0);
+        CHECK(file->GetHandle() == nullptr);
+        CHECK(connection->GetHandle() == nullptr);
+        CHECK(CodeOf([&] { file->SendRequest(L"", 0, nullptr, 0); }) == ERROR_INVALID_HANDLE);
+    }
+    CHECK(session.GetHandle() == nullptr);
+    CHECK(patch.Calls() == 1);
+    CHECK(OpenHandles() == 0);
 }
 
 TEST_CASE("CInternetSession: what the session throws from the callback stays inside", "[internet]")

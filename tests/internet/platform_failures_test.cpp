@@ -37,7 +37,7 @@ public:
         : CInternetFile(
               velt::RegisteredHandle(::HttpOpenRequestW(exchange.connection->GetHandle(), L"PUT",
                                                         L"/", nullptr, nullptr, nullptr, 0, 0),
-                                     &exchange.session),
+                                     exchange.connection->GetRegisteredHandle()),
               false, 1, L"", L"")
     {
     }

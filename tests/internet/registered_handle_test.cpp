@@ -6,6 +6,7 @@
 #include <catch.hpp>
 
 #include <functional>
+#include <memory>
 #include <type_traits>
 #include <vector>
 
@@ -44,6 +45,101 @@ TEST_CASE("RegisteredHandle: owns a handle and its entry until the end", "[inter
     }
     CHECK(OpenHandles() == 0);
     CHECK(closed == std::vector<HINTERNET>{handle});
+}
+
+TEST_CASE(
+    "RegisteredHandle: a handle that ended with the one that it was opened from is not closed",
+    "[internet]")
+{
+    std::vector<HINTERNET> closed;
+    const CloseHandlePatch patch("wininet.dll", [&](HINTERNET handle) {
+        closed.push_back(handle);
+        return CloseHandlePatch::Original(handle);
+    });
+    const auto connect = [](const RegisteredHandle& session) {
+        return ::InternetConnectW(session.Get(), L"host.invalid", 80, nullptr, nullptr,
+                                  INTERNET_SERVICE_HTTP, 0, 0);
+    };
+    auto parent = std::make_unique<RegisteredHandle>(Open(), kSession);
+    const HINTERNET session = parent->Get();
+    const HINTERNET handle = connect(*parent);
+    RegisteredHandle child(handle, *parent);
+    CHECK(child.Get() == handle);
+    CHECK(HandleRegistry::Instance().Find(handle) == kSession);
+    CHECK(OpenHandles() == 2);
+    SECTION("closed before it")
+    {
+        parent->Close();
+        CHECK(OpenHandles() == 1); // for what the system may say of it
+        CHECK(HandleRegistry::Instance().Find(handle) == kSession);
+    }
+    SECTION("destroyed before it")
+    {
+        parent.reset();
+        CHECK(HandleRegistry::Instance().Find(handle) == nullptr); // nobody to be told
+    }
+    CHECK_FALSE(child);
+    CHECK(child.Get() == nullptr);
+    CHECK_FALSE(child.IsClosed());
+    child.Close();
+    CHECK(child.IsClosed());
+    CHECK(OpenHandles() == 0);
+    CHECK(closed == std::vector<HINTERNET>{session});
+}
+
+TEST_CASE("RegisteredHandle: what comes of a parent that was closed meanwhile is nobody's",
+          "[internet]")
+{
+    RegisteredHandle parent(Open(), kSession);
+    const HINTERNET session = parent.Get();
+    const HINTERNET handle = ::InternetConnectW(session, L"host.invalid", 80, nullptr, nullptr,
+                                                INTERNET_SERVICE_HTTP, 0, 0);
+    parent.Close(); // as a status callback may
+    const RegisteredHandle foreign(Open(), kSession);
+    const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+    {
+        RegisteredHandle late(handle, parent);
+        CHECK_FALSE(late);
+        CHECK(late.IsClosed());
+        CHECK(OpenHandles() == 1);
+    }
+    CHECK(patch.Calls() == 0);
+    CHECK(HandleRegistry::Instance().Find(foreign.Get()) == kSession);
+}
+
+TEST_CASE("RegisteredHandle: a handle whose end was announced is not closed", "[internet]")
+{
+    RegisteredHandle owner(Open(), kSession);
+    const HINTERNET handle = owner.Get();
+    HandleRegistry::Instance().End(handle);
+    CHECK_FALSE(owner);
+    CHECK_FALSE(owner.IsClosed());
+    {
+        const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+        owner.Close();
+        CHECK(patch.Calls() == 0);
+    }
+    CHECK(owner.IsClosed());
+    CHECK(OpenHandles() == 0);
+    ::InternetCloseHandle(handle);
+}
+
+TEST_CASE("RegisteredHandle: a value that was given out again is not its first owner's",
+          "[internet]")
+{
+    const HINTERNET handle = Open();
+    const CloseHandlePatch patch("wininet.dll", &CloseHandlePatch::Original);
+    {
+        RegisteredHandle first(handle, kSession); // the system has ended it and said nothing
+        const RegisteredHandle second(handle, kSession);
+        CHECK_FALSE(first);
+        first.Close();
+        CHECK(patch.Calls() == 0);
+        CHECK(HandleRegistry::Instance().Find(handle) == kSession);
+        CHECK(second.Get() == handle);
+    }
+    CHECK(patch.Calls() == 1);
+    CHECK(OpenHandles() == 0);
 }
 
 TEST_CASE("RegisteredHandle: without a handle it enters and closes nothing", "[internet]")
@@ -148,16 +244,17 @@ TEST_CASE("RegisteredHandle: a value that another session gets during the closin
     CInternetSession* const other = reinterpret_cast<CInternetSession*>(200);
     RegisteredHandle late(Open(), kSession);
     const HINTERNET value = late.Get();
+    const auto entry = std::make_shared<velt::HandleEntry>(value, other);
     {
         // The system has closed the handle and given its value out again before the first owner
         // goes on.
         const CloseHandlePatch patch("wininet.dll", [&](HINTERNET handle) {
-            HandleRegistry::Instance().Insert(handle, other);
+            HandleRegistry::Instance().Insert(entry);
             return CloseHandlePatch::Original(handle);
         });
         late.Close();
     }
     CHECK(HandleRegistry::Instance().Find(value) == other);
-    HandleRegistry::Instance().Remove(value, other);
+    HandleRegistry::Instance().Remove(*entry);
     CHECK(OpenHandles() == 0);
 }

@@ -5,10 +5,12 @@
 #include "tests/internet/exchange.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/process_usage.h"
 
 #include <catch.hpp>
 
 #include <array>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,8 +29,8 @@ class WrittenFile final : public CInternetFile
 {
 public:
     WrittenFile(Exchange& exchange, HINTERNET handle)
-        : CInternetFile(velt::RegisteredHandle(handle, &exchange.session), false, kFileContext,
-                        L"server", L"/name")
+        : CInternetFile(velt::RegisteredHandle(handle, exchange.connection->GetRegisteredHandle()),
+                        false, kFileContext, L"server", L"/name")
     {
     }
 
@@ -246,6 +248,41 @@ TEST_CASE("CInternetFile: Close that cannot write leaves the file open for anoth
         writing.file.reset();
     }
     CHECK(OpenHandles() == 3);
+}
+
+TEST_CASE("CInternetFile: Close gives its write buffer back", "[internet]")
+{
+    constexpr DWORD kBytes = 64 * 1024 * 1024;
+    const bool endsBefore = GENERATE(false, true);
+    Writing writing;
+    const std::size_t before = CurrentUsage().privateBytes;
+    writing.file->SetWriteBufferSize(kBytes);
+    REQUIRE(CurrentUsage().privateBytes >= before + kBytes);
+    writing.Write("abc");
+    if (endsBefore)
+    {
+        writing.exchange.session.Close(); // and the file with it: there is nothing to write to
+    }
+    writing.file->Close();
+    CHECK(CurrentUsage().privateBytes < before + kBytes);
+    CHECK(writing.TakeWrites() == (endsBefore ? Writes{} : Writes{"abc"}));
+    writing.file->SetWriteBufferSize(8);
+    writing.file->Flush(); // of what was collected, nothing is left
+    CHECK(writing.TakeWrites().empty());
+}
+
+TEST_CASE("CInternetFile: a write buffer that finds no memory is std::bad_alloc", "[internet]")
+{
+    if constexpr (sizeof(void*) == 4) // elsewhere there may be as much
+    {
+        const DWORD size = GENERATE(as<DWORD>{}, 0x7FFF'FFFF, 0x8000'0000, 0xFFFF'FFFF);
+        Writing writing;
+        writing.file->SetWriteBufferSize(8);
+        CHECK_THROWS_AS(writing.file->SetWriteBufferSize(size), std::bad_alloc);
+        writing.Write("abc");
+        writing.file->Flush();
+        CHECK(writing.TakeWrites() == Writes{"abc"});
+    }
 }
 
 TEST_CASE("CInternetFile: WriteString sends as many bytes as the text has characters", "[internet]")

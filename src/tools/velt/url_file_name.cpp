@@ -1,10 +1,10 @@
 #include "tools/velt/url_file_name.h"
 
 #include "foundation/utf.h"
+#include "internet/url_text.h"
 
 #include <algorithm>
 #include <array>
-#include <optional>
 
 namespace velt::tool
 {
@@ -13,32 +13,6 @@ namespace
 constexpr std::size_t kLongestName = 120;
 constexpr std::string_view kDefaultName = "index.html";
 constexpr std::string_view kForbidden = "<>:\"/\\|?*";
-
-std::optional<unsigned> HexDigit(char c) noexcept
-{
-    if (c >= '0' && c <= '9')
-    {
-        return static_cast<unsigned>(c - '0');
-    }
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? std::optional(static_cast<unsigned>(lower - 'a' + 10))
-                                        : std::nullopt;
-}
-
-/// A percent sign that no two hexadecimal digits follow stands for itself.
-std::string Unescape(std::string_view text)
-{
-    std::string result;
-    while (!text.empty())
-    {
-        const bool escaped = text.size() >= 3 && text[0] == '%';
-        const auto high = escaped ? HexDigit(text[1]) : std::nullopt;
-        const auto low = escaped ? HexDigit(text[2]) : std::nullopt;
-        result.push_back(high && low ? static_cast<char>(*high << 4 | *low) : text[0]);
-        text.remove_prefix(high && low ? 3 : 1);
-    }
-    return result;
-}
 
 /// The last part of a URL's path, as it stands.
 std::string_view LastPart(std::string_view url) noexcept
@@ -80,7 +54,7 @@ bool IsDevice(std::string_view name)
 
 std::string FileNameFromUrl(std::string_view url)
 {
-    std::u16string units = Utf16FromUtf8(Unescape(LastPart(url)));
+    std::u16string units = Utf16FromUtf8(UnescapeUrl(LastPart(url)));
     for (char16_t& unit : units)
     {
         const bool forbidden =
