@@ -3,12 +3,15 @@
 #include "foundation/unique_file.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/temp_folder.h"
+#include "tests/support/test_thread.h"
 #include "tests/tools/velt/velt_program.h"
 
 #include <catch.hpp>
 
 #include <cstdio>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 using namespace velt::test;
 
@@ -65,7 +68,7 @@ public:
     OwnConsole()
     {
         ::FreeConsole();
-        if (!::AllocConsole())
+        if (!::AllocConsole() || !::SetConsoleCtrlHandler(&OnControl, TRUE))
         {
             throw std::runtime_error("no console");
         }
@@ -80,6 +83,7 @@ public:
 
     ~OwnConsole()
     {
+        ::SetConsoleCtrlHandler(&OnControl, FALSE);
         ::CloseHandle(m_screen);
         ::FreeConsole();
     }
@@ -102,19 +106,24 @@ public:
         return text;
     }
 
-    /// As the user does, for every program of the console but this one.
+    /// As the user does, for every program of the console; this one stays.
     void PressControlC() const
     {
-        ::SetConsoleCtrlHandler(nullptr, TRUE);
-        const BOOL sent = ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
-        ::SetConsoleCtrlHandler(nullptr, FALSE);
-        if (!sent)
+        if (!::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0))
         {
             throw std::runtime_error("no Ctrl+C");
         }
+        s_pressed.Wait(); // it comes on a thread of the system's, whenever that runs
     }
 
 private:
+    static BOOL CALLBACK OnControl(DWORD) noexcept
+    {
+        s_pressed.Set();
+        return TRUE; // no end of the process
+    }
+
+    inline static TestEvent s_pressed;
     HANDLE m_screen;
 };
 
@@ -152,7 +161,7 @@ public:
     /// Its exit code.
     DWORD Wait()
     {
-        if (::WaitForSingleObject(m_process.Get(), 20'000) != WAIT_OBJECT_0)
+        if (::WaitForSingleObject(m_process.Get(), kWaitLimitMs) != WAIT_OBJECT_0)
         {
             throw std::runtime_error("velt.exe does not end");
         }
@@ -165,11 +174,11 @@ private:
     velt::UniqueKernelObject m_process;
 };
 
-/// Waits until a condition holds; false when it does not within 20 seconds.
+/// Waits until a condition holds; false when it does not within the limit.
 template <class Condition>
 bool Eventually(Condition&& condition)
 {
-    const ULONGLONG limit = ::GetTickCount64() + 20'000;
+    const ULONGLONG limit = ::GetTickCount64() + kWaitLimitMs;
     while (!condition())
     {
         if (::GetTickCount64() > limit)
