@@ -131,7 +131,8 @@ constexpr std::array<CommandRow, 16> kCommands = {{
     {CommandId::fetch, "fetch", "URL...", 1, kAnyNumber, "fetch URLs through the request queue",
      "Without a file or a folder the bodies go to standard output. A file gets its\n"
      "name when it is complete, and not before. Ctrl+C abandons what is under way.\n"
-     "Exit code 1 when a server answered with another status than 200.\n",
+     "Everything comes from the servers, and nothing stays in the user's cache. Exit\n"
+     "code 1 when a server answered with another status than 200.\n",
      kFetchOptions, false},
     {CommandId::proxy,
      "proxy",

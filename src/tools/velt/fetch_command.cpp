@@ -31,9 +31,16 @@ struct Fetch
     std::shared_ptr<FetchRequest> request;
 };
 
+/// Everything comes from the servers, nothing is kept of it, and no exchange opens a window; a
+/// connection may serve several exchanges.
+constexpr DWORD kRequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE |
+                                INTERNET_FLAG_PRAGMA_NOCACHE | INTERNET_FLAG_KEEP_CONNECTION |
+                                INTERNET_FLAG_NO_UI;
+
 url_options OptionsOf(const CommandLine& line)
 {
     url_options options;
+    options.flags = kRequestFlags;
     std::wstring data = line.Value("data");
     options.data =
         data.starts_with(L"@") ? ReadWholeFile(FullPath(data.substr(1))) : Utf8FromWide(data);

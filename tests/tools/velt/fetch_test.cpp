@@ -1,6 +1,7 @@
 // velt fetch beside a real web server and a real proxy.
 
 #include "foundation/unique_file.h"
+#include "tests/support/http_server.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_thread.h"
@@ -8,6 +9,8 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -42,6 +45,63 @@ std::string ReadAll(const std::wstring& path)
 bool Contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != text.npos;
+}
+
+std::wstring UrlOf(const HttpServer& server)
+{
+    return L"http://127.0.0.1:" + std::to_wstring(server.Port()) + L"/";
+}
+
+/// Whether the user's cache of the internet API has an entry for a URL.
+bool IsCached(const std::wstring& url)
+{
+    DWORD sizeBytes = 0; // too small for any entry
+    return ::GetUrlCacheEntryInfoW(url.c_str(), nullptr, &sizeBytes) ||
+           ::GetLastError() == ERROR_INSUFFICIENT_BUFFER;
+}
+
+/// Fetches a URL as programs do that say nothing of the cache, and reads it to its end.
+void FetchThroughCache(const std::wstring& url)
+{
+    const HINTERNET session =
+        ::InternetOpenW(L"test", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const HINTERNET file = ::InternetOpenUrlW(session, url.c_str(), nullptr, 0, 0, 0);
+    char block[1024];
+    DWORD read = 0;
+    while (::InternetReadFile(file, block, sizeof(block), &read) && read > 0)
+    {
+    }
+    ::InternetCloseHandle(file);
+    ::InternetCloseHandle(session);
+}
+
+/// Puts a body into the user's cache that is good for another hour.
+void Cache(const std::wstring& url, const std::string& body)
+{
+    wchar_t path[MAX_PATH];
+    if (!::CreateUrlCacheEntryW(url.c_str(), static_cast<DWORD>(body.size()), L"txt", path, 0))
+    {
+        throw std::runtime_error("no entry in the cache");
+    }
+    {
+        const velt::UniqueFile file(::CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+        DWORD written = 0;
+        ::WriteFile(file.Get(), body.data(), static_cast<DWORD>(body.size()), &written, nullptr);
+    }
+    constexpr std::uint64_t kHour = 36'000'000'000; // in units of 100 ns
+    FILETIME now{};
+    ::GetSystemTimeAsFileTime(&now);
+    const std::uint64_t later =
+        (std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime) + kHour;
+    const FILETIME expiry{static_cast<DWORD>(later), static_cast<DWORD>(later >> 32)};
+    std::wstring headers =
+        L"HTTP/1.1 200 OK\r\nContent-Length: " + std::to_wstring(body.size()) + L"\r\n\r\n";
+    if (!::CommitUrlCacheEntryW(url.c_str(), path, expiry, now, NORMAL_CACHE_ENTRY, headers.data(),
+                                static_cast<DWORD>(headers.size()), nullptr, nullptr))
+    {
+        throw std::runtime_error("the cache takes no entry");
+    }
 }
 
 /// The names of the files in a folder, divided by blanks.
@@ -238,6 +298,62 @@ TEST_CASE("velt fetch: a body on its way never takes another file's name", "[too
     }
     CHECK(ReadAll(folder.File(L"plain.txt")) == "plain text\n");
     CHECK(FilesIn(folder) == L"plain.txt plain.txt.part ");
+}
+
+TEST_CASE("velt fetch: nothing is taken from the user's cache", "[tools]")
+{
+    const std::wstring url = Url(L"/plain.txt?stale");
+    Cache(url, "stale text\n");
+    REQUIRE(IsCached(url));
+    CHECK(RunVelt({L"fetch", url}).output == "plain text\n");
+    ::DeleteUrlCacheEntryW(url.c_str());
+
+    // Nor from that of a proxy on the way.
+    const HttpServer server(HttpAnswer("200 OK", "ok"));
+    CHECK(RunVelt({L"fetch", UrlOf(server)}).output == "ok");
+    REQUIRE(server.Requests().size() == 1);
+    CHECK((Contains(server.Requests()[0], "\r\nPragma: no-cache\r\n") ||
+           Contains(server.Requests()[0], "\r\nCache-Control: no-cache\r\n")));
+}
+
+TEST_CASE("velt fetch: nothing stays in the user's cache", "[tools]")
+{
+    const std::wstring plain = Url(L"/plain.txt");
+    FetchThroughCache(plain);
+    REQUIRE(IsCached(plain)); // the look finds what is there
+    const std::wstring urls[] = {plain, Url(L"/moved"), Url(L"/chunked"), Url(L"/private/"),
+                                 Url(L"/nope")};
+    for (const std::wstring& url : urls)
+    {
+        ::DeleteUrlCacheEntryW(url.c_str());
+        REQUIRE_FALSE(IsCached(url));
+    }
+    std::vector<std::wstring> arguments{L"fetch", L"--user", L"user", L"--password", L"secret"};
+    arguments.insert(arguments.end(), std::begin(urls), std::end(urls));
+    const ProgramResult result = RunVelt(arguments);
+    CHECK(result.output == "plain text\nplain text\nplain text\nprivate text\n");
+    for (const std::wstring& url : urls)
+    {
+        INFO(std::string(url.begin(), url.end()));
+        CHECK_FALSE(IsCached(url));
+    }
+}
+
+TEST_CASE("velt fetch: the connection is kept for the next exchange", "[tools]")
+{
+    std::vector<DWORD> threads; // that answered: each connection has one of its own
+    {
+        const HttpServer server([&](HttpExchange& exchange) {
+            threads.push_back(::GetCurrentThreadId());
+            exchange.Send(HttpAnswer("200 OK", "ok"));
+            exchange.KeepOpen();
+        });
+        CHECK(RunVelt({L"fetch", UrlOf(server), UrlOf(server)}).output == "okok");
+        REQUIRE(server.Requests().size() == 2);
+        CHECK(Contains(server.Requests()[0], "\r\nConnection: Keep-Alive\r\n"));
+    }
+    REQUIRE(threads.size() == 2);
+    CHECK(threads[0] == threads[1]);
 }
 
 TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[tools]")
