@@ -37,7 +37,7 @@ constexpr std::array<OptionRow, 1> kScriptOptions = {{
     {"engine", "NAME", "script engine; by default JScript for .js, VBScript for .vbs"},
 }};
 
-constexpr std::array<OptionRow, 8> kFetchOptions = {{
+constexpr std::array<OptionRow, 10> kFetchOptions = {{
     {"output", "FILE", "file for the body; one URL only"},
     {"folder", "DIR", "folder for the bodies; files are named after the URLs"},
     {"user", "NAME", "user name for a server that asks for one"},
@@ -45,7 +45,9 @@ constexpr std::array<OptionRow, 8> kFetchOptions = {{
     {"proxy", "HOST:PORT", "proxy; by default the system's configuration"},
     {"verb", "VERB", "GET by default, POST with data"},
     {"data", "TEXT", "data to send, or @FILE for what is in a file"},
+    {"content-type", "TYPE", "media type of the data"},
     {"accept", "TYPE", "media type to accept"},
+    {"header", "NAME:VALUE", "header to send; may stand several times"},
 }};
 
 constexpr std::array<OptionRow, 1> kPingOptions = {{

@@ -50,8 +50,42 @@ url_options OptionsOf(const CommandLine& line)
     return options;
 }
 
+RequestHeader HeaderOf(const std::wstring& text)
+{
+    auto header = ParseRequestHeader(text);
+    if (!header)
+    {
+        throw WrongUsage{L"not a header that can be sent: " + text};
+    }
+    return *std::move(header);
+}
+
+std::vector<RequestHeader> HeadersOf(const CommandLine& line)
+{
+    constexpr char kContentType[] = "Content-Type";
+    std::vector<RequestHeader> headers;
+    for (const std::wstring& text : line.Values("header"))
+    {
+        headers.push_back(HeaderOf(text));
+        if (line.Has("content-type") && IsSameHeader(headers.back().name, kContentType))
+        {
+            throw WrongUsage{L"--content-type stands for that header: " + text};
+        }
+    }
+    if (line.Has("content-type"))
+    {
+        headers.push_back(
+            HeaderOf(WideFromUtf8(kContentType) + L": " + line.Value("content-type")));
+    }
+    return headers;
+}
+
 void CheckUsage(const CommandLine& line)
 {
+    if (line.Has("content-type") && !line.Has("data"))
+    {
+        throw WrongUsage{L"--content-type is that of --data"};
+    }
     if (line.Has("output") && line.Has("folder"))
     {
         throw WrongUsage{L"--output and --folder exclude each other"};
@@ -115,16 +149,15 @@ FetchRequest::BodyTarget TargetOf(const Fetch& fetch, const CommandContext& cont
 class FetchRun
 {
 public:
-    FetchRun(const CommandLine& line, CommandContext& context)
+    /// The settings outlive it.
+    FetchRun(const CommandLine& line, const FetchSettings& settings, CommandContext& context)
         : m_context(context),
           m_fetches(FilesOf(line)),
           m_changed(::CreateEventW(nullptr, FALSE, FALSE, nullptr))
     {
-        url_options options = OptionsOf(line);
         for (Fetch& fetch : m_fetches)
         {
-            options.url = Utf8FromWide(fetch.url);
-            fetch.request = MakeRequest(options, line, fetch);
+            fetch.request = MakeRequest(settings, fetch);
         }
     }
 
@@ -177,14 +210,13 @@ public:
     }
 
 private:
-    std::shared_ptr<FetchRequest> MakeRequest(const url_options& options, const CommandLine& line,
-                                              const Fetch& fetch)
+    std::shared_ptr<FetchRequest> MakeRequest(const FetchSettings& settings, const Fetch& fetch)
     {
         try
         {
-            return std::make_shared<FetchRequest>(
-                options, line.Value("user"), line.Value("password"), m_interrupt,
-                TargetOf(fetch, m_context), [event = m_changed.Get()] { ::SetEvent(event); });
+            return std::make_shared<FetchRequest>(Utf8FromWide(fetch.url), settings, m_interrupt,
+                                                  TargetOf(fetch, m_context),
+                                                  [event = m_changed.Get()] { ::SetEvent(event); });
         }
         catch (const SystemException::HRESULT&)
         {
@@ -257,7 +289,9 @@ ExitCode RunFetch(const CommandLine& line, CommandContext& context)
 {
     CheckUsage(line);
     const CLibraryUtils::SmartComInitializer com;
-    FetchRun run(line, context);
+    const FetchSettings settings{OptionsOf(line), line.Value("user"), line.Value("password"),
+                           HeadersOf(line)};
+    FetchRun run(line, settings, context);
     run.Run();
     return run.Finish();
 }

@@ -413,6 +413,85 @@ TEST_CASE("velt fetch: verb, data and accepted type are the request's", "[tools]
     CHECK(Contains(missing.messages, "(0x80070002)"));
 }
 
+TEST_CASE("velt fetch: headers are sent with every request, in their order", "[tools]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "ok"));
+    const ProgramResult result =
+        RunVelt({L"fetch", L"--header", L"X-One: first", L"--header=X-Two:2", L"--header",
+                 L"x-one:a \"b\":c\t ", UrlOf(server), UrlOf(server) + L"other"});
+    CHECK(result.exitCode == 0);
+    REQUIRE(server.Requests().size() == 2);
+    for (const std::string& request : server.Requests())
+    {
+        INFO(request);
+        const std::size_t first = request.find("\r\nX-One: first\r\n");
+        const std::size_t second = request.find("\r\nx-one: a \"b\":c\r\n");
+        CHECK(first != request.npos);
+        CHECK(second != request.npos);
+        CHECK(first < second);
+        CHECK(Contains(request, "\r\nX-Two: 2\r\n"));
+    }
+}
+
+TEST_CASE("velt fetch: a header takes the place of the request's own", "[tools]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "ok"));
+    CHECK(RunVelt({L"fetch", L"--accept", L"text/plain", L"--header", L"Accept: text/x-velt",
+                   L"--header", L"User-Agent: another", L"--header", L"Host: other.invalid",
+                   UrlOf(server)})
+              .exitCode == 0);
+    REQUIRE(server.Requests().size() == 1);
+    const std::string request = server.Requests()[0];
+    INFO(request);
+    CHECK(Contains(request, "\r\nAccept: text/x-velt\r\n"));
+    CHECK(Contains(request, "\r\nUser-Agent: another\r\n"));
+    CHECK(Contains(request, "\r\nHost: other.invalid\r\n"));
+    CHECK_FALSE(Contains(request, "text/plain"));
+    CHECK_FALSE(Contains(request, "Velt HTTP agent"));
+    CHECK_FALSE(Contains(request, "Host: 127"));
+}
+
+TEST_CASE("velt fetch: data has the content type that it is given, and else none", "[tools]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "ok"));
+    SECTION("given")
+    {
+        CHECK(RunVelt({L"fetch", L"--data", L"{}", L"--content-type", L"application/json",
+                       UrlOf(server)})
+                  .exitCode == 0);
+        REQUIRE(server.Requests().size() == 1);
+        CHECK(Contains(server.Requests()[0], "\r\nContent-Type: application/json\r\n"));
+        CHECK(server.Requests()[0].ends_with("\r\n\r\n{}"));
+    }
+    SECTION("not given")
+    {
+        CHECK(RunVelt({L"fetch", L"--data", L"{}", UrlOf(server)}).exitCode == 0);
+        REQUIRE(server.Requests().size() == 1);
+        CHECK_FALSE(Contains(server.Requests()[0], "Content-Type"));
+    }
+}
+
+TEST_CASE("velt fetch: what is no header is wrong usage, and nothing is sent", "[tools]")
+{
+    const HttpServer server(HttpAnswer("200 OK", "ok"));
+    using Words = std::vector<std::wstring>;
+    Words arguments = GENERATE(values<Words>({
+        {L"--header", L"X-One"},
+        {L"--header", L"X-One:"},
+        {L"--header", L"X-One: 1\r\nX-Two: 2"},
+        {L"--header", L"Content-Length: 5"},
+        {L"--content-type", L"text/plain"}, // of nothing
+        {L"--data", L"x", L"--content-type", L"a\r\nb"},
+        {L"--data", L"x", L"--content-type", L"a/b", L"--header", L"content-type: c/d"},
+    }));
+    arguments.insert(arguments.begin(), {L"fetch", UrlOf(server)});
+    const ProgramResult result = RunVelt(arguments);
+    CHECK(result.exitCode == 2);
+    CHECK(Contains(result.messages, "try: velt fetch --help"));
+    CHECK_FALSE(Contains(result.messages, "no such option"));
+    CHECK(server.Requests().empty());
+}
+
 TEST_CASE("velt fetch: failures are told with their code, and the others go on", "[tools]")
 {
     const ProgramResult result = RunVelt({L"fetch", L"http://127.0.0.1:1/", Url(L"/plain.txt")});
