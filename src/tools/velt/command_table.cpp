@@ -134,7 +134,8 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      "Without a file or a folder the bodies go to standard output. A file gets its\n"
      "name when it is complete, and not before. Ctrl+C abandons what is under way.\n"
      "Everything comes from the servers, and nothing stays in the user's cache. Exit\n"
-     "code 1 when a server answered with another status than 200.\n",
+     "code 1 when a server answered with another status than 200 to 299; only 200 has\n"
+     "a body that is kept.\n",
      kFetchOptions, false},
     {CommandId::proxy,
      "proxy",

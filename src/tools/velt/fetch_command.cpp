@@ -263,11 +263,17 @@ private:
             return ExitCode::failed;
         }
         report.Add("status", static_cast<std::int64_t>(outcome.status));
-        if (outcome.status != HTTP_STATUS_OK)
+        if (outcome.status < HTTP_STATUS_OK || outcome.status >= HTTP_STATUS_AMBIGUOUS)
         {
             m_context.Message(fetch.url + L": the server answered with status " +
                               std::to_wstring(outcome.status));
             return ExitCode::no;
+        }
+        if (outcome.status != HTTP_STATUS_OK)
+        {
+            m_context.Message(fetch.url + L": status " + std::to_wstring(outcome.status) +
+                              L", whose body is not read");
+            return ExitCode::done;
         }
         report.Add("bytes", static_cast<std::int64_t>(outcome.bytes));
         if (!fetch.file.empty())

@@ -356,7 +356,38 @@ TEST_CASE("velt fetch: the connection is kept for the next exchange", "[tools]")
     CHECK(threads[0] == threads[1]);
 }
 
-TEST_CASE("velt fetch: another status than 200 is a no, and keeps no body", "[tools]")
+TEST_CASE("velt fetch: every status from 200 to 299 is done, and only 200 has a body", "[tools]")
+{
+    const TempFolder folder(L"done");
+    SECTION("from a real server")
+    {
+        const ProgramResult result =
+            RunVelt({L"fetch", L"--json", L"--folder", folder.Path(), L"--header",
+                     L"Range: bytes=0-3", Url(L"/plain.txt"), Url(L"/nope")});
+        CHECK(result.exitCode == 1); // of the other one
+        CHECK(Contains(result.output, "plain.txt\",\"status\":206}"));
+        CHECK(Contains(result.messages, "/plain.txt: status 206, whose body is not read"));
+        CHECK(FilesIn(folder).empty());
+    }
+    SECTION("whichever")
+    {
+        const DWORD status = GENERATE(values<DWORD>({201, 202, 204, 299}));
+        const HttpServer server("HTTP/1.1 " + std::to_string(status) + " Text\r\nContent-Length: " +
+                                (status == 204 ? "0\r\n\r\n" : "4\r\n\r\nbody"));
+        const ProgramResult result = RunVelt({L"fetch", L"--data", L"x", UrlOf(server)});
+        CHECK(result.exitCode == 0);
+        CHECK(result.output.empty());
+        CHECK(Contains(result.messages, "/: status " + std::to_string(status) + ", "));
+    }
+    SECTION("but none beyond")
+    {
+        const DWORD status = GENERATE(values<DWORD>({300, 304, 400, 500}));
+        const HttpServer server(HttpAnswer(std::to_string(status) + " Text", ""));
+        CHECK(RunVelt({L"fetch", UrlOf(server)}).exitCode == 1);
+    }
+}
+
+TEST_CASE("velt fetch: another status than 2xx is a no, and keeps no body", "[tools]")
 {
     const TempFolder folder(L"status");
     const ProgramResult result = RunVelt({L"fetch", L"--folder", folder.Path(), Url(L"/nope"),
