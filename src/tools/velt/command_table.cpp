@@ -39,7 +39,7 @@ constexpr std::array<OptionRow, 1> kScriptOptions = {{
 
 constexpr std::array<OptionRow, 10> kFetchOptions = {{
     {"output", "FILE", "file for the body; one URL only"},
-    {"folder", "DIR", "folder for the bodies; files are named after the URLs"},
+    {"folder", "DIR", "folder for the bodies, made if missing; URLs give names"},
     {"user", "NAME", "user name for a server that asks for one"},
     {"password", "TEXT", "password for it"},
     {"proxy", "HOST:PORT", "proxy; by default the system's configuration"},

@@ -298,6 +298,10 @@ ExitCode RunFetch(const CommandLine& line, CommandContext& context)
     const FetchSettings settings{OptionsOf(line), line.Value("user"), line.Value("password"),
                            HeadersOf(line)};
     FetchRun run(line, settings, context);
+    if (line.Has("folder"))
+    {
+        MakeFolder(FullPath(line.Value("folder")));
+    }
     run.Run();
     return run.Finish();
 }

@@ -52,6 +52,14 @@ std::wstring UrlOf(const HttpServer& server)
     return L"http://127.0.0.1:" + std::to_wstring(server.Port()) + L"/";
 }
 
+/// How many answers of the web server were for a request that has this text in its first line.
+std::size_t AnswersFor(const std::string& part)
+{
+    const std::vector<std::string> lines = real_servers::LogLines("access.log");
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& line) { return Contains(line, part); }));
+}
+
 /// Whether the user's cache of the internet API has an entry for a URL.
 bool IsCached(const std::wstring& url)
 {
@@ -385,6 +393,37 @@ TEST_CASE("velt fetch: every status from 200 to 299 is done, and only 200 has a 
         const HttpServer server(HttpAnswer(std::to_string(status) + " Text", ""));
         CHECK(RunVelt({L"fetch", UrlOf(server)}).exitCode == 1);
     }
+}
+
+TEST_CASE("velt fetch: a folder that is not there is made", "[tools]")
+{
+    const TempFolder folder(L"made");
+    const std::wstring deep = folder.File(L"a\\b c\\d");
+    CHECK(RunVelt({L"fetch", L"--folder", deep + L"\\", Url(L"/plain.txt")}).exitCode == 0);
+    CHECK(ReadAll(deep + L"\\plain.txt") == "plain text\n");
+    CHECK(RunVelt({L"fetch", L"--folder", deep, Url(L"/empty")}).exitCode == 0); // it is there
+    CHECK(ReadAll(deep + L"\\empty").empty());
+}
+
+TEST_CASE("velt fetch: without its folder nothing is fetched", "[tools]")
+{
+    const TempFolder folder(L"unmade");
+    folder.Write(L"file", "in the way");
+    const std::wstring name = GENERATE(as<std::wstring>{}, L"file", L"file\\below", L"a<b");
+    const ProgramResult result = RunVelt(
+        {L"fetch", L"--json", L"--folder", folder.File(name.c_str()), Url(L"/plain.txt?unmade")});
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "(0x800700"));
+    CHECK(result.output.starts_with("{\"failed\":"));
+    CHECK(AnswersFor("/plain.txt?unmade") == 0);
+    CHECK(ReadAll(folder.File(L"file")) == "in the way");
+}
+
+TEST_CASE("velt fetch: a command that is wrong makes no folder", "[tools]")
+{
+    const TempFolder folder(L"wrong");
+    CHECK(RunVelt({L"fetch", L"--folder", folder.File(L"x"), L"no URL"}).exitCode == 2);
+    CHECK(::GetFileAttributesW(folder.File(L"x").c_str()) == INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_CASE("velt fetch: another status than 2xx is a no, and keeps no body", "[tools]")
