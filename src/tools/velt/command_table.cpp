@@ -37,11 +37,12 @@ constexpr std::array<OptionRow, 1> kScriptOptions = {{
     {"engine", "NAME", "script engine; by default JScript for .js, VBScript for .vbs"},
 }};
 
-constexpr std::array<OptionRow, 10> kFetchOptions = {{
+constexpr std::array<OptionRow, 11> kFetchOptions = {{
     {"output", "FILE", "file for the body; one URL only"},
     {"folder", "DIR", "folder for the bodies, made if missing; URLs give names"},
     {"user", "NAME", "user name for a server that asks for one"},
     {"password", "TEXT", "password for it"},
+    {"password-file", "FILE", "file whose first line is it; - for standard input"},
     {"proxy", "HOST:PORT", "proxy; by default the system's configuration"},
     {"verb", "VERB", "GET by default, POST with data"},
     {"data", "TEXT", "data to send, or @FILE for what is in a file"},

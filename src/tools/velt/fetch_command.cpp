@@ -6,6 +6,7 @@
 #include "tools/velt/commands.h"
 #include "tools/velt/fetch_request.h"
 #include "tools/velt/full_path.h"
+#include "tools/velt/password_input.h"
 #include "tools/velt/progress_display.h"
 #include "tools/velt/url_file_name.h"
 
@@ -82,6 +83,14 @@ std::vector<RequestHeader> HeadersOf(const CommandLine& line)
 
 void CheckUsage(const CommandLine& line)
 {
+    if (line.Has("password") && line.Has("password-file"))
+    {
+        throw WrongUsage{L"--password and --password-file exclude each other"};
+    }
+    if ((line.Has("password") || line.Has("password-file")) && line.Value("user").empty())
+    {
+        throw WrongUsage{L"a password needs --user"};
+    }
     if (line.Has("content-type") && !line.Has("data"))
     {
         throw WrongUsage{L"--content-type is that of --data"};
@@ -149,7 +158,7 @@ FetchRequest::BodyTarget TargetOf(const Fetch& fetch, const CommandContext& cont
 class FetchRun
 {
 public:
-    /// The settings outlive it.
+    /// The settings outlive it; what must be known before Run are their options and headers.
     FetchRun(const CommandLine& line, const FetchSettings& settings, CommandContext& context)
         : m_context(context),
           m_fetches(FilesOf(line)),
@@ -169,6 +178,7 @@ public:
     /// Runs them one after the other until all have ended or Ctrl+C has come.
     void Run()
     {
+        m_startMs = ::GetTickCount64();
         queue_manager queue; // ends before the requests go
         for (const Fetch& fetch : m_fetches)
         {
@@ -284,7 +294,7 @@ private:
     }
 
     CommandContext& m_context;
-    const ULONGLONG m_startMs = ::GetTickCount64();
+    ULONGLONG m_startMs = 0;
     const Interrupt m_interrupt;
     std::vector<Fetch> m_fetches;
     UniqueKernelObject m_changed; // auto-reset; an exchange has ended
@@ -295,9 +305,14 @@ ExitCode RunFetch(const CommandLine& line, CommandContext& context)
 {
     CheckUsage(line);
     const CLibraryUtils::SmartComInitializer com;
-    const FetchSettings settings{OptionsOf(line), line.Value("user"), line.Value("password"),
+    FetchSettings settings{OptionsOf(line), line.Value("user"), line.Value("password"),
                            HeadersOf(line)};
     FetchRun run(line, settings, context);
+    if (line.Has("password-file"))
+    {
+        settings.password =
+            ReadPassword(line.Value("password-file"), settings.userName, context.Messages());
+    }
     if (line.Has("folder"))
     {
         MakeFolder(FullPath(line.Value("folder")));

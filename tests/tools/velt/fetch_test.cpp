@@ -144,6 +144,11 @@ public:
             ::CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
         ::SetHandleInformation(m_screen, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+        m_keyboard =
+            ::CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+        ::SetHandleInformation(m_keyboard, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+        m_firstMode = Mode();
     }
 
     OwnConsole(const OwnConsole&) = delete;
@@ -152,6 +157,7 @@ public:
     ~OwnConsole()
     {
         ::SetConsoleCtrlHandler(&OnControl, FALSE);
+        ::CloseHandle(m_keyboard);
         ::CloseHandle(m_screen);
         ::FreeConsole();
     }
@@ -159,6 +165,47 @@ public:
     HANDLE Screen() const noexcept
     {
         return m_screen;
+    }
+
+    HANDLE Keyboard() const noexcept
+    {
+        return m_keyboard;
+    }
+
+    /// How the console treats what is typed, now and at first.
+    DWORD Mode() const noexcept
+    {
+        DWORD mode = 0;
+        ::GetConsoleMode(m_keyboard, &mode);
+        return mode;
+    }
+
+    DWORD FirstMode() const noexcept
+    {
+        return m_firstMode;
+    }
+
+    /// As the user does.
+    void Type(std::wstring_view text) const
+    {
+        for (const wchar_t character : text)
+        {
+            INPUT_RECORD records[2]{};
+            for (INPUT_RECORD& record : records)
+            {
+                record.EventType = KEY_EVENT;
+                record.Event.KeyEvent.bKeyDown = &record == &records[0];
+                record.Event.KeyEvent.wRepeatCount = 1;
+                record.Event.KeyEvent.wVirtualKeyCode =
+                    static_cast<WORD>(::VkKeyScanW(character) & 0xFF);
+                record.Event.KeyEvent.uChar.UnicodeChar = character;
+            }
+            DWORD written = 0;
+            if (!::WriteConsoleInputW(m_keyboard, records, 2, &written) || written != 2)
+            {
+                throw std::runtime_error("nothing can be typed");
+            }
+        }
     }
 
     /// The first lines as one text.
@@ -193,6 +240,8 @@ private:
 
     inline static TestEvent s_pressed;
     HANDLE m_screen;
+    HANDLE m_keyboard;
+    DWORD m_firstMode = 0;
 };
 
 /// A run of velt.exe with a console for its terminal.
@@ -206,6 +255,7 @@ public:
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = console.Keyboard();
         startup.hStdOutput = console.Screen();
         startup.hStdError = console.Screen();
         PROCESS_INFORMATION process{};
@@ -560,6 +610,97 @@ TEST_CASE("velt fetch: what is no header is wrong usage, and nothing is sent", "
     CHECK(Contains(result.messages, "try: velt fetch --help"));
     CHECK_FALSE(Contains(result.messages, "no such option"));
     CHECK(server.Requests().empty());
+}
+
+TEST_CASE("velt fetch: the password can be the first line of a file", "[tools]")
+{
+    const TempFolder folder(L"password");
+    const std::string text =
+        GENERATE(as<std::string>{}, "secret", "secret\n", "secret\r\nmore\n",
+                 "\xEF\xBB\xBFsecret\n", std::string("\xFF\xFEs\0e\0c\0r\0e\0t\0\r\0\n\0", 18));
+    folder.Write(L"password.txt", text);
+    const ProgramResult result = RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user",
+                                          L"--password-file", folder.File(L"password.txt")});
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "private text\n");
+}
+
+TEST_CASE("velt fetch: a password that cannot be read is a failure", "[tools]")
+{
+    const TempFolder folder(L"nopassword");
+    const ProgramResult result = RunVelt({L"fetch", Url(L"/private/?nopassword"), L"--user",
+                                          L"user", L"--password-file", folder.File(L"nope")});
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "(0x80070002)"));
+    CHECK(AnswersFor("/private/?nopassword") == 0);
+}
+
+TEST_CASE("velt fetch: the password can come from standard input", "[tools]")
+{
+    const std::vector<std::wstring> arguments{L"fetch", Url(L"/private/"),  L"--user",
+                                              L"user",  L"--password-file", L"-"};
+    SECTION("a line of a file, and no more of it")
+    {
+        const TempFolder folder(L"input");
+        folder.Write(L"input", "secret\nthe next one's");
+        SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+        const velt::UniqueFile input(::CreateFileW(folder.File(L"input").c_str(), GENERIC_READ,
+                                                   FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0,
+                                                   nullptr));
+        const ProgramResult result =
+            ProgramRun(arguments, VeltProgram(), nullptr, 0, input.Get()).Wait();
+        CHECK(result.exitCode == 0);
+        CHECK(result.output == "private text\n");
+        CHECK(result.messages.empty()); // nobody is asked
+        CHECK(::SetFilePointer(input.Get(), 0, nullptr, FILE_CURRENT) == 7);
+    }
+    SECTION("the end of a pipe")
+    {
+        SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+        HANDLE ends[2];
+        REQUIRE(::CreatePipe(&ends[0], &ends[1], &inherited, 0));
+        velt::UniqueKernelObject reader(ends[0]);
+        velt::UniqueKernelObject writer(ends[1]);
+        ::SetHandleInformation(writer.Get(), HANDLE_FLAG_INHERIT, 0);
+        ProgramRun run(arguments, VeltProgram(), nullptr, 0, reader.Get());
+        DWORD written = 0;
+        REQUIRE(::WriteFile(writer.Get(), "secret", 6, &written, nullptr));
+        writer.Reset();
+        CHECK(run.Wait().output == "private text\n");
+    }
+    SECTION("none there")
+    {
+        const ProgramResult result = RunVelt(arguments);
+        CHECK(result.exitCode == 3);
+        CHECK(Contains(result.messages, "standard input: "));
+    }
+}
+
+TEST_CASE("velt fetch: a password that is typed is asked for and not shown", "[tools]")
+{
+    OwnConsole console;
+    const TempFolder folder(L"typed");
+    ConsoleRun run(console, {L"fetch", L"--output", folder.File(L"page"), Url(L"/private/"),
+                             L"--user", L"user", L"--password-file", L"-"});
+    REQUIRE(Eventually([&] { return console.Text().starts_with(L"password for user: "); }));
+    console.Type(L"secret\r");
+    CHECK(run.Wait() == 0);
+    CHECK(ReadAll(folder.File(L"page")) == "private text\n");
+    CHECK(console.Text().find(L"secret") == std::wstring::npos);
+    CHECK(console.Mode() == console.FirstMode()); // what is typed next is shown again
+}
+
+TEST_CASE("velt fetch: credentials that contradict each other are wrong usage", "[tools]")
+{
+    using Words = std::vector<std::wstring>;
+    Words arguments = GENERATE(values<Words>({
+        {L"--password", L"secret"},
+        {L"--password-file", L"x"},
+        {L"--user", L"user", L"--password", L"secret", L"--password-file", L"x"},
+    }));
+    arguments.insert(arguments.begin(), {L"fetch", Url(L"/private/?wrong")});
+    CHECK(RunVelt(arguments).exitCode == 2);
+    CHECK(AnswersFor("/private/?wrong") == 0);
 }
 
 TEST_CASE("velt fetch: failures are told with their code, and the others go on", "[tools]")

@@ -29,10 +29,11 @@ std::wstring CommandLineOf(const std::vector<std::wstring>& arguments);
 class ProgramRun
 {
 public:
-    /// `output` is where standard output goes instead; null for a file.
+    /// `output` is where standard output goes instead; null for a file. `input` is what standard
+    /// input comes from; null for nothing. Both are handles that are inherited.
     explicit ProgramRun(const std::vector<std::wstring>& arguments,
                         const std::wstring& program = VeltProgram(), HANDLE output = nullptr,
-                        DWORD flags = 0);
+                        DWORD flags = 0, HANDLE input = nullptr);
 
     ProgramRun(const ProgramRun&) = delete;
     ProgramRun& operator=(const ProgramRun&) = delete;
