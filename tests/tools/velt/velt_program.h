@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/test_thread.h"
 
 #include <windows.h>
 
@@ -51,7 +52,7 @@ public:
     std::string Messages() const;
 
     /// Waits for its end, at most `limitMs` milliseconds.
-    ProgramResult Wait(DWORD limitMs = 60'000);
+    ProgramResult Wait(DWORD limitMs = 2 * kWaitLimitMs);
 
 private:
     class Stream;
