@@ -97,11 +97,6 @@ void FetchRequest::OnBody(const char* body, DWORD lengthBytes)
 {
     try
     {
-        if (m_interrupt.IsSet())
-        {
-            Fail(ERROR_CANCELLED); // it may be only a part
-            return;
-        }
         RequireWhole(lengthBytes);
         m_target(body, lengthBytes);
     }
@@ -123,10 +118,13 @@ void FetchRequest::OnOpened(CHttpFile& file)
         });
         AddHeader(handle, *header, again);
     }
-    if (!m_settings.userName.empty())
+    const bool given = !m_settings.userName.empty(); // and not in the URL
+    const std::wstring userName = given ? m_settings.userName : WideFromUtf8(GetUserName());
+    if (!userName.empty())
     {
-        SetText(handle, INTERNET_OPTION_USERNAME, m_settings.userName);
-        SetText(handle, INTERNET_OPTION_PASSWORD, m_settings.password);
+        SetText(handle, INTERNET_OPTION_USERNAME, userName);
+        SetText(handle, INTERNET_OPTION_PASSWORD,
+                given ? m_settings.password : WideFromUtf8(GetPassword()));
     }
 }
 
