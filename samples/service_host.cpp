@@ -29,7 +29,7 @@ const _bstr_t kSite(L"http://host.velt.example/");
 const _bstr_t kProduct(L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}");
 const _bstr_t kVersion(L"3.0");
 constexpr LONG kLocale = 1033;
-constexpr DWORD kPatienceMs = 60'000; // queued work runs after 30 s
+constexpr DWORD kPatienceMs = 90'000; // queued work runs after 30 s
 
 void Check(HRESULT hr, const char* what)
 {

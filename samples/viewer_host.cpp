@@ -23,7 +23,7 @@ using Microsoft::WRL::ComPtr;
 namespace
 {
 constexpr wchar_t kViewerWindow[] = L"VeltTraceViewer";
-constexpr DWORD kLimitMs = 20'000;
+constexpr DWORD kLimitMs = 60'000;
 constexpr int kListId = 301; // children of the viewer's window
 constexpr int kHighlightId = 304;
 constexpr int kDetailsId = 305;

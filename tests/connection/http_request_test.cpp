@@ -1,6 +1,7 @@
 #include "connection/http_request.h"
 
 #include "tests/connection/request_queue.h"
+#include "tests/support/eventually.h"
 #include "tests/support/http_server.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/trace_recorder.h"
@@ -208,7 +209,7 @@ TEST_CASE("CHTTPRequest: the proxy of a request is used", "[connection]")
         CHECK(fetch.Outcome() == kWentThrough);
         REQUIRE(fetch.request->GetBody().has_value());
         CHECK((*fetch.request->GetBody() == real_servers::LargeBytes(0, 8193)));
-        CHECK(real_servers::LogLines("proxy.log").size() > before);
+        CHECK(Eventually([&] { return real_servers::LogLines("proxy.log").size() > before; }));
     }
     SECTION("one that refuses the connection")
     {
@@ -309,7 +310,9 @@ TEST_CASE("CHTTPRequest: a server that answers 401 for ever is asked until the s
         CHECK(fetch.Outcome()[0] != "error 0");
         CHECK(fetch.Outcome()[1] == "complete");
         CHECK_FALSE(fetch.request->GetBody().has_value());
-        CHECK(real_servers::LogLines("access.log").size() == before + kPatience);
+        CHECK(Eventually([&] { // a line is written after its answer
+            return real_servers::LogLines("access.log").size() == before + kPatience;
+        }));
     }
     CheckNothingIsLeft(queue);
 }

@@ -1,5 +1,6 @@
 #include "connection/queue_manager.h"
 
+#include "tests/support/import_patch.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/process_usage.h"
@@ -12,6 +13,7 @@
 
 #include <atomic>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,7 +26,6 @@ using Calls = CallLog::Calls;
 namespace
 {
 constexpr DWORD kPeriodMs = 20;
-constexpr DWORD kLongPeriodMs = 400; // time enough for a caller's own tick
 constexpr DWORD kNeverMs = 600'000;
 
 /// A queue whose notifier logs as "queue".
@@ -47,6 +48,34 @@ struct Queue
     LoggingNotifier notifier{log, "queue"};
     std::unique_ptr<queue_manager> manager = std::make_unique<queue_manager>();
 };
+
+/// The timer of a queue that begins meanwhile expires when the test says.
+class OwnExpiry
+{
+public:
+    /// Once.
+    void Expire()
+    {
+        m_set.Wait();
+        const LARGE_INTEGER now{};
+        if (!Patch::Original(m_timer, &now, 0, nullptr, nullptr, FALSE))
+        {
+            throw std::runtime_error("the timer cannot be set");
+        }
+    }
+
+private:
+    using Patch = ImportPatch<"SetWaitableTimer", decltype(::SetWaitableTimer)>;
+
+    HANDLE m_timer = nullptr; // written before m_set
+    TestEvent m_set;
+    Patch m_patch{"kernel32.dll", [this](HANDLE timer, auto... arguments) -> WINBOOL {
+                      const WINBOOL set = Patch::Original(timer, arguments...);
+                      m_timer = timer;
+                      m_set.Set();
+                      return set;
+                  }};
+};
 } // namespace
 
 TEST_CASE("queue_manager: begin works once", "[connection]")
@@ -66,20 +95,17 @@ TEST_CASE("queue_manager: begin works once", "[connection]")
 
 TEST_CASE("queue_manager: a tick of the caller's own arms it for the first expiry", "[connection]")
 {
+    OwnExpiry timer;
     Queue queue;
-    REQUIRE(queue.manager->begin(kLongPeriodMs) == S_OK);
-    const ULONGLONG begun = ::GetTickCount64();
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
     queue.manager->OnTimer();
     queue.Add("a");
-    queue.log.WaitFor("step a");
-    const ULONGLONG took = ::GetTickCount64() - begun;
+    timer.Expire();
     queue.log.WaitFor("queue empty", 3);
     CHECK(queue.log.All() == Calls{"queue empty",                                   // own tick
                                    "queue filled",                                  // added
                                    "step a", "complete a", "queue empty", "gone a", // removed
                                    "queue empty"});                                 // tick
-    CHECK(took + 50 >= kLongPeriodMs);
-    CHECK(took < 2 * kLongPeriodMs);
 }
 
 TEST_CASE("queue_manager: without such a tick the second expiry is the first to step",
@@ -249,13 +275,14 @@ TEST_CASE("queue_manager: notifiers hear of each change and each tick, in their 
 TEST_CASE("queue_manager: notifiers are called on the thread that changed the queue",
           "[connection]")
 {
+    OwnExpiry timer;
     Queue queue;
     std::atomic<DWORD> onFilled = 0;
     std::atomic<DWORD> onEmpty = 0;
     queue.notifier.onState = [&](bool empty) {
         (empty ? onEmpty : onFilled) = ::GetCurrentThreadId();
     };
-    REQUIRE(queue.manager->begin(kLongPeriodMs) == S_OK);
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
     queue.manager->OnTimer();
     onEmpty = 0;
     std::atomic<DWORD> stepper = 0;
@@ -263,6 +290,7 @@ TEST_CASE("queue_manager: notifiers are called on the thread that changed the qu
     request->onStep = [&] { stepper = ::GetCurrentThreadId(); };
     queue.manager->add(request);
     CHECK(onFilled == ::GetCurrentThreadId());
+    timer.Expire();
     queue.log.WaitFor("queue empty", 2);
     queue.manager.reset();
     CHECK(onFilled == ::GetCurrentThreadId());
@@ -411,9 +439,10 @@ TEST_CASE("queue_manager: its destructor lets go of what is queued, once and unw
         REQUIRE(queue.manager->begin(period) == S_OK);
         queue.manager->OnTimer();
     }
-    const ULONGLONG before = ::GetTickCount64();
+    const ImportPatch<"TerminateThread", decltype(::TerminateThread)> force(
+        "kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
     queue.manager.reset();
-    CHECK(::GetTickCount64() - before < 2500);
+    CHECK(force.Calls() == 0); // what a wait in vain ends with
     CHECK(queue.log.Count("gone a") == 1);
     CHECK(queue.log.Count("gone b") == 1);
     CHECK(queue.log.Count("step a") == 0);
@@ -535,7 +564,8 @@ TEST_CASE("queue_manager: handles are back to where they were", "[connection]")
     }
     // The worker's thread may still be on its last instructions.
     std::size_t after = CurrentUsage().handles;
-    for (int i = 0; i < 100 && after > before; ++i)
+    const ULONGLONG limit = ::GetTickCount64() + kWaitLimitMs;
+    while (after > before && ::GetTickCount64() < limit)
     {
         ::Sleep(10);
         after = CurrentUsage().handles;

@@ -3,6 +3,7 @@
 #include "foundation/trace_state.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/trace_viewer_window.h"
 
 #include <catch.hpp>
@@ -22,6 +23,7 @@ using velt::UniqueKernelObject;
 namespace
 {
 using Texts = std::vector<std::string>;
+using ClockPatch = ImportPatch<"GetTickCount", decltype(::GetTickCount)>;
 
 /// Tracing of this program: up to scope lines, and to a viewer only.
 struct Traced
@@ -557,16 +559,17 @@ TEST_CASE("UTrace: FindTraceViewer looks at most once in 3000 ms", "[foundation]
     UTrace::State state;
     REQUIRE(UTrace::TraceInitialise()); // has looked just now
     const TraceViewerWindow viewer;
+    const DWORD nowMs = GENERATE(as<DWORD>{}, 5000, 2999, 0); // the clock begins anew after 49 days
+    const ClockPatch clock("kernel32.dll", [=] { return nowMs; });
 
-    state.lastLookUpMs = ::GetTickCount() - 1000;
-    const DWORD notLookedUp = state.lastLookUpMs;
+    state.lastLookUpMs = nowMs - 3000;
     CHECK_FALSE(UTrace::FindTraceViewer());
-    CHECK(state.lastLookUpMs == notLookedUp);
+    CHECK(state.lastLookUpMs == nowMs - 3000);
 
-    state.lastLookUpMs = ::GetTickCount() - 3001;
+    state.lastLookUpMs = nowMs - 3001;
     CHECK(UTrace::FindTraceViewer());
     CHECK(state.viewer == viewer.Window());
-    CHECK(::GetTickCount() - state.lastLookUpMs < 1000);
+    CHECK(state.lastLookUpMs == nowMs);
     CHECK(state.viewerState == 0); // that one is for the caller to set
 }
 
@@ -575,7 +578,8 @@ TEST_CASE("UTrace: FindTraceViewer looks at once when nobody has looked yet", "[
     UTrace::State state;
     REQUIRE(UTrace::TraceInitialise());
     const TraceViewerWindow viewer;
-    state.lastLookUpMs = ::GetTickCount();
+    const ClockPatch clock("kernel32.dll", [] { return DWORD{5000}; });
+    state.lastLookUpMs = 5000;
     CHECK_FALSE(UTrace::FindTraceViewer());
     state.viewerState = -1;
     CHECK(UTrace::FindTraceViewer());

@@ -1,9 +1,11 @@
-// Feeds what velt.exe reads from its command line, from URLs and from script files with any bytes.
+// Feeds what velt.exe reads from its command line, from URLs, from headers and from script files
+// with any bytes.
 
 #include "tests/support/well_formed_utf8.h"
 #include "tools/velt/command_line.h"
 #include "tools/velt/help_text.h"
 #include "tools/velt/report.h"
+#include "tools/velt/request_header.h"
 #include "tools/velt/script_text.h"
 #include "tools/velt/url_file_name.h"
 
@@ -54,7 +56,10 @@ void CheckCommandLine(std::string_view bytes)
                 std::find_if(command.options.begin(), command.options.end(),
                              [&](const OptionRow& option) { return option.name == entry.first; });
             Require(row != command.options.end());
-            Require(!row->value.empty() || entry.second.empty());
+            Require(!entry.second.empty());
+            Require(!row->value.empty() ||
+                    std::all_of(entry.second.begin(), entry.second.end(),
+                                [](const std::wstring& value) { return value.empty(); }));
         }
     }
     else if (const auto* error = std::get_if<UsageError>(&parsed))
@@ -74,6 +79,16 @@ void CheckFileName(std::string_view url)
     Require(!name.empty() && name.back() != '.' && name.back() != ' ');
     Require(velt::test::IsWellFormedUtf8(name));
     Require(name.find_first_of(std::string_view("<>:\"/\\|?*\0", 10)) == name.npos);
+}
+
+void CheckHeader(std::string_view bytes)
+{
+    if (const auto header = ParseRequestHeader(std::wstring(bytes.begin(), bytes.end())))
+    {
+        Require(!header->name.empty() &&
+                header->name.find_first_of(": \t\r\n") == std::string::npos);
+        Require(!header->value.empty() && header->value.find_first_of("\r\n") == std::string::npos);
+    }
 }
 
 void CheckReport(std::string_view text)
@@ -96,6 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bytes(data, data + size);
     CheckCommandLine(bytes);
     CheckFileName(bytes);
+    CheckHeader(bytes);
     CheckReport(bytes);
     DecodeScript(bytes);
     return 0;

@@ -1,6 +1,7 @@
 #include "internet/internet_session.h"
 
 #include "tests/internet/exchange.h"
+#include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/real_servers.h"
 #include "tests/support/test_thread.h"
@@ -683,9 +684,11 @@ TEST_CASE("CInternetSession: the server sees the session's agent", "[internet]")
         file->SendRequest(L"", 0, nullptr, 0);
         ReadAll(*file);
     }
-    const auto lines = real_servers::LogLines("access.log");
-    CHECK(std::count(lines.begin(), lines.end(),
-                     "200 - \"GET /plain.txt HTTP/1.1\" \"Velt agent test\"") == 1);
+    CHECK(Eventually([] { // the line is written after the answer
+        const auto lines = real_servers::LogLines("access.log");
+        return std::count(lines.begin(), lines.end(),
+                          "200 - \"GET /plain.txt HTTP/1.1\" \"Velt agent test\"") == 1;
+    }));
 }
 
 TEST_CASE("CInternetSession: a proxy takes the request", "[internet]")

@@ -69,7 +69,7 @@ std::string OutputOf(std::wstring commandLine, DWORD& exitCode)
                              nullptr, &startup, &process));
     const velt::UniqueKernelObject handle(process.hProcess);
     const velt::UniqueKernelObject thread(process.hThread);
-    REQUIRE(::WaitForSingleObject(handle.Get(), 30'000) == WAIT_OBJECT_0);
+    REQUIRE(::WaitForSingleObject(handle.Get(), velt::test::kWaitLimitMs) == WAIT_OBJECT_0);
     ::GetExitCodeProcess(handle.Get(), &exitCode);
     file.Reset(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                              nullptr, OPEN_EXISTING, 0, nullptr));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/test_thread.h"
 
 #include <windows.h>
 
@@ -102,8 +103,6 @@ public:
     }
 
 private:
-    static constexpr DWORD kLimitMs = 30'000;
-
     static DWORD WINAPI Run(void* argument) noexcept
     {
         auto& self = *static_cast<ApartmentThread*>(argument);
@@ -131,7 +130,7 @@ private:
 
     void AwaitDone()
     {
-        if (!WaitPumping(m_done.Get(), kLimitMs))
+        if (!WaitPumping(m_done.Get(), kWaitLimitMs))
         {
             throw std::runtime_error("the apartment's thread does not answer");
         }

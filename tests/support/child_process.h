@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/test_thread.h"
 
 #include <windows.h>
 
@@ -11,7 +12,7 @@ namespace velt::test
 {
 /// Runs a program with its command line and waits until it has ended; returns its exit code.
 /// Throws std::runtime_error when it cannot be started or does not end within the limit.
-inline DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 60'000)
+inline DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 2 * kWaitLimitMs)
 {
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);

@@ -9,6 +9,39 @@
 
 namespace velt::test
 {
+namespace
+{
+/// Removes a folder with everything in it; what a link in it leads to stays.
+void RemoveFolder(const std::wstring& path)
+{
+    constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = ::FindFirstFileW((path + L"\\*").c_str(), &found);
+    if (search != INVALID_HANDLE_VALUE)
+    {
+        do
+        {
+            const std::wstring name = found.cFileName;
+            const std::wstring entry = path + L"\\" + name;
+            if (name == L"." || name == L"..")
+            {
+                continue;
+            }
+            if ((found.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY)
+            {
+                RemoveFolder(entry);
+            }
+            else if (!::DeleteFileW(entry.c_str()))
+            {
+                ::RemoveDirectoryW(entry.c_str()); // a link to a folder
+            }
+        } while (::FindNextFileW(search, &found));
+        ::FindClose(search);
+    }
+    ::RemoveDirectoryW(path.c_str());
+}
+} // namespace
+
 TempFolder::TempFolder(const std::wstring& name)
 {
     std::array<wchar_t, MAX_PATH + 1> temp{};
@@ -29,17 +62,7 @@ TempFolder::TempFolder(const std::wstring& name)
 
 TempFolder::~TempFolder()
 {
-    WIN32_FIND_DATAW found{};
-    const HANDLE search = ::FindFirstFileW(File(L"*").c_str(), &found);
-    if (search != INVALID_HANDLE_VALUE)
-    {
-        do
-        {
-            ::DeleteFileW(File(found.cFileName).c_str());
-        } while (::FindNextFileW(search, &found));
-        ::FindClose(search);
-    }
-    ::RemoveDirectoryW(m_path.c_str());
+    RemoveFolder(m_path);
 }
 
 std::wstring TempFolder::File(const std::wstring& name) const

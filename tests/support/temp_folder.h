@@ -5,8 +5,8 @@
 
 namespace velt::test
 {
-/// A folder of the test's own below the temporary one, removed with its files at the end. Failures
-/// throw std::runtime_error.
+/// A folder of the test's own below the temporary one, removed with all that is in it at the end.
+/// Failures throw std::runtime_error.
 class TempFolder
 {
 public:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/test_thread.h"
 
 #include <windows.h>
 
@@ -42,7 +43,7 @@ inline void RunTogether(unsigned count, const std::function<void(unsigned)>& bod
     ::SetEvent(go.Get());
     for (const UniqueKernelObject& thread : threads)
     {
-        if (::WaitForSingleObject(thread.Get(), 60'000) != WAIT_OBJECT_0)
+        if (::WaitForSingleObject(thread.Get(), kWaitLimitMs) != WAIT_OBJECT_0)
         {
             throw std::runtime_error("a thread does not end");
         }

@@ -15,8 +15,6 @@ namespace velt::test
 {
 namespace
 {
-constexpr DWORD kLimitMs = 20'000;
-
 /// Memory of another process, for messages whose structures the system does not carry over.
 class RemoteMemory
 {
@@ -112,10 +110,10 @@ ViewerProcess::~ViewerProcess()
     if (::WaitForSingleObject(m_process.Get(), 0) != WAIT_OBJECT_0)
     {
         ::PostMessageW(m_receiver, WM_CLOSE, 0, 0);
-        if (!m_receiver || ::WaitForSingleObject(m_process.Get(), kLimitMs) != WAIT_OBJECT_0)
+        if (!m_receiver || ::WaitForSingleObject(m_process.Get(), kWaitLimitMs) != WAIT_OBJECT_0)
         {
             ::TerminateProcess(m_process.Get(), 97);
-            ::WaitForSingleObject(m_process.Get(), kLimitMs);
+            ::WaitForSingleObject(m_process.Get(), kWaitLimitMs);
         }
     }
 }
@@ -200,7 +198,7 @@ DWORD ViewerProcess::Close()
 
 DWORD ViewerProcess::AwaitExit()
 {
-    if (::WaitForSingleObject(m_process.Get(), kLimitMs) != WAIT_OBJECT_0)
+    if (::WaitForSingleObject(m_process.Get(), kWaitLimitMs) != WAIT_OBJECT_0)
     {
         throw std::runtime_error("the viewer does not end");
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/eventually.h"
 
 #include <windows.h>
 
@@ -11,22 +12,6 @@
 
 namespace velt::test
 {
-/// Asks again and again until it is true; false when it is not within the limit.
-template <class Condition>
-bool Eventually(Condition&& condition, DWORD limitMs = 20'000)
-{
-    const DWORD start = ::GetTickCount();
-    while (!condition())
-    {
-        if (::GetTickCount() - start > limitMs)
-        {
-            return false;
-        }
-        ::Sleep(10);
-    }
-    return true;
-}
-
 /// The shipped velt-trace.exe as a process of its own, used the way a person uses it: by its
 /// window, its keys and its output. Failures throw std::runtime_error.
 class ViewerProcess

@@ -180,11 +180,11 @@ private:
             {
                 return Wrong(L"--" + std::wstring(name) + L" takes no value");
             }
-            m_line.options[row->name] = argument.substr(equals + 1);
+            m_line.options[row->name].emplace_back(argument.substr(equals + 1));
         }
         else if (row->value.empty())
         {
-            m_line.options[row->name].clear();
+            m_line.options[row->name].emplace_back();
         }
         else if (IsAtEnd())
         {
@@ -192,7 +192,7 @@ private:
         }
         else
         {
-            m_line.options[row->name] = m_arguments[m_at++];
+            m_line.options[row->name].push_back(m_arguments[m_at++]);
         }
         return std::nullopt;
     }
@@ -225,7 +225,13 @@ private:
 std::wstring CommandLine::Value(std::string_view option, std::wstring_view otherwise) const
 {
     const auto found = options.find(option);
-    return found == options.end() ? std::wstring(otherwise) : found->second;
+    return found == options.end() ? std::wstring(otherwise) : found->second.back();
+}
+
+std::vector<std::wstring> CommandLine::Values(std::string_view option) const
+{
+    const auto found = options.find(option);
+    return found == options.end() ? std::vector<std::wstring>() : found->second;
 }
 
 ParsedCommandLine ParseCommandLine(std::span<const std::wstring> arguments)

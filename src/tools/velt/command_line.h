@@ -18,7 +18,7 @@ struct CommandLine
 {
     const CommandRow* command;
     std::vector<std::wstring> operands;
-    std::map<std::string_view, std::wstring> options; // by their names; a switch has no text
+    std::map<std::string_view, std::vector<std::wstring>> options; // by name, in their order
     bool json = false;
 
     bool Has(std::string_view option) const
@@ -26,8 +26,11 @@ struct CommandLine
         return options.contains(option);
     }
 
-    /// The value of an option, or what it is without one.
+    /// The last value of an option, or what it is without one.
     std::wstring Value(std::string_view option, std::wstring_view otherwise = {}) const;
+
+    /// All values of an option.
+    std::vector<std::wstring> Values(std::string_view option) const;
 };
 
 /// A command line that asks for help.
@@ -54,8 +57,9 @@ using ParsedCommandLine = std::variant<CommandLine, HelpWanted, VersionWanted, U
 ///
 ///     [--json] COMMAND { --option | --option VALUE | --option=VALUE | operand } [ -- operand... ]
 ///
-/// Options and operands may be mixed; after "--" everything is an operand. Of an option that stands
-/// twice the last one counts. Every input is valid. Throws std::bad_alloc only.
+/// Options and operands may be mixed; after "--" everything is an operand. An option may
+/// stand several times; a switch has an empty value. Every input is valid. Throws std::bad_alloc
+/// only.
 ParsedCommandLine ParseCommandLine(std::span<const std::wstring> arguments);
 
 /// A decimal number of that range; nothing for any other text.

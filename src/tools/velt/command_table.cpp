@@ -37,15 +37,18 @@ constexpr std::array<OptionRow, 1> kScriptOptions = {{
     {"engine", "NAME", "script engine; by default JScript for .js, VBScript for .vbs"},
 }};
 
-constexpr std::array<OptionRow, 8> kFetchOptions = {{
+constexpr std::array<OptionRow, 11> kFetchOptions = {{
     {"output", "FILE", "file for the body; one URL only"},
-    {"folder", "DIR", "folder for the bodies; files are named after the URLs"},
+    {"folder", "DIR", "folder for the bodies, made if missing; URLs give names"},
     {"user", "NAME", "user name for a server that asks for one"},
     {"password", "TEXT", "password for it"},
+    {"password-file", "FILE", "file whose first line is it; - for standard input"},
     {"proxy", "HOST:PORT", "proxy; by default the system's configuration"},
     {"verb", "VERB", "GET by default, POST with data"},
     {"data", "TEXT", "data to send, or @FILE for what is in a file"},
+    {"content-type", "TYPE", "media type of the data"},
     {"accept", "TYPE", "media type to accept"},
+    {"header", "NAME:VALUE", "header to send; may stand several times"},
 }};
 
 constexpr std::array<OptionRow, 1> kPingOptions = {{
@@ -131,7 +134,9 @@ constexpr std::array<CommandRow, 16> kCommands = {{
     {CommandId::fetch, "fetch", "URL...", 1, kAnyNumber, "fetch URLs through the request queue",
      "Without a file or a folder the bodies go to standard output. A file gets its\n"
      "name when it is complete, and not before. Ctrl+C abandons what is under way.\n"
-     "Exit code 1 when a server answered with another status than 200.\n",
+     "Everything comes from the servers, and nothing stays in the user's cache. Exit\n"
+     "code 1 when a server answered with another status than 200 to 299; only 200 has\n"
+     "a body that is kept.\n",
      kFetchOptions, false},
     {CommandId::proxy,
      "proxy",

@@ -6,6 +6,7 @@
 #include "tools/velt/commands.h"
 #include "tools/velt/fetch_request.h"
 #include "tools/velt/full_path.h"
+#include "tools/velt/password_input.h"
 #include "tools/velt/progress_display.h"
 #include "tools/velt/url_file_name.h"
 
@@ -31,9 +32,16 @@ struct Fetch
     std::shared_ptr<FetchRequest> request;
 };
 
+/// Everything comes from the servers, nothing is kept of it, and no exchange opens a window; a
+/// connection may serve several exchanges.
+constexpr DWORD kRequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE |
+                                INTERNET_FLAG_PRAGMA_NOCACHE | INTERNET_FLAG_KEEP_CONNECTION |
+                                INTERNET_FLAG_NO_UI;
+
 url_options OptionsOf(const CommandLine& line)
 {
     url_options options;
+    options.flags = kRequestFlags;
     std::wstring data = line.Value("data");
     options.data =
         data.starts_with(L"@") ? ReadWholeFile(FullPath(data.substr(1))) : Utf8FromWide(data);
@@ -43,8 +51,50 @@ url_options OptionsOf(const CommandLine& line)
     return options;
 }
 
+RequestHeader HeaderOf(const std::wstring& text)
+{
+    auto header = ParseRequestHeader(text);
+    if (!header)
+    {
+        throw WrongUsage{L"not a header that can be sent: " + text};
+    }
+    return *std::move(header);
+}
+
+std::vector<RequestHeader> HeadersOf(const CommandLine& line)
+{
+    constexpr char kContentType[] = "Content-Type";
+    std::vector<RequestHeader> headers;
+    for (const std::wstring& text : line.Values("header"))
+    {
+        headers.push_back(HeaderOf(text));
+        if (line.Has("content-type") && IsSameHeader(headers.back().name, kContentType))
+        {
+            throw WrongUsage{L"--content-type stands for that header: " + text};
+        }
+    }
+    if (line.Has("content-type"))
+    {
+        headers.push_back(
+            HeaderOf(WideFromUtf8(kContentType) + L": " + line.Value("content-type")));
+    }
+    return headers;
+}
+
 void CheckUsage(const CommandLine& line)
 {
+    if (line.Has("password") && line.Has("password-file"))
+    {
+        throw WrongUsage{L"--password and --password-file exclude each other"};
+    }
+    if ((line.Has("password") || line.Has("password-file")) && line.Value("user").empty())
+    {
+        throw WrongUsage{L"a password needs --user"};
+    }
+    if (line.Has("content-type") && !line.Has("data"))
+    {
+        throw WrongUsage{L"--content-type is that of --data"};
+    }
     if (line.Has("output") && line.Has("folder"))
     {
         throw WrongUsage{L"--output and --folder exclude each other"};
@@ -108,16 +158,15 @@ FetchRequest::BodyTarget TargetOf(const Fetch& fetch, const CommandContext& cont
 class FetchRun
 {
 public:
-    FetchRun(const CommandLine& line, CommandContext& context)
+    /// The settings outlive it; what must be known before Run are their options and headers.
+    FetchRun(const CommandLine& line, const FetchSettings& settings, CommandContext& context)
         : m_context(context),
           m_fetches(FilesOf(line)),
           m_changed(::CreateEventW(nullptr, FALSE, FALSE, nullptr))
     {
-        url_options options = OptionsOf(line);
         for (Fetch& fetch : m_fetches)
         {
-            options.url = Utf8FromWide(fetch.url);
-            fetch.request = MakeRequest(options, line, fetch);
+            fetch.request = MakeRequest(settings, fetch);
         }
     }
 
@@ -129,6 +178,7 @@ public:
     /// Runs them one after the other until all have ended or Ctrl+C has come.
     void Run()
     {
+        m_startMs = ::GetTickCount64();
         queue_manager queue; // ends before the requests go
         for (const Fetch& fetch : m_fetches)
         {
@@ -170,14 +220,13 @@ public:
     }
 
 private:
-    std::shared_ptr<FetchRequest> MakeRequest(const url_options& options, const CommandLine& line,
-                                              const Fetch& fetch)
+    std::shared_ptr<FetchRequest> MakeRequest(const FetchSettings& settings, const Fetch& fetch)
     {
         try
         {
-            return std::make_shared<FetchRequest>(
-                options, line.Value("user"), line.Value("password"), m_interrupt,
-                TargetOf(fetch, m_context), [event = m_changed.Get()] { ::SetEvent(event); });
+            return std::make_shared<FetchRequest>(Utf8FromWide(fetch.url), settings, m_interrupt,
+                                                  TargetOf(fetch, m_context),
+                                                  [event = m_changed.Get()] { ::SetEvent(event); });
         }
         catch (const SystemException::HRESULT&)
         {
@@ -224,11 +273,17 @@ private:
             return ExitCode::failed;
         }
         report.Add("status", static_cast<std::int64_t>(outcome.status));
-        if (outcome.status != HTTP_STATUS_OK)
+        if (outcome.status < HTTP_STATUS_OK || outcome.status >= HTTP_STATUS_AMBIGUOUS)
         {
             m_context.Message(fetch.url + L": the server answered with status " +
                               std::to_wstring(outcome.status));
             return ExitCode::no;
+        }
+        if (outcome.status != HTTP_STATUS_OK)
+        {
+            m_context.Message(fetch.url + L": status " + std::to_wstring(outcome.status) +
+                              L", whose body is not read");
+            return ExitCode::done;
         }
         report.Add("bytes", static_cast<std::int64_t>(outcome.bytes));
         if (!fetch.file.empty())
@@ -239,7 +294,7 @@ private:
     }
 
     CommandContext& m_context;
-    const ULONGLONG m_startMs = ::GetTickCount64();
+    ULONGLONG m_startMs = 0;
     const Interrupt m_interrupt;
     std::vector<Fetch> m_fetches;
     UniqueKernelObject m_changed; // auto-reset; an exchange has ended
@@ -250,7 +305,18 @@ ExitCode RunFetch(const CommandLine& line, CommandContext& context)
 {
     CheckUsage(line);
     const CLibraryUtils::SmartComInitializer com;
-    FetchRun run(line, context);
+    FetchSettings settings{OptionsOf(line), line.Value("user"), line.Value("password"),
+                           HeadersOf(line)};
+    FetchRun run(line, settings, context);
+    if (line.Has("password-file"))
+    {
+        settings.password =
+            ReadPassword(line.Value("password-file"), settings.userName, context.Messages());
+    }
+    if (line.Has("folder"))
+    {
+        MakeFolder(FullPath(line.Value("folder")));
+    }
     run.Run();
     return run.Finish();
 }

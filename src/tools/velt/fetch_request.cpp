@@ -1,6 +1,9 @@
 #include "tools/velt/fetch_request.h"
 
 #include "connection/http_request.h"
+#include "foundation/wide_text.h"
+
+#include <algorithm>
 
 namespace velt::tool
 {
@@ -9,6 +12,26 @@ namespace
 /// A server that asks for credentials again and again does not like them: by design, the exchange
 /// itself goes on for as long as it asks.
 constexpr std::uint32_t kMostSends = 6;
+
+CONNECTION_MANAGER::url_options WithUrl(CONNECTION_MANAGER::url_options options,
+                                        const std::string& url)
+{
+    options.url = url;
+    return options;
+}
+
+/// Has a request send one more header. The first one of its name takes the place of the request's
+/// own.
+void AddHeader(HINTERNET file, const RequestHeader& header, bool again)
+{
+    const std::wstring line = WideFromUtf8(header.name + ": " + header.value + "\r\n");
+    const DWORD how =
+        again ? HTTP_ADDREQ_FLAG_ADD : HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE;
+    if (!::HttpAddRequestHeadersW(file, line.c_str(), static_cast<DWORD>(line.size()), how))
+    {
+        throw CInternetException(::GetLastError());
+    }
+}
 
 void SetText(HINTERNET file, DWORD option, std::wstring text)
 {
@@ -19,12 +42,11 @@ void SetText(HINTERNET file, DWORD option, std::wstring text)
 }
 } // namespace
 
-FetchRequest::FetchRequest(const CONNECTION_MANAGER::url_options& options, std::wstring userName,
-                           std::wstring password, const Interrupt& interrupt, BodyTarget target,
+FetchRequest::FetchRequest(const std::string& url, const FetchSettings& settings,
+                           const Interrupt& interrupt, BodyTarget target,
                            std::function<void()> done)
-    : url_request(options, this, nullptr),
-      m_userName(std::move(userName)),
-      m_password(std::move(password)),
+    : url_request(WithUrl(settings.options, url), this, nullptr),
+      m_settings(settings),
       m_interrupt(interrupt),
       m_target(std::move(target)),
       m_onDone(std::move(done))
@@ -75,11 +97,6 @@ void FetchRequest::OnBody(const char* body, DWORD lengthBytes)
 {
     try
     {
-        if (m_interrupt.IsSet())
-        {
-            Fail(ERROR_CANCELLED); // it may be only a part
-            return;
-        }
         RequireWhole(lengthBytes);
         m_target(body, lengthBytes);
     }
@@ -92,10 +109,22 @@ void FetchRequest::OnBody(const char* body, DWORD lengthBytes)
 void FetchRequest::OnOpened(CHttpFile& file)
 {
     m_file = &file;
-    if (!m_userName.empty())
+    const HINTERNET handle = file.GetHandle();
+    const auto& headers = m_settings.headers;
+    for (auto header = headers.begin(); header != headers.end(); ++header)
     {
-        SetText(file.GetHandle(), INTERNET_OPTION_USERNAME, m_userName);
-        SetText(file.GetHandle(), INTERNET_OPTION_PASSWORD, m_password);
+        const bool again = std::any_of(headers.begin(), header, [&](const RequestHeader& earlier) {
+            return IsSameHeader(earlier.name, header->name);
+        });
+        AddHeader(handle, *header, again);
+    }
+    const bool given = !m_settings.userName.empty(); // and not in the URL
+    const std::wstring userName = given ? m_settings.userName : WideFromUtf8(GetUserName());
+    if (!userName.empty())
+    {
+        SetText(handle, INTERNET_OPTION_USERNAME, userName);
+        SetText(handle, INTERNET_OPTION_PASSWORD,
+                given ? m_settings.password : WideFromUtf8(GetPassword()));
     }
 }
 

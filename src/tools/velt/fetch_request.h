@@ -4,6 +4,7 @@
 #include "internet/http_file.h"
 #include "tools/velt/command_context.h"
 #include "tools/velt/interrupt.h"
+#include "tools/velt/request_header.h"
 
 #include <windows.h>
 
@@ -12,6 +13,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace velt::tool
 {
@@ -23,6 +25,15 @@ struct FetchOutcome
     std::optional<CommandFailure> failure;
 };
 
+/// What all requests of a command line have in common.
+struct FetchSettings
+{
+    CONNECTION_MANAGER::url_options options; // but for the URL
+    std::wstring userName;                   // empty when there is none to send
+    std::wstring password;
+    std::vector<RequestHeader> headers; // sent in this order
+};
+
 /// One URL: a request of the queue and its own event sink. It hands a whole body on, and only a
 /// whole one; Ctrl+C abandons it.
 class FetchRequest final : public CONNECTION_MANAGER::url_request, private CHTTPEvent
@@ -31,11 +42,10 @@ public:
     /// Takes a body on the worker thread; throws CommandFailure.
     using BodyTarget = std::function<void(const char* bytes, std::size_t count)>;
 
-    /// `interrupt` and what the target refers to outlive the request. `done` is called on the
-    /// worker at the end. Throws SystemException::HRESULT for a URL that is not one of HTTP.
-    FetchRequest(const CONNECTION_MANAGER::url_options& options, std::wstring userName,
-                 std::wstring password, const Interrupt& interrupt, BodyTarget target,
-                 std::function<void()> done);
+    /// `settings`, `interrupt` and what the target refers to outlive the request. `done` is called
+    /// on the worker at the end. Throws SystemException::HRESULT for a URL that is not one of HTTP.
+    FetchRequest(const std::string& url, const FetchSettings& settings, const Interrupt& interrupt,
+                 BodyTarget target, std::function<void()> done);
 
     FetchRequest(const FetchRequest&) = delete;
     FetchRequest& operator=(const FetchRequest&) = delete;
@@ -84,8 +94,7 @@ private:
     void RequireWhole(DWORD lengthBytes) const;
 
     // constant after construction
-    const std::wstring m_userName;
-    const std::wstring m_password;
+    const FetchSettings& m_settings;
     const Interrupt& m_interrupt;
     const BodyTarget m_target;
     const std::function<void()> m_onDone;

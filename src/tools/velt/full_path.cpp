@@ -25,6 +25,33 @@ std::wstring FullPath(const std::wstring& path)
     }
 }
 
+void MakeFolder(const std::wstring& path)
+{
+    const DWORD attributes = ::GetFileAttributesW(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+    {
+        return;
+    }
+    BOOL made = ::CreateDirectoryW(path.c_str(), nullptr);
+    const std::size_t end = path.find_last_of(L'\\');
+    if (!made && ::GetLastError() == ERROR_PATH_NOT_FOUND && end != path.npos && end > 0)
+    {
+        MakeFolder(path.substr(0, end));
+        made = ::CreateDirectoryW(path.c_str(), nullptr);
+    }
+    // Another program may have made it meanwhile; at a path's end a backslash may stand.
+    if (!made && ::GetLastError() == ERROR_ALREADY_EXISTS)
+    {
+        const DWORD now = ::GetFileAttributesW(path.c_str());
+        made = now != INVALID_FILE_ATTRIBUTES && (now & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        ::SetLastError(ERROR_ALREADY_EXISTS);
+    }
+    if (!made)
+    {
+        throw LastFailure(path);
+    }
+}
+
 std::string ReadWholeFile(const std::wstring& path)
 {
     const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,

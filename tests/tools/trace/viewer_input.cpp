@@ -1,6 +1,9 @@
 #include "tests/tools/trace/viewer_input.h"
 
+#include "tests/support/eventually.h"
+
 #include <iterator>
+#include <stdexcept>
 #include <vector>
 
 namespace velt::test
@@ -8,6 +11,10 @@ namespace velt::test
 void Press(HWND window, std::initializer_list<WORD> keys)
 {
     ::SetForegroundWindow(window);
+    if (!Eventually([&] { return ::GetForegroundWindow() == window; }))
+    {
+        throw std::runtime_error("the window does not come to the front");
+    }
     std::vector<INPUT> inputs;
     for (const WORD key : keys)
     {

@@ -88,9 +88,13 @@ TEST_CASE("ParseCommandLine: a single hyphen and negative numbers are operands",
     CHECK(Command({L"collection", L"-", L"-5", L""}).operands == Words{L"-", L"-5", L""});
 }
 
-TEST_CASE("ParseCommandLine: the last of several equal options counts", "[tools]")
+TEST_CASE("ParseCommandLine: of several equal options the last one counts, or all", "[tools]")
 {
-    CHECK(Command({L"fetch", L"u", L"--verb", L"A", L"--verb=B"}).Value("verb") == L"B");
+    const CommandLine line = Command({L"fetch", L"u", L"--verb", L"A", L"--verb=B"});
+    CHECK(line.Value("verb") == L"B");
+    CHECK(line.Values("verb") == Words{L"A", L"B"});
+    CHECK(line.Values("accept").empty());
+    CHECK(Command({L"unregister", L"--user", L"--user"}).Values("user") == Words{L"", L""});
 }
 
 TEST_CASE("ParseCommandLine: the rest after a script or trace on is its own", "[tools]")

@@ -350,7 +350,7 @@ TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
     ProgramRun run({L"eula", L"show", L"--agreement", folder.File(L"agreement.rtf"), L"--texts",
                     folder.File(L"texts.xml")});
     HWND accepting = nullptr; // the radio button, once it has its text
-    const ULONGLONG limit = ::GetTickCount64() + 20'000;
+    const ULONGLONG limit = ::GetTickCount64() + kWaitLimitMs;
     while (!accepting && ::GetTickCount64() < limit)
     {
         for (const HWND window : WindowsOf(run.ProcessId()))
@@ -370,7 +370,7 @@ TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
     const HWND dialog = ::GetParent(accepting);
     ::SendMessageW(accept ? accepting : ::GetDlgItem(dialog, VELT_EULA_DECLINE), BM_CLICK, 0, 0);
     ::PostMessageW(::GetDlgItem(dialog, VELT_EULA_OK), BM_CLICK, 0, 0);
-    const ProgramResult result = run.Wait(20'000);
+    const ProgramResult result = run.Wait();
     CHECK(result.exitCode == (accept ? 0U : 1U));
     CHECK(result.output == (accept ? "accepted: yes\n" : "accepted: no\n"));
     CHECK(result.messages.empty());

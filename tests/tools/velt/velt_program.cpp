@@ -79,7 +79,7 @@ std::wstring CommandLineOf(const std::vector<std::wstring>& arguments)
 }
 
 ProgramRun::ProgramRun(const std::vector<std::wstring>& arguments, const std::wstring& program,
-                       HANDLE output, DWORD flags)
+                       HANDLE output, DWORD flags, HANDLE input)
     : m_output(std::make_unique<Stream>()),
       m_messages(std::make_unique<Stream>())
 {
@@ -89,6 +89,7 @@ ProgramRun::ProgramRun(const std::vector<std::wstring>& arguments, const std::ws
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = input;
     startup.hStdOutput = output ? output : m_output->Get();
     startup.hStdError = m_messages->Get();
     PROCESS_INFORMATION process{};

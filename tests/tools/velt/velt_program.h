@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/test_thread.h"
 
 #include <windows.h>
 
@@ -29,10 +30,11 @@ std::wstring CommandLineOf(const std::vector<std::wstring>& arguments);
 class ProgramRun
 {
 public:
-    /// `output` is where standard output goes instead; null for a file.
+    /// `output` is where standard output goes instead; null for a file. `input` is what standard
+    /// input comes from; null for nothing. Both are handles that are inherited.
     explicit ProgramRun(const std::vector<std::wstring>& arguments,
                         const std::wstring& program = VeltProgram(), HANDLE output = nullptr,
-                        DWORD flags = 0);
+                        DWORD flags = 0, HANDLE input = nullptr);
 
     ProgramRun(const ProgramRun&) = delete;
     ProgramRun& operator=(const ProgramRun&) = delete;
@@ -50,7 +52,7 @@ public:
     std::string Messages() const;
 
     /// Waits for its end, at most `limitMs` milliseconds.
-    ProgramResult Wait(DWORD limitMs = 60'000);
+    ProgramResult Wait(DWORD limitMs = 2 * kWaitLimitMs);
 
 private:
     class Stream;
