@@ -112,9 +112,7 @@ TEST_CASE("CVeltHTTPClient: makes no class before it is initialised", "[server]"
     CHECK(module.IsInitialised());
     ComPtr<IClassFactory> factory;
     CHECK(module.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&factory)) == S_OK);
-    CHECK(module.GetLockCount() == 1);
-    factory.Reset();
-    CHECK(module.GetLockCount() == 0);
+    CHECK(module.GetLockCount() == 0); // a factory's references hold no lock
 }
 
 TEST_CASE("CVeltHTTPClient: without a thread-local index it cannot be initialised", "[server]")
