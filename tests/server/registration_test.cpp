@@ -2,6 +2,7 @@
 
 #include "foundation/com_method.h"
 #include "foundation/system_exception.h"
+#include "server/class_table.h"
 #include "tests/server/module_test_resources.h"
 #include "tests/support/component_library.h"
 #include "tests/support/registry_snapshot.h"
@@ -180,9 +181,9 @@ TEST_CASE("kClassTable: no class has categories, and each script is there", "[se
 {
     for (const velt::ClassRow& row : velt::kClassTable)
     {
-        CHECK(row.categories.empty());
-        CHECK(::FindResourceW(::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(row.registrarScript),
-                              L"REGISTRY") != nullptr);
+        CHECK(row.registration.categories.empty());
+        CHECK(::FindResourceW(::GetModuleHandleW(nullptr),
+                              MAKEINTRESOURCEW(row.registration.script), L"REGISTRY") != nullptr);
     }
 }
 
