@@ -190,8 +190,10 @@ TEST_CASE("kClassTable: no class has categories, and each script is there", "[se
 TEST_CASE("CurrentRegistrationScope: depends on the access to the machine's classes", "[server]")
 {
     CHECK(velt::CurrentRegistrationScope() == RegistrationScope::machine);
+    // Each part of the right to write is needed.
+    for (const REGSAM missing : std::to_array<REGSAM>({KEY_SET_VALUE, KEY_CREATE_SUB_KEY}))
     {
-        const DeniedKey denied(HKEY_LOCAL_MACHINE, L"Software\\Classes");
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, L"Software\\Classes", missing);
         CHECK(velt::CurrentRegistrationScope() == RegistrationScope::user);
     }
     CHECK(velt::CurrentRegistrationScope() == RegistrationScope::machine);
