@@ -24,7 +24,7 @@ constexpr std::array kVersionParts = {L"\\FLAGS", L"\\HELPDIR", L""};
 /// A key below the classes. The longest is that of a kind of system, with numbers of 32 bits.
 using Path = std::array<wchar_t, 128>;
 
-Path Format(const wchar_t* format, ...) noexcept
+Path Format(const wchar_t* format, ...)
 {
     Path path{};
     va_list arguments;
@@ -34,32 +34,32 @@ Path Format(const wchar_t* format, ...) noexcept
     return path;
 }
 
-Path GuidText(const GUID& guid) noexcept
+Path GuidText(const GUID& guid)
 {
     Path text{};
     ::StringFromGUID2(guid, text.data(), static_cast<int>(text.size()));
     return text;
 }
 
-Path LibraryKey(const TLIBATTR& library) noexcept
+Path LibraryKey(const TLIBATTR& library)
 {
     return Format(L"TypeLib\\%s", GuidText(library.guid).data());
 }
 
-Path VersionKey(const TLIBATTR& library) noexcept
+Path VersionKey(const TLIBATTR& library)
 {
     return Format(L"%s\\%x.%x", LibraryKey(library).data(), library.wMajorVerNum,
                   library.wMinorVerNum);
 }
 
 /// Has a key for each kind of system.
-Path LanguageKey(const TLIBATTR& library) noexcept
+Path LanguageKey(const TLIBATTR& library)
 {
     return Format(L"%s\\%lx", VersionKey(library).data(), library.lcid);
 }
 
 /// Its default value is the file.
-Path SystemKey(const TLIBATTR& library) noexcept
+Path SystemKey(const TLIBATTR& library)
 {
     return Format(library.syskind == SYS_WIN64 ? L"%s\\win64" : L"%s\\win32",
                   LanguageKey(library).data());
