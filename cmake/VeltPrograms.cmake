@@ -3,8 +3,9 @@
 # velt_delay_load(<target> <library>...)
 #
 # Has the target load DLLs of the system, named as their import libraries are, at the first call of
-# one of their functions instead of at its start. Their import libraries are made anew from those of
-# the compiler.
+# one of their functions instead of at its start. They come from the system's folder alone; where one
+# cannot be loaded, the call throws: see src/server/delay_load.cpp. Their import libraries are made
+# anew from those of the compiler.
 function(velt_delay_load target)
     foreach(library IN LISTS ARGN)
         # Folders of their own, so that a target finds no more there than what it asks for.
@@ -24,6 +25,7 @@ function(velt_delay_load target)
         # Found before the compiler's own library of the same name.
         target_link_directories(${target} BEFORE PRIVATE "${folder}")
     endforeach()
+    target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src/server/delay_load.cpp")
     target_link_libraries(${target} PRIVATE delayimp)
 endfunction()
 

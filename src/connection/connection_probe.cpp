@@ -2,6 +2,7 @@
 
 #include "foundation/exception_to_hresult.h"
 #include "foundation/find_function.h"
+#include "foundation/system_exception.h"
 #include "foundation/unique_handle.h"
 
 #include <winsock2.h>
@@ -85,24 +86,40 @@ HRESULT ConnectionProbe::CheckConnection(const wchar_t* url, DWORD* state) const
     {
         TraceCurrentException(); // it counts as no configuration
     }
-    if (::InternetAttemptConnect(0) == ERROR_SUCCESS &&
-        ::InternetCheckConnectionW(url, FLAG_ICC_FORCE_CONNECTION, 0))
+    try
     {
-        *state = 0;
-        return S_OK;
+        if (::InternetAttemptConnect(0) == ERROR_SUCCESS &&
+            ::InternetCheckConnectionW(url, FLAG_ICC_FORCE_CONNECTION, 0))
+        {
+            *state = 0;
+            return S_OK;
+        }
+        *state = ::GetLastError();
     }
-    *state = ::GetLastError();
+    catch (const SystemException::Win32& missing) // a library that is loaded late
+    {
+        *state = missing.GetCode();
+    }
     return result;
 }
 
 HRESULT ConnectionProbe::Ping(const char* address, DWORD timeoutMs) const noexcept
 {
-    const IPAddr converted = address ? ::inet_addr(address) : INADDR_NONE;
-    if (!m_echo || converted == INADDR_NONE)
+    if (!m_echo || !address)
     {
         return E_FAIL;
     }
-    return m_echo->Send(converted, timeoutMs) == CEchoDLL::kReplied ? S_OK : E_FAIL;
+    try
+    {
+        const IPAddr converted = ::inet_addr(address);
+        return converted != INADDR_NONE && m_echo->Send(converted, timeoutMs) == CEchoDLL::kReplied
+                   ? S_OK
+                   : E_FAIL;
+    }
+    catch (const SystemException::Win32&) // a library that is loaded late
+    {
+        return E_FAIL;
+    }
 }
 
 bool ConnectionProbe::QueryProxySettings(std::wstring& text)

@@ -23,7 +23,7 @@ HMODULE CLibraryUtilsImpl::GetModule() const noexcept
     return m_module;
 }
 
-SmartComInitializer::SmartComInitializer() noexcept : m_result(::CoInitialize(nullptr)) {}
+SmartComInitializer::SmartComInitializer() : m_result(::CoInitialize(nullptr)) {}
 
 SmartComInitializer::~SmartComInitializer()
 {

@@ -30,7 +30,8 @@ private:
 class SmartComInitializer
 {
 public:
-    SmartComInitializer() noexcept;
+    /// Throws only in a program that loads COM itself late, and cannot.
+    SmartComInitializer();
 
     SmartComInitializer(const SmartComInitializer&) = delete;
     SmartComInitializer& operator=(const SmartComInitializer&) = delete;

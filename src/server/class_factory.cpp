@@ -25,22 +25,12 @@ STDMETHODIMP CClassFactory::QueryInterface(REFIID iid, void** object)
 
 STDMETHODIMP_(ULONG) CClassFactory::AddRef()
 {
-    const LONG references = ::InterlockedIncrement(&m_references);
-    if (references == 1)
-    {
-        ComModule::Current().Lock();
-    }
-    return static_cast<ULONG>(references);
+    return static_cast<ULONG>(::InterlockedIncrement(&m_references));
 }
 
 STDMETHODIMP_(ULONG) CClassFactory::Release()
 {
-    const LONG references = ::InterlockedDecrement(&m_references);
-    if (references == 0)
-    {
-        ComModule::Current().Unlock();
-    }
-    return static_cast<ULONG>(references);
+    return static_cast<ULONG>(::InterlockedDecrement(&m_references));
 }
 
 STDMETHODIMP CClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object)

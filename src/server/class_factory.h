@@ -10,8 +10,8 @@ namespace velt
 using ObjectCreator = HRESULT (*)(IUnknown* outer, REFIID iid, void** object);
 
 /// The class factory of one class. The module owns it and keeps it until the library is unloaded,
-/// so references do not end its life; while there are any, they hold one module lock. Any thread
-/// may call.
+/// so references do not end its life. They hold no module lock either: whoever keeps nothing but a
+/// factory locks the server. Any thread may call.
 class CClassFactory final : public IClassFactory
 {
 public:

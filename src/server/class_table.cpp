@@ -1,29 +1,24 @@
 #include "server/class_table.h"
 
 #include "collection/enum_variant_col.h"
-#include "server/registrar_replacements.h"
 #include "service/velt_http_service.h"
 #include "ui/velt_eula_dlg.h"
 
-#include <provider_lib.h>
+#include <algorithm>
 
 namespace velt
 {
 constinit const std::array<ClassRow, kClassCount> kClassTable = {{
-    {&CLSID_CVeltHTTPService,
-     &CreateComObject<CVeltHTTPService>,
-     kServiceScript.script,
-     kServiceScript.threadingModel,
-     {}},
-    {&CLSID_CEnumVariantCol,
-     &CreateComObject<CEnumVariantCol>,
-     kCollectionScript.script,
-     kCollectionScript.threadingModel,
-     {}},
-    {&CLSID_CVeltEulaDlg,
-     &CreateComObject<CVeltEulaDlg>,
-     kEulaScript.script,
-     kEulaScript.threadingModel,
-     {}},
+    {&CreateComObject<CVeltHTTPService>, kServiceRegistration},
+    {&CreateComObject<CEnumVariantCol>, kCollectionRegistration},
+    {&CreateComObject<CVeltEulaDlg>, kEulaRegistration},
 }};
+
+const ClassRow* FindClass(std::span<const ClassRow> table, REFCLSID clsid) noexcept
+{
+    const auto row = std::find_if(table.begin(), table.end(), [&](const ClassRow& r) {
+        return r.create && ::IsEqualCLSID(*r.registration.clsid, clsid);
+    });
+    return row == table.end() ? nullptr : &*row;
+}
 } // namespace velt

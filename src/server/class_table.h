@@ -1,40 +1,26 @@
 #pragma once
 
 #include "server/class_factory.h"
+#include "server/class_registration.h"
 
 #include <windows.h>
-
-#include <comcat.h>
 
 #include <array>
 #include <span>
 
 namespace velt
 {
-/// A component category that a class implements, or requires of its container.
-struct CategoryRow
-{
-    enum class Kind
-    {
-        implemented,
-        required,
-    };
-
-    Kind kind;
-    CATID category;
-};
-
 /// One creatable class.
 struct ClassRow
 {
-    const CLSID* clsid;
-    ObjectCreator create;          // null while the class is not part of the library
-    UINT registrarScript;          // a resource of type REGISTRY
-    const wchar_t* threadingModel; // what the script writes for it
-    std::span<const CategoryRow> categories;
+    ObjectCreator create; // null while the class is not part of the library
+    ClassRegistration registration;
 };
 
-/// The classes of the library, in the order in which they are searched and registered.
+/// The classes of the library, in the order in which they are searched.
 inline constexpr std::size_t kClassCount = 3;
 extern const std::array<ClassRow, kClassCount> kClassTable;
+
+/// The first row of a class that has a creator; null when there is none.
+const ClassRow* FindClass(std::span<const ClassRow> table, REFCLSID clsid) noexcept;
 } // namespace velt

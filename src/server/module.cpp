@@ -4,14 +4,9 @@
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
 #include "foundation/velt_auto_critical_section.h"
-#include "server/registrar_replacements.h"
 #include "server/registration.h"
-#include "server/resource_ids.h"
-#include "server/thread_locale_scope.h"
 
 #include <oleauto.h>
-
-#include <algorithm>
 
 CVeltHTTPClient::~CVeltHTTPClient()
 {
@@ -66,26 +61,23 @@ HRESULT CVeltHTTPClient::GetClassObject(REFCLSID clsid, REFIID iid, void** objec
     {
         return E_UNEXPECTED;
     }
-    const auto row = std::find_if(
-        velt::kClassTable.begin(), velt::kClassTable.end(),
-        [&](const velt::ClassRow& r) { return r.create && ::IsEqualCLSID(*r.clsid, clsid); });
-    if (row == velt::kClassTable.end())
+    const velt::ClassRow* const row = velt::FindClass(velt::kClassTable, clsid);
+    if (!row)
     {
         return CLASS_E_CLASSNOTAVAILABLE;
     }
-    return FactoryOf(static_cast<std::size_t>(row - velt::kClassTable.begin()))
+    return FactoryOf(static_cast<std::size_t>(row - velt::kClassTable.data()))
         .QueryInterface(iid, object);
 }
 
 HRESULT CVeltHTTPClient::RegisterServer()
 {
-    // The scripts' texts are read the same whatever the user's locale is.
-    const velt::ThreadLocaleScope locale(LOCALE_SYSTEM_DEFAULT);
     const velt::RegistrationScope scope = velt::CurrentRegistrationScope();
     UTrace::TraceLevel3("registering for %s",
                         scope == velt::RegistrationScope::user ? "the user" : "the machine");
-    RunScripts(scope);
-    velt::RegisterModuleTypeLibrary(m_instance, scope);
+    velt::RegistrarReplacements replacements;
+    AddCommonRGSReplacements(replacements);
+    velt::RegisterComponent(m_instance, scope, std::move(replacements), velt::kClassRegistrations);
     return m_registrationHook ? m_registrationHook() : S_OK;
 }
 
@@ -96,7 +88,7 @@ void CVeltHTTPClient::SetRegistrationHook(RegistrationHook hook) noexcept
 
 void CVeltHTTPClient::AddCommonRGSReplacements(velt::RegistrarReplacements& replacements) const
 {
-    replacements.insert_or_assign(L"APPID", velt::kAppId);
+    velt::AddCommonReplacements(replacements);
 }
 
 LONG CVeltHTTPClient::Lock() noexcept
@@ -164,19 +156,6 @@ HRESULT CVeltHTTPClient::GetTypeLibrary(ITypeLib** library) noexcept
     catch (...)
     {
         return velt::HResultFromCurrentException();
-    }
-}
-
-void CVeltHTTPClient::RunScripts(velt::RegistrationScope scope)
-{
-    velt::RegistrarReplacements replacements{{L"MODULE", velt::ModulePath(m_instance)}};
-    AddCommonRGSReplacements(replacements);
-    velt::RunRegistrarScript(m_instance, VELT_REGISTRY_APPID, replacements, scope);
-    for (const velt::ClassRow& row : velt::kClassTable)
-    {
-        velt::AddClassReplacements(replacements, row.threadingModel);
-        velt::RunRegistrarScript(m_instance, row.registrarScript, replacements, scope);
-        velt::RegisterCategories(*row.clsid, row.categories);
     }
 }
 

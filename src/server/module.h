@@ -5,7 +5,6 @@
 #include "foundation/velt_critical_section.h"
 #include "server/class_table.h"
 #include "server/registrar_script.h"
-#include "server/registrar_writer.h"
 
 #include <windows.h>
 
@@ -61,7 +60,6 @@ public:
     HRESULT GetTypeLibrary(ITypeLib** library) noexcept override;
 
 private:
-    void RunScripts(velt::RegistrationScope scope);
     IClassFactory& FactoryOf(std::size_t row);
 
     // constant after Initialise

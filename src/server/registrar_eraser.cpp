@@ -3,23 +3,20 @@
 #include "foundation/reg_key.h"
 #include "foundation/system_exception.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <ranges>
 
 namespace velt
 {
 namespace
 {
-void ThrowIfError(LSTATUS error)
+void ThrowUnlessMissing(LSTATUS error)
 {
-    if (error != ERROR_SUCCESS)
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
     {
-        throw SystemException::Win32(static_cast<DWORD>(error));
+        ThrowIfRegistryError(error);
     }
-}
-
-bool IsMissing(LSTATUS error) noexcept
-{
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
 
 /// The same data; of texts, the same but for capitals, because paths are written either way.
@@ -37,45 +34,21 @@ bool IsSame(const RegistryData& a, const RegistryData& b) noexcept
     };
     return ::CompareStringOrdinal(text(a), length(a), text(b), length(b), TRUE) == CSTR_EQUAL;
 }
-
-void EraseValue(const RegistryOperation& operation, RegistrationScope scope)
-{
-    const auto present = ReadValue(operation, scope);
-    if (!present || !IsSame(*present, EncodeValue(operation.value)))
-    {
-        return;
-    }
-    const RegistryLocation at = LocateAlone(operation, scope);
-    CRegKeyW key;
-    ThrowIfError(key.Open(at.root, at.path.c_str(), KEY_SET_VALUE));
-    ThrowIfError(::RegDeleteValueW(key.GetKey(), operation.valueName.c_str()));
-}
 } // namespace
 
-RegistryLocation LocateAlone(const RegistryOperation& operation, RegistrationScope scope)
+std::optional<RegistryData> ReadValue(const RegistryLocation& at, const wchar_t* name)
 {
-    RegistryLocation at = Locate(operation, scope);
-    if (at.root == HKEY_CLASSES_ROOT)
-    {
-        return {HKEY_LOCAL_MACHINE, L"Software\\Classes\\" + at.path};
-    }
-    return at;
-}
-
-std::optional<RegistryData> ReadValue(const RegistryOperation& operation, RegistrationScope scope)
-{
-    const RegistryLocation at = LocateAlone(operation, scope);
     CRegKeyW key;
     RegistryData data{};
     DWORD size = 0;
     if (key.Open(at.root, at.path.c_str(), KEY_QUERY_VALUE) != ERROR_SUCCESS ||
-        ::RegQueryValueExW(key.GetKey(), operation.valueName.c_str(), nullptr, &data.type, nullptr,
-                           &size) != ERROR_SUCCESS)
+        ::RegQueryValueExW(key.GetKey(), name, nullptr, &data.type, nullptr, &size) !=
+            ERROR_SUCCESS)
     {
         return std::nullopt;
     }
     data.bytes.resize(size);
-    if (::RegQueryValueExW(key.GetKey(), operation.valueName.c_str(), nullptr, &data.type,
+    if (::RegQueryValueExW(key.GetKey(), name, nullptr, &data.type,
                            reinterpret_cast<BYTE*>(data.bytes.data()), &size) != ERROR_SUCCESS)
     {
         return std::nullopt; // has grown in between
@@ -84,38 +57,93 @@ std::optional<RegistryData> ReadValue(const RegistryOperation& operation, Regist
     return data;
 }
 
+std::optional<std::wstring> ReadText(const RegistryLocation& at, const wchar_t* name)
+{
+    const auto data = ReadValue(at, name);
+    if (!data || data->type != REG_SZ)
+    {
+        return std::nullopt;
+    }
+    std::wstring text(data->bytes.size() / sizeof(wchar_t), L'\0');
+    std::copy_n(data->bytes.data(), text.size() * sizeof(wchar_t),
+                reinterpret_cast<std::byte*>(text.data()));
+    text.resize(std::min(text.find(L'\0'), text.size()));
+    return text;
+}
+
+void DeleteEmptyKey(HKEY root, const wchar_t* path)
+{
+    CRegKeyW key;
+    DWORD keys = 0;
+    DWORD values = 0;
+    LSTATUS error = key.Open(root, path, KEY_QUERY_VALUE);
+    if (error == ERROR_SUCCESS)
+    {
+        error = ::RegQueryInfoKeyW(key.GetKey(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr,
+                                   &values, nullptr, nullptr, nullptr, nullptr);
+    }
+    if (error == ERROR_SUCCESS && keys == 0 && values == 0)
+    {
+        error = ::RegDeleteKeyW(root, path);
+    }
+    ThrowUnlessMissing(error);
+}
+
+void EraseValue(HKEY root, const wchar_t* path, const wchar_t* name)
+{
+    CRegKeyW key;
+    LSTATUS error = key.Open(root, path, KEY_SET_VALUE);
+    if (error == ERROR_SUCCESS)
+    {
+        error = ::RegDeleteValueW(key.GetKey(), name);
+    }
+    ThrowUnlessMissing(error);
+}
+
+void EraseEntry(HKEY root, const wchar_t* path, const wchar_t* name)
+{
+    EraseValue(root, path, name);
+    DeleteEmptyKey(root, path);
+}
+
 void EraseRegistry(std::span<const RegistryOperation> operations, RegistrationScope scope)
 {
     for (const RegistryOperation& operation : operations | std::views::reverse)
     {
+        const RegistryLocation at = Locate(operation, scope);
         if (operation.kind == RegistryOperation::Kind::setValue)
         {
-            EraseValue(operation, scope);
+            const auto present = ReadValue(at, operation.valueName.c_str());
+            if (present && IsSame(*present, EncodeValue(operation.value)))
+            {
+                EraseValue(at.root, at.path.c_str(), operation.valueName.c_str());
+            }
         }
         else if (operation.kind == RegistryOperation::Kind::createKey &&
                  (!operation.shared || scope == RegistrationScope::user))
         {
-            DeleteEmptyKey(LocateAlone(operation, scope));
+            DeleteEmptyKey(at.root, at.path.c_str());
         }
     }
 }
 
-void DeleteEmptyKey(const RegistryLocation& at)
+void EraseHidingEntries(std::span<const RegistryOperation> operations)
 {
-    CRegKeyW key;
-    const LSTATUS error = key.Open(at.root, at.path.c_str(), KEY_QUERY_VALUE);
-    if (IsMissing(error))
+    for (const RegistryOperation& operation : operations | std::views::reverse)
     {
-        return;
-    }
-    ThrowIfError(error);
-    DWORD keys = 0;
-    DWORD values = 0;
-    ThrowIfError(::RegQueryInfoKeyW(key.GetKey(), nullptr, nullptr, nullptr, &keys, nullptr,
-                                    nullptr, &values, nullptr, nullptr, nullptr, nullptr));
-    if (keys == 0 && values == 0)
-    {
-        ThrowIfError(::RegDeleteKeyW(at.root, at.path.c_str()));
+        const RegistryLocation at = Locate(operation, RegistrationScope::user);
+        switch (operation.kind)
+        {
+        case RegistryOperation::Kind::setValue:
+            EraseValue(at.root, at.path.c_str(), operation.valueName.c_str());
+            break;
+        case RegistryOperation::Kind::createKey:
+            DeleteEmptyKey(at.root, at.path.c_str());
+            break;
+        case RegistryOperation::Kind::deleteTree:
+            DeleteTree(at);
+            break;
+        }
     }
 }
 } // namespace velt

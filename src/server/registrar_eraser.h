@@ -11,12 +11,21 @@
 
 namespace velt
 {
-/// The place of an operation's key in what belongs to the machine or the user alone, where
-/// HKEY_CLASSES_ROOT shows both.
-RegistryLocation LocateAlone(const RegistryOperation& operation, RegistrationScope scope);
+/// A value as it lies in a key now; nothing when it cannot be read.
+std::optional<RegistryData> ReadValue(const RegistryLocation& key, const wchar_t* name);
 
-/// The value that an operation sets, as it lies there now; nothing when it cannot be read.
-std::optional<RegistryData> ReadValue(const RegistryOperation& operation, RegistrationScope scope);
+/// The same as text; nothing for other types than REG_SZ, too.
+std::optional<std::wstring> ReadText(const RegistryLocation& key, const wchar_t* name);
+
+/// Deletes a key that has no value and no subkey; nothing happens to any other, or without one.
+/// Throws SystemException::Win32.
+void DeleteEmptyKey(HKEY root, const wchar_t* path);
+
+/// Erases a value, whatever its data; nothing happens without one. Throws the same.
+void EraseValue(HKEY root, const wchar_t* path, const wchar_t* name);
+
+/// Erases a value, and the key when nothing is left in it. Throws the same.
+void EraseEntry(HKEY root, const wchar_t* path, const wchar_t* name);
 
 /// Takes back what the operations have written, the last one first: values that are still as they
 /// were written, capitals aside, and keys in which nothing is left. What others put there stays.
@@ -24,7 +33,8 @@ std::optional<RegistryData> ReadValue(const RegistryOperation& operation, Regist
 /// have been without them before. Throws SystemException::Win32 at the first failure.
 void EraseRegistry(std::span<const RegistryOperation> operations, RegistrationScope scope);
 
-/// Deletes a key that has no value and no subkey; nothing happens to any other, or without one.
-/// Throws SystemException::Win32.
-void DeleteEmptyKey(const RegistryLocation& at);
+/// Erases from the user's classes what would hide the same operations' entries for the machine:
+/// values by their names, whatever their data, whole trees where the operations begin one anew, and
+/// keys in which nothing is left. Throws SystemException::Win32 at the first failure.
+void EraseHidingEntries(std::span<const RegistryOperation> operations);
 } // namespace velt

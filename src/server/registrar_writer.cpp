@@ -11,14 +11,6 @@ namespace velt
 {
 namespace
 {
-void ThrowIfError(LSTATUS error)
-{
-    if (error != ERROR_SUCCESS)
-    {
-        throw SystemException::Win32(static_cast<DWORD>(error));
-    }
-}
-
 /// A text with its final NUL.
 RegistryData TextData(DWORD type, const std::wstring& text)
 {
@@ -58,15 +50,6 @@ struct ValueEncoder
     }
 };
 
-void DeleteTree(const RegistryLocation& at)
-{
-    const LSTATUS error = ::RegDeleteTreeW(at.root, at.path.c_str());
-    if (error != ERROR_FILE_NOT_FOUND)
-    {
-        ThrowIfError(error);
-    }
-}
-
 void Write(const RegistryOperation& operation, RegistrationScope scope)
 {
     const RegistryLocation at = Locate(operation, scope);
@@ -76,27 +59,52 @@ void Write(const RegistryOperation& operation, RegistrationScope scope)
         return;
     }
     CRegKeyW key;
-    ThrowIfError(key.Create(at.root, at.path.c_str(), nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE));
+    ThrowIfRegistryError(
+        key.Create(at.root, at.path.c_str(), nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE));
     if (operation.kind == RegistryOperation::Kind::setValue)
     {
         const RegistryData data = EncodeValue(operation.value);
-        ThrowIfError(::RegSetValueExW(key.GetKey(), operation.valueName.c_str(), 0, data.type,
-                                      reinterpret_cast<const BYTE*>(data.bytes.data()),
-                                      static_cast<DWORD>(data.bytes.size())));
+        ThrowIfRegistryError(::RegSetValueExW(key.GetKey(), operation.valueName.c_str(), 0,
+                                              data.type,
+                                              reinterpret_cast<const BYTE*>(data.bytes.data()),
+                                              static_cast<DWORD>(data.bytes.size())));
     }
 }
 } // namespace
+
+void ThrowIfRegistryError(LSTATUS error)
+{
+    if (error != ERROR_SUCCESS)
+    {
+        throw SystemException::Win32(static_cast<DWORD>(error));
+    }
+}
+
+void DeleteTree(const RegistryLocation& at)
+{
+    const LSTATUS error = ::RegDeleteTreeW(at.root, at.path.c_str());
+    if (error != ERROR_FILE_NOT_FOUND)
+    {
+        ThrowIfRegistryError(error);
+    }
+}
+
+RegistryLocation ClassesOf(RegistrationScope scope)
+{
+    return {scope == RegistrationScope::user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE,
+            L"Software\\Classes"};
+}
 
 RegistryLocation Locate(const RegistryOperation& operation, RegistrationScope scope)
 {
     switch (operation.root)
     {
     case RegistryRoot::classesRoot:
-        if (scope == RegistrationScope::user)
-        {
-            return {HKEY_CURRENT_USER, L"Software\\Classes\\" + operation.path};
-        }
-        return {HKEY_CLASSES_ROOT, operation.path};
+    {
+        RegistryLocation at = ClassesOf(scope);
+        at.path.append(L"\\").append(operation.path);
+        return at;
+    }
     case RegistryRoot::currentUser:
         return {HKEY_CURRENT_USER, operation.path};
     case RegistryRoot::localMachine:

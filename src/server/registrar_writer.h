@@ -11,11 +11,13 @@
 
 namespace velt
 {
-/// Where the entries of HKEY_CLASSES_ROOT are written.
+/// Where the entries of HKEY_CLASSES_ROOT are written: below Software\Classes of one of these,
+/// never by that root itself. It shows both, and a write would go to the user's key where there is
+/// one.
 enum class RegistrationScope
 {
-    machine, // HKEY_CLASSES_ROOT
-    user,    // HKEY_CURRENT_USER\Software\Classes
+    machine, // HKEY_LOCAL_MACHINE
+    user,    // HKEY_CURRENT_USER
 };
 
 /// A place in the registry.
@@ -33,6 +35,15 @@ struct RegistryData
 
     bool operator==(const RegistryData&) const = default;
 };
+
+/// Throws SystemException::Win32 for any result but ERROR_SUCCESS.
+void ThrowIfRegistryError(LSTATUS error);
+
+/// Deletes a key with everything below it; nothing happens without one. Throws the same.
+void DeleteTree(const RegistryLocation& at);
+
+/// The classes of the machine or of the user.
+RegistryLocation ClassesOf(RegistrationScope scope);
 
 /// The key that an operation is about.
 RegistryLocation Locate(const RegistryOperation& operation, RegistrationScope scope);

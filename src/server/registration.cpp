@@ -5,6 +5,10 @@
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
 #include "foundation/wide_text.h"
+#include "server/classes_root_scope.h"
+#include "server/registrar_eraser.h"
+#include "server/thread_locale_scope.h"
+#include "server/type_library_entries.h"
 
 #include <oleauto.h>
 #include <wrl/client.h>
@@ -34,6 +38,13 @@ std::string_view ScriptBytes(HMODULE module, UINT id)
 std::wstring DirectoryOf(const std::wstring& path)
 {
     return path.substr(0, path.find_last_of(L'\\'));
+}
+
+ComPtr<ITypeLib> LoadModuleTypeLibrary(HMODULE module)
+{
+    ComPtr<ITypeLib> library;
+    ThrowIfFailed(::LoadTypeLib(ModulePath(module).c_str(), &library));
+    return library;
 }
 
 using RegisterTypeLibFunction = decltype(&::RegisterTypeLib);
@@ -78,6 +89,11 @@ std::wstring ModulePath(HMODULE module)
     }
 }
 
+void AddModuleReplacement(RegistrarReplacements& replacements, HMODULE module)
+{
+    replacements.insert_or_assign(L"MODULE", ModulePath(module));
+}
+
 std::vector<RegistryOperation> ReadRegistrarScript(HMODULE module, UINT id,
                                                    const RegistrarReplacements& replacements)
 {
@@ -97,6 +113,33 @@ void RunRegistrarScript(HMODULE module, UINT id, const RegistrarReplacements& re
                         RegistrationScope scope)
 {
     WriteRegistry(ReadRegistrarScript(module, id, replacements), scope);
+}
+
+void RegisterComponent(HMODULE module, RegistrationScope scope, RegistrarReplacements replacements,
+                       std::span<const ClassRegistration> classes)
+{
+    // The scripts' texts are read the same whatever the user's locale is.
+    const ThreadLocaleScope locale(LOCALE_SYSTEM_DEFAULT);
+    AddModuleReplacement(replacements, module);
+    if (scope == RegistrationScope::machine)
+    {
+        TypeLibraryEntries(*LoadModuleTypeLibrary(module).Get()).Erase(RegistrationScope::user);
+        EraseHidingEntries(ReadRegistrarScript(module, VELT_REGISTRY_APPID, replacements));
+        for (const ClassRegistration& row : classes)
+        {
+            AddClassReplacement(replacements, row);
+            EraseHidingEntries(ReadRegistrarScript(module, row.script, replacements));
+        }
+    }
+    const ClassesRootScope root(scope); // for what the system writes
+    RunRegistrarScript(module, VELT_REGISTRY_APPID, replacements, scope);
+    for (const ClassRegistration& row : classes)
+    {
+        AddClassReplacement(replacements, row);
+        RunRegistrarScript(module, row.script, replacements, scope);
+        RegisterCategories(*row.clsid, row.categories);
+    }
+    RegisterModuleTypeLibrary(module, scope);
 }
 
 void RegisterCategories(const CLSID& clsid, std::span<const CategoryRow> categories)
@@ -122,8 +165,7 @@ void RegisterModuleTypeLibrary(HMODULE module, RegistrationScope scope)
 {
     std::wstring path = ModulePath(module);
     std::wstring directory = DirectoryOf(path);
-    ComPtr<ITypeLib> library;
-    ThrowIfFailed(::LoadTypeLib(path.c_str(), &library));
+    const ComPtr<ITypeLib> library = LoadModuleTypeLibrary(module);
     const RegisterTypeLibFunction registerTypeLib =
         scope == RegistrationScope::user ? FindRegisterTypeLibForUser() : &::RegisterTypeLib;
     ThrowIfFailed(registerTypeLib(library.Get(), path.data(), directory.data()));

@@ -2,11 +2,12 @@
 
 #include "connection/connection.h"
 #include "foundation/reg_key.h"
+#include "foundation/system_exception.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/real_servers.h"
 
-#include <windows.h>
+#include <winsock2.h>
 
 #include <wininet.h>
 
@@ -26,6 +27,8 @@ using QueryPatch = ImportPatch<"InternetQueryOptionW", decltype(::InternetQueryO
 using FreePatch = ImportPatch<"GlobalFree", decltype(::GlobalFree)>;
 using AttemptPatch = ImportPatch<"InternetAttemptConnect", decltype(::InternetAttemptConnect)>;
 using CheckPatch = ImportPatch<"InternetCheckConnectionW", decltype(::InternetCheckConnectionW)>;
+
+using AddressPatch = ImportPatch<"inet_addr", decltype(::inet_addr)>;
 
 constexpr DWORD kPoison = 0xCDCDCDCD;
 constexpr DWORD kCause = ERROR_INTERNET_TIMEOUT;
@@ -295,6 +298,27 @@ TEST_CASE("ConnectionProbe: a configured proxy counts as connected, the error is
         }
     }
     CHECK(state == kCause);
+}
+
+TEST_CASE("ConnectionProbe: a library that is loaded late and missing leaves its answers to others",
+          "[connection]")
+{
+    // As velt.exe gets it: the call itself throws.
+    const auto missing = [](auto...) -> DWORD {
+        throw SystemException::Win32(ERROR_MOD_NOT_FOUND);
+    };
+    const ConnectionProbe probe;
+    {
+        const AttemptPatch attempts("wininet.dll", missing);
+        DWORD state = kPoison;
+        CHECK(probe.CheckConnection(L"http://host.invalid/", &state) == E_FAIL);
+        CHECK(state == ERROR_MOD_NOT_FOUND);
+        const Configuration proxy(nullptr, L"gateway:8080");
+        CHECK(probe.CheckConnection(L"http://host.invalid/", &state) == S_OK);
+    }
+    const AddressPatch addresses("ws2_32.dll", missing);
+    CHECK(probe.Ping("127.0.0.1", 100) == E_FAIL);
+    CHECK(addresses.Calls() == 1);
 }
 
 TEST_CASE("ConnectionProbe: the configuration is the URL and the proxy, appended and freed",

@@ -1,12 +1,15 @@
 // The library's entry points, seen as a host sees them: through LoadLibrary and GetProcAddress.
 
+#include "server/class_factory.h"
 #include "tests/support/component_library.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/thread_group.h"
 
 #include <provider_lib.h>
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <catch.hpp>
@@ -26,6 +29,47 @@ void* Poison()
     static int poison = 0;
     return &poison;
 }
+
+/// Lets allocations inside the library fail until the end of the scope: all of a size, or all.
+class NoMemory
+{
+public:
+    explicit NoMemory(HMODULE library, std::size_t size = 0)
+        : m_slot(velt::test::ImportSlot("msvcrt.dll", "malloc", library))
+    {
+        s_size = size;
+        s_original = reinterpret_cast<decltype(s_original)>(Exchange(
+            reinterpret_cast<void*>(static_cast<decltype(s_original)>(&NoMemory::Allocate))));
+    }
+
+    NoMemory(const NoMemory&) = delete;
+    NoMemory& operator=(const NoMemory&) = delete;
+
+    ~NoMemory()
+    {
+        Exchange(reinterpret_cast<void*>(s_original));
+    }
+
+private:
+    static void* __cdecl Allocate(std::size_t size)
+    {
+        return s_size == 0 || s_size == size ? nullptr : s_original(size);
+    }
+
+    void* Exchange(void* function) noexcept
+    {
+        DWORD protection = 0;
+        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
+        void* const before = std::exchange(*m_slot, function);
+        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
+        return before;
+    }
+
+    inline static std::size_t s_size = 0;
+    inline static void*(__cdecl* s_original)(std::size_t) = nullptr;
+
+    void** m_slot;
+};
 
 /// One of the library's classes, and whether this library can make it.
 struct KnownClass
@@ -128,12 +172,37 @@ TEST_CASE("DllGetClassObject: eight threads at once get one factory", "[server]"
             REQUIRE(results[i] == S_OK);
             REQUIRE(factories[i] == factories[0]);
         }
-        CHECK(library.CanUnloadNow() == S_FALSE);
         for (IClassFactory* factory : factories)
         {
             factory->Release();
         }
-        REQUIRE(library.CanUnloadNow() == S_OK);
+    }
+}
+
+TEST_CASE("DllGetClassObject: without memory for a factory it is out of memory, and recovers",
+          "[server]")
+{
+    const ComponentLibrary library;
+    void* object = Poison();
+    {
+        // Only the factory, or nothing at all any more.
+        const NoMemory failing(library.Module(), GENERATE(sizeof(velt::CClassFactory), 0u));
+        for (int attempt = 0; attempt < 2; ++attempt)
+        {
+            object = Poison();
+            CHECK(library.GetClassObject(CLSID_CVeltEulaDlg, IID_IClassFactory, &object) ==
+                  E_OUTOFMEMORY);
+            CHECK(object == nullptr);
+        }
+        CHECK(library.CanUnloadNow() == S_OK);
+    }
+    const auto factory = library.Factory(CLSID_CVeltEulaDlg);
+    {
+        // One that is there needs no more memory.
+        const NoMemory failing(library.Module(), sizeof(velt::CClassFactory));
+        CHECK(library.GetClassObject(CLSID_CVeltEulaDlg, IID_IClassFactory, &object) == S_OK);
+        CHECK(object == factory.Get());
+        factory->Release();
     }
 }
 
@@ -188,16 +257,27 @@ TEST_CASE("DllCanUnloadNow: an object's enumerator keeps the library too", "[ser
     CHECK(library.CanUnloadNow() == S_OK);
 }
 
-TEST_CASE("DllCanUnloadNow: references of a factory keep the library", "[server]")
+TEST_CASE("DllCanUnloadNow: a factory that somebody holds does not keep the library", "[server]")
 {
     const ComponentLibrary library;
-    ComPtr<IClassFactory> factory = library.Factory(CLSID_CEnumVariantCol);
-    CHECK(library.CanUnloadNow() == S_FALSE);
-    ComPtr<IClassFactory> second = library.Factory(CLSID_CEnumVariantCol);
-    factory.Reset();
-    CHECK(library.CanUnloadNow() == S_FALSE);
-    second.Reset();
-    CHECK(library.CanUnloadNow() == S_OK);
+    for (const KnownClass& known : kClasses)
+    {
+        ComPtr<IClassFactory> factory = library.Factory(*known.clsid);
+        CHECK(library.CanUnloadNow() == S_OK);
+        ComPtr<IUnknown> second;
+        REQUIRE(factory.As(&second) == S_OK);
+        CHECK(library.CanUnloadNow() == S_OK);
+        // Who holds it makes objects and locks the server, and these count.
+        REQUIRE(factory->LockServer(TRUE) == S_OK);
+        CHECK(library.CanUnloadNow() == S_FALSE);
+        REQUIRE(factory->LockServer(FALSE) == S_OK);
+        CHECK(library.CanUnloadNow() == S_OK);
+        ComPtr<IUnknown> object;
+        REQUIRE(factory->CreateInstance(nullptr, IID_PPV_ARGS(&object)) == S_OK);
+        CHECK(library.CanUnloadNow() == S_FALSE);
+        object.Reset();
+        CHECK(library.CanUnloadNow() == S_OK);
+    }
 }
 
 TEST_CASE("DllCanUnloadNow: server locks keep the library, each one", "[server]")

@@ -2,6 +2,7 @@
 
 #include "tests/support/activation_context.h"
 #include "tests/support/component_library.h"
+#include "tests/support/debuggee.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/thread_group.h"
 
@@ -10,6 +11,7 @@
 #include <objbase.h>
 
 #include <array>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -115,6 +117,61 @@ void CreateUseAndRelease()
     REQUIRE_FALSE(IsLoaded());
 }
 } // namespace
+
+TEST_CASE("unloading: descriptions are given back and not when the process ends", "[.child]")
+{
+    using ReleaseFunction = ULONG(WINAPI*)(ITypeInfo*);
+    static ReleaseFunction s_release = nullptr;
+    static int s_calls = 0;
+    static bool s_ending = false;
+    struct Watch
+    {
+        static ULONG WINAPI Release(ITypeInfo* info)
+        {
+            ++s_calls;
+            if (s_ending)
+            {
+                // The library's detaching is what runs after the program's own clean-up.
+                ::TerminateProcess(::GetCurrentProcess(), 77);
+            }
+            return s_release(info);
+        }
+    };
+    // Every description of the system's goes through one table of functions.
+    ComPtr<ITypeLib> types;
+    ComPtr<ITypeInfo> any;
+    REQUIRE(::LoadTypeLibEx(ShippedFile(L"VeltHTTPClient12OEM.tlb").c_str(), REGKIND_NONE,
+                            &types) == S_OK);
+    REQUIRE(types->GetTypeInfo(0, &any) == S_OK);
+    constexpr std::size_t kReleaseSlot = 2; // of IUnknown
+    void** const slot = *reinterpret_cast<void***>(any.Get()) + kReleaseSlot;
+    DWORD protection = 0;
+    REQUIRE(::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection));
+    s_release = reinterpret_cast<ReleaseFunction>(*slot);
+    *slot = reinterpret_cast<void*>(&Watch::Release);
+    {
+        const ComponentLibrary library;
+        Use(*library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol).Get());
+        s_calls = 0;
+    }
+    CHECK(s_calls == 1);
+    const HMODULE stays =
+        ::LoadLibraryW(ShippedFile(L"VeltHTTPClient12OEM.dll").c_str()); // until the end
+    REQUIRE(stays);
+    {
+        const ComponentLibrary library;
+        Use(*library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol).Get());
+    }
+    any.Detach(); // its own releases are not looked at
+    types.Detach();
+    REQUIRE(std::atexit([] { s_ending = true; }) == 0);
+}
+
+TEST_CASE("The library: leaves foreign objects alone when the process ends", "[server]")
+{
+    CHECK(velt::test::RunInChild(
+              "unloading: descriptions are given back and not when the process ends") == 0);
+}
 
 TEST_CASE("The library: loading and unloading it 200 times leaves nothing", "[server]")
 {

@@ -53,12 +53,26 @@ char* Text(const char* text)
 }
 
 int g_hookCalls = 0;
+bool g_wasRegistered = false; // when the hook was called
 HRESULT g_hookResult = S_OK;
 
 HRESULT CountingHook()
 {
     ++g_hookCalls;
+    constexpr wchar_t kLast[] = L"Interface\\{BB98678D-21E9-478C-9103-B163FFE269E5}\\TypeLib";
+    g_wasRegistered = ::RegGetValueW(HKEY_CLASSES_ROOT, kLast, nullptr, RRF_RT_REG_SZ, nullptr,
+                                     nullptr, nullptr) == ERROR_SUCCESS;
     return g_hookResult;
+}
+
+HRESULT MakeFirst(IUnknown*, REFIID, void**)
+{
+    return 1;
+}
+
+HRESULT MakeSecond(IUnknown*, REFIID, void**)
+{
+    return 2;
 }
 } // namespace
 
@@ -112,9 +126,36 @@ TEST_CASE("CVeltHTTPClient: makes no class before it is initialised", "[server]"
     CHECK(module.IsInitialised());
     ComPtr<IClassFactory> factory;
     CHECK(module.GetClassObject(CLSID_CEnumVariantCol, IID_PPV_ARGS(&factory)) == S_OK);
-    CHECK(module.GetLockCount() == 1);
-    factory.Reset();
-    CHECK(module.GetLockCount() == 0);
+    CHECK(module.GetLockCount() == 0); // a factory's references hold no lock
+}
+
+TEST_CASE("FindClass: finds the first row of a class that has a creator", "[server]")
+{
+    using velt::FindClass;
+    const velt::ClassRegistration service = velt::kServiceRegistration;
+    const velt::ClassRegistration collection = velt::kCollectionRegistration;
+    const std::array<velt::ClassRow, 4> table = {{{nullptr, service},
+                                                  {&MakeFirst, collection},
+                                                  {&MakeSecond, service},
+                                                  {&MakeFirst, service}}};
+    CHECK(FindClass(table, CLSID_CVeltHTTPService) == &table[2]);
+    CHECK(FindClass(table, CLSID_CEnumVariantCol) == &table[1]);
+    CHECK(FindClass(table, CLSID_CVeltEulaDlg) == nullptr);
+    CHECK(FindClass({table.data(), 1}, CLSID_CVeltHTTPService) == nullptr);
+    CHECK(FindClass({}, CLSID_CVeltHTTPService) == nullptr);
+}
+
+TEST_CASE("kClassTable: its classes are those that are registered, in the same order", "[server]")
+{
+    REQUIRE(velt::kClassTable.size() == velt::kClassRegistrations.size());
+    for (std::size_t i = 0; i < velt::kClassTable.size(); ++i)
+    {
+        const velt::ClassRow& row = velt::kClassTable[i];
+        CHECK(row.create != nullptr);
+        CHECK(::IsEqualCLSID(*row.registration.clsid, *velt::kClassRegistrations[i].clsid));
+        CHECK(row.registration.script == velt::kClassRegistrations[i].script);
+        CHECK(velt::FindClass(velt::kClassTable, *row.registration.clsid) == &row);
+    }
 }
 
 TEST_CASE("CVeltHTTPClient: without a thread-local index it cannot be initialised", "[server]")
@@ -275,11 +316,14 @@ TEST_CASE("CVeltHTTPClient: the registration hook runs after success, and its re
     REQUIRE(module.Initialise(::GetModuleHandleW(nullptr)));
     CHECK(module.RegisterServer() == S_OK); // none is no failure
     module.SetRegistrationHook(&CountingHook);
+    velt::test::DeleteComponentKeys(HKEY_CLASSES_ROOT);
 
     g_hookCalls = 0;
+    g_wasRegistered = false;
     g_hookResult = GENERATE(as<HRESULT>{}, S_OK, E_ABORT);
     CHECK(module.RegisterServer() == g_hookResult);
     CHECK(g_hookCalls == 1);
+    CHECK(g_wasRegistered); // it is the last, after the type library
     {
         const DeniedKey denied(HKEY_CLASSES_ROOT, L"VeltHTTPClientX.VeltEulaDlg12OEM");
         CHECK_THROWS_AS(module.RegisterServer(), SystemException::Win32);

@@ -146,6 +146,20 @@ TEST_CASE("WriteRegistry: deleting a key that is not there is no error", "[serve
     CHECK((Writer::Written() == RegistryTree{{L"", {}}}));
 }
 
+TEST_CASE("WriteRegistry: a tree that must not be deleted is a failure", "[server]")
+{
+    const Writer writer;
+    WriteRegistry(Operations{Writer::Create(L"A"), Writer::Set(L"n", L"x"s)},
+                  RegistrationScope::machine);
+    const auto before = Writer::Written();
+    {
+        const DeniedKey denied(HKEY_CURRENT_USER, Writer::Path(L"A").c_str(),
+                               KEY_READ | KEY_WRITE | DELETE);
+        CHECK(ErrorOf({Writer::Delete(L"A"), Writer::Create(L"After")}) == ERROR_ACCESS_DENIED);
+    }
+    CHECK((Writer::Written() == before));
+}
+
 TEST_CASE("WriteRegistry: classes go to the machine or to the user", "[server]")
 {
     const auto [scope, hit, missed] = GENERATE(table<RegistrationScope, HKEY, HKEY>({

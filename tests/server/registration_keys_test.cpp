@@ -7,6 +7,8 @@
 
 #include <objbase.h>
 
+#include <cwchar>
+
 #include <catch.hpp>
 
 using velt::test::AllClassesKeys;
@@ -242,6 +244,90 @@ TEST_CASE("DllRegisterServer: the application's script is the first, its failure
     CHECK_TREE(ComponentKeys(HKEY_CLASSES_ROOT), expected);
 }
 
+TEST_CASE("DllRegisterServer: for the machine, no entry of the caller's own is left to hide it",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring classes = std::wstring(kUserClasses) + L'\\';
+    const std::wstring classKey = L"CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}";
+    const std::wstring progId = L"VeltHTTPClient.VeltHTTPService12OEM";
+    const std::wstring interfaceKey = L"Interface\\{E80BEAE1-D86E-4EF7-9780-53657BFF68C6}";
+    const std::wstring libraryKey = L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}";
+    // Not the component's, and so not its business.
+    const RegistryTree others = {
+        {progId + L"\\Mine", {{L"", TextValue(L"kept")}}},
+        {interfaceKey + L"\\Mine", {{L"", TextValue(L"kept")}}},
+        {libraryKey + L"\\9.0\\0\\win32", {{L"", TextValue(L"C:\\other.tlb")}}},
+        {L"CLSID\\{7A1E4C52-0D93-4F6B-8C21-5EB8903A6D17}", {{L"", TextValue(L"kept")}}},
+        {L"Interface\\{7A1E4C52-0D93-4F6B-8C21-5EB8903A6D17}", {{L"", TextValue(L"kept")}}},
+    };
+    const auto write = [&](const std::wstring& path, const wchar_t* name, const wchar_t* text) {
+        REQUIRE(::RegSetKeyValueW(HKEY_CURRENT_USER, (classes + path).c_str(), name, REG_SZ, text,
+                                  static_cast<DWORD>((std::wcslen(text) + 1) * 2)) == 0);
+    };
+    for (const auto& [path, values] : others)
+    {
+        write(path, nullptr, reinterpret_cast<const wchar_t*>(values.at(L"").data.data()));
+    }
+    RegistryTree left = velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses);
+    {
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, kUserClasses);
+        REQUIRE(Register() == S_OK); // for the user
+    }
+    REQUIRE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses).size() > others.size() + 20);
+    // As another copy, or another version, would have left them.
+    write(classKey + L"\\InprocServer32", nullptr, L"C:\\other\\VeltHTTPClient12OEM.dll");
+    write(classKey + L"\\Old", nullptr, L"old");
+    write(progId + L"\\CurVer", nullptr, L"VeltHTTPClient.VeltHTTPService12OEM.1");
+    write(libraryKey + L"\\1.0\\0\\win32", nullptr, L"C:\\other\\VeltHTTPClient12OEM.dll");
+    write(interfaceKey + L"\\ProxyStubClsid", nullptr, L"{00020424-0000-0000-C000-000000000046}");
+
+    CHECK((GENERATE(true, false) ? static_cast<HRESULT>(RunRegsvr32()) : Register()) == S_OK);
+    CHECK_TREE(velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses), left);
+    CHECK_TREE(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses), Expected());
+    for (const auto& [path, values] : others)
+    {
+        ::RegDeleteTreeW(HKEY_CURRENT_USER, (classes + path).c_str());
+    }
+}
+
+TEST_CASE("DllRegisterServer: for the machine, the 64-bit edition's entries of the caller stay",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring version = L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0";
+    const std::wstring path = std::wstring(kUserClasses) + L'\\' + version;
+    const auto write = [&](const std::wstring& key, const std::wstring& text) {
+        REQUIRE(::RegSetKeyValueW(HKEY_CURRENT_USER, (path + key).c_str(), nullptr, REG_SZ,
+                                  text.c_str(), static_cast<DWORD>((text.size() + 1) * 2)) == 0);
+    };
+    write(L"", L"VeltHTTPClient 1.0 Type Library");
+    write(L"\\FLAGS", L"0");
+    write(L"\\HELPDIR", L"C:\\64");
+    write(L"\\0\\win64", L"C:\\64\\VeltHTTPClient12OEM.dll");
+    const RegistryTree before = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
+    write(L"\\0\\win32", L"C:\\32\\VeltHTTPClient12OEM.dll");
+    CHECK(Register() == S_OK);
+    CHECK_TREE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses), before);
+    CHECK_TREE(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses), Expected());
+}
+
+TEST_CASE("DllRegisterServer: for the machine, an entry that cannot be erased ends it before it "
+          "writes",
+          "[server]")
+{
+    const CleanRegistry clean;
+    const std::wstring key = std::wstring(kUserClasses) + L"\\VeltHTTPClient.VeltHTTPService12OEM";
+    REQUIRE(::RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), nullptr, REG_SZ, L"x", 4) == 0);
+    {
+        const DeniedKey denied(HKEY_CURRENT_USER, key.c_str());
+        CHECK(Register() == HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
+        CHECK(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses).empty());
+    }
+    CHECK(Register() == S_OK);
+    CHECK(ComponentKeys(HKEY_CURRENT_USER, kUserClasses).empty());
+}
+
 TEST_CASE("DllRegisterServer: registers for the user when the machine's classes are closed",
           "[server]")
 {
@@ -257,16 +343,6 @@ TEST_CASE("DllRegisterServer: registers for the user when the machine's classes 
     }
     const RegistryTree classes = ExpectedClassKeys(LibraryPath());
     const RegistryTree typeLibrary = ExpectedTypeLibraryKeys(LibraryPath());
-    const RegistryTree user = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
-    const RegistryTree machine = ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
-    if (machine.empty())
-    {
-        CHECK_TREE(user, Merge(classes, typeLibrary));
-    }
-    else
-    {
-        WARN("RegisterTypeLibForUser of this system writes for the machine");
-        CHECK_TREE(user, classes);
-        CHECK_TREE(machine, typeLibrary);
-    }
+    CHECK_TREE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses), Merge(classes, typeLibrary));
+    CHECK_TREE(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses), RegistryTree{});
 }

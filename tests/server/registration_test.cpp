@@ -2,6 +2,7 @@
 
 #include "foundation/com_method.h"
 #include "foundation/system_exception.h"
+#include "server/class_table.h"
 #include "tests/server/module_test_resources.h"
 #include "tests/support/component_library.h"
 #include "tests/support/registry_snapshot.h"
@@ -180,17 +181,19 @@ TEST_CASE("kClassTable: no class has categories, and each script is there", "[se
 {
     for (const velt::ClassRow& row : velt::kClassTable)
     {
-        CHECK(row.categories.empty());
-        CHECK(::FindResourceW(::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(row.registrarScript),
-                              L"REGISTRY") != nullptr);
+        CHECK(row.registration.categories.empty());
+        CHECK(::FindResourceW(::GetModuleHandleW(nullptr),
+                              MAKEINTRESOURCEW(row.registration.script), L"REGISTRY") != nullptr);
     }
 }
 
 TEST_CASE("CurrentRegistrationScope: depends on the access to the machine's classes", "[server]")
 {
     CHECK(velt::CurrentRegistrationScope() == RegistrationScope::machine);
+    // Each part of the right to write is needed.
+    for (const REGSAM missing : std::to_array<REGSAM>({KEY_SET_VALUE, KEY_CREATE_SUB_KEY}))
     {
-        const DeniedKey denied(HKEY_LOCAL_MACHINE, L"Software\\Classes");
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, L"Software\\Classes", missing);
         CHECK(velt::CurrentRegistrationScope() == RegistrationScope::user);
     }
     CHECK(velt::CurrentRegistrationScope() == RegistrationScope::machine);

@@ -113,7 +113,8 @@ struct RegisteredClass
 RegisteredClass ReadScript(const velt::ClassRow& row)
 {
     const HMODULE module = ::GetModuleHandleW(nullptr); // has the library's resources too
-    const HRSRC found = ::FindResourceW(module, MAKEINTRESOURCEW(row.registrarScript), L"REGISTRY");
+    const HRSRC found =
+        ::FindResourceW(module, MAKEINTRESOURCEW(row.registration.script), L"REGISTRY");
     REQUIRE(found);
     const std::string script(
         static_cast<const char*>(::LockResource(::LoadResource(module, found))),
@@ -220,8 +221,8 @@ TEST_CASE("The manifest: has each class as the class table and its script have i
         const velt::ClassRow& row = velt::kClassTable[i];
         const RegisteredClass registered = ReadScript(row);
         CHECK(AttributesOf(*classes[i].Get()) ==
-              Attributes{{L"clsid", GuidText(*row.clsid)},
-                         {L"threadingModel", row.threadingModel},
+              Attributes{{L"clsid", GuidText(*row.registration.clsid)},
+                         {L"threadingModel", row.registration.threadingModel},
                          {L"progid", registered.progId},
                          {L"description", registered.description},
                          {L"tlbid", libraryId}});

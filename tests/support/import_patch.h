@@ -13,11 +13,11 @@
 
 namespace velt::test
 {
-/// The place in this program's import table where the address of a function stands. Throws
-/// std::runtime_error when the program does not import it by that name.
-inline void** ImportSlot(const char* dll, const char* function)
+/// The place in a module's import table where the address of a function stands; null is this
+/// program. Throws std::runtime_error when the module does not import it by that name.
+inline void** ImportSlot(const char* dll, const char* function, HMODULE module = nullptr)
 {
-    auto* const image = reinterpret_cast<std::byte*>(::GetModuleHandleW(nullptr));
+    auto* const image = reinterpret_cast<std::byte*>(module ? module : ::GetModuleHandleW(nullptr));
     const auto at = [image](DWORD offset) { return image + offset; };
     const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
     const auto* const headers =
@@ -64,9 +64,9 @@ struct FunctionName
     char text[N];
 };
 
-/// Puts a function of the test's own in the place of one that this program imports, until the end
-/// of the scope. Calls of other modules are not affected. One at a time for each function; it is
-/// called by whichever thread calls the function, and must not throw.
+/// Puts a function of the test's own in the place of one that this program, or the module that is
+/// named, imports, until the end of the scope. Calls of other modules are not affected. One at a
+/// time for each function; it is called by whichever thread calls the function, and must not throw.
 ///
 ///     ImportPatch<"InternetReadFile", decltype(::InternetReadFile)> patch(
 ///         "wininet.dll", [](HINTERNET, void*, DWORD, DWORD*) { return FALSE; });
@@ -79,8 +79,8 @@ class ImportPatch<Name, Result WINAPI(Arguments...)>
 public:
     using Function = Result(WINAPI*)(Arguments...);
 
-    ImportPatch(const char* dll, std::function<Result(Arguments...)> body)
-        : m_slot(ImportSlot(dll, Name.text)),
+    ImportPatch(const char* dll, std::function<Result(Arguments...)> body, HMODULE module = nullptr)
+        : m_slot(ImportSlot(dll, Name.text, module)),
           m_body(std::move(body))
     {
         if (s_current)

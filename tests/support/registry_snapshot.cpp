@@ -137,19 +137,19 @@ std::string RegistryDifference(const RegistryTree& before, const RegistryTree& a
     return Utf8FromWide(text);
 }
 
-DeniedKey::DeniedKey(HKEY root, const wchar_t* path)
+DeniedKey::DeniedKey(HKEY root, const wchar_t* path, REGSAM access)
 {
     Check(::RegOpenKeyExW(root, path, 0, KEY_ALL_ACCESS, &m_key), "key to deny");
-    SetAccess(true);
+    SetAccess(access);
 }
 
 DeniedKey::~DeniedKey()
 {
-    SetAccess(false);
+    SetAccess(0);
     ::RegCloseKey(m_key);
 }
 
-void DeniedKey::SetAccess(bool denied)
+void DeniedKey::SetAccess(REGSAM denied)
 {
     std::array<BYTE, SECURITY_MAX_SID_SIZE> everybody{};
     auto size = static_cast<DWORD>(everybody.size());
@@ -157,10 +157,9 @@ void DeniedKey::SetAccess(bool denied)
     alignas(DWORD) std::array<BYTE, 256> space{};
     auto* const list = reinterpret_cast<ACL*>(space.data());
     ::InitializeAcl(list, static_cast<DWORD>(space.size()), ACL_REVISION);
-    if (denied)
+    if (denied != 0)
     {
-        ::AddAccessDeniedAce(list, ACL_REVISION, KEY_SET_VALUE | KEY_CREATE_SUB_KEY,
-                             everybody.data());
+        ::AddAccessDeniedAce(list, ACL_REVISION, denied, everybody.data());
     }
     ::AddAccessAllowedAceEx(list, ACL_REVISION, CONTAINER_INHERIT_ACE, KEY_ALL_ACCESS,
                             everybody.data());

@@ -33,11 +33,12 @@ RegistryTree SnapshotRegistry(HKEY root, const std::wstring& path = {});
 /// What differs, one line a key or value: "+ key", "- key", "~ key [value]". For messages.
 std::string RegistryDifference(const RegistryTree& before, const RegistryTree& after);
 
-/// Denies everybody to write in a key until the end of the scope. The key must exist.
+/// Denies everybody some access to a key until the end of the scope: to write in it, unless another
+/// one is named. The key must exist.
 class DeniedKey
 {
 public:
-    DeniedKey(HKEY root, const wchar_t* path);
+    DeniedKey(HKEY root, const wchar_t* path, REGSAM access = KEY_SET_VALUE | KEY_CREATE_SUB_KEY);
 
     DeniedKey(const DeniedKey&) = delete;
     DeniedKey& operator=(const DeniedKey&) = delete;
@@ -45,7 +46,7 @@ public:
     ~DeniedKey();
 
 private:
-    void SetAccess(bool denied);
+    void SetAccess(REGSAM denied);
 
     HKEY m_key = nullptr;
 };

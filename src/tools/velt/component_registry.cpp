@@ -1,17 +1,13 @@
 #include "tools/velt/component_registry.h"
 
-#include "foundation/reg_key.h"
 #include "server/registrar_eraser.h"
-#include "server/registrar_replacements.h"
 #include "server/registration.h"
+#include "server/type_library_entries.h"
 #include "tools/velt/command_context.h"
 
 #include <oleauto.h>
+#include <wrl/client.h>
 
-#include <comutil.h>
-
-#include <algorithm>
-#include <array>
 #include <ranges>
 
 using Microsoft::WRL::ComPtr;
@@ -20,80 +16,28 @@ namespace velt::tool
 {
 namespace
 {
-std::wstring TextOf(const RegistryData& data)
-{
-    std::wstring text(data.bytes.size() / sizeof(wchar_t), L'\0');
-    std::copy_n(data.bytes.data(), text.size() * sizeof(wchar_t),
-                reinterpret_cast<std::byte*>(text.data()));
-    text.resize(std::min(text.find(L'\0'), text.size()));
-    return text;
-}
-
 bool IsSamePath(const std::wstring& a, const std::wstring& b) noexcept
 {
     return ::CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(),
                                   static_cast<int>(b.size()), TRUE) == CSTR_EQUAL;
 }
 
-std::wstring GuidText(const GUID& guid)
+RegistrarReplacements OwnReplacements()
 {
-    std::array<wchar_t, 39> text{};
-    ::StringFromGUID2(guid, text.data(), static_cast<int>(text.size()));
-    return text.data();
-}
-
-/// The keys of a library's interfaces with their names, which the system leaves when other programs
-/// have keys below.
-std::vector<RegistryOperation> InterfaceKeysOf(ITypeLib& library)
-{
-    using Kind = RegistryOperation::Kind;
-    std::vector<RegistryOperation> operations;
-    const UINT count = library.GetTypeInfoCount();
-    for (UINT i = 0; i < count; ++i)
-    {
-        TYPEKIND kind{};
-        Require(library.GetTypeInfoType(i, &kind), L"a type's kind");
-        if (kind != TKIND_INTERFACE && kind != TKIND_DISPATCH)
-        {
-            continue;
-        }
-        ComPtr<ITypeInfo> info;
-        TYPEATTR* attributes = nullptr;
-        _bstr_t name;
-        Require(library.GetTypeInfo(i, &info), L"a type");
-        Require(info->GetDocumentation(MEMBERID_NIL, name.GetAddress(), nullptr, nullptr, nullptr),
-                L"a type's name");
-        Require(info->GetTypeAttr(&attributes), L"a type's attributes");
-        const std::wstring key = L"Interface\\" + GuidText(attributes->guid);
-        info->ReleaseTypeAttr(attributes);
-        operations.push_back({Kind::createKey, RegistryRoot::classesRoot, key, {}, {}});
-        operations.push_back({Kind::setValue,
-                              RegistryRoot::classesRoot,
-                              key,
-                              {},
-                              std::wstring(name.GetBSTR(), name.length())});
-    }
-    return operations;
-}
-
-/// What a type library says of itself.
-TLIBATTR AttributesOf(ITypeLib& library)
-{
-    TLIBATTR* attributes = nullptr;
-    Require(library.GetLibAttr(&attributes), L"the type library's attributes");
-    const TLIBATTR copy = *attributes;
-    library.ReleaseTLibAttr(attributes);
-    return copy;
+    RegistrarReplacements replacements;
+    AddCommonReplacements(replacements);
+    return replacements;
 }
 } // namespace
 
 ComponentRegistry::ComponentRegistry(const Component& component) : m_component(component)
 {
-    RegistrarReplacements replacements = CommonReplacements(component.Path());
+    RegistrarReplacements replacements = OwnReplacements();
+    AddModuleReplacement(replacements, component.Module());
     m_shared = ReadRegistrarScript(component.Module(), VELT_REGISTRY_APPID, replacements);
-    for (const ClassScript& row : kClassScripts)
+    for (const ClassRegistration& row : kClassRegistrations)
     {
-        AddClassReplacements(replacements, row.threadingModel);
+        AddClassReplacement(replacements, row);
         m_classes.push_back(ReadRegistrarScript(component.Module(), row.script, replacements));
     }
 }
@@ -122,10 +66,9 @@ std::optional<std::wstring> ComponentRegistry::LibraryOf(const Operations& opera
         if (operation.kind == RegistryOperation::Kind::setValue && text &&
             *text == m_component.Path())
         {
-            const auto present = ReadValue(operation, scope);
-            if (present && present->type == REG_SZ)
+            if (auto library = ReadText(Locate(operation, scope), operation.valueName.c_str()))
             {
-                return TextOf(*present);
+                return library;
             }
         }
     }
@@ -162,51 +105,17 @@ void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
     ComPtr<ITypeLib> library;
     Require(::LoadTypeLibEx(m_component.Path().c_str(), REGKIND_NONE, &library),
             L"the type library");
-    const TLIBATTR attributes = AttributesOf(*library.Get());
-    RegistryOperation file{RegistryOperation::Kind::setValue,
-                           RegistryRoot::classesRoot,
-                           L"TypeLib\\" + GuidText(attributes.guid) + L"\\" +
-                               std::to_wstring(attributes.wMajorVerNum) + L"." +
-                               std::to_wstring(attributes.wMinorVerNum) + L"\\" +
-                               std::to_wstring(attributes.lcid) + L"\\win32",
-                           {},
-                           m_component.Path()};
-    const auto present = ReadValue(file, scope);
-    if (!present || present->type != REG_SZ || !IsOwn(TextOf(*present)))
+    const TypeLibraryEntries entries(*library.Get());
+    const auto file = entries.File(scope);
+    if (file && IsOwn(*file))
     {
-        return;
-    }
-    Require(::UnRegisterTypeLib(attributes.guid, attributes.wMajorVerNum, attributes.wMinorVerNum,
-                                attributes.lcid, attributes.syskind),
-            L"the type library's registration");
-    EraseRegistry(InterfaceKeysOf(*library.Get()), scope);
-    if (scope == RegistrationScope::user)
-    {
-        for (const wchar_t* const shared : {L"TypeLib", L"Interface"})
-        {
-            file.path = shared;
-            DeleteEmptyKey(LocateAlone(file, scope));
-        }
+        entries.Erase(scope);
     }
 }
 
-UserClassesScope::UserClassesScope()
+void RegisterForUser(const Component& component)
 {
-    CRegKeyW classes;
-    LSTATUS error = classes.Create(HKEY_CURRENT_USER, L"Software\\Classes", nullptr,
-                                   REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE);
-    if (error == ERROR_SUCCESS)
-    {
-        error = ::RegOverridePredefKey(HKEY_CLASSES_ROOT, classes.GetKey());
-    }
-    if (error != ERROR_SUCCESS)
-    {
-        throw CommandFailure{HRESULT_FROM_WIN32(static_cast<DWORD>(error)), L"the user's classes"};
-    }
-}
-
-UserClassesScope::~UserClassesScope()
-{
-    ::RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
+    RegisterComponent(component.Module(), RegistrationScope::user, OwnReplacements(),
+                      kClassRegistrations);
 }
 } // namespace velt::tool

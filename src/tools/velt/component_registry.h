@@ -1,7 +1,6 @@
 #pragma once
 
-#include "server/registrar_script.h"
-#include "server/registrar_writer.h"
+#include "server/registration.h"
 #include "tools/velt/component.h"
 
 #include <optional>
@@ -47,16 +46,7 @@ private:
     std::vector<Operations> m_classes;
 };
 
-/// Has everything that this process writes below HKEY_CLASSES_ROOT go to the user's classes until
-/// the end of the scope. Throws CommandFailure.
-class UserClassesScope
-{
-public:
-    UserClassesScope();
-
-    UserClassesScope(const UserClassesScope&) = delete;
-    UserClassesScope& operator=(const UserClassesScope&) = delete;
-
-    ~UserClassesScope();
-};
+/// Registers the component for the user, as it does itself where the machine's classes cannot be
+/// written. Throws SystemException::Win32, SystemException::HRESULT and std::bad_alloc.
+void RegisterForUser(const Component& component);
 } // namespace velt::tool

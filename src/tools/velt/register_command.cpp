@@ -4,8 +4,6 @@
 #include "tools/velt/commands.h"
 #include "tools/velt/component_registry.h"
 
-#include <optional>
-
 namespace velt::tool
 {
 namespace
@@ -20,22 +18,6 @@ const char* NameOf(RegistrationScope scope) noexcept
 {
     return scope == RegistrationScope::user ? "user" : "machine";
 }
-
-/// In the user's scope everything goes to the user's classes, the type library too.
-class Redirection
-{
-public:
-    explicit Redirection(RegistrationScope scope)
-    {
-        if (scope == RegistrationScope::user)
-        {
-            m_user.emplace();
-        }
-    }
-
-private:
-    std::optional<UserClassesScope> m_user;
-};
 } // namespace
 
 ExitCode RunRegister(const CommandLine& line, CommandContext& context)
@@ -43,8 +25,14 @@ ExitCode RunRegister(const CommandLine& line, CommandContext& context)
     const CLibraryUtils::SmartComInitializer com;
     const Component component;
     const RegistrationScope scope = ScopeOf(line);
-    const Redirection redirection(scope);
-    Require(component.Register(), L"DllRegisterServer");
+    if (line.Has("user"))
+    {
+        RegisterForUser(component);
+    }
+    else
+    {
+        Require(component.Register(), L"DllRegisterServer");
+    }
     context.Results().Add("scope", NameOf(scope));
     context.Results().Add("library", Utf8FromWide(component.Path()));
     return ExitCode::done;
@@ -66,7 +54,6 @@ ExitCode RunUnregister(const CommandLine& line, CommandContext& context)
                                 : std::wstring(L"the component is not registered"));
         return ExitCode::no;
     }
-    const Redirection redirection(scope);
     registry.Erase(scope);
     results.Add("unregistered", true);
     results.Add("library", Utf8FromWide(*library));

@@ -30,8 +30,11 @@ ExitCode RunStatus(const CommandLine&, CommandContext& context)
             return service->GetServiceTag(text);
         }));
     const ComponentRegistry registry(service.Library());
-    add("registeredForMachine", registry.LibraryOf(RegistrationScope::machine));
-    add("registeredForUser", registry.LibraryOf(RegistrationScope::user));
+    const auto forMachine = registry.LibraryOf(RegistrationScope::machine);
+    const auto forUser = registry.LibraryOf(RegistrationScope::user);
+    add("registeredForMachine", forMachine);
+    add("registeredForUser", forUser);
+    results.Add("userHidesMachine", forMachine && forUser);
     add("version", service.Library().Version());
     add("library", service.Library().Path());
     return ExitCode::done;

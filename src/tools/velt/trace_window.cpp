@@ -1,5 +1,6 @@
 #include "tools/velt/trace_window.h"
 
+#include "foundation/system_exception.h"
 #include "foundation/trace_record.h"
 #include "tools/common/to_utf8.h"
 #include "tools/common/trace_text.h"
@@ -37,11 +38,20 @@ TraceWindow::~TraceWindow()
 
 DWORD CALLBACK TraceWindow::ThreadEntry(void* window) noexcept
 {
-    static_cast<TraceWindow*>(window)->RunThread();
+    auto& self = *static_cast<TraceWindow*>(window);
+    try
+    {
+        self.RunThread();
+    }
+    catch (const SystemException::Win32& missing) // what windows need is loaded late
+    {
+        self.m_error = missing.GetCode();
+        ::SetEvent(self.m_ready.Get());
+    }
     return 0;
 }
 
-void TraceWindow::RunThread() noexcept
+void TraceWindow::RunThread()
 {
     WNDCLASSW type{};
     type.lpfnWndProc = &TraceWindow::Procedure;

@@ -25,7 +25,7 @@ private:
     static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam,
                                       LPARAM lParam) noexcept;
 
-    void RunThread() noexcept;
+    void RunThread();
     void Print(const COPYDATASTRUCT& data) const noexcept;
 
     const Console& m_console;

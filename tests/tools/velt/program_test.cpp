@@ -1,9 +1,11 @@
 // velt.exe itself: its streams, exit codes and the commands that need no server.
 
 #include "foundation/trace_record.h"
+#include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/message_module.h"
+#include "tests/support/missing_system_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/velt/velt_program.h"
@@ -229,6 +231,27 @@ TEST_CASE("velt: without the library it fails with the system's code", "[tools]"
         CHECK(Contains(result.output, "\"code\":\"0x8007007E\""));
         CHECK(result.output.ends_with("}\n"));
     }
+}
+
+TEST_CASE("velt: libraries of the system come from the system's folder or not at all", "[tools]")
+{
+    // Those that are loaded late; a false one lies beside the program.
+    const auto [library, arguments] = GENERATE(table<std::wstring, std::vector<std::wstring>>({
+        {L"ole32.dll", {L"fetch", L"http://host.invalid/"}},
+        {L"user32.dll", {L"trace", L"on", L"status"}},
+        {L"version.dll", {L"status"}},
+        {L"wininet.dll", {L"ping", L"http://host.invalid/"}},
+        {L"ws2_32.dll", {L"ping", L"127.0.0.1"}},
+    }));
+    const CopiedProgram program;
+    REQUIRE(::CopyFileW(ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(),
+                        program.Folder().File(L"VeltHTTPClient12OEM.dll").c_str(), TRUE));
+    const MessageModule planted(program.Folder().File(library), 1, L"false");
+    const MissingSystemLibrary missing(library);
+    const ProgramResult result = RunVelt(arguments, program.Path());
+    INFO(velt::Utf8FromWide(library) + "\n" + result.output + result.messages);
+    CHECK(result.exitCode == 3);
+    CHECK(Contains(result.messages, "(0x8007007E)"));
 }
 
 TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]")

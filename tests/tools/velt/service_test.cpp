@@ -52,13 +52,25 @@ TEST_CASE("velt status: what the component and its registration are", "[tools]")
     CHECK(result.messages.empty());
     CHECK(result.output.starts_with("connected: no\nredirect: http://"));
     CHECK(Contains(result.output, "/redirect/redirect.aspx?\ndomain: \nserviceTag: "));
-    CHECK(Contains(result.output, "registeredForMachine: none\nregisteredForUser: none\n"));
+    CHECK(Contains(result.output, "registeredForMachine: none\nregisteredForUser: none\n"
+                                  "userHidesMachine: no\n"));
     CHECK(Contains(result.output, "version: 12."));
     REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
     result = RunVelt({L"status", L"--json"});
     CHECK(Contains(result.output, "\"connected\":false,"));
     CHECK(Contains(result.output, "\"registeredForMachine\":null,\"registeredForUser\":\""));
+    CHECK(Contains(result.output, "\"userHidesMachine\":false"));
     REQUIRE(RunVelt({L"unregister", L"--user"}).exitCode == 0);
+
+    // The user's own, registered over the machine's, is what this user's programs get.
+    REQUIRE(RunVelt({L"register"}).exitCode == 0);
+    CHECK(Contains(RunVelt({L"status"}).output, "userHidesMachine: no\n"));
+    REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
+    CHECK(Contains(RunVelt({L"status"}).output, "userHidesMachine: yes\n"));
+    REQUIRE(RunVelt({L"register"}).exitCode == 0); // takes the user's away
+    result = RunVelt({L"status"});
+    CHECK(Contains(result.output, "registeredForUser: none\nuserHidesMachine: no\n"));
+    REQUIRE(RunVelt({L"unregister"}).exitCode == 0);
 }
 
 TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
