@@ -1,10 +1,10 @@
 // What the component costs, each measure beside a known one in the same run.
 
-#include "tests/benchmarks/paired.h"
-#include "tests/benchmarks/table.h"
 #include "foundation/library_utils.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "tests/support/component_library.h"
 
 #include <provider_lib.h>

@@ -1,8 +1,6 @@
 // What the request queue costs, each measure beside a known one in the same run and process. Runs
 // beside the servers of scripts/with_servers.sh.
 
-#include "tests/benchmarks/paired.h"
-#include "tests/benchmarks/table.h"
 #include "connection/queue_manager.h"
 #include "connection/url_request.h"
 #include "foundation/find_function.h"
@@ -14,6 +12,8 @@
 #include "internet/file_url.h"
 #include "internet/parse_url.h"
 #include "internet/proxy_text.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 
 #include <winsock2.h>
 

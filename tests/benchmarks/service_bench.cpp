@@ -1,11 +1,11 @@
 // What the HTTP service object costs, each measure beside a known one in the same run.
 
-#include "tests/benchmarks/paired.h"
-#include "tests/benchmarks/table.h"
 #include "foundation/bstr.h"
 #include "foundation/library_utils.h"
 #include "service/scrambled_text.h"
 #include "service/sink_list.h"
+#include "tests/benchmarks/paired.h"
+#include "tests/benchmarks/table.h"
 #include "tests/support/component_library.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/test_module.h"

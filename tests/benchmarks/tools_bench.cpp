@@ -4,9 +4,9 @@
 //
 //   tools_bench <path of velt-trace.exe>
 
-#include "tests/benchmarks/table.h"
 #include "foundation/trace_record.h"
 #include "foundation/unique_handle.h"
+#include "tests/benchmarks/table.h"
 #include "tools/trace/arrival_queue.h"
 #include "tools/trace/trace_store.h"
 #include "tools/trace/trace_view.h"

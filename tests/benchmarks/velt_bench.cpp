@@ -3,11 +3,11 @@
 //
 //   velt_bench.exe <path of velt.exe>
 
-#include "tests/benchmarks/table.h"
 #include "connection/queue_manager.h"
 #include "connection/url_request.h"
 #include "foundation/library_utils.h"
 #include "foundation/unique_file.h"
+#include "tests/benchmarks/table.h"
 
 #include <windows.h>
 
