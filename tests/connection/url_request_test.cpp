@@ -3,6 +3,7 @@
 #include "foundation/system_exception.h"
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/virtual_slot.h"
 
@@ -110,6 +111,16 @@ TEST_CASE("url_request: without options it is a plain GET", "[connection]")
     DWORD length = 77;
     CHECK(request.GetRequestData(&length) == nullptr);
     CHECK(length == 0);
+}
+
+TEST_CASE("url_request: making one asks the registry nothing", "[connection]")
+{
+    using OpenPatch = ImportPatch<"RegOpenKeyExW", decltype(::RegOpenKeyExW)>;
+    const url_request first(ForUrl("http://host/"), nullptr, nullptr);
+    const OpenPatch opens("advapi32.dll",
+                          [](auto... arguments) { return OpenPatch::Original(arguments...); });
+    const url_request request(ForUrl("http://host/page?query"), nullptr, nullptr);
+    CHECK(opens.Calls() == 0);
 }
 
 TEST_CASE("url_request: it has what the options say", "[connection]")
