@@ -1,6 +1,7 @@
 #include "connection/url_request.h"
 
 #include "connection/http_request.h"
+#include "connection/plain_url.h"
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
 #include "internet/parse_url.h"
@@ -13,11 +14,31 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
       m_event(event),
       m_callback(callback)
 {
+    TakeParts(options.url);
+    m_properties.verb = options.verb;
+    m_properties.acceptType = options.acceptType;
+    m_properties.userName = options.userName;
+    m_properties.password = options.password;
+    m_properties.proxy = options.proxy;
+}
+
+url_request::~url_request() = default;
+
+void url_request::TakeParts(std::string_view url)
+{
+    if (const auto plain = velt::CutPlainUrl(url)) // most are, and need none of the system's care
+    {
+        m_port = plain->port;
+        m_flags |= plain->isSecure ? DWORD{INTERNET_FLAG_SECURE} : 0;
+        m_properties.server = plain->host;
+        m_properties.object = plain->object;
+        return;
+    }
     velt::ServiceType service{};
     std::wstring server;
     std::wstring object;
     const bool valid =
-        velt::ParseURL(velt::WideFromUtf8(options.url).c_str(), service, server, object, m_port);
+        velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, m_port);
     if (!valid || server.empty() ||
         (service != velt::ServiceType::http && service != velt::ServiceType::https))
     {
@@ -29,14 +50,7 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
     }
     m_properties.server = velt::Utf8FromWide(server);
     m_properties.object = velt::Utf8FromWide(object);
-    m_properties.verb = options.verb;
-    m_properties.acceptType = options.acceptType;
-    m_properties.userName = options.userName;
-    m_properties.password = options.password;
-    m_properties.proxy = options.proxy;
 }
-
-url_request::~url_request() = default;
 
 const std::optional<std::string>& url_request::GetBody() const noexcept
 {

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace CONNECTION_MANAGER
 {
@@ -79,6 +80,9 @@ private:
         std::string password;
         std::string proxy;
     };
+
+    /// Server, port, object and flags of a URL.
+    void TakeParts(std::string_view url);
 
     // constant after construction
     Properties m_properties;

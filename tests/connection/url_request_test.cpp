@@ -1,6 +1,9 @@
 #include "connection/url_request.h"
 
+#include "connection/plain_url.h"
 #include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "internet/parse_url.h"
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
@@ -9,6 +12,7 @@
 
 #include <catch.hpp>
 
+#include <random>
 #include <string>
 
 using namespace velt::test;
@@ -94,6 +98,45 @@ TEST_CASE("url_request: server, port, object and flags come from the URL", "[con
     CHECK((isRoot || request.GetObjectPath() == parts.object));
     CHECK(request.GetFlags() ==
           (parts.isSecure ? INTERNET_FLAG_RELOAD | INTERNET_FLAG_SECURE : INTERNET_FLAG_RELOAD));
+}
+
+TEST_CASE("url_request: URLs that are cut without the system are cut as it cuts them",
+          "[connection]")
+{
+    std::mt19937 random(20261121);
+    const auto text = [&](const std::string& alphabet, std::size_t least, std::size_t most) {
+        std::string result(least + random() % (most - least + 1), ' ');
+        for (char& c : result)
+        {
+            c = alphabet[random() % alphabet.size()];
+        }
+        return result;
+    };
+    std::size_t plain = 0;
+    for (int i = 0; i < 3000; ++i)
+    {
+        std::string url = random() % 2 == 0 ? "http://" : "https://";
+        url += text("abcxyz0123456789-.", 1, 12);
+        url += random() % 3 == 0 ? ":" + std::to_string(random() % 70'000) : "";
+        url += "/" + text("abXY09-_./?&=+,", 0, 12);
+        const auto parts = velt::CutPlainUrl(url);
+        if (!parts)
+        {
+            continue;
+        }
+        ++plain;
+        velt::ServiceType service{};
+        std::wstring server;
+        std::wstring object;
+        INTERNET_PORT port = 0;
+        CAPTURE(url);
+        REQUIRE(velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, port));
+        REQUIRE(velt::Utf8FromWide(server) == parts->host);
+        REQUIRE(velt::Utf8FromWide(object) == parts->object);
+        REQUIRE(port == parts->port);
+        REQUIRE((service == velt::ServiceType::https) == parts->isSecure);
+    }
+    CHECK(plain > 500);
 }
 
 TEST_CASE("url_request: without options it is a plain GET", "[connection]")
