@@ -6,15 +6,36 @@
 #include <process.h>
 
 #include <cstdint>
+#include <utility>
 
 namespace ONLINE_THREADS
 {
 base_thread::~base_thread()
 {
+    if (IsWorker())
+    {
+        m_afterlife.load()->isOrphan = true;
+    }
     if (m_hThread)
     {
         ::CloseHandle(m_hThread);
     }
+}
+
+bool base_thread::IsWorker() const noexcept
+{
+    // The system gives the number of a thread that has ended to another one.
+    return m_afterlife && m_threadId == ::GetCurrentThreadId();
+}
+
+void base_thread::LeaveToThread(std::shared_ptr<void> estate) noexcept
+{
+    m_afterlife.load()->estate = std::move(estate);
+}
+
+void base_thread::ForgetThread() noexcept
+{
+    m_afterlife = nullptr;
 }
 
 HANDLE base_thread::BeginThread() noexcept
@@ -49,7 +70,9 @@ unsigned __stdcall base_thread::ThreadEntry(void* thread) noexcept
 void base_thread::RunThread(base_thread& thread) noexcept
 {
     const CLibraryUtils::SmartComInitializer com;
+    Afterlife afterlife;
     thread.m_threadId = ::GetCurrentThreadId();
+    thread.m_afterlife = &afterlife;
     try
     {
         thread.Run();
@@ -58,6 +81,10 @@ void base_thread::RunThread(base_thread& thread) noexcept
     {
         velt::TraceCurrentException(); // discarded
     }
-    thread.OnThreadEnd();
+    if (!afterlife.isOrphan)
+    {
+        thread.m_afterlife = nullptr;
+        thread.OnThreadEnd();
+    }
 }
 } // namespace ONLINE_THREADS

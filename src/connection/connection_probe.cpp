@@ -34,16 +34,21 @@ struct GlobalMemoryTraits
 };
 using UniqueGlobalMemory = UniqueHandle<GlobalMemoryTraits>;
 
-/// Appends a text that the internet API allocated, if there is one, and frees it.
-bool TakeText(std::wstring& text, wchar_t* part)
+/// A text of the internet API, now owned.
+UniqueGlobalMemory Own(const INTERNET_PER_CONN_OPTIONW& option) noexcept
 {
-    if (!part)
+    return UniqueGlobalMemory(option.Value.pszValue);
+}
+
+/// Appends a text; whether there was one, and something in it.
+bool Append(std::wstring& text, const UniqueGlobalMemory& part)
+{
+    if (!part || *part.Get() == L'\0')
     {
         return false;
     }
-    const UniqueGlobalMemory owner(part);
-    text.append(part);
-    return *part != L'\0';
+    text.append(part.Get());
+    return true;
 }
 } // namespace
 
@@ -51,6 +56,8 @@ ConnectionProbe::ConnectionProbe()
     : m_module(LoadSystemLibrary(L"wininet.DLL")),
       m_connectedState(
           FindFunction<ConnectedStateFunction>(m_module.GetModule(), "InternetGetConnectedState")),
+      m_checkConnection(
+          FindFunction<CheckConnectionFunction>(m_module.GetModule(), "InternetCheckConnection")),
       m_echo(CEchoDLL::Load())
 {
 }
@@ -139,10 +146,11 @@ bool ConnectionProbe::QueryProxySettings(std::wstring& text)
     {
         return false;
     }
-    std::wstring unused;
-    TakeText(unused, options[3].Value.pszValue); // the bypass list is ours to free as well
-    const bool hasUrl = TakeText(text, options[0].Value.pszValue);
-    const bool hasProxy = TakeText(text, options[4].Value.pszValue);
+    const UniqueGlobalMemory url = Own(options[0]);
+    const UniqueGlobalMemory bypass = Own(options[3]); // not asked for, but ours to free
+    const UniqueGlobalMemory proxy = Own(options[4]);
+    const bool hasUrl = Append(text, url);
+    const bool hasProxy = Append(text, proxy);
     return hasUrl || hasProxy;
 }
 } // namespace velt

@@ -41,9 +41,13 @@ public:
 
 private:
     using ConnectedStateFunction = BOOL(WINAPI*)(DWORD* flags, DWORD reserved);
+    using CheckConnectionFunction = BOOL(WINAPI*)(const char* url, DWORD flags, DWORD reserved);
 
     CLibraryUtils::CLibraryUtilsImpl m_module; // the internet API, loaded by name
     ConnectedStateFunction m_connectedState;
+    // By design taken and not called: CheckConnection needs the function for wide texts, which
+    // every system has.
+    [[maybe_unused]] CheckConnectionFunction m_checkConnection;
     std::unique_ptr<CEchoDLL> m_echo;
 };
 } // namespace velt

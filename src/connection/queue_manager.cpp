@@ -1,12 +1,20 @@
 #include "connection/queue_manager.h"
 
 #include "foundation/com_method.h"
+#include "foundation/exception_to_hresult.h"
+#include "foundation/system_exception.h"
+#include "foundation/unique_handle.h"
 #include "foundation/utrace.h"
 #include "foundation/velt_mutex_lock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace CONNECTION_MANAGER
 {
@@ -15,56 +23,225 @@ namespace
 constexpr char kNotifierName[] = "QueueStateNotifier";
 constexpr DWORD kPollMs = 10;
 constexpr DWORD kHoldSleepMs = 100;
+constexpr DWORD kEndLockMs = 500;
+
+/// Takes the mutex within some time, or does without it; by asking again and again, as the worker
+/// waits.
+class PatientLock
+{
+public:
+    PatientLock(BaseMutex& mutex, DWORD limitMs) : m_mutex(mutex), m_isHeld(mutex.TryLock())
+    {
+        for (DWORD waitedMs = 0; !m_isHeld && waitedMs < limitMs; waitedMs += kPollMs)
+        {
+            ::Sleep(kPollMs);
+            m_isHeld = mutex.TryLock();
+        }
+    }
+
+    PatientLock(const PatientLock&) = delete;
+    PatientLock& operator=(const PatientLock&) = delete;
+
+    ~PatientLock()
+    {
+        if (m_isHeld)
+        {
+            m_mutex.Unlock();
+        }
+    }
+
+    bool IsHeld() const noexcept
+    {
+        return m_isHeld;
+    }
+
+private:
+    BaseMutex& m_mutex;
+    bool m_isHeld;
+};
+
+/// Calls what a request does beside its steps: a failure of it is the request's own.
+template <class Call>
+bool Quietly(Call&& call) noexcept
+{
+    try
+    {
+        call();
+        return true;
+    }
+    catch (...)
+    {
+        velt::TraceCurrentException();
+        return false;
+    }
+}
+
+/// A request that cannot say whether it is wanted is not.
+bool IsCancelled(const queue_request& request) noexcept
+{
+    bool isCancelled = false;
+    return !Quietly([&] { isCancelled = request.IsCancelled(); }) || isCancelled;
+}
+
+template <class Object>
+void RefuseNull(const Object& object)
+{
+    if (!object)
+    {
+        throw SystemException::HRESULT(E_INVALIDARG);
+    }
+}
 } // namespace
 
-queue_manager::queue_manager()
-    : m_timer(::CreateWaitableTimerW(nullptr, FALSE, nullptr)),
-      m_probeHosts{"www.wikipedia.org", "www.w3.org", "www.velt.example"}
+struct queue_manager::State
 {
-}
+    explicit State(std::shared_ptr<VeltMutex> theMutex)
+        : mutex(std::move(theMutex)),
+          timer(::CreateWaitableTimerW(nullptr, FALSE, nullptr)),
+          probeHosts{"www.wikipedia.org", "www.w3.org", "www.velt.example"}
+    {
+    }
+
+    bool IsEmpty()
+    {
+        const VeltMutexLock lock(mutex.get());
+        return queue.empty();
+    }
+
+    /// The request at a place in the queue; null past its end, and when the manager has gone.
+    std::shared_ptr<queue_request> At(std::size_t place)
+    {
+        const VeltMutexLock lock(mutex.get());
+        return place < queue.size() && !isOrphan ? queue[place] : nullptr;
+    }
+
+    /// Takes a request out that was at a place in the queue; it may have moved up meanwhile.
+    /// Whether the queue is empty then; nothing when the request, or the manager, has gone.
+    std::optional<bool> Remove(const std::shared_ptr<queue_request>& request, std::size_t place)
+    {
+        const VeltMutexLock lock(mutex.get());
+        if (isOrphan)
+        {
+            return std::nullopt;
+        }
+        std::size_t end = std::min(place + 1, queue.size());
+        while (end > 0 && queue[end - 1] != request)
+        {
+            --end;
+        }
+        if (end == 0)
+        {
+            return std::nullopt;
+        }
+        queue.erase(queue.begin() + static_cast<std::ptrdiff_t>(end - 1));
+        return queue.empty();
+    }
+
+    /// The notifier behind another one in the map; the first one behind null.
+    state_notifier* NotifierAfter(state_notifier* notifier)
+    {
+        const VeltAutoCriticalSection lock(&notifierLock);
+        const auto next = notifiers.upper_bound(notifier);
+        return next == notifiers.end() ? nullptr : next->first;
+    }
+
+    // constant after construction
+    const std::shared_ptr<VeltMutex> mutex; // of the manager
+    connection_object connection;
+    const velt::UniqueKernelObject timer; // auto-reset
+    const std::vector<std::string> probeHosts;
+
+    // written under the mutex, before the worker starts
+    DWORD periodMs = 0;
+
+    // guarded by the mutex
+    std::vector<std::shared_ptr<queue_request>> queue; // the oldest first
+    bool isArmed = false;
+    std::shared_ptr<velt::UniqueKernelObject> holdEvent; // auto-reset; null when nothing is held
+    DWORD holdTimeoutMs = 0;
+
+    // guarded by their own lock, so that telling them takes the mutex no more often
+    VeltCriticalSection notifierLock;
+    std::map<state_notifier*, std::string> notifiers;
+
+    // written under the mutex, except by a destructor that does not get it
+    std::atomic<bool> isRunning = false;
+    std::atomic<bool> isOrphan = false; // the manager has gone
+
+    // written under the mutex; one number, so that readers are spared the mutex's calls of the
+    // system
+    std::atomic<DWORD> lastStepResult = 0;
+
+    std::atomic<bool> holdMode = false;
+    DWORD completionValue = 1; // handed to each completion; worker only
+};
+
+queue_manager::queue_manager() : m_state(std::make_shared<State>(m_mutex)) {}
 
 queue_manager::~queue_manager()
 {
-    if (IsRunning())
+    State& state = *m_state;
+    if (state.isRunning)
     {
         SignalStop();
-        const VeltMutexLock lock(&m_mutex);
-        m_running = false;
-        ::CancelWaitableTimer(m_timer.Get());
     }
     std::vector<std::shared_ptr<queue_request>> dropped; // released without the mutex
     {
-        const VeltMutexLock lock(&m_mutex);
-        m_notifiers.clear();
-        dropped.swap(m_queue);
+        // Whoever holds it longer is foreign code: a step of hold-and-retry processing, or a
+        // notifier that hears of an addition. The worker's grace is for that.
+        const PatientLock lock(*state.mutex, kEndLockMs);
+        state.isRunning = false;
+        ::CancelWaitableTimer(state.timer.Get());
+        if (lock.IsHeld())
+        {
+            dropped.swap(state.queue);
+        }
+    }
+    {
+        const VeltAutoCriticalSection lock(&state.notifierLock);
+        state.notifiers.clear();
     }
     dropped.clear();
+    state.isOrphan = true;
     // Before the members go: the worker may be inside a step, and holds that request by itself.
     stop();
+    {
+        // What could not be had before. A thread that was ended by force has left the mutex.
+        const PatientLock lock(*state.mutex, kEndLockMs);
+        if (lock.IsHeld())
+        {
+            dropped.swap(state.queue);
+        }
+    }
+    if (IsWorker())
+    {
+        LeaveToThread(m_state);
+    }
 }
 
 void queue_manager::Run()
 {
+    // Owned by the manager, which leaves it to this thread when it goes on it. A reference of its
+    // own would stay behind when the thread is ended by force.
+    State& state = *m_state;
+    // begin has set the period before there was a worker, and sets no other one while there is.
     LARGE_INTEGER due{};
+    due.QuadPart = -std::int64_t{10'000} * state.periodMs; // relative, in units of 100 ns
+    if (!::SetWaitableTimer(state.timer.Get(), &due, static_cast<LONG>(state.periodMs), nullptr,
+                            nullptr, FALSE))
     {
-        const VeltMutexLock lock(&m_mutex);
-        due.QuadPart = -std::int64_t{10'000} * m_periodMs; // relative, in units of 100 ns
-        if (!::SetWaitableTimer(m_timer.Get(), &due, static_cast<LONG>(m_periodMs), nullptr,
-                                nullptr, FALSE))
-        {
-            return;
-        }
+        return;
     }
-    for (;;)
+    while (!state.isOrphan)
     {
-        const Signal signal = PollStopOr(m_timer.Get());
+        const Signal signal = PollStopOr(state.timer.Get());
         if (signal == Signal::Stop)
         {
             return;
         }
         if (signal == Signal::Other)
         {
-            OnTimer();
+            Tick(state);
         }
         ::Sleep(kPollMs);
     }
@@ -72,32 +249,32 @@ void queue_manager::Run()
 
 void queue_manager::add(const std::shared_ptr<queue_request>& request)
 {
-    const VeltMutexLock lock(&m_mutex);
+    RefuseNull(request);
+    const std::shared_ptr<State> state = m_state; // a notifier may let go of the manager
+    const VeltMutexLock lock(state->mutex.get());
     UTrace::TraceLevel3("queue_manager::add queue");
-    m_queue.push_back(request);
+    state->queue.push_back(request);
     NotifyState(false);
 }
 
 void queue_manager::AddNotifier(state_notifier* notifier)
 {
-    const VeltMutexLock lock(&m_mutex);
-    m_notifiers.insert_or_assign(notifier, kNotifierName);
+    RefuseNull(notifier);
+    const VeltAutoCriticalSection lock(&m_state->notifierLock);
+    m_state->notifiers.insert_or_assign(notifier, kNotifierName);
 }
 
 void queue_manager::RemoveNotifier(state_notifier* notifier)
 {
-    const VeltMutexLock lock(&m_mutex);
-    m_notifiers.erase(notifier);
+    const VeltAutoCriticalSection lock(&m_state->notifierLock);
+    m_state->notifiers.erase(notifier);
 }
 
 void queue_manager::NotifyState(bool empty)
 {
-    std::map<state_notifier*, std::string> notifiers;
-    {
-        const VeltMutexLock lock(&m_mutex);
-        notifiers = m_notifiers;
-    }
-    for (const auto& [notifier, name] : notifiers)
+    const std::shared_ptr<State> state = m_state; // a notifier may let go of the manager
+    state_notifier* notifier = nullptr;
+    while ((notifier = state->NotifierAfter(notifier)) != nullptr)
     {
         notifier->OnQueueState(empty);
     }
@@ -106,15 +283,17 @@ void queue_manager::NotifyState(bool empty)
 void queue_manager::Hold(bool on, DWORD timeoutMs)
 {
     {
-        const VeltMutexLock lock(&m_mutex);
-        if (on && !m_holdEvent)
+        const VeltMutexLock lock(m_mutex.get());
+        if (on && !m_state->holdEvent)
         {
-            m_holdEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-            m_holdTimeoutMs = timeoutMs;
+            auto hold = std::make_shared<velt::UniqueKernelObject>(
+                ::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+            m_state->holdEvent = *hold ? std::move(hold) : nullptr;
+            m_state->holdTimeoutMs = timeoutMs;
         }
-        else if (!on && m_holdEvent)
+        else if (!on && m_state->holdEvent)
         {
-            ::SetEvent(m_holdEvent.Get());
+            ::SetEvent(m_state->holdEvent->Get());
         }
     }
     ::Sleep(kHoldSleepMs);
@@ -123,34 +302,34 @@ void queue_manager::Hold(bool on, DWORD timeoutMs)
 HRESULT queue_manager::begin(DWORD periodMs)
 {
     return velt::ComMethod("queue_manager::begin", [&] {
-        const VeltMutexLock lock(&m_mutex);
-        if (!m_timer || m_running)
+        const VeltMutexLock lock(m_mutex.get());
+        if (!m_state->timer || m_state->isRunning)
         {
             return E_FAIL;
         }
-        m_periodMs = periodMs;
-        m_armed = false;
+        m_state->periodMs = periodMs;
+        m_state->isArmed = false;
         Start(this);
-        m_running = true;
+        m_state->isRunning = true;
         return S_OK;
     });
 }
 
 void queue_manager::OnTimer()
 {
-    Execute();
-    NotifyState(IsEmpty());
+    const std::shared_ptr<State> state = m_state;
+    Tick(*state);
 }
 
 void queue_manager::SetHoldMode(bool hold) noexcept
 {
-    m_holdMode = hold;
+    m_state->holdMode = hold;
 }
 
 bool queue_manager::IsRunning()
 {
-    const VeltMutexLock lock(&m_mutex);
-    return m_running;
+    const VeltMutexLock lock(m_mutex.get());
+    return m_state->isRunning;
 }
 
 DWORD queue_manager::GetConnectionState() const noexcept
@@ -160,52 +339,63 @@ DWORD queue_manager::GetConnectionState() const noexcept
     // what a reader with the mutex gets as well, at the moment that he would get the mutex. Only
     // hold-and-retry processing holds the mutex during steps: he would wait until all of them are
     // done, and this answers at once.
-    return m_lastStepResult;
+    return m_state->lastStepResult;
 }
 
-void queue_manager::Execute()
+// From here on the manager may have gone after each call of foreign code. Its state then answers
+// that there is nothing to do, and whoever is about to use the manager asks first.
+
+void queue_manager::Tick(State& state)
+{
+    Execute(state);
+    if (!state.isOrphan)
+    {
+        NotifyState(state.IsEmpty());
+    }
+}
+
+void queue_manager::Execute(State& state)
 {
     const UTrace::Function trace("queue_manager::Execute");
     {
-        const VeltMutexLock lock(&m_mutex);
-        if (!std::exchange(m_armed, true))
+        const VeltMutexLock lock(state.mutex.get());
+        if (!std::exchange(state.isArmed, true))
         {
             return;
         }
     }
-    if (m_holdMode)
+    if (state.holdMode)
     {
-        ProcessHeld(m_connection);
+        ProcessHeld(state.connection);
     }
     else
     {
-        Process(m_connection);
+        Process(state);
     }
 }
 
-void queue_manager::Process(connection_object& connection)
+void queue_manager::Process(State& state)
 {
     const UTrace::Function trace("queue_manager::process");
-    if (!IsRunning() || IsEmpty())
+    if (!IsRunning() || state.IsEmpty())
     {
         return;
     }
-    std::size_t index = 0;
-    while (const auto request = At(index))
+    std::size_t place = 0;
+    while (const auto request = state.At(place))
     {
         if (IsStopSignalled())
         {
             UTrace::TraceLevel3("queue_manager::process - CANCELLED");
             return;
         }
-        if (Step(*request, connection) <= queue_request::kUnderWay)
+        if (Step(state, *request, state.connection) <= queue_request::kUnderWay)
         {
-            ++index;
+            ++place;
             continue;
         }
-        request->Complete(connection, &m_completionValue);
-        Remove(request);
-        index = 0; // earlier requests always get the first chance
+        Finish(state, request, state.connection, place);
+        place = 0; // earlier requests always get the first chance
     }
 }
 
@@ -215,80 +405,82 @@ void queue_manager::ProcessHeld(connection_object& connection)
     {
         return;
     }
-    AwaitHold();
-    const VeltMutexLock lock(&m_mutex);
-    std::size_t index = 0;
-    while (const auto request = At(index))
+    State& state = *m_state; // whoever runs the pass keeps it
+    AwaitHold(state);
+    const VeltMutexLock lock(state.mutex.get());
+    const auto finishes = [&](queue_request& request) {
+        return Step(state, request, connection) > queue_request::kUnderWay;
+    };
+    std::size_t place = 0;
+    while (const auto request = state.At(place))
     {
         if (IsStopSignalled())
         {
             UTrace::TraceLevel3("queue_manager::process - CANCELLED");
             return;
         }
-        const bool done = request->IsCancelled() ||
-                          Step(*request, connection) > queue_request::kUnderWay ||
-                          Step(*request, connection) > queue_request::kUnderWay;
-        if (done)
+        const bool isDone =
+            IsCancelled(*request) || finishes(*request) || (!state.isOrphan && finishes(*request));
+        if (isDone)
         {
-            request->Complete(connection, &m_completionValue);
-            Remove(request);
+            Finish(state, request, connection, place);
         }
         else
         {
-            ++index;
+            ++place;
         }
         ::Sleep(kPollMs);
     }
 }
 
-std::shared_ptr<queue_request> queue_manager::At(std::size_t index)
+DWORD queue_manager::Step(State& state, queue_request& request, connection_object& connection)
 {
-    const VeltMutexLock lock(&m_mutex);
-    return index < m_queue.size() ? m_queue[index] : nullptr;
-}
-
-DWORD queue_manager::Step(queue_request& request, connection_object& connection)
-{
-    const DWORD result = request.Step(connection, m_probeHosts, true);
-    const VeltMutexLock lock(&m_mutex);
-    m_lastStepResult = result;
+    const DWORD result = request.Step(connection, state.probeHosts, true);
+    const VeltMutexLock lock(state.mutex.get());
+    state.lastStepResult = result;
     return result;
 }
 
-void queue_manager::Remove(const std::shared_ptr<queue_request>& request)
+void queue_manager::Finish(State& state, const std::shared_ptr<queue_request>& request,
+                           connection_object& connection, std::size_t place)
 {
+    Quietly([&] { request->Complete(connection, &state.completionValue); });
+    if (const std::optional<bool> isEmpty = state.Remove(request, place))
     {
-        const VeltMutexLock lock(&m_mutex);
-        const auto found = std::find(m_queue.begin(), m_queue.end(), request);
-        if (found == m_queue.end())
-        {
-            return; // dropped meanwhile
-        }
-        m_queue.erase(found);
+        NotifyState(*isEmpty);
     }
-    NotifyState(IsEmpty());
 }
 
-bool queue_manager::IsEmpty()
+void queue_manager::AwaitHold(State& state)
 {
-    const VeltMutexLock lock(&m_mutex);
-    return m_queue.empty();
-}
-
-void queue_manager::AwaitHold()
-{
-    HANDLE hold = nullptr;
+    std::shared_ptr<velt::UniqueKernelObject> hold;
     DWORD timeoutMs = 0;
     {
-        const VeltMutexLock lock(&m_mutex);
-        hold = m_holdEvent.Get();
-        timeoutMs = m_holdTimeoutMs;
+        const VeltMutexLock lock(state.mutex.get());
+        hold = state.holdEvent;
+        timeoutMs = state.holdTimeoutMs;
     }
-    if (hold)
+    if (!hold)
     {
-        ::WaitForSingleObject(hold, timeoutMs); // only this thread closes it
-        const VeltMutexLock lock(&m_mutex);
-        m_holdEvent.Reset();
+        return;
+    }
+    // In short waits, because a stop ends it as well.
+    const ULONGLONG startMs = ::GetTickCount64();
+    ULONGLONG waitedMs = 0;
+    do
+    {
+        const ULONGLONG leftMs = timeoutMs == INFINITE ? kPollMs : timeoutMs - waitedMs;
+        if (::WaitForSingleObject(hold->Get(), static_cast<DWORD>(std::min<ULONGLONG>(
+                                                   leftMs, kPollMs))) != WAIT_TIMEOUT)
+        {
+            break;
+        }
+        waitedMs = ::GetTickCount64() - startMs;
+    } while ((timeoutMs == INFINITE || waitedMs < timeoutMs) && !IsStopSignalled());
+    const VeltMutexLock lock(state.mutex.get());
+    if (state.holdEvent == hold)
+    {
+        state.holdEvent.reset();
     }
 }
 } // namespace CONNECTION_MANAGER

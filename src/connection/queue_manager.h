@@ -4,21 +4,21 @@
 #include "connection/queue_request.h"
 #include "connection/state_notifier.h"
 #include "connection/thread_template.h"
-#include "foundation/unique_handle.h"
 
 #include <windows.h>
 
-#include <atomic>
-#include <map>
+#include <cstddef>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace CONNECTION_MANAGER
 {
 /// The worker that carries out queued requests: a timer wakes it, and it steps each request, in
 /// order, until one finishes. Any thread may call, except where a member says otherwise; the mutex
 /// of the base guards the queue and the settings and is not held during a step or a completion.
+///
+/// Whoever is called from inside a pass (a step, a completion, a notifier, the end of a request)
+/// may destroy the manager: the pass ends when the call returns, and what was lent to the call
+/// stays until then.
 class queue_manager : public ONLINE_THREADS::thread_template<queue_manager>
 {
 public:
@@ -29,17 +29,21 @@ public:
     queue_manager& operator=(const queue_manager&) = delete;
 
     /// Asks the worker to end, drops the queue and waits for the worker, 5000 ms at most; what it
-    /// has not ended by then is terminated.
+    /// has not ended by then is terminated. On the worker itself there is nothing to wait for: it
+    /// ends when the call that it is in returns.
     ~queue_manager() override;
 
-    /// The worker's body.
+    /// The worker's body. What leaves a step of a request, or a notifier, ends it.
     void Run() override;
 
     /// Appends a request and tells the notifiers, on the caller's thread and with the mutex held.
+    /// Throws SystemException::HRESULT with E_INVALIDARG for null, std::bad_alloc, and what a
+    /// notifier throws; only then is the request queued.
     virtual void add(const std::shared_ptr<queue_request>& request);
 
-    /// The notifier must be removed before it goes. A pass over the notifiers that is under way on
-    /// another thread may still reach one that is being removed.
+    /// The notifier must be removed before it goes. A call of it that is under way on another
+    /// thread may still be when it has been removed; no other one begins. Throws as add does for
+    /// null, and std::bad_alloc.
     virtual void AddNotifier(state_notifier* notifier);
     virtual void RemoveNotifier(state_notifier* notifier);
 
@@ -74,38 +78,22 @@ protected:
     virtual void ProcessHeld(connection_object& connection);
 
 private:
-    void Execute();
-    void Process(connection_object& connection);
+    struct State;
 
-    /// The request at a place in the queue; null past its end.
-    std::shared_ptr<queue_request> At(std::size_t index);
+    void Tick(State& state);
+    void Execute(State& state);
+    void Process(State& state);
+    void AwaitHold(State& state);
 
-    DWORD Step(queue_request& request, connection_object& connection);
+    /// Calls a request's step and keeps its answer.
+    static DWORD Step(State& state, queue_request& request, connection_object& connection);
 
-    /// Takes a request out of the queue and tells the notifiers.
-    void Remove(const std::shared_ptr<queue_request>& request);
+    /// Completes the request that has finished at a place in the queue, takes it out and tells the
+    /// notifiers.
+    void Finish(State& state, const std::shared_ptr<queue_request>& request,
+                connection_object& connection, std::size_t place);
 
-    bool IsEmpty();
-    void AwaitHold();
-
-    // constant after construction
-    connection_object m_connection;
-    velt::UniqueKernelObject m_timer; // auto-reset
-    const std::vector<std::string> m_probeHosts;
-
-    // guarded by m_mutex
-    std::vector<std::shared_ptr<queue_request>> m_queue; // the oldest first
-    std::map<state_notifier*, std::string> m_notifiers;
-    DWORD m_periodMs = 0;
-    bool m_armed = false;
-    bool m_running = false;
-    velt::UniqueKernelObject m_holdEvent; // auto-reset; null when nothing is held
-    DWORD m_holdTimeoutMs = 0;
-
-    // written under m_mutex; one number, so that readers are spared the mutex's calls of the system
-    std::atomic<DWORD> m_lastStepResult = 0;
-
-    std::atomic<bool> m_holdMode = false;
-    DWORD m_completionValue = 1; // handed to each completion; worker only
+    // What a pass works with; its own for as long as it runs, because the manager may go meanwhile.
+    const std::shared_ptr<State> m_state;
 };
 } // namespace CONNECTION_MANAGER

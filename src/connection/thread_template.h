@@ -13,6 +13,8 @@
 #include <comdef.h>
 
 #include <array>
+#include <memory>
+#include <utility>
 
 namespace ONLINE_THREADS
 {
@@ -27,7 +29,7 @@ class thread_template : public base_thread
 public:
     /// Throws SystemException::HRESULT when the system has no mutex to give.
     thread_template()
-    try
+    try : m_mutex(std::make_shared<VeltMutex>())
     {
     }
     catch (const SystemException::Win32& e)
@@ -46,25 +48,30 @@ public:
 
     void OnThreadEnd() noexcept override
     {
-        HANDLE ended = nullptr;
+        std::shared_ptr<velt::UniqueKernelObject> ended;
         {
             const VeltAutoCriticalSection lock(&m_handleLock);
             CloseThread();
             m_hStopEvent.Reset();
-            ended = m_hWaitThreadEvent.Get();
+            ended = m_hWaitThreadEvent;
         }
-        ::SetEvent(ended); // from here on the object may be gone
+        if (ended)
+        {
+            ::SetEvent(ended->Get()); // from here on the object may be gone, but not the event
+        }
     }
 
     /// Makes both events and starts the thread, unless one runs already. Returns the thread's
     /// handle, which stays this object's. Throws _com_error with E_FAIL when there is no stop event
-    /// or no thread.
+    /// or no thread, and std::bad_alloc.
     virtual HANDLE Start(Worker* parameter)
     {
+        auto ended = std::make_shared<velt::UniqueKernelObject>();
         const VeltAutoCriticalSection lock(&m_handleLock);
         m_parameter = parameter;
         m_hStopEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        m_hWaitThreadEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        ended->Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        m_hWaitThreadEvent = *ended ? std::move(ended) : nullptr;
         if (m_hStopEvent && !m_hThread)
         {
             m_hThread = BeginThread();
@@ -72,7 +79,7 @@ public:
         if (!m_hThread)
         {
             m_hStopEvent.Reset(); // idle again: there is nothing that stop could wait for
-            m_hWaitThreadEvent.Reset();
+            m_hWaitThreadEvent.reset();
         }
         if (!m_hStopEvent || !m_hThread)
         {
@@ -92,31 +99,28 @@ public:
     }
 
     /// Asks the worker to end and waits for it, at most 5000 ms. A worker that has not ended by
-    /// then is terminated: the intended last resort.
+    /// then is terminated: the intended last resort. The worker itself is asked only: it cannot
+    /// wait for its own end.
     void stop()
     {
-        if (!m_hWaitThreadEvent && !m_hStopEvent)
+        if (IsWorker())
         {
-            return; // not started, or stopped already
+            SignalStop();
+            return;
         }
         if (IsThreadSet())
         {
             SignalStop();
         }
-        if (m_hWaitThreadEvent &&
-            ::WaitForSingleObject(m_hWaitThreadEvent.Get(), kGraceMs) == WAIT_TIMEOUT)
+        if (const auto ended = WaitThreadEvent();
+            ended && ::WaitForSingleObject(ended->Get(), kGraceMs) == WAIT_TIMEOUT)
         {
             EndByForce();
         }
-        m_hWaitThreadEvent.Reset();
+        const VeltAutoCriticalSection lock(&m_handleLock);
+        m_hWaitThreadEvent.reset();
         m_hStopEvent.Reset();
         m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
-    }
-
-    /// Whether the calling thread is the worker.
-    bool IsWorker() const noexcept
-    {
-        return m_threadId == ::GetCurrentThreadId();
     }
 
     /// Asks the worker to end; whether it has done so within `waitMs` milliseconds, or was not
@@ -129,12 +133,12 @@ public:
         {
             return true;
         }
-        if (IsWorker() || !m_hWaitThreadEvent ||
-            ::WaitForSingleObject(m_hWaitThreadEvent.Get(), waitMs) != WAIT_OBJECT_0)
+        const auto ended = WaitThreadEvent();
+        if (IsWorker() || !ended || ::WaitForSingleObject(ended->Get(), waitMs) != WAIT_OBJECT_0)
         {
             return false;
         }
-        ::SetEvent(m_hWaitThreadEvent.Get()); // the wait has reset it; stop needs it too
+        ::SetEvent(ended->Get()); // the wait has reset it; stop needs it too
         return true;
     }
 
@@ -175,11 +179,13 @@ protected:
         return PollStopOr(nullptr) == Signal::Stop;
     }
 
-    /// For the state of derived classes; not used here.
-    VeltMutex m_mutex;
+    /// For the state of derived classes; not used here. Shared, so that a derived class can leave
+    /// it to whoever still holds it.
+    const std::shared_ptr<VeltMutex> m_mutex;
 
 private:
     static constexpr DWORD kGraceMs = 5000;
+    static constexpr DWORD kTerminationMs = 1000;
 
     bool IsThreadSet()
     {
@@ -196,26 +202,40 @@ private:
         }
     }
 
+    std::shared_ptr<velt::UniqueKernelObject> WaitThreadEvent()
+    {
+        const VeltAutoCriticalSection lock(&m_handleLock);
+        return m_hWaitThreadEvent;
+    }
+
     void EndByForce()
     {
-        if (m_hThread && ::WaitForSingleObject(m_hThread, 0) != WAIT_OBJECT_0)
+        const VeltAutoCriticalSection lock(&m_handleLock); // so that it does not end holding it
+        if (!m_hThread)
+        {
+            return; // it is at its last act
+        }
+        if (::WaitForSingleObject(m_hThread, 0) != WAIT_OBJECT_0)
         {
             UTrace::TraceLevel1("thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
                                 "returned %d: Terminating Thread!!!",
                                 static_cast<int>(WAIT_TIMEOUT));
             ::TerminateThread(m_hThread, 0);
+            // The call only begins it, and the object must not go before the thread.
+            ::WaitForSingleObject(m_hThread, kTerminationMs);
         }
-        else if (m_hThread)
+        else
         {
             OnThreadEnd(); // on behalf of a thread that was ended by others
         }
+        ForgetThread();
     }
 
     VeltCriticalSection m_handleLock; // cheaper than the mutex for what the worker polls
 
-    // guarded by m_handleLock while a thread runs
-    velt::UniqueKernelObject m_hStopEvent;       // auto-reset
-    velt::UniqueKernelObject m_hWaitThreadEvent; // auto-reset
+    // guarded by m_handleLock, as is the thread's handle
+    velt::UniqueKernelObject m_hStopEvent;                        // auto-reset
+    std::shared_ptr<velt::UniqueKernelObject> m_hWaitThreadEvent; // auto-reset; null for none
     Worker* m_parameter = nullptr;
 };
 } // namespace ONLINE_THREADS

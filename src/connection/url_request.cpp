@@ -1,6 +1,7 @@
 #include "connection/url_request.h"
 
 #include "connection/http_request.h"
+#include "connection/plain_url.h"
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
 #include "internet/parse_url.h"
@@ -17,23 +18,8 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
       m_event(event),
       m_callback(callback)
 {
-    velt::ServiceType service{};
-    std::wstring server;
-    std::wstring object;
     const std::string_view url = velt::WithoutFragment(options.url);
-    const bool valid =
-        velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, m_port);
-    if (!valid || server.empty() ||
-        (service != velt::ServiceType::http && service != velt::ServiceType::https))
-    {
-        throw SystemException::HRESULT(E_INVALIDARG);
-    }
-    if (service == velt::ServiceType::https)
-    {
-        m_flags |= INTERNET_FLAG_SECURE;
-    }
-    m_properties.server = velt::Utf8FromWide(server);
-    m_properties.object = velt::Utf8FromWide(object);
+    TakeParts(url);
     m_properties.verb = options.verb;
     m_properties.acceptType = options.acceptType;
     if (options.userName.empty() && options.password.empty())
@@ -51,6 +37,34 @@ url_request::url_request(const url_options& options, CHTTPEvent* event, ICallbac
 }
 
 url_request::~url_request() = default;
+
+void url_request::TakeParts(std::string_view url)
+{
+    if (const auto plain = velt::CutPlainUrl(url)) // most are, and need none of the system's care
+    {
+        m_port = plain->port;
+        m_flags |= plain->isSecure ? DWORD{INTERNET_FLAG_SECURE} : 0;
+        m_properties.server = plain->host;
+        m_properties.object = plain->object;
+        return;
+    }
+    velt::ServiceType service{};
+    std::wstring server;
+    std::wstring object;
+    const bool valid =
+        velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, m_port);
+    if (!valid || server.empty() ||
+        (service != velt::ServiceType::http && service != velt::ServiceType::https))
+    {
+        throw SystemException::HRESULT(E_INVALIDARG);
+    }
+    if (service == velt::ServiceType::https)
+    {
+        m_flags |= INTERNET_FLAG_SECURE;
+    }
+    m_properties.server = velt::Utf8FromWide(server);
+    m_properties.object = velt::Utf8FromWide(object);
+}
 
 const std::optional<std::string>& url_request::GetBody() const noexcept
 {

@@ -3,11 +3,15 @@
 #include "connection/callback.h"
 #include "connection/http_event.h"
 #include "connection/queue_request.h"
-#include "internet/connection_properties.h"
+
+#include <windows.h>
+
+#include <wininet.h>
 
 #include <atomic>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace CONNECTION_MANAGER
 {
@@ -63,8 +67,25 @@ public:
     void Cancel() noexcept;
 
 private:
+    /// What goes out. Not the connection's properties: those read the user's settings for an agent,
+    /// which is the session's matter.
+    struct Properties
+    {
+        std::string httpVersion = "HTTP/1.1";
+        std::string verb;
+        std::string server;
+        std::string object;
+        std::string acceptType;
+        std::string userName;
+        std::string password;
+        std::string proxy;
+    };
+
+    /// Server, port, object and flags of a URL.
+    void TakeParts(std::string_view url);
+
     // constant after construction
-    CConnectionProperties m_properties;
+    Properties m_properties;
     INTERNET_PORT m_port = INTERNET_DEFAULT_HTTP_PORT;
     std::string m_data;
     DWORD m_flags;

@@ -14,6 +14,7 @@
 #include "internet/proxy_text.h"
 #include "tests/benchmarks/paired.h"
 #include "tests/benchmarks/table.h"
+#include "tests/support/process_usage.h"
 
 #include <winsock2.h>
 
@@ -297,6 +298,99 @@ void BenchIdle()
                              "<= 0.50 %");
 }
 
+/// Making a request, beside having the system cut its URL.
+void BenchMaking()
+{
+    constexpr int kTimes = 200;
+    url_options options;
+    options.url = "http://server.invalid:81/folder/page?query=value";
+    const std::wstring url = velt::WideFromUtf8(options.url);
+    Ending ending;
+    velt::bench::PrintRow("making a url_request", "InternetCrackUrlW",
+                          MeasurePaired(
+                              51, kTimes,
+                              [&] {
+                                  for (int i = 0; i < kTimes; ++i)
+                                  {
+                                      const url_request request(options, &ending, nullptr);
+                                  }
+                              },
+                              [&] {
+                                  wchar_t host[256];
+                                  wchar_t path[256];
+                                  for (int i = 0; i < kTimes; ++i)
+                                  {
+                                      URL_COMPONENTSW parts{};
+                                      parts.dwStructSize = sizeof(parts);
+                                      parts.lpszHostName = host;
+                                      parts.dwHostNameLength = 256;
+                                      parts.lpszUrlPath = path;
+                                      parts.dwUrlPathLength = 256;
+                                      Check(::InternetCrackUrlW(url.c_str(), 0, 0, &parts),
+                                            "a URL is not cut");
+                                  }
+                              }),
+                          "<= 3.00");
+}
+
+/// The time until `count` requests of 1 KiB have left `managers` queues, which run at once.
+double FetchTogether(std::size_t managers, std::size_t count, const std::string& url)
+{
+    url_options options;
+    options.url = url;
+    options.flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE;
+    std::vector<Ending> endings(count);
+    std::vector<std::shared_ptr<url_request>> requests;
+    for (Ending& ending : endings)
+    {
+        requests.push_back(std::make_shared<url_request>(options, &ending, nullptr));
+    }
+    std::vector<std::unique_ptr<queue_manager>> queues;
+    for (std::size_t i = 0; i < managers; ++i)
+    {
+        queues.push_back(std::make_unique<queue_manager>());
+        for (std::size_t k = i; k < count; k += managers)
+        {
+            queues[i]->add(requests[k]);
+        }
+    }
+    return NanosecondsOf([&] {
+        for (const auto& queue : queues)
+        {
+            Check(SUCCEEDED(queue->begin(1)), "a queue does not start");
+        }
+        for (Ending& ending : endings)
+        {
+            ending.Wait();
+        }
+        queues.clear();
+        for (const auto& request : requests)
+        {
+            Check(request->GetBody() && request->GetBody()->size() == 1024, "a body is wrong");
+        }
+    });
+}
+
+void BenchManagers(const std::string& url)
+{
+    constexpr std::size_t kRequests = 1000;
+    FetchTogether(4, 20, url); // what the first of its kind leaves for the next
+    const velt::test::ProcessUsage before = velt::test::CurrentUsage();
+    velt::bench::PrintRow("1,000 GETs of 1 KiB, four managers", "one manager",
+                          MeasurePaired(
+                              3, kRequests, [&] { FetchTogether(4, kRequests, url); },
+                              [&] { FetchTogether(1, kRequests, url); }),
+                          "");
+    const velt::test::ProcessUsage after = velt::test::CurrentUsage();
+    const auto grown = [](std::size_t now, std::size_t then) {
+        return static_cast<double>(now) - static_cast<double>(then);
+    };
+    velt::bench::PrintFigure("handles more after 8,000 of these",
+                             grown(after.handles, before.handles), "  ", "");
+    velt::bench::PrintFigure("heap more after 8,000 of these",
+                             grown(after.heapBytes, before.heapBytes) / 1024, "KB", "");
+}
+
 void BenchFetches(INTERNET_PORT port)
 {
     const std::string site = "http://127.0.0.1:" + std::to_string(port);
@@ -357,6 +451,7 @@ void BenchFetches(INTERNET_PORT port)
     velt::bench::PrintRow(
         "500 small GETs, inside the steps", "bare WinInet",
         MeasureSteps(queue, small, 500, [&] { FetchBare(port, L"/body-1024", 1024); }), "<= 1.10");
+    BenchManagers(small);
 }
 
 void Run()
@@ -371,6 +466,7 @@ void Run()
     UTrace::TraceSetFlags(0);
 
     velt::bench::PrintHeading("");
+    BenchMaking();
     BenchIdle();
     BenchFetches(static_cast<INTERNET_PORT>(std::atoi(port)));
 

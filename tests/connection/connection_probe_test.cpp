@@ -3,6 +3,7 @@
 #include "connection/connection.h"
 #include "foundation/reg_key.h"
 #include "foundation/system_exception.h"
+#include "tests/support/echo_stand_in.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/real_servers.h"
@@ -21,7 +22,7 @@ using velt::ConnectionProbe;
 
 namespace
 {
-using FindPatch = ImportPatch<"GetProcAddress", decltype(::GetProcAddress)>;
+using FindPatch = EchoStandIn::FindPatch;
 using LoadPatch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
 using QueryPatch = ImportPatch<"InternetQueryOptionW", decltype(::InternetQueryOptionW)>;
 using FreePatch = ImportPatch<"GlobalFree", decltype(::GlobalFree)>;
@@ -178,6 +179,38 @@ TEST_CASE("ConnectionProbe: IsConnected writes 0 first and says no with S_FALSE"
     CHECK(flags == 0x40);
 }
 
+TEST_CASE("ConnectionProbe: both functions are looked for when the library is found",
+          "[connection]")
+{
+    std::vector<std::string> asked;
+    const FindPatch patch("kernel32.dll", [&](HMODULE module, const char* name) -> FARPROC {
+        if (module == ::GetModuleHandleW(L"wininet.dll"))
+        {
+            asked.push_back(name);
+        }
+        return FindPatch::Original(module, name);
+    });
+    SECTION("found")
+    {
+        const ConnectionProbe probe;
+        CHECK(asked ==
+              std::vector<std::string>{"InternetGetConnectedState", "InternetCheckConnection"});
+        DWORD flags = 0;
+        DWORD state = 0;
+        asked.clear();
+        probe.IsConnected(&flags);
+        probe.CheckConnection(L"\x0001", &state);
+        CHECK(asked.empty());
+    }
+    SECTION("not found")
+    {
+        const LoadPatch load("kernel32.dll", [](auto...) -> HMODULE { return nullptr; });
+        const ConnectionProbe probe;
+        CHECK(asked.empty());
+        CHECK(patch.Calls() == 0);
+    }
+}
+
 TEST_CASE("ConnectionProbe: without the function it is not connected, quietly", "[connection]")
 {
     DWORD flags = kPoison;
@@ -242,16 +275,21 @@ TEST_CASE("ConnectionProbe: the URL is tried by force, and its error is handed o
         table<DWORD, BOOL, HRESULT, DWORD>({{ERROR_SUCCESS, TRUE, S_OK, 0},
                                             {ERROR_SUCCESS, FALSE, E_FAIL, kCause},
                                             {ERROR_INTERNET_DISCONNECTED, TRUE, E_FAIL, kCause}}));
-    const AttemptPatch attempts("wininet.dll", [result = attempt](DWORD reserved) -> DWORD {
-        ::SetLastError(kCause + reserved);
+    DWORD attemptReserved = kPoison;
+    const AttemptPatch attempts("wininet.dll", [&, result = attempt](DWORD reserved) -> DWORD {
+        attemptReserved = reserved;
+        ::SetLastError(kCause);
         return result;
     });
     std::wstring tried;
     DWORD triedFlags = 0;
+    DWORD triedReserved = kPoison;
     const CheckPatch checks(
-        "wininet.dll", [&, result = isReached](const wchar_t* url, DWORD flags, DWORD) -> WINBOOL {
+        "wininet.dll",
+        [&, result = isReached](const wchar_t* url, DWORD flags, DWORD reserved) -> WINBOOL {
             tried = url;
             triedFlags = flags;
+            triedReserved = reserved;
             ::SetLastError(kCause);
             return result;
         });
@@ -260,11 +298,13 @@ TEST_CASE("ConnectionProbe: the URL is tried by force, and its error is handed o
     CHECK(probe.CheckConnection(L"http://host.invalid/", &state) == expected);
     CHECK(state == expectedState);
     CHECK(attempts.Calls() == 1);
+    CHECK(attemptReserved == 0);
     CHECK(checks.Calls() == (attempt == ERROR_SUCCESS ? 1 : 0));
     if (attempt == ERROR_SUCCESS)
     {
         CHECK(tried == L"http://host.invalid/");
         CHECK(triedFlags == FLAG_ICC_FORCE_CONNECTION);
+        CHECK(triedReserved == 0);
     }
 }
 
@@ -339,6 +379,10 @@ TEST_CASE("ConnectionProbe: the configuration is the URL and the proxy, appended
          {nullptr, L"gw:80", nullptr, L"before:gw:80", true, 1},
          {L"http://host/a.pac", L"gw:80", nullptr, L"before:http://host/a.pacgw:80", true, 2},
          {nullptr, L"gw:80", L"<local>", L"before:gw:80", true, 2},
+         {L"", nullptr, nullptr, L"before:", false, 1}, // an empty text is none
+         {nullptr, L"", nullptr, L"before:", false, 1},
+         {L"", L"", L"", L"before:", false, 3},
+         {L"", L"gw:80", nullptr, L"before:gw:80", true, 2},
          {nullptr, nullptr, L"<local>", L"before:", false, 1}}));
     Configuration configuration(row.url, row.proxy, row.bypass);
     std::wstring text = L"before:";
@@ -357,15 +401,21 @@ TEST_CASE("ConnectionProbe: a query that fails is no configuration", "[connectio
     CHECK(text == L"before");
 }
 
-TEST_CASE("ConnectionProbe: Ping takes dotted addresses only", "[connection]")
+TEST_CASE("ConnectionProbe: Ping takes dotted addresses only, and sends nothing to a name",
+          "[connection]")
 {
     const std::string address =
-        GENERATE(values<std::string>({"localhost", "www.velt.example", "", "127.0.0.1.5",
+        GENERATE(values<std::string>({"localhost", "no.such.host.invalid", "", "127.0.0.1.5",
                                       "127.0.0.256", "::1", "127.0.0.1x", "255.255.255.255"}));
     CAPTURE(address);
+    const EchoStandIn system; // which would answer
     const ConnectionProbe probe;
     CHECK(probe.Ping(address.c_str(), 100) == E_FAIL);
     CHECK(probe.Ping(nullptr, 100) == E_FAIL);
+    CHECK(system.created == 0);
+    CHECK(system.sent == 0);
+    CHECK(probe.Ping("127.0.0.1", 100) == S_OK);
+    CHECK(system.sent == 1);
 }
 
 TEST_CASE("ConnectionProbe: this machine answers an echo, where echoes are allowed", "[connection]")

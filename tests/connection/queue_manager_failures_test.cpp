@@ -1,9 +1,11 @@
 #include "connection/queue_manager.h"
 
 #include "foundation/system_exception.h"
+#include "foundation/unique_handle.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
+#include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
 
 #include <comdef.h>
@@ -12,8 +14,11 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace velt::test;
 using CONNECTION_MANAGER::queue_manager;
@@ -23,6 +28,36 @@ namespace
 {
 constexpr DWORD kPeriodMs = 20;
 constexpr DWORD kNeverMs = 600'000;
+
+/// What foreign code throws.
+struct Failure
+{
+    std::string what;
+    std::string trace;
+    std::function<void()> fail;
+};
+
+std::vector<Failure> Failures()
+{
+    return {{"a failure", "failed: 0x8000FFFF of the request",
+             [] { throw std::runtime_error("of the request"); }},
+            {"a system failure", "failed: 0x80070005",
+             [] { throw SystemException::HRESULT(E_ACCESSDENIED); }},
+            {"a COM error", "failed: 0x80004004 COM error", [] { throw _com_error(E_ABORT); }},
+            {"no memory", "failed: 0x8007000E out of memory", [] { throw std::bad_alloc(); }},
+            {"a number", "failed: 0x8000FFFF unknown exception", [] { throw 5; }}};
+}
+
+/// How many messages of level 1 begin with a text.
+int CountOf(TraceRecorder& trace, const std::string& start)
+{
+    int count = 0;
+    for (const TraceRecorder::Message& message : trace.Messages())
+    {
+        count += message.level == 1 && message.text.starts_with(start) ? 1 : 0;
+    }
+    return count;
+}
 
 /// Ends a manager, whose worker has ended already.
 void EndAtOnce(std::unique_ptr<queue_manager>& manager)
@@ -34,36 +69,28 @@ void EndAtOnce(std::unique_ptr<queue_manager>& manager)
 }
 } // namespace
 
-TEST_CASE("queue_manager: what leaves a step or a completion ends the worker only", "[connection]")
+TEST_CASE("queue_manager: what leaves a step ends the worker only", "[connection]")
 {
-    const auto [what, fails] = GENERATE(table<std::string, std::function<void()>>(
-        {{"a failure", [] { throw std::runtime_error("of the request"); }},
-         {"a system failure", [] { throw SystemException::HRESULT(E_ACCESSDENIED); }},
-         {"a COM error", [] { throw _com_error(E_ABORT); }},
-         {"no memory", [] { throw std::bad_alloc(); }},
-         {"a number", [] { throw 5; }}}));
-    const bool inStep = GENERATE(true, false);
-    CAPTURE(what, inStep);
-    TraceRecorder trace;
+    const Failure failure = GENERATE(from_range(Failures()));
+    CAPTURE(failure.what);
     CallLog log;
     LoggingNotifier notifier(log, "queue");
     auto manager = std::make_unique<queue_manager>();
     manager->AddNotifier(&notifier);
     auto request = std::make_shared<LoggingRequest>(log, "a");
-    if (inStep)
-    {
-        request->onStep = fails;
-    }
-    else
-    {
-        request->onComplete = [fail = fails](DWORD*) { fail(); };
-    }
+    velt::UniqueKernelObject worker;
+    TestEvent inStep;
+    request->onStep = [&] {
+        worker.Reset(::OpenThread(SYNCHRONIZE, FALSE, ::GetCurrentThreadId()));
+        inStep.Set();
+        failure.fail();
+    };
     manager->add(request);
     request.reset();
     manager->add(std::make_shared<LoggingRequest>(log, "b"));
     REQUIRE(manager->begin(kPeriodMs) == S_OK);
-    log.WaitFor(inStep ? "step a" : "complete a");
-    ::Sleep(5 * kPeriodMs); // ticks that must not come
+    inStep.Wait();
+    REQUIRE(::WaitForSingleObject(worker.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     CHECK(log.Count("step a") == 1);
     CHECK(log.Count("step b") == 0);
     CHECK(log.Count("queue filled") == 3); // added twice, and armed
@@ -74,6 +101,106 @@ TEST_CASE("queue_manager: what leaves a step or a completion ends the worker onl
     CHECK(log.Count("gone a") == 1);
     CHECK(log.Count("gone b") == 1);
     CHECK(log.Count("gone c") == 1);
+}
+
+TEST_CASE("queue_manager: what leaves a completion is traced, and the queue goes on",
+          "[connection]")
+{
+    const Failure failure = GENERATE(from_range(Failures()));
+    const bool isHeld = GENERATE(false, true);
+    CAPTURE(failure.what, isHeld);
+    TraceRecorder trace;
+    CallLog log;
+    LoggingNotifier notifier(log, "queue");
+    auto manager = std::make_unique<queue_manager>();
+    manager->SetHoldMode(isHeld);
+    manager->AddNotifier(&notifier);
+    auto request = std::make_shared<LoggingRequest>(log, "a");
+    request->onComplete = [&](DWORD*) { failure.fail(); };
+    manager->add(request);
+    request.reset();
+    manager->add(std::make_shared<LoggingRequest>(log, "b"));
+    REQUIRE(manager->begin(kPeriodMs) == S_OK);
+    log.WaitFor("gone b");
+    Calls calls = log.Until("gone b");
+    calls.erase(calls.begin(), calls.begin() + 3); // added twice, and the tick that arms
+    CHECK(calls == Calls{"step a", "complete a", "queue filled", "gone a", //
+                         "step b", "complete b", "queue empty", "gone b"});
+    CHECK(CountOf(trace, failure.trace) == 1);
+    EndAtOnce(manager);
+}
+
+TEST_CASE("queue_manager: a request that cannot say whether it is wanted leaves hold and retry",
+          "[connection]")
+{
+    class Undecided final : public CONNECTION_MANAGER::queue_request
+    {
+    public:
+        Undecided(CallLog& log, std::function<void()> fail) : m_log(log), m_fail(std::move(fail)) {}
+
+        DWORD Step(CONNECTION_MANAGER::connection_object&, const std::vector<std::string>&,
+                   bool) override
+        {
+            m_log.Add("step a");
+            return kFinished;
+        }
+
+        void Complete(CONNECTION_MANAGER::connection_object&, DWORD*) override
+        {
+            m_log.Add("complete a");
+        }
+
+        bool IsCancelled() const override
+        {
+            m_fail();
+            return false;
+        }
+
+    private:
+        CallLog& m_log;
+        const std::function<void()> m_fail;
+    };
+
+    const Failure failure = GENERATE(from_range(Failures()));
+    CAPTURE(failure.what);
+    TraceRecorder trace;
+    CallLog log;
+    auto manager = std::make_unique<queue_manager>();
+    manager->SetHoldMode(true);
+    manager->add(std::make_shared<Undecided>(log, failure.fail));
+    manager->add(std::make_shared<LoggingRequest>(log, "b"));
+    REQUIRE(manager->begin(kPeriodMs) == S_OK);
+    log.WaitFor("gone b");
+    CHECK(log.All() == Calls{"complete a", "step b", "complete b", "gone b"});
+    CHECK(CountOf(trace, failure.trace) == 1);
+    EndAtOnce(manager);
+}
+
+TEST_CASE("queue_manager: null is refused, and the queue goes on", "[connection]")
+{
+    CallLog log;
+    LoggingNotifier notifier(log, "queue");
+    auto manager = std::make_unique<queue_manager>();
+    manager->AddNotifier(&notifier);
+    const auto codeOf = [](const std::function<void()>& call) {
+        try
+        {
+            call();
+        }
+        catch (const SystemException::HRESULT& e)
+        {
+            return e.GetCode();
+        }
+        return S_OK;
+    };
+    CHECK(codeOf([&] { manager->add(nullptr); }) == E_INVALIDARG);
+    CHECK(log.All().empty()); // nothing was queued
+    CHECK(codeOf([&] { manager->AddNotifier(nullptr); }) == E_INVALIDARG);
+    CHECK_NOTHROW(manager->RemoveNotifier(nullptr));
+    manager->add(std::make_shared<LoggingRequest>(log, "a"));
+    REQUIRE(manager->begin(kPeriodMs) == S_OK);
+    log.WaitFor("gone a");
+    EndAtOnce(manager);
 }
 
 TEST_CASE("queue_manager: what a notifier throws out of add goes to the caller", "[connection]")

@@ -11,10 +11,12 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace velt::test;
@@ -25,6 +27,11 @@ using Calls = CallLog::Calls;
 
 namespace
 {
+using MutexPatch = ImportPatch<"CreateMutexW", decltype(::CreateMutexW)>;
+using ReleasePatch = ImportPatch<"ReleaseMutex", decltype(::ReleaseMutex)>;
+using SleepPatch = ImportPatch<"Sleep", decltype(::Sleep)>;
+using WaitPatch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
+
 constexpr DWORD kPeriodMs = 20;
 constexpr DWORD kNeverMs = 600'000;
 
@@ -361,6 +368,183 @@ TEST_CASE("queue_manager: a request may be added again by its completion", "[con
     queue.log.WaitFor("gone a");
     CHECK(queue.log.Count("complete a") == 3);
     CHECK(queue.log.Count("gone a") == 1);
+}
+
+TEST_CASE("queue_manager: of a request that is queued twice, the place that has finished leaves",
+          "[connection]")
+{
+    Queue queue;
+    const auto twice = queue.Add("a", {2, 3});
+    queue.Add("b", {2, 3});
+    queue.manager->add(twice);
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
+    queue.manager->OnTimer(); // arms
+    const std::size_t before = queue.log.All().size();
+    queue.manager->OnTimer();
+    Calls calls = queue.log.All();
+    calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(before));
+    CHECK(calls == Calls{"step a", "step b", "step a", "complete a", "queue filled", //
+                         "step a", "complete a", "queue filled",                     // before b
+                         "step b", "complete b", "queue empty", "gone b", "queue empty"});
+}
+
+TEST_CASE("queue_manager: a request that moves up while it is worked leaves all the same",
+          "[connection]")
+{
+    Queue queue;
+    queue.Add("a", {2, 3});
+    const auto second = queue.Add("b", {2, 3});
+    bool isFirst = true;
+    second->onStep = [&] {
+        if (std::exchange(isFirst, false))
+        {
+            queue.manager->OnTimer(); // takes the one in front out, and leaves this one
+        }
+    };
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
+    queue.manager->OnTimer(); // arms
+    const std::size_t before = queue.log.All().size();
+    queue.manager->OnTimer();
+    Calls calls = queue.log.All();
+    calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(before));
+    CHECK(calls == Calls{"step a", "step b",                                         //
+                         "step a", "complete a", "queue filled", "gone a", "step b", //
+                         "queue filled",                                             //
+                         "complete b", "queue empty", "queue empty"});
+}
+
+TEST_CASE("queue_manager: empty is what the queue was when the request left it", "[connection]")
+{
+    // Another thread adds as soon as the mutex is free.
+    Queue queue;
+    const DWORD ticker = ::GetCurrentThreadId();
+    std::atomic<bool> isDue = false;
+    const ReleasePatch releases("kernel32.dll", [&](HANDLE mutex) -> WINBOOL {
+        const WINBOOL result = ReleasePatch::Original(mutex);
+        if (::GetCurrentThreadId() == ticker && isDue.exchange(false))
+        {
+            TestThread other([&] { queue.Add("b"); });
+            other.Join();
+        }
+        return result;
+    });
+    queue.Add("a")->onComplete = [&](DWORD*) { isDue = true; };
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
+    queue.manager->OnTimer(); // arms
+    queue.manager->OnTimer();
+    CHECK(queue.log.Until("gone a") == Calls{"queue filled", "queue filled", // added, and armed
+                                             "step a", "complete a",
+                                             "queue filled", // by the other thread
+                                             "queue empty", "gone a"});
+}
+
+TEST_CASE("queue_manager: a finished request takes the mutex three times", "[connection]")
+{
+    // To be found, to leave its result, to be removed.
+    HANDLE mutex = nullptr;
+    std::atomic<int> locks = 0;
+    const WaitPatch waits("kernel32.dll", [&](HANDLE object, DWORD limitMs) -> DWORD {
+        locks += object == mutex ? 1 : 0;
+        return WaitPatch::Original(object, limitMs);
+    });
+    CallLog log;
+    LoggingNotifier notifier(log, "queue");
+    std::unique_ptr<queue_manager> manager;
+    {
+        const MutexPatch mutexes("kernel32.dll", [&](auto... arguments) -> HANDLE {
+            mutex = MutexPatch::Original(arguments...);
+            return mutex;
+        });
+        manager = std::make_unique<queue_manager>();
+        REQUIRE(mutexes.Calls() == 1);
+    }
+    manager->AddNotifier(&notifier);
+    REQUIRE(manager->begin(kNeverMs) == S_OK);
+    manager->OnTimer(); // arms
+    const auto locksFor = [&](int requests) {
+        for (int i = 0; i < requests; ++i)
+        {
+            manager->add(std::make_shared<LoggingRequest>(log, "a"));
+        }
+        locks = 0;
+        manager->OnTimer();
+        return locks.load();
+    };
+    const int forOne = locksFor(1);
+    CHECK(forOne > 3);
+    CHECK(locksFor(11) == forOne + 10 * 3);
+    CHECK(log.Count("gone a") == 12);
+}
+
+TEST_CASE("queue_manager: notifiers hear of an addition with the mutex held, of a removal without",
+          "[connection]")
+{
+    struct Opened : queue_manager
+    {
+        bool IsLocked()
+        {
+            return OnOtherThread([this] {
+                const bool isFree = m_mutex->TryLock();
+                if (isFree)
+                {
+                    m_mutex->Unlock();
+                }
+                return !isFree;
+            });
+        }
+    };
+    CallLog log;
+    Opened manager;
+    LoggingNotifier notifier(log, "queue");
+    notifier.onState = [&](bool) { log.Add(manager.IsLocked() ? "locked" : "free"); };
+    manager.AddNotifier(&notifier);
+    manager.add(std::make_shared<LoggingRequest>(log, "a"));
+    REQUIRE(manager.begin(kNeverMs) == S_OK);
+    manager.OnTimer(); // arms
+    manager.OnTimer();
+    CHECK(log.All() == Calls{"queue filled", "locked", // added
+                             "queue filled", "free",   // a tick
+                             "step a", "complete a", "queue empty", "free", "gone a", "queue empty",
+                             "free"});
+}
+
+TEST_CASE("queue_manager: a notifier that another one has removed hears nothing any more",
+          "[connection]")
+{
+    CallLog log;
+    LoggingNotifier notifiers[] = {{log, "first"}, {log, "second"}, {log, "third"}};
+    queue_manager manager;
+    for (LoggingNotifier& notifier : notifiers)
+    {
+        manager.AddNotifier(&notifier);
+    }
+    notifiers[0].onState = [&](bool) { manager.RemoveNotifier(&notifiers[1]); };
+    manager.NotifyState(true);
+    CHECK(log.All() == Calls{"first empty", "third empty"});
+}
+
+TEST_CASE("queue_manager: the worker polls every 10 ms", "[connection]")
+{
+    std::atomic<DWORD> worker = 0;
+    std::atomic<DWORD> least = INFINITE;
+    std::atomic<DWORD> most = 0;
+    CallLog sleeps;
+    const SleepPatch patch("kernel32.dll", [&](DWORD ms) {
+        if (::GetCurrentThreadId() == worker)
+        {
+            least = std::min(least.load(), ms);
+            most = std::max(most.load(), ms);
+            sleeps.Add("sleep");
+        }
+        SleepPatch::Original(ms);
+    });
+    Queue queue;
+    queue.Add("a")->onStep = [&] { worker = ::GetCurrentThreadId(); };
+    REQUIRE(queue.manager->begin(1) == S_OK);
+    sleeps.WaitFor("sleep", 20);
+    queue.manager.reset();
+    CHECK(least == 10);
+    CHECK(most == 10);
 }
 
 TEST_CASE("queue_manager: a stop during a pass leaves the rest in the queue", "[connection]")

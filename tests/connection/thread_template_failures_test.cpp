@@ -156,6 +156,43 @@ TEST_CASE("thread_template: a Start that fails throws E_FAIL and can be tried ag
     CHECK(worker.runs == 1);
 }
 
+TEST_CASE("thread_template: without a stop event no thread is begun", "[connection]")
+{
+    Worker worker;
+    LONG calls = 0;
+    const EventPatch events("kernel32.dll", [&](auto... arguments) -> HANDLE {
+        return ++calls == 1 ? nullptr : EventPatch::Original(arguments...); // the first of two
+    });
+    {
+        const ModulePatch begins("kernel32.dll", [](auto... arguments) -> WINBOOL {
+            return ModulePatch::Original(arguments...);
+        });
+        CHECK(CodeOfStart(worker) == E_FAIL);
+        CHECK(calls == 2);
+        CHECK(begins.Calls() == 0);
+    }
+    CHECK(CodeOfStart(worker) == std::nullopt);
+    worker.stop();
+    CHECK(worker.runs == 1);
+}
+
+TEST_CASE("thread_template: a second Start without a stop event fails and ends the worker",
+          "[connection]")
+{
+    Worker worker;
+    REQUIRE(CodeOfStart(worker) == std::nullopt);
+    {
+        LONG calls = 0;
+        const EventPatch events("kernel32.dll", [&](auto... arguments) -> HANDLE {
+            return ++calls == 1 ? nullptr : EventPatch::Original(arguments...);
+        });
+        CHECK(CodeOfStart(worker) == E_FAIL);
+    }
+    worker.ended.Wait(); // nobody could ask it any more
+    worker.stop();
+    CHECK(worker.runs == 1);
+}
+
 TEST_CASE("thread_template: the events are unnamed, auto-reset and not signalled", "[connection]")
 {
     Worker worker;

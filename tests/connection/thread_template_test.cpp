@@ -3,6 +3,7 @@
 #include "foundation/find_function.h"
 #include "foundation/system_exception.h"
 #include "tests/connection/thread_library.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
@@ -69,6 +70,25 @@ public:
 
 private:
     std::function<void(Worker&)> m_body;
+};
+
+using ClosePatch = ImportPatch<"CloseHandle", decltype(::CloseHandle)>;
+using SetEventPatch = ImportPatch<"SetEvent", decltype(::SetEvent)>;
+using TerminatePatch = ImportPatch<"TerminateThread", decltype(::TerminateThread)>;
+using UninitializePatch = ImportPatch<"CoUninitialize", decltype(::CoUninitialize)>;
+using WaitPatch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
+
+/// Counts how often somebody waits for as long as a worker's grace lasts, and ends the wait at once
+/// where the test says so.
+struct Grace
+{
+    std::atomic<int> waits = 0;
+    std::atomic<bool> isOver = false;
+    WaitPatch patch{"kernel32.dll", [this](HANDLE object, DWORD limitMs) -> DWORD {
+                        waits += limitMs == kGraceMs ? 1 : 0;
+                        return limitMs == kGraceMs && isOver ? WAIT_TIMEOUT
+                                                             : WaitPatch::Original(object, limitMs);
+                    }};
 };
 
 /// How long a call takes.
@@ -250,27 +270,246 @@ TEST_CASE("thread_template: a worker that ignores the signal is ended by force a
 {
     TraceRecorder trace;
     TestEvent started;
-    std::atomic<bool> ended = false;
     const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    Worker worker([&](Worker&) {
+    Grace grace;
+    std::atomic<bool> isIdle = true;
+    std::atomic<bool> ended = false;
+    Worker worker([&](Worker& self) {
         started.Set();
-        ::WaitForSingleObject(never.Get(), INFINITE);
+        if (isIdle)
+        {
+            ::WaitForSingleObject(never.Get(), INFINITE);
+        }
+        self.AwaitStop();
         ended = true;
     });
     const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
     started.Wait();
-    const ULONGLONG took = MillisecondsOf([&] { worker.stop(); });
-    CHECK(took >= kGraceMs - 100);
-    CHECK(took < 2 * kGraceMs);
+    grace.isOver = true;
+    worker.stop();
+    CHECK(grace.waits == 1);
     CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    DWORD exitCode = 77;
+    CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
+    CHECK(exitCode == 0);
     CHECK_FALSE(ended);
     CHECK(trace.Count(kTerminating) == 1);
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2); // it is idle again
+    worker.stop(); // it is idle again
+    CHECK(grace.waits == 1);
     CHECK(trace.Count(kTerminating) == 1);
     for (const auto& message : trace.Messages())
     {
         CHECK(message.level == 1);
     }
+
+    // And starts again.
+    grace.isOver = false;
+    isIdle = false;
+    const velt::UniqueKernelObject second = Duplicate(worker.Start(&worker));
+    worker.stop();
+    CHECK(grace.waits == 2);
+    CHECK(::WaitForSingleObject(second.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    CHECK(ended);
+    CHECK(worker.runs == 2);
+    CHECK(trace.Count(kTerminating) == 1);
+}
+
+TEST_CASE("thread_template: a worker that ends as its grace does is left alone", "[connection]")
+{
+    // Its last act comes when stop has given it up: the event for it is still there.
+    TestEvent isLast;
+    TestEvent goOn;
+    std::atomic<int> failures = 0;
+    std::atomic<DWORD> thread = 0;
+    const SetEventPatch sets("kernel32.dll", [&](HANDLE event) -> WINBOOL {
+        if (::GetCurrentThreadId() == thread)
+        {
+            thread = 0;
+            isLast.Set();
+            goOn.Wait();
+            const WINBOOL result = SetEventPatch::Original(event);
+            failures += result ? 0 : 1;
+            return result;
+        }
+        return SetEventPatch::Original(event);
+    });
+    const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
+    Grace grace;
+    velt::UniqueKernelObject copy;
+    {
+        Worker worker([&](Worker&) { thread = ::GetCurrentThreadId(); });
+        copy = Duplicate(worker.Start(&worker));
+        isLast.Wait();
+        grace.isOver = true;
+        worker.stop();
+        CHECK(grace.waits == 1);
+        CHECK(ends.Calls() == 0);
+    }
+    goOn.Set();
+    REQUIRE(::WaitForSingleObject(copy.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    CHECK(failures == 0);
+}
+
+TEST_CASE("thread_template: stop on the worker only asks", "[connection]")
+{
+    TestEvent asked;
+    Grace grace;
+    const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
+    std::atomic<bool> isSignalled = false;
+    Worker worker([&](Worker& self) {
+        self.stop();
+        isSignalled = self.IsStopSignalled();
+        asked.Set();
+    });
+    const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    asked.Wait();
+    CHECK(isSignalled);
+    CHECK(grace.waits == 0);
+    REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    worker.stop(); // the owner's own is still due
+    CHECK(grace.waits == 1);
+    CHECK(ends.Calls() == 0);
+}
+
+TEST_CASE("thread_template: a worker may go on its own thread", "[connection]")
+{
+    const bool throws = GENERATE(false, true);
+    Grace grace;
+    const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
+    const auto live = [throws] {
+        TestEvent handedOver;
+        std::unique_ptr<Worker> last;
+        last = std::make_unique<Worker>([&](Worker&) {
+            handedOver.Wait();
+            const auto own = std::move(last); // the body goes with it
+            if (throws)
+            {
+                throw std::runtime_error("of the worker");
+            }
+        });
+        const velt::UniqueKernelObject thread = Duplicate(last->Start(last.get()));
+        handedOver.Set();
+        REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+        DWORD exitCode = 77;
+        CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
+        CHECK(exitCode == 0);
+        CHECK_FALSE(last);
+    };
+    live(); // what the first of its kind leaves for the next
+    const std::size_t before = CurrentUsage().handles;
+    for (int round = 0; round < 10; ++round)
+    {
+        live();
+    }
+    CHECK(CurrentUsage().handles <= before);
+    CHECK(grace.waits == 0);
+    CHECK(ends.Calls() == 0);
+}
+
+TEST_CASE("thread_template: a thread that has ended is nobody's worker", "[connection]")
+{
+    // The system may give its number to the thread that asks.
+    Worker worker([](Worker& self) { self.AwaitStop(); });
+    worker.Start(&worker);
+    worker.stop();
+    CHECK_FALSE(worker.IsWorker());
+    CHECK_FALSE(OnOtherThread([&] { return worker.IsWorker(); }));
+}
+
+TEST_CASE("thread_template: COM is given back on the worker, after its last act", "[connection]")
+{
+    std::atomic<DWORD> thread = 0;
+    std::atomic<int> given = 0;
+    std::atomic<int> sets = 0;
+    std::atomic<int> setsBefore = -1;
+    const SetEventPatch setPatch("kernel32.dll", [&](HANDLE event) {
+        sets += ::GetCurrentThreadId() == thread ? 1 : 0;
+        return SetEventPatch::Original(event);
+    });
+    const UninitializePatch patch("ole32.dll", [&] {
+        if (::GetCurrentThreadId() == thread)
+        {
+            ++given;
+            setsBefore = sets.load();
+        }
+        UninitializePatch::Original();
+    });
+    Worker worker([&](Worker& self) {
+        thread = ::GetCurrentThreadId();
+        self.AwaitStop();
+        sets = 0; // the question sets the stop event
+    });
+    const velt::UniqueKernelObject copy = Duplicate(worker.Start(&worker));
+    worker.stop();
+    REQUIRE(::WaitForSingleObject(copy.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    CHECK(given == 1);
+    CHECK(setsBefore == 1);
+}
+
+TEST_CASE("thread_template: the thread's handle is closed once, by the worker at its end",
+          "[connection]")
+{
+    std::atomic<HANDLE> handle = nullptr;
+    std::atomic<int> closed = 0;
+    std::atomic<DWORD> closer = 0;
+    const ClosePatch patch("kernel32.dll", [&](HANDLE object) {
+        if (object == handle)
+        {
+            ++closed;
+            closer = ::GetCurrentThreadId();
+        }
+        return ClosePatch::Original(object);
+    });
+    std::atomic<DWORD> thread = 0;
+    {
+        Worker worker([&](Worker& self) {
+            thread = ::GetCurrentThreadId();
+            self.AwaitStop();
+        });
+        handle = worker.Start(&worker);
+        worker.stop();
+        CHECK(closed == 1);
+        handle = nullptr; // its number is free
+    }
+    CHECK(closer == thread);
+}
+
+TEST_CASE("base_thread: it closes its thread's handle at its end", "[connection]")
+{
+    class Bare final : public ONLINE_THREADS::base_thread
+    {
+    public:
+        HANDLE Begin()
+        {
+            m_hThread = BeginThread();
+            return m_hThread;
+        }
+
+        void Run() override {}
+
+        void OnThreadEnd() noexcept override
+        {
+            ended.Set();
+        }
+
+        TestEvent ended;
+    };
+    velt::UniqueKernelObject copy;
+    int closed = 0;
+    {
+        auto thread = std::make_unique<Bare>();
+        const HANDLE handle = thread->Begin();
+        REQUIRE(handle != nullptr);
+        copy = Duplicate(handle);
+        REQUIRE(::WaitForSingleObject(copy.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+        CHECK(thread->ended.IsSetWithin(0));
+        const ClosePatch patch("kernel32.dll", [&](HANDLE object) {
+            closed += object == handle ? 1 : 0;
+            return ClosePatch::Original(object);
+        });
+        thread.reset();
+    }
+    CHECK(closed == 1);
 }
 
 TEST_CASE("thread_template: a worker stopped in time leaves no trace line", "[connection]")
@@ -290,6 +529,7 @@ TEST_CASE("thread_template: on behalf of a thread that others ended, stop does i
     TraceRecorder trace;
     TestEvent started;
     const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    Grace grace;
     Worker worker([&](Worker&) {
         started.Set();
         ::WaitForSingleObject(never.Get(), INFINITE);
@@ -299,7 +539,10 @@ TEST_CASE("thread_template: on behalf of a thread that others ended, stop does i
     started.Wait();
     ::TerminateThread(thread.Get(), 5);
     REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    grace.isOver = true;
     worker.stop();
+    grace.isOver = false;
+    CHECK(grace.waits == 1);
     CHECK(trace.Count(kTerminating) == 0);
     CHECK(::WaitForSingleObject(handle, 0) == WAIT_FAILED); // its handle was closed
     CHECK(worker.Start(&worker) != nullptr);

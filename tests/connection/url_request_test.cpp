@@ -1,13 +1,18 @@
 #include "connection/url_request.h"
 
+#include "connection/plain_url.h"
 #include "foundation/system_exception.h"
+#include "foundation/wide_text.h"
+#include "internet/parse_url.h"
 #include "tests/connection/request_queue.h"
 #include "tests/support/http_server.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/virtual_slot.h"
 
 #include <catch.hpp>
 
+#include <random>
 #include <string>
 
 using namespace velt::test;
@@ -142,6 +147,44 @@ TEST_CASE("url_request: neither fragment nor credentials of its URL are sent", "
     CHECK(request.find("secret") == request.npos);
     CHECK(request.find("part") == request.npos);
     CHECK(request.find("Authorization") == request.npos); // not before it is asked for
+
+TEST_CASE("url_request: URLs that are cut without the system are cut as it cuts them",
+          "[connection]")
+{
+    std::mt19937 random(20261121);
+    const auto text = [&](const std::string& alphabet, std::size_t least, std::size_t most) {
+        std::string result(least + random() % (most - least + 1), ' ');
+        for (char& c : result)
+        {
+            c = alphabet[random() % alphabet.size()];
+        }
+        return result;
+    };
+    std::size_t plain = 0;
+    for (int i = 0; i < 3000; ++i)
+    {
+        std::string url = random() % 2 == 0 ? "http://" : "https://";
+        url += text("abcxyz0123456789-.", 1, 12);
+        url += random() % 3 == 0 ? ":" + std::to_string(random() % 70'000) : "";
+        url += "/" + text("abXY09-_./?&=+,", 0, 12);
+        const auto parts = velt::CutPlainUrl(url);
+        if (!parts)
+        {
+            continue;
+        }
+        ++plain;
+        velt::ServiceType service{};
+        std::wstring server;
+        std::wstring object;
+        INTERNET_PORT port = 0;
+        CAPTURE(url);
+        REQUIRE(velt::ParseURL(velt::WideFromUtf8(url).c_str(), service, server, object, port));
+        REQUIRE(velt::Utf8FromWide(server) == parts->host);
+        REQUIRE(velt::Utf8FromWide(object) == parts->object);
+        REQUIRE(port == parts->port);
+        REQUIRE((service == velt::ServiceType::https) == parts->isSecure);
+    }
+    CHECK(plain > 500);
 }
 
 TEST_CASE("url_request: without options it is a plain GET", "[connection]")
@@ -159,6 +202,16 @@ TEST_CASE("url_request: without options it is a plain GET", "[connection]")
     DWORD length = 77;
     CHECK(request.GetRequestData(&length) == nullptr);
     CHECK(length == 0);
+}
+
+TEST_CASE("url_request: making one asks the registry nothing", "[connection]")
+{
+    using OpenPatch = ImportPatch<"RegOpenKeyExW", decltype(::RegOpenKeyExW)>;
+    const url_request first(ForUrl("http://host/"), nullptr, nullptr);
+    const OpenPatch opens("advapi32.dll",
+                          [](auto... arguments) { return OpenPatch::Original(arguments...); });
+    const url_request request(ForUrl("http://host/page?query"), nullptr, nullptr);
+    CHECK(opens.Calls() == 0);
 }
 
 TEST_CASE("url_request: it has what the options say", "[connection]")
