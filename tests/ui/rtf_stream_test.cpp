@@ -114,7 +114,10 @@ TEST_CASE("StreamRtfFile: a read that fails ends the text like the end of the fi
     const TempFolder folder;
     const View view;
     std::string rtf = "{\\rtf1 first\\par ";
-    rtf += std::string(200'000, 'x');
+    for (int i = 0; i < 1'000; ++i)
+    {
+        rtf += std::string(40, 'x') + "\\par\n";
+    }
     folder.Write(L"long.rtf", rtf + "last}");
     {
         int reads = 0;
@@ -164,12 +167,18 @@ TEST_CASE("StreamRtfFile: it is traced when the view does not want the whole fil
 
 TEST_CASE("StreamRtfFile: nothing is traced of a file that was read to its end", "[ui]")
 {
-    const std::size_t length = GENERATE(as<std::size_t>(), 0, 100, 200'000);
+    // More than a control asks for at once, in short lines, which it lays out quickly.
+    const int lines = GENERATE(0, 1, 300);
+    std::string rtf = "{\\rtf1 ";
+    for (int i = 0; i < lines; ++i)
+    {
+        rtf += std::string(40, 'x') + "\\par\n";
+    }
     TraceRecorder trace;
     const TempFolder folder;
     const View view;
-    folder.Write(L"agreement.rtf", "{\\rtf1 " + std::string(length, 'x') + "}\r\n");
+    folder.Write(L"agreement.rtf", rtf + "last}\r\n");
     CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
-    CHECK(view.Text().size() == length);
+    CHECK(view.Text().find("last") != std::string::npos);
     CHECK(trace.Messages().empty());
 }
