@@ -131,6 +131,11 @@ IEnumVariantCol* CEnumVariantCol::AutomationTarget() noexcept
     return &m_automationView;
 }
 
+IUnknown* CEnumVariantCol::MarshalledObject() noexcept
+{
+    return &m_automationView;
+}
+
 WORD CEnumVariantCol::AutomationFlags(WORD flags) noexcept
 {
     // Engines that do not know whether a name is a method or a property ask for both. Some ask for
