@@ -19,9 +19,26 @@ constexpr bool IsPlainVariantType(VARTYPE type) noexcept
     return type < 32 && (kPlain >> type & 1) != 0;
 }
 
+/// Whether what a value refers to is there, also when that is a reference in its turn: the system
+/// follows null pointers. A reference to a reference to a VARIANT is none that it follows.
+inline bool HasItsReferences(const VARIANT& value) noexcept
+{
+    const auto isWhole = [](const VARIANT& v) {
+        return ((v.vt & VT_BYREF) == 0 || v.byref) &&
+               ((v.vt & VT_TYPEMASK) != VT_RECORD || (v.vt & VT_ARRAY) != 0 || v.pRecInfo);
+    };
+    constexpr VARTYPE kReferenceToVariant = VT_BYREF | VT_VARIANT;
+    if (!isWhole(value))
+    {
+        return false;
+    }
+    return value.vt != kReferenceToVariant ||
+           (value.pvarVal->vt != kReferenceToVariant && isWhole(*value.pvarVal));
+}
+
 /// Copies a value whole, following references, into a VARIANT that holds nothing yet; after a
-/// failure it is VT_EMPTY. Taken by value, because a copy may call an object that changes the place
-/// where the value came from.
+/// failure it is VT_EMPTY; E_INVALIDARG for a reference to nothing. Taken by value, because a copy
+/// may call an object that changes the place where the value came from.
 inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
 {
     if (IsPlainVariantType(from.vt))
@@ -30,16 +47,20 @@ inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
         return S_OK;
     }
     ::VariantInit(to);
-    return ::VariantCopyInd(to, &from);
+    return HasItsReferences(from) ? ::VariantCopyInd(to, &from) : E_INVALIDARG;
 }
 
-/// Coerces a value to a 32-bit integer.
+/// Coerces a value to a 32-bit integer. E_INVALIDARG for a reference to nothing.
 inline HRESULT CoerceToLong(VARIANT value, LONG* number) noexcept
 {
     if (value.vt == VT_I4)
     {
         *number = value.lVal;
         return S_OK;
+    }
+    if (!HasItsReferences(value))
+    {
+        return E_INVALIDARG;
     }
     VARIANT coerced;
     ::VariantInit(&coerced);
