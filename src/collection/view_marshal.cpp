@@ -1,6 +1,6 @@
 #include "collection/view_marshal.h"
 
-#include "foundation/com_method.h"
+#include "foundation/failure_trace.h"
 
 #include <objbase.h>
 #include <wrl/client.h>
@@ -12,78 +12,77 @@ namespace velt
 STDMETHODIMP ViewMarshal::GetUnmarshalClass(REFIID iid, void*, DWORD context, void* contextData,
                                             DWORD flags, CLSID* clsid)
 {
-    return ComMethod("CEnumVariantCol::GetUnmarshalClass", [&] {
-        if (!clsid)
-        {
-            return E_POINTER;
-        }
-        IUnknown* const view = MarshalledObject();
-        ComPtr<IMarshal> standard;
-        const HRESULT hr =
-            ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
-        return SUCCEEDED(hr)
-                   ? standard->GetUnmarshalClass(iid, view, context, contextData, flags, clsid)
-                   : hr;
-    });
+    const UnscopedCall call("IMarshal::GetUnmarshalClass");
+    if (!clsid)
+    {
+        return call.Return(E_POINTER);
+    }
+    IUnknown* const view = MarshalledObject();
+    ComPtr<IMarshal> standard;
+    HRESULT hr = ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
+    if (SUCCEEDED(hr))
+    {
+        hr = standard->GetUnmarshalClass(iid, view, context, contextData, flags, clsid);
+    }
+    return call.Return(hr);
 }
 
 STDMETHODIMP ViewMarshal::GetMarshalSizeMax(REFIID iid, void*, DWORD context, void* contextData,
                                             DWORD flags, DWORD* size)
 {
-    return ComMethod("CEnumVariantCol::GetMarshalSizeMax", [&] {
-        if (!size)
-        {
-            return E_POINTER;
-        }
-        IUnknown* const view = MarshalledObject();
-        ComPtr<IMarshal> standard;
-        const HRESULT hr =
-            ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
-        return SUCCEEDED(hr)
-                   ? standard->GetMarshalSizeMax(iid, view, context, contextData, flags, size)
-                   : hr;
-    });
+    const UnscopedCall call("IMarshal::GetMarshalSizeMax");
+    if (!size)
+    {
+        return call.Return(E_POINTER);
+    }
+    IUnknown* const view = MarshalledObject();
+    ComPtr<IMarshal> standard;
+    HRESULT hr = ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
+    if (SUCCEEDED(hr))
+    {
+        hr = standard->GetMarshalSizeMax(iid, view, context, contextData, flags, size);
+    }
+    return call.Return(hr);
 }
 
 STDMETHODIMP ViewMarshal::MarshalInterface(IStream* stream, REFIID iid, void*, DWORD context,
                                            void* contextData, DWORD flags)
 {
-    return ComMethod("CEnumVariantCol::MarshalInterface", [&] {
-        if (!stream)
-        {
-            return E_POINTER;
-        }
-        IUnknown* const view = MarshalledObject();
-        ComPtr<IMarshal> standard;
-        const HRESULT hr =
-            ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
-        return SUCCEEDED(hr)
-                   ? standard->MarshalInterface(stream, iid, view, context, contextData, flags)
-                   : hr;
-    });
+    const UnscopedCall call("IMarshal::MarshalInterface");
+    if (!stream)
+    {
+        return call.Return(E_POINTER);
+    }
+    IUnknown* const view = MarshalledObject();
+    ComPtr<IMarshal> standard;
+    HRESULT hr = ::CoGetStandardMarshal(iid, view, context, contextData, flags, &standard);
+    if (SUCCEEDED(hr))
+    {
+        hr = standard->MarshalInterface(stream, iid, view, context, contextData, flags);
+    }
+    return call.Return(hr);
 }
 
 STDMETHODIMP ViewMarshal::UnmarshalInterface(IStream* stream, REFIID iid, void** object)
 {
-    return ComMethod("CEnumVariantCol::UnmarshalInterface", [&] {
-        if (!object)
-        {
-            return E_POINTER;
-        }
-        *object = nullptr;
-        return stream ? ::CoUnmarshalInterface(stream, iid, object) : E_POINTER;
-    });
+    const UnscopedCall call("IMarshal::UnmarshalInterface");
+    if (!object)
+    {
+        return call.Return(E_POINTER);
+    }
+    *object = nullptr;
+    return call.Return(stream ? ::CoUnmarshalInterface(stream, iid, object) : E_POINTER);
 }
 
 STDMETHODIMP ViewMarshal::ReleaseMarshalData(IStream* stream)
 {
-    return ComMethod("CEnumVariantCol::ReleaseMarshalData",
-                     [&] { return stream ? ::CoReleaseMarshalData(stream) : E_POINTER; });
+    const UnscopedCall call("IMarshal::ReleaseMarshalData");
+    return call.Return(stream ? ::CoReleaseMarshalData(stream) : E_POINTER);
 }
 
 STDMETHODIMP ViewMarshal::DisconnectObject(DWORD reserved)
 {
-    return ComMethod("CEnumVariantCol::DisconnectObject",
-                     [&] { return ::CoDisconnectObject(MarshalledObject(), reserved); });
+    const UnscopedCall call("IMarshal::DisconnectObject");
+    return call.Return(::CoDisconnectObject(MarshalledObject(), reserved));
 }
 } // namespace velt

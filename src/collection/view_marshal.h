@@ -14,7 +14,8 @@ namespace velt
 /// then a copy, early-bound and late-bound alike.
 ///
 /// Marshalled data are the standard marshaler's, and so is the class that reads them: the members
-/// that read serve a caller who asks this object all the same.
+/// that read serve a caller who asks this object all the same. No member opens a trace scope: the
+/// system calls them on its own account. Failures are traced.
 class ViewMarshal : public IMarshal
 {
 public:
