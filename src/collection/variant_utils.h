@@ -21,20 +21,10 @@ constexpr bool IsPlainVariantType(VARTYPE type) noexcept
 
 /// Whether what a value refers to is there, also when that is a reference in its turn: the system
 /// follows null pointers. A reference to a reference to a VARIANT is none that it follows.
-inline bool HasItsReferences(const VARIANT& value) noexcept
-{
-    const auto isWhole = [](const VARIANT& v) {
-        return ((v.vt & VT_BYREF) == 0 || v.byref) &&
-               ((v.vt & VT_TYPEMASK) != VT_RECORD || (v.vt & VT_ARRAY) != 0 || v.pRecInfo);
-    };
-    constexpr VARTYPE kReferenceToVariant = VT_BYREF | VT_VARIANT;
-    if (!isWhole(value))
-    {
-        return false;
-    }
-    return value.vt != kReferenceToVariant ||
-           (value.pvarVal->vt != kReferenceToVariant && isWhole(*value.pvarVal));
-}
+bool HasItsReferences(const VARIANT& value) noexcept;
+
+/// What CopyVariant does with values that are not plain.
+HRESULT CopyOwningVariant(VARIANT* to, VARIANT from) noexcept;
 
 /// Copies a value whole, following references, into a VARIANT that holds nothing yet; after a
 /// failure it is VT_EMPTY; E_INVALIDARG for a reference to nothing. Taken by value, because a copy
@@ -46,29 +36,20 @@ inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
         *to = from;
         return S_OK;
     }
-    ::VariantInit(to);
-    return HasItsReferences(from) ? ::VariantCopyInd(to, &from) : E_INVALIDARG;
+    return CopyOwningVariant(to, from);
 }
 
+/// What CoerceToLong does with values of other types.
+HRESULT ConvertToLong(VARIANT value, LONG* number) noexcept;
+
 /// Coerces a value to a 32-bit integer. E_INVALIDARG for a reference to nothing.
-inline HRESULT CoerceToLong(VARIANT value, LONG* number) noexcept
+inline HRESULT CoerceToLong(const VARIANT& value, LONG* number) noexcept
 {
     if (value.vt == VT_I4)
     {
         *number = value.lVal;
         return S_OK;
     }
-    if (!HasItsReferences(value))
-    {
-        return E_INVALIDARG;
-    }
-    VARIANT coerced;
-    ::VariantInit(&coerced);
-    const HRESULT hr = ::VariantChangeType(&coerced, &value, 0, VT_I4);
-    if (SUCCEEDED(hr))
-    {
-        *number = coerced.lVal;
-    }
-    return hr;
+    return ConvertToLong(value, number);
 }
 } // namespace velt

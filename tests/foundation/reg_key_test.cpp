@@ -341,6 +341,27 @@ TEST_CASE("CRegKeyW: a text that does not fit tells the size that it needs", "[f
     CHECK(std::string(text.data()) == "abcdef");
 }
 
+TEST_CASE(
+    "CRegKeyW: a value of another type yields ERROR_INVALID_DATA, also when it is longer than "
+    "the buffer",
+    "[foundation]")
+{
+    OpenKey open;
+    const auto type =
+        static_cast<DWORD>(GENERATE(REG_NONE, REG_BINARY, REG_DWORD, REG_MULTI_SZ, REG_QWORD));
+    CAPTURE(type);
+    open.test.Write(L"value", type, {'a', 0, 'b', 0, 'c', 0, 0, 0});
+    std::array<char, 32> text{};
+    for (const DWORD room : {0UL, 1UL, 3UL, 32UL})
+    {
+        CAPTURE(room);
+        DWORD size = room;
+        CHECK(open.key.QueryStringValue(L"value", text.data(), &size) == ERROR_INVALID_DATA);
+    }
+    DWORD size = 77;
+    CHECK(open.key.QueryStringValue(L"value", nullptr, &size) == ERROR_INVALID_DATA);
+}
+
 TEST_CASE("CRegKeyW: data that is no text yields ERROR_INVALID_DATA", "[foundation]")
 {
     OpenKey open;
