@@ -4,6 +4,7 @@
 #include "foundation/system_exception.h"
 #include "foundation/trace_state.h"
 #include "tests/support/debug_output.h"
+#include "tests/support/failing_tls.h"
 #include "tests/support/language_scope.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
@@ -22,6 +23,8 @@
 using velt::ComMethod;
 using velt::HResultFromCurrentException;
 using velt::test::DebugOutput;
+using velt::test::FailingTls;
+using velt::test::OnOtherThread;
 using velt::test::TraceRecorder;
 
 namespace
@@ -271,4 +274,35 @@ TEST_CASE("ComMethod: a failure is traced on the thread's own account", "[founda
 TEST_CASE("ComMethod: without tracing a failure goes out all the same", "[foundation]")
 {
     CHECK(ComMethod("CTest::Method", [] { return E_FAIL; }) == E_FAIL);
+}
+
+TEST_CASE("HResultFromCurrentException: a thread that cannot trace gets its result all the same",
+          "[foundation]")
+{
+    FailingTls failing;
+    UTrace::State state;
+    UTrace::StartUp();
+    failing.Begin();
+    const HRESULT mapped = OnOtherThread([]() -> HRESULT {
+        try
+        {
+            throw SystemException::HRESULT(E_ABORT);
+        }
+        catch (...)
+        {
+            return HResultFromCurrentException();
+        }
+    });
+    CHECK(mapped == E_ABORT);
+
+    // A method's scope cannot be made there: that is the method's failure, before its body.
+    bool isRun = false;
+    const HRESULT returned = OnOtherThread([&] {
+        return ComMethod("CTest::Method", [&] {
+            isRun = true;
+            return S_OK;
+        });
+    });
+    CHECK(returned == HRESULT_FROM_WIN32(FailingTls::kError));
+    CHECK_FALSE(isRun);
 }

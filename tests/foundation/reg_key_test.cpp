@@ -1,5 +1,7 @@
 #include "foundation/reg_key.h"
 
+#include "tests/support/import_patch.h"
+
 #include <catch.hpp>
 
 #include <array>
@@ -255,6 +257,31 @@ TEST_CASE("CRegKeyW: DeleteSubKey deletes a key without children, and reports no
     open.key.DeleteSubKey(L"none");
     open.key.DeleteSubKey(nullptr);
     CHECK(exists(L"parent\\child"));
+}
+
+TEST_CASE("CRegKeyW: Create hands its arguments on, the security attributes too", "[foundation]")
+{
+    using Patch = velt::test::ImportPatch<"RegCreateKeyExW", decltype(::RegCreateKeyExW)>;
+    OpenKey open;
+    SECURITY_DESCRIPTOR descriptor{};
+    REQUIRE(::InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    SECURITY_ATTRIBUTES security{sizeof(security), &descriptor, FALSE};
+    const SECURITY_ATTRIBUTES* seen = nullptr;
+    // Watched, not read back: not every platform keeps them.
+    const Patch patch("advapi32.dll",
+                      [&](HKEY parent, const wchar_t* name, DWORD reserved, wchar_t* className,
+                          DWORD options, REGSAM access, SECURITY_ATTRIBUTES* attributes, HKEY* key,
+                          DWORD* disposition) {
+                          seen = attributes;
+                          return Patch::Original(parent, name, reserved, className, options, access,
+                                                 attributes, key, disposition);
+                      });
+    CRegKeyW key;
+    REQUIRE(key.Create(open.key.GetKey(), L"guarded", nullptr, REG_OPTION_NON_VOLATILE,
+                       KEY_READ | KEY_WRITE, &security) == ERROR_SUCCESS);
+    CHECK(seen == &security);
+    REQUIRE(key.Create(open.key.GetKey(), L"usual") == ERROR_SUCCESS);
+    CHECK(seen == nullptr);
 }
 
 TEST_CASE("CRegKeyW: a number is written as REG_DWORD and read back", "[foundation]")
