@@ -1,5 +1,5 @@
 // The collection without memory for one more value. Its code is linked into this program, whose
-// allocator can fail.
+// allocator can fail; nothing that watches COM's own allocations may need it meanwhile.
 
 #include "collection/enum_variant_col.h"
 #include "tests/support/late_bound.h"
