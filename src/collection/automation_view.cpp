@@ -13,17 +13,43 @@ AutomationView::AutomationView(CEnumVariantCol& collection) noexcept : m_collect
 
 STDMETHODIMP AutomationView::QueryInterface(REFIID iid, void** object)
 {
+    if (!object)
+    {
+        return E_POINTER;
+    }
+    if (::IsEqualIID(iid, IID_IUnknown) || ::IsEqualIID(iid, IID_IDispatch) ||
+        ::IsEqualIID(iid, __uuidof(IEnumVariantCol)))
+    {
+        *object = static_cast<IEnumVariantCol*>(this);
+        AddRef();
+        return S_OK;
+    }
+    if (::IsEqualIID(iid, IID_IMarshal))
+    {
+        *object = nullptr; // the collection's; this object is for the standard marshaler
+        return E_NOINTERFACE;
+    }
     return m_collection.QueryInterface(iid, object);
 }
 
 STDMETHODIMP_(ULONG) AutomationView::AddRef()
 {
-    return m_collection.AddRef();
+    const LONG references = ::InterlockedIncrement(&m_references);
+    if (references == 1)
+    {
+        m_collection.AddRef();
+    }
+    return static_cast<ULONG>(references);
 }
 
 STDMETHODIMP_(ULONG) AutomationView::Release()
 {
-    return m_collection.Release();
+    const LONG references = ::InterlockedDecrement(&m_references);
+    if (references == 0)
+    {
+        m_collection.Release(); // which may be the end of this object as well
+    }
+    return static_cast<ULONG>(references);
 }
 
 STDMETHODIMP AutomationView::GetTypeInfoCount(UINT* count)

@@ -6,9 +6,16 @@ class CEnumVariantCol;
 
 namespace velt
 {
-/// The collection as late-bound callers see it: Add stores a copy of its own and Item hands out a
-/// whole copy, because the caller frees what it passes and what it receives. Everything else goes
-/// to the collection, whose part this object is.
+/// The collection as late-bound callers and callers through a proxy see it: Add stores a copy of
+/// its own and Item hands out a whole copy, because the caller, or the marshaler in its place,
+/// frees what it passes and what it receives. Everything else goes to the collection, whose part
+/// this object is.
+///
+/// It is an object with an identity of its own, because the marshaler reaches an interface through
+/// the object that it was given: it answers for the collection's interfaces itself and keeps the
+/// collection alive while it has references. Of an aggregate's other interfaces it hands out those
+/// of the outer object, so that they can be reached through proxies, too. Any thread may add and
+/// release references.
 class AutomationView final : public IEnumVariantCol
 {
 public:
@@ -34,5 +41,6 @@ public:
 
 private:
     CEnumVariantCol& m_collection;
+    LONG m_references = 0; // together they are one on the collection
 };
 } // namespace velt

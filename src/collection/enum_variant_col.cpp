@@ -59,6 +59,10 @@ STDMETHODIMP CEnumVariantCol::Add(VARIANT Value)
 STDMETHODIMP CEnumVariantCol::Remove(VARIANT Index)
 {
     return ComMethod("CEnumVariantCol::Remove", [&] {
+        if (!velt::HasItsReferences(Index))
+        {
+            return E_INVALIDARG;
+        }
         _variant_t copy;
         velt::ThrowIfFailed(::VariantCopy(&copy, &Index));
         const HRESULT hr = ::VariantChangeType(&copy, &copy, 0, VT_I4);
@@ -127,6 +131,11 @@ const VARIANT* CEnumVariantCol::Find(LONG position, HRESULT& result) const noexc
 }
 
 IEnumVariantCol* CEnumVariantCol::AutomationTarget() noexcept
+{
+    return &m_automationView;
+}
+
+IUnknown* CEnumVariantCol::MarshalledObject() noexcept
 {
     return &m_automationView;
 }

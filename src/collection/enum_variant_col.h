@@ -1,6 +1,7 @@
 #pragma once
 
 #include "collection/automation_view.h"
+#include "collection/view_marshal.h"
 #include "foundation/com_object.h"
 #include "foundation/dispatch_impl.h"
 
@@ -13,9 +14,10 @@
 ///
 /// By design, calls through the vtable handle values shallowly: Add takes over whatever the given
 /// VARIANT owns, Item lends what it hands out, Remove and Clear free it, and the destructor frees
-/// nothing. Late-bound calls go to the automation view instead.
+/// nothing. Late-bound calls, and all that come through a proxy, go to the automation view instead.
 class CEnumVariantCol final
-    : public velt::ComObject<CEnumVariantCol, velt::DispatchImpl<IEnumVariantCol>>
+    : public velt::ComObject<CEnumVariantCol, velt::DispatchImpl<IEnumVariantCol>,
+                             velt::ViewMarshal>
 {
 public:
     explicit CEnumVariantCol(IUnknown* outer) noexcept;
@@ -51,6 +53,7 @@ public:
 private:
     IEnumVariantCol* AutomationTarget() noexcept override;
     WORD AutomationFlags(WORD flags) noexcept override;
+    IUnknown* MarshalledObject() noexcept override;
 
     std::vector<VARIANT> m_values; // VARIANTs, not owners of what they hold: see above
     velt::AutomationView m_automationView;

@@ -19,9 +19,16 @@ constexpr bool IsPlainVariantType(VARTYPE type) noexcept
     return type < 32 && (kPlain >> type & 1) != 0;
 }
 
+/// Whether what a value refers to is there, also when that is a reference in its turn: the system
+/// follows null pointers. A reference to a reference to a VARIANT is none that it follows.
+bool HasItsReferences(const VARIANT& value) noexcept;
+
+/// What CopyVariant does with values that are not plain.
+HRESULT CopyOwningVariant(VARIANT* to, VARIANT from) noexcept;
+
 /// Copies a value whole, following references, into a VARIANT that holds nothing yet; after a
-/// failure it is VT_EMPTY. Taken by value, because a copy may call an object that changes the place
-/// where the value came from.
+/// failure it is VT_EMPTY; E_INVALIDARG for a reference to nothing. Taken by value, because a copy
+/// may call an object that changes the place where the value came from.
 inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
 {
     if (IsPlainVariantType(from.vt))
@@ -29,25 +36,20 @@ inline HRESULT CopyVariant(VARIANT* to, VARIANT from) noexcept
         *to = from;
         return S_OK;
     }
-    ::VariantInit(to);
-    return ::VariantCopyInd(to, &from);
+    return CopyOwningVariant(to, from);
 }
 
-/// Coerces a value to a 32-bit integer.
-inline HRESULT CoerceToLong(VARIANT value, LONG* number) noexcept
+/// What CoerceToLong does with values of other types.
+HRESULT ConvertToLong(VARIANT value, LONG* number) noexcept;
+
+/// Coerces a value to a 32-bit integer. E_INVALIDARG for a reference to nothing.
+inline HRESULT CoerceToLong(const VARIANT& value, LONG* number) noexcept
 {
     if (value.vt == VT_I4)
     {
         *number = value.lVal;
         return S_OK;
     }
-    VARIANT coerced;
-    ::VariantInit(&coerced);
-    const HRESULT hr = ::VariantChangeType(&coerced, &value, 0, VT_I4);
-    if (SUCCEEDED(hr))
-    {
-        *number = coerced.lVal;
-    }
-    return hr;
+    return ConvertToLong(value, number);
 }
 } // namespace velt

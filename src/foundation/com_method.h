@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/exception_to_hresult.h"
+#include "foundation/failure_trace.h"
 #include "foundation/utrace.h"
 
 #include <windows.h>
@@ -8,7 +9,8 @@
 namespace velt
 {
 /// Runs the body of a COM method or of an exported function: inside a trace scope with the
-/// qualified name (a literal), with every exception turned into its HRESULT.
+/// qualified name (a literal), with every exception turned into its HRESULT, and every failure
+/// traced.
 template <class Body>
 HRESULT ComMethod(const char* function, Body&& body) noexcept
 {
@@ -19,6 +21,10 @@ HRESULT ComMethod(const char* function, Body&& body) noexcept
         try
         {
             result = body();
+            if (FAILED(result))
+            {
+                TraceReturnedFailure(result);
+            }
         }
         catch (...)
         {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/com_object.h"
+#include "foundation/dispatch_call.h"
 #include "foundation/type_info_holder.h"
 
 #include <windows.h>
@@ -12,7 +13,8 @@ namespace velt
 /// IDispatch of a dual interface, served from the library's type library.
 ///
 /// By design it opens no trace scope: the member that a late-bound call arrives at opens its own,
-/// so that the trace of a call is the same whichever way it came.
+/// so that the trace of a call is the same whichever way it came. A call that is refused before its
+/// member leaves a line, though.
 template <class Dual>
 class DispatchImpl : public Dual
 {
@@ -22,64 +24,24 @@ public:
 
     STDMETHODIMP GetTypeInfoCount(UINT* count) override
     {
-        if (!count)
-        {
-            return E_POINTER;
-        }
-        *count = 1;
-        return S_OK;
+        return DispatchGetTypeInfoCount(count);
     }
 
     STDMETHODIMP GetTypeInfo(UINT index, LCID, ITypeInfo** info) override
     {
-        if (!info)
-        {
-            return E_POINTER;
-        }
-        *info = nullptr;
-        if (index != 0)
-        {
-            return DISP_E_BADINDEX;
-        }
-        const HRESULT hr = s_typeInfo.Get(info);
-        if (SUCCEEDED(hr))
-        {
-            (*info)->AddRef();
-        }
-        return hr;
+        return DispatchGetTypeInfo(s_typeInfo, index, info);
     }
 
     STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids) override
     {
-        if (!::IsEqualIID(iid, IID_NULL))
-        {
-            return DISP_E_UNKNOWNINTERFACE;
-        }
-        if (!names || !ids)
-        {
-            return E_POINTER;
-        }
-        ITypeInfo* info = nullptr;
-        const HRESULT hr = s_typeInfo.Get(&info);
-        return SUCCEEDED(hr) ? info->GetIDsOfNames(names, count, ids) : hr;
+        return DispatchGetIDsOfNames(s_typeInfo, iid, names, count, ids);
     }
 
     STDMETHODIMP Invoke(DISPID id, REFIID iid, LCID, WORD flags, DISPPARAMS* parameters,
                         VARIANT* result, EXCEPINFO* exception, UINT* argumentError) override
     {
-        if (!::IsEqualIID(iid, IID_NULL))
-        {
-            return DISP_E_UNKNOWNINTERFACE;
-        }
-        if (!parameters)
-        {
-            return E_POINTER;
-        }
-        ITypeInfo* info = nullptr;
-        const HRESULT hr = s_typeInfo.Get(&info);
-        return SUCCEEDED(hr) ? info->Invoke(AutomationTarget(), id, AutomationFlags(flags),
-                                            parameters, result, exception, argumentError)
-                             : hr;
+        return DispatchInvoke(s_typeInfo, AutomationTarget(), id, iid, AutomationFlags(flags),
+                              parameters, result, exception, argumentError);
     }
 
 protected:

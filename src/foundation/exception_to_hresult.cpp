@@ -1,7 +1,7 @@
 #include "foundation/exception_to_hresult.h"
 
+#include "foundation/failure_trace.h"
 #include "foundation/system_exception.h"
-#include "foundation/utrace.h"
 
 #include <comdef.h>
 
@@ -15,14 +15,7 @@ namespace
 HRESULT Traced(HRESULT hr, const char* what) noexcept
 {
     const HRESULT failure = FAILED(hr) ? hr : E_UNEXPECTED;
-    try
-    {
-        UTrace::TraceLevel1("failed: 0x%08lX %s", static_cast<unsigned long>(failure), what);
-    }
-    catch (const std::exception&)
-    {
-        // A thread that cannot trace still gets its result.
-    }
+    TraceFailure(failure, what);
     return failure;
 }
 } // namespace

@@ -129,13 +129,15 @@ LSTATUS CRegKeyW::QueryStringValue(const wchar_t* name, char* buffer, DWORD* siz
         DWORD type = REG_NONE;
         const LSTATUS error = ::RegQueryValueExA(m_key, narrowName.Get(), nullptr, &type,
                                                  reinterpret_cast<BYTE*>(buffer), size);
+        // A value of another type may well be longer than the buffer.
+        if ((error == ERROR_SUCCESS || error == ERROR_MORE_DATA) && type != REG_SZ &&
+            type != REG_EXPAND_SZ)
+        {
+            return ERROR_INVALID_DATA;
+        }
         if (error != ERROR_SUCCESS)
         {
             return error;
-        }
-        if (type != REG_SZ && type != REG_EXPAND_SZ)
-        {
-            return ERROR_INVALID_DATA;
         }
         const bool unterminated = buffer && (*size == 0 || buffer[*size - 1] != '\0');
         return unterminated ? ERROR_INVALID_DATA : ERROR_SUCCESS;

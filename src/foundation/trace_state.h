@@ -25,6 +25,13 @@ inline constexpr std::int32_t kViewerNotLookedUp = -1;
 inline constexpr std::int32_t kViewerNone = 0;
 inline constexpr std::int32_t kViewerFound = 1;
 
+/// What tracing keeps for a thread.
+struct ThreadTrace
+{
+    std::uint32_t depth = 0;  // live scopes
+    std::int32_t failure = 0; // HRESULT traced last since the innermost scope began, else 0
+};
+
 /// Everything that tracing keeps for the process. One lives from load to unload; without one,
 /// scopes and messages do nothing. The settings are plain words that any thread sets and reads
 /// without the lock.
@@ -32,7 +39,7 @@ class State
 {
 public:
     /// Throws SystemException::Win32 when the system has no thread-local index left.
-    State() : m_depth(1, 0)
+    State() : m_threads(1, {})
     {
         s_current = this;
     }
@@ -68,7 +75,13 @@ public:
     /// The calling thread's nesting depth; throws what tls_data throws.
     std::uint32_t& Depth()
     {
-        return m_depth[0];
+        return OfThread().depth;
+    }
+
+    /// What is the calling thread's; throws what tls_data throws.
+    ThreadTrace& OfThread()
+    {
+        return m_threads[0];
     }
 
     /// A word without ordering: loads and stores are plain moves.
@@ -107,6 +120,6 @@ private:
     inline static constinit State* s_current = nullptr;
 
     VeltCriticalSection m_lock;
-    tls_data<std::uint32_t> m_depth;
+    tls_data<ThreadTrace> m_threads;
 };
 } // namespace UTrace

@@ -14,7 +14,7 @@ HRESULT TypeInfoHolder::Get(ITypeInfo** info) noexcept
         return S_OK;
     }
     const HRESULT hr = Load();
-    *info = m_info.load(std::memory_order_acquire);
+    *info = SUCCEEDED(hr) ? m_info.load(std::memory_order_acquire) : nullptr;
     return hr;
 }
 
@@ -27,19 +27,23 @@ HRESULT TypeInfoHolder::Load() noexcept
     {
         hr = library->GetTypeInfoOfGuid(m_iid, info.GetAddressOf());
     }
+    // Before anything is kept, so that nothing is that could not be given back.
+    if (SUCCEEDED(hr))
+    {
+        hr = ComModule::Current().AddTermFunc(&TypeInfoHolder::Free, this);
+    }
     if (FAILED(hr))
     {
         return hr;
     }
     // Without a lock, because the type library is foreign code: of threads that get here together
-    // the first one's description is kept.
+    // the first one's description is kept, and given back by the first of their functions.
     ITypeInfo* expected = nullptr;
-    if (!m_info.compare_exchange_strong(expected, info.Get(), std::memory_order_acq_rel))
+    if (m_info.compare_exchange_strong(expected, info.Get(), std::memory_order_acq_rel))
     {
-        return S_OK;
+        info.Detach();
     }
-    info.Detach();
-    return ComModule::Current().AddTermFunc(&TypeInfoHolder::Free, this);
+    return S_OK;
 }
 
 void TypeInfoHolder::Free(void* holder) noexcept

@@ -21,7 +21,8 @@ public:
 
     ~TypeInfoHolder() = default;
 
-    /// The description without a reference of the caller's own: valid until the module ends.
+    /// The description without a reference of the caller's own: valid until the module ends. Null
+    /// after a failure, which leaves nothing behind: the next question tries again.
     HRESULT Get(ITypeInfo** info) noexcept;
 
 private:

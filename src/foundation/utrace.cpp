@@ -250,7 +250,7 @@ bool FindTraceViewer() noexcept
 
 void ITrace::Enter(const char* format, std::va_list arguments)
 {
-    if (!m_depth)
+    if (!m_thread)
     {
         return;
     }
@@ -258,14 +258,14 @@ void ITrace::Enter(const char* format, std::va_list arguments)
     {
         WriteEntryLine(format ? format : "enter", arguments);
     }
-    ++*m_depth;
+    ++m_thread->depth;
 }
 
 void ITrace::WriteEntryLine(const char* format, std::va_list arguments)
 {
     State& state = *State::Current();
     const VeltAutoCriticalSection lock(&state.Lock());
-    TraceEmit(state, Source(), kScopeLevel, *m_depth, m_function, format, arguments);
+    TraceEmit(state, Source(), kScopeLevel, m_thread->depth, m_function, format, arguments);
 }
 
 void ITrace::WriteExitLine() noexcept

@@ -50,9 +50,9 @@ public:
     /// Gives the thread its former depth back, then writes the exit line; keeps the last error.
     virtual ~ITrace()
     {
-        if (m_depth)
+        if (m_thread)
         {
-            *m_depth = m_savedDepth;
+            m_thread->depth = m_savedDepth;
             if (!m_quiet && State::IsAnybodyListening())
             {
                 WriteExitLine();
@@ -80,8 +80,9 @@ protected:
     {
         if (State* const state = State::Current())
         {
-            m_depth = &state->Depth();
-            m_savedDepth = *m_depth;
+            m_thread = &state->OfThread();
+            m_savedDepth = m_thread->depth;
+            m_thread->failure = 0;
             if (state->source.front() != '\0')
             {
                 KeepSource(*state);
@@ -93,13 +94,13 @@ protected:
     void Enter(const char* format, std::va_list arguments);
     void Enter()
     {
-        if (m_depth)
+        if (m_thread)
         {
             if (State::IsAnybodyListening())
             {
                 WriteEntryLine("enter", nullptr);
             }
-            ++*m_depth;
+            ++m_thread->depth;
         }
     }
 
@@ -121,8 +122,8 @@ private:
     std::int32_t m_returnValue = 0;
     std::uint32_t m_savedDepth = 0;
     bool m_quiet = false;
-    bool m_showValue = false;         // "return = <value>", made only when the line is written
-    std::uint32_t* m_depth = nullptr; // this thread's; null when no State lived at the start
+    bool m_showValue = false;        // "return = <value>", made only when the line is written
+    ThreadTrace* m_thread = nullptr; // null when no State lived at the start
 };
 
 /// The scope object that every public operation makes first.

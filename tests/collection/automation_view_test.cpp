@@ -314,6 +314,59 @@ TEST_CASE("CEnumVariantCol late-bound: a value that cannot be copied is not adde
     CHECK(value.vt == VT_EMPTY);
 }
 
+TEST_CASE("CEnumVariantCol: references to nothing are refused in every argument", "[collection]")
+{
+    const Late late;
+    ComPtr<IEnumVariantCol> direct;
+    REQUIRE(late.dispatch.As(&direct) == S_OK);
+    REQUIRE(late.collection.Call(L"Add", {Long(5)}) == S_OK);
+    for (const VARTYPE type : kReferableTypes)
+    {
+        CAPTURE(type);
+        VARIANT reference = OfType(VT_BYREF | type);
+        for (const VARIANT& value : {reference, ByRef(reference)})
+        {
+            VARIANT out = OfType(VT_EMPTY);
+            CHECK(late.collection.Call(L"Add", {value}) == E_INVALIDARG);
+            CHECK(late.collection.Get(L"Item", {value}, &out) == E_INVALIDARG);
+            CHECK(late.collection.Call(L"Remove", {value}) == E_INVALIDARG);
+            CHECK(direct->get_Item(value, &out) == E_INVALIDARG);
+            CHECK(direct->Remove(value) == E_INVALIDARG);
+            CHECK(out.vt == VT_EMPTY);
+        }
+    }
+    CHECK(late.Count() == 1);
+}
+
+TEST_CASE("CEnumVariantCol: a reference to nothing that came in through the vtable stays inside",
+          "[collection]")
+{
+    const Late late;
+    ComPtr<IEnumVariantCol> direct;
+    REQUIRE(late.dispatch.As(&direct) == S_OK);
+    VARIANT enumerator = OfType(VT_EMPTY);
+    REQUIRE(late.collection.Invoke(DISPID_NEWENUM, DISPATCH_PROPERTYGET, {}, &enumerator) == S_OK);
+    ComPtr<IEnumVARIANT> values;
+    REQUIRE(enumerator.punkVal->QueryInterface(IID_PPV_ARGS(&values)) == S_OK);
+    ::VariantClear(&enumerator);
+    for (const VARTYPE type : kReferableTypes)
+    {
+        CAPTURE(type);
+        VARIANT reference = OfType(VT_BYREF | type);
+        for (const VARIANT& value : {reference, ByRef(reference)})
+        {
+            REQUIRE(direct->Add(value) == S_OK); // the 16 bytes as they are
+            VARIANT out = OfType(VT_EMPTY);
+            CHECK(late.collection.Get(L"Item", {Long(1)}, &out) == E_INVALIDARG);
+            ULONG fetched = 77;
+            CHECK(values->Next(1, &out, &fetched) == E_INVALIDARG);
+            CHECK(fetched == 0);
+            CHECK(out.vt == VT_EMPTY);
+            REQUIRE(direct->Clear() == S_OK);
+        }
+    }
+}
+
 TEST_CASE("CEnumVariantCol late-bound: a result that nobody wants is freed", "[collection]")
 {
     ComAllocations& allocations = ComAllocations::Watch();

@@ -107,6 +107,58 @@ TEST_CASE("CopyVariant: after a failure the copy is empty", "[collection]")
     CHECK(copy.vt == VT_EMPTY);
 }
 
+TEST_CASE("CopyVariant: a reference to nothing is refused, also inside another one", "[collection]")
+{
+    for (const VARTYPE type : kReferableTypes)
+    {
+        CAPTURE(type);
+        VARIANT reference = OfType(VT_BYREF | type);
+        for (const VARIANT& value : {reference, ByRef(reference)})
+        {
+            VARIANT copy = Poisoned();
+            CHECK(CopyVariant(&copy, value) == E_INVALIDARG);
+            CHECK(copy.vt == VT_EMPTY);
+        }
+    }
+}
+
+TEST_CASE("CopyVariant: a reference that goes round in circles is refused", "[collection]")
+{
+    VARIANT reference = OfType(VT_BYREF | VT_VARIANT);
+    reference.pvarVal = &reference;
+    VARIANT copy = Poisoned();
+    CHECK(CopyVariant(&copy, reference) == E_INVALIDARG);
+    CHECK(copy.vt == VT_EMPTY);
+}
+
+TEST_CASE("CopyVariant: a record without its description is refused", "[collection]")
+{
+    int data = 0;
+    for (const int type : {static_cast<int>(VT_RECORD), VT_BYREF | VT_RECORD})
+    {
+        CAPTURE(type);
+        VARIANT record = OfType(type);
+        record.pvRecord = &data;
+        VARIANT copy = Poisoned();
+        CHECK(CopyVariant(&copy, record) == E_INVALIDARG);
+        CHECK(copy.vt == VT_EMPTY);
+    }
+}
+
+TEST_CASE("CoerceToLong: a reference to nothing is refused, also inside another one",
+          "[collection]")
+{
+    for (const VARTYPE type : kReferableTypes)
+    {
+        CAPTURE(type);
+        VARIANT reference = OfType(VT_BYREF | type);
+        LONG number = 77;
+        CHECK(CoerceToLong(reference, &number) == E_INVALIDARG);
+        CHECK(CoerceToLong(ByRef(reference), &number) == E_INVALIDARG);
+        CHECK(number == 77);
+    }
+}
+
 TEST_CASE("CoerceToLong: a failure leaves the number as it was", "[collection]")
 {
     LONG number = 77;

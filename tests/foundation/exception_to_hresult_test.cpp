@@ -4,7 +4,10 @@
 #include "foundation/system_exception.h"
 #include "foundation/trace_state.h"
 #include "tests/support/debug_output.h"
+#include "tests/support/failing_tls.h"
 #include "tests/support/language_scope.h"
+#include "tests/support/test_thread.h"
+#include "tests/support/trace_recorder.h"
 
 #include <comdef.h>
 
@@ -20,6 +23,9 @@
 using velt::ComMethod;
 using velt::HResultFromCurrentException;
 using velt::test::DebugOutput;
+using velt::test::FailingTls;
+using velt::test::OnOtherThread;
+using velt::test::TraceRecorder;
 
 namespace
 {
@@ -53,6 +59,20 @@ const std::vector<Mapping>& Mappings()
         {"text", [] { throw "text"; }, E_UNEXPECTED}};
     return mappings;
 }
+
+using Texts = std::vector<std::string>;
+
+/// The texts of all messages so far, each after its level.
+Texts LinesOf(TraceRecorder& recorder)
+{
+    Texts lines;
+    for (const TraceRecorder::Message& message : recorder.Messages())
+    {
+        lines.push_back(std::to_string(message.level) + ' ' + message.text);
+    }
+    return lines;
+}
+
 } // namespace
 
 TEST_CASE("HResultFromCurrentException: each exception has its code, none a success code",
@@ -165,4 +185,124 @@ TEST_CASE("ComMethod: an exception is traced inside the scope", "[foundation]")
     REQUIRE(exit != std::string::npos);
     CHECK(entry < message);
     CHECK(message < exit);
+}
+
+TEST_CASE("ComMethod: a failure that is returned is traced inside the scope", "[foundation]")
+{
+    TraceRecorder recorder;
+    ComMethod("CTest::Method", [] { return E_INVALIDARG; });
+    CHECK(LinesOf(recorder) == Texts{"4 CTest::Method - enter", "1 failed: 0x80070057",
+                                     "4 CTest::Method - return = -2147024809"});
+}
+
+TEST_CASE("ComMethod: a success has no line of its own", "[foundation]")
+{
+    TraceRecorder recorder;
+    ComMethod("CTest::Method", [] { return S_FALSE; });
+    CHECK(LinesOf(recorder) == Texts{"4 CTest::Method - enter", "4 CTest::Method - return = 1"});
+}
+
+TEST_CASE("ComMethod: each failing call has its line, also when the code is that of the last one",
+          "[foundation]")
+{
+    TraceRecorder recorder;
+    for (int i = 0; i < 3; ++i)
+    {
+        ComMethod("CTest::Method", [] { return E_FAIL; });
+    }
+    CHECK(recorder.Count("failed: 0x80004005") == 3);
+}
+
+TEST_CASE("ComMethod: a failure whose exception was traced has one line", "[foundation]")
+{
+    const auto failWithin = []() noexcept -> HRESULT {
+        try
+        {
+            throw SystemException::HRESULT(E_FAIL);
+        }
+        catch (...)
+        {
+            return HResultFromCurrentException();
+        }
+    };
+    TraceRecorder recorder;
+    SECTION("thrown out of the body")
+    {
+        ComMethod("CTest::Method", []() -> HRESULT { throw SystemException::HRESULT(E_FAIL); });
+    }
+    SECTION("caught in the body")
+    {
+        ComMethod("CTest::Method", failWithin);
+    }
+    const Texts lines = LinesOf(recorder);
+    REQUIRE(lines.size() == 3);
+    CHECK_THAT(lines[1], Catch::StartsWith("1 failed: 0x80004005 operating system error"));
+
+    // The next call's failure is another one, though its code is the same.
+    ComMethod("CTest::Method", [] { return E_FAIL; });
+    CHECK(recorder.Count("failed: 0x80004005") == 1);
+}
+
+TEST_CASE("ComMethod: an exception that was overcome does not hide a later failure", "[foundation]")
+{
+    TraceRecorder recorder;
+    ComMethod("CTest::Method", [] {
+        try
+        {
+            throw SystemException::HRESULT(E_FAIL);
+        }
+        catch (...)
+        {
+            velt::TraceCurrentException();
+        }
+        return E_ABORT;
+    });
+    CHECK(recorder.Count("failed: 0x80004004") == 1);
+    CHECK(recorder.Messages().size() == 4);
+}
+
+TEST_CASE("ComMethod: a failure is traced on the thread's own account", "[foundation]")
+{
+    TraceRecorder recorder;
+    ComMethod("CTest::Method", [] {
+        velt::test::TestThread([] { ComMethod("CTest::Other", [] { return E_FAIL; }); });
+        return E_FAIL;
+    });
+    CHECK(recorder.Count("failed: 0x80004005") == 2);
+}
+
+TEST_CASE("ComMethod: without tracing a failure goes out all the same", "[foundation]")
+{
+    CHECK(ComMethod("CTest::Method", [] { return E_FAIL; }) == E_FAIL);
+}
+
+TEST_CASE("HResultFromCurrentException: a thread that cannot trace gets its result all the same",
+          "[foundation]")
+{
+    FailingTls failing;
+    UTrace::State state;
+    UTrace::StartUp();
+    failing.Begin();
+    const HRESULT mapped = OnOtherThread([]() -> HRESULT {
+        try
+        {
+            throw SystemException::HRESULT(E_ABORT);
+        }
+        catch (...)
+        {
+            return HResultFromCurrentException();
+        }
+    });
+    CHECK(mapped == E_ABORT);
+
+    // A method's scope cannot be made there: that is the method's failure, before its body.
+    bool isRun = false;
+    const HRESULT returned = OnOtherThread([&] {
+        return ComMethod("CTest::Method", [&] {
+            isRun = true;
+            return S_OK;
+        });
+    });
+    CHECK(returned == HRESULT_FROM_WIN32(FailingTls::kError));
+    CHECK_FALSE(isRun);
 }

@@ -1,5 +1,6 @@
 #include "foundation/library_utils.h"
 
+#include "tests/support/import_patch.h"
 #include "tests/support/initialize_spy.h"
 #include "tests/support/message_module.h"
 #include "tests/support/temp_folder.h"
@@ -10,10 +11,12 @@
 #include <array>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 using CLibraryUtils::CLibraryUtilsImpl;
 using CLibraryUtils::SmartComInitializer;
 using velt::LoadSystemLibrary;
+using velt::test::ImportPatch;
 using velt::test::InitializeSpy;
 using velt::test::MessageModule;
 using velt::test::OnOtherThread;
@@ -172,4 +175,88 @@ TEST_CASE("LoadSystemLibrary: a library beside the program is not loaded", "[fou
         REQUIRE(usual.GetModule() != nullptr); // the plant is one that the usual search finds
     }
     CHECK(LoadSystemLibrary(L"velt_planted.dll") == nullptr);
+}
+
+namespace
+{
+/// A system that does not know how to search its own directory alone. Keeps what it is asked for
+/// otherwise.
+class OlderSystem
+{
+public:
+    struct Load
+    {
+        std::wstring path;
+        DWORD flags;
+    };
+
+    const std::vector<Load>& Loads() const noexcept
+    {
+        return m_loads;
+    }
+
+private:
+    using Patch = ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)>;
+
+    std::vector<Load> m_loads;
+    Patch m_patch{"kernel32.dll", [this](const wchar_t* path, HANDLE file, DWORD flags) -> HMODULE {
+                      if ((flags & LOAD_LIBRARY_SEARCH_SYSTEM32) != 0)
+                      {
+                          ::SetLastError(ERROR_INVALID_PARAMETER);
+                          return nullptr;
+                      }
+                      m_loads.push_back({path, flags});
+                      return Patch::Original(path, file, flags);
+                  }};
+};
+} // namespace
+
+TEST_CASE("LoadSystemLibrary: a system that does not know the flag loads by the full path",
+          "[foundation]")
+{
+    const OlderSystem system;
+    SECTION("a library of the system")
+    {
+        const CLibraryUtilsImpl library(LoadSystemLibrary(L"lz32.dll"));
+        CHECK(library.GetModule() != nullptr);
+        REQUIRE(system.Loads().size() == 1);
+        CHECK(system.Loads()[0].path == velt::test::InSystemFolder(L"lz32.dll"));
+        CHECK(system.Loads()[0].flags == LOAD_WITH_ALTERED_SEARCH_PATH);
+    }
+    SECTION("one that is missing")
+    {
+        CHECK(LoadSystemLibrary(L"velt_none.dll") == nullptr);
+        CHECK(::GetLastError() == ERROR_MOD_NOT_FOUND);
+    }
+    SECTION("one that lies beside the program")
+    {
+        const MessageModule planted(velt::test::BesideProgram(L"velt_planted.dll"), 1, L"text");
+        CHECK(LoadSystemLibrary(L"velt_planted.dll") == nullptr);
+    }
+    SECTION("a name that leaves no room for the path")
+    {
+        CHECK(LoadSystemLibrary(std::wstring(MAX_PATH - 8, L'a').c_str()) == nullptr);
+        CHECK(::GetLastError() == ERROR_BAD_PATHNAME);
+        CHECK(system.Loads().empty());
+    }
+    SECTION("a system directory that cannot be had")
+    {
+        const ImportPatch<"GetSystemDirectoryW", decltype(::GetSystemDirectoryW)> none(
+            "kernel32.dll", [](wchar_t*, UINT) -> UINT { return 0; });
+        CHECK(LoadSystemLibrary(L"lz32.dll") == nullptr);
+        CHECK(::GetLastError() == ERROR_BAD_PATHNAME);
+        CHECK(system.Loads().empty());
+    }
+}
+
+TEST_CASE("LoadSystemLibrary: any other failure is final", "[foundation]")
+{
+    const ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)> failing(
+        "kernel32.dll", [](const wchar_t*, HANDLE, DWORD) -> HMODULE {
+            ::SetLastError(ERROR_BAD_EXE_FORMAT);
+            return nullptr;
+        });
+    CHECK(LoadSystemLibrary(L"lz32.dll") == nullptr);
+    CHECK(::GetLastError() == ERROR_BAD_EXE_FORMAT);
+    CHECK(failing.Calls() == 1);
 }

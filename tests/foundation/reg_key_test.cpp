@@ -1,5 +1,7 @@
 #include "foundation/reg_key.h"
 
+#include "tests/support/import_patch.h"
+
 #include <catch.hpp>
 
 #include <array>
@@ -257,6 +259,31 @@ TEST_CASE("CRegKeyW: DeleteSubKey deletes a key without children, and reports no
     CHECK(exists(L"parent\\child"));
 }
 
+TEST_CASE("CRegKeyW: Create hands its arguments on, the security attributes too", "[foundation]")
+{
+    using Patch = velt::test::ImportPatch<"RegCreateKeyExW", decltype(::RegCreateKeyExW)>;
+    OpenKey open;
+    SECURITY_DESCRIPTOR descriptor{};
+    REQUIRE(::InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    SECURITY_ATTRIBUTES security{sizeof(security), &descriptor, FALSE};
+    const SECURITY_ATTRIBUTES* seen = nullptr;
+    // Watched, not read back: not every platform keeps them.
+    const Patch patch("advapi32.dll",
+                      [&](HKEY parent, const wchar_t* name, DWORD reserved, wchar_t* className,
+                          DWORD options, REGSAM access, SECURITY_ATTRIBUTES* attributes, HKEY* key,
+                          DWORD* disposition) {
+                          seen = attributes;
+                          return Patch::Original(parent, name, reserved, className, options, access,
+                                                 attributes, key, disposition);
+                      });
+    CRegKeyW key;
+    REQUIRE(key.Create(open.key.GetKey(), L"guarded", nullptr, REG_OPTION_NON_VOLATILE,
+                       KEY_READ | KEY_WRITE, &security) == ERROR_SUCCESS);
+    CHECK(seen == &security);
+    REQUIRE(key.Create(open.key.GetKey(), L"usual") == ERROR_SUCCESS);
+    CHECK(seen == nullptr);
+}
+
 TEST_CASE("CRegKeyW: a number is written as REG_DWORD and read back", "[foundation]")
 {
     OpenKey open;
@@ -339,6 +366,27 @@ TEST_CASE("CRegKeyW: a text that does not fit tells the size that it needs", "[f
     CHECK(size == 7);
     CHECK(open.key.QueryStringValue(L"text", text.data(), &size) == ERROR_SUCCESS);
     CHECK(std::string(text.data()) == "abcdef");
+}
+
+TEST_CASE(
+    "CRegKeyW: a value of another type yields ERROR_INVALID_DATA, also when it is longer than "
+    "the buffer",
+    "[foundation]")
+{
+    OpenKey open;
+    const auto type =
+        static_cast<DWORD>(GENERATE(REG_NONE, REG_BINARY, REG_DWORD, REG_MULTI_SZ, REG_QWORD));
+    CAPTURE(type);
+    open.test.Write(L"value", type, {'a', 0, 'b', 0, 'c', 0, 0, 0});
+    std::array<char, 32> text{};
+    for (const DWORD room : {0UL, 1UL, 3UL, 32UL})
+    {
+        CAPTURE(room);
+        DWORD size = room;
+        CHECK(open.key.QueryStringValue(L"value", text.data(), &size) == ERROR_INVALID_DATA);
+    }
+    DWORD size = 77;
+    CHECK(open.key.QueryStringValue(L"value", nullptr, &size) == ERROR_INVALID_DATA);
 }
 
 TEST_CASE("CRegKeyW: data that is no text yields ERROR_INVALID_DATA", "[foundation]")

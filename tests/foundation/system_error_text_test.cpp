@@ -1,6 +1,7 @@
 #include "foundation/system_error_text.h"
 
 #include "foundation/library_utils.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/message_module.h"
 
 #include <catch.hpp>
@@ -15,6 +16,7 @@
 using velt::HResultText;
 using velt::Win32ErrorText;
 using velt::test::BesideProgram;
+using velt::test::ImportPatch;
 using velt::test::InSystemFolder;
 using velt::test::MessageModule;
 
@@ -48,6 +50,36 @@ std::unique_ptr<MessageModule> Install(const std::wstring& name, HRESULT id)
         return nullptr;
     }
 }
+
+/// A question for a message, as FormatMessageW is asked.
+struct Question
+{
+    DWORD flags;
+    DWORD id;
+    DWORD language;
+
+    bool operator==(const Question&) const = default;
+};
+
+/// Sees the questions for messages.
+class Questions
+{
+public:
+    const std::vector<Question>& Asked() const noexcept
+    {
+        return m_asked;
+    }
+
+private:
+    using Patch = ImportPatch<"FormatMessageW", decltype(::FormatMessageW)>;
+
+    std::vector<Question> m_asked;
+    Patch m_patch{"kernel32.dll", [this](DWORD flags, const void* source, DWORD id, DWORD language,
+                                         LPWSTR buffer, DWORD size, va_list* arguments) {
+                      m_asked.push_back({flags, id, language});
+                      return Patch::Original(flags, source, id, language, buffer, size, arguments);
+                  }};
+};
 
 HRESULT Failure(DWORD facility, DWORD code)
 {
@@ -252,4 +284,71 @@ TEST_CASE("Win32ErrorText: a text with inserts, for which there are no arguments
         CHECK(text.find(L"not a valid") != text.npos);
     }
     CHECK_FALSE(EndsLine(text));
+}
+
+TEST_CASE("HResultText: each facility has its modules, in their order", "[foundation]")
+{
+    struct Case
+    {
+        DWORD facility;
+        std::vector<std::wstring> modules;
+    };
+    const Case row = GENERATE(
+        Case{4, {L"QUARTZ.DLL"}}, Case{7, {L"WMERROR.DLL", L"NETMSG.DLL"}},
+        Case{13, {L"WMERROR.DLL"}},
+        Case{12, {L"MSXML6R.DLL", L"MSXML5R.DLL", L"MSXML4R.DLL", L"MSXML3R.DLL", L"WININET.DLL"}},
+        Case{0, {}}, Case{3, {}}, Case{10, {}});
+    CAPTURE(row.facility);
+    std::vector<std::wstring> loaded;
+    const ImportPatch<"LoadLibraryExW", decltype(::LoadLibraryExW)> none(
+        "kernel32.dll", [&](const wchar_t* name, HANDLE, DWORD) -> HMODULE {
+            loaded.emplace_back(name);
+            ::SetLastError(ERROR_MOD_NOT_FOUND);
+            return nullptr;
+        });
+    HResultText(Failure(row.facility, 0xABCD));
+    CHECK(loaded == row.modules);
+}
+
+TEST_CASE("HResultText: modules are asked in the default language, the system in any, inserts "
+          "ignored",
+          "[foundation]")
+{
+    const HRESULT hr = Failure(13, 0xABCD);
+    const auto id = static_cast<DWORD>(hr);
+    const auto installed = Install(L"WMERROR.DLL", Failure(13, 0xABCE));
+    const Questions questions;
+    HResultText(hr);
+    std::vector<Question> expected;
+    if (installed)
+    {
+        expected.push_back({0x0B00, id, 0x0400});
+    }
+    expected.push_back({0x1300, id, 0});
+    CHECK(questions.Asked() == expected);
+}
+
+TEST_CASE("Win32ErrorText: the system is asked in any language, inserts not ignored",
+          "[foundation]")
+{
+    const Questions questions;
+    Win32ErrorText(ERROR_ACCESS_DENIED);
+    CHECK(questions.Asked() == std::vector<Question>{{0x1100, ERROR_ACCESS_DENIED, 0}});
+}
+
+TEST_CASE("HResultText, Win32ErrorText: the second one gives the text's memory back, the first one "
+          "keeps it by design",
+          "[foundation]")
+{
+    using Patch = ImportPatch<"LocalFree", decltype(::LocalFree)>;
+    std::vector<HLOCAL> freed;
+    const Patch patch("kernel32.dll", [&](HLOCAL memory) {
+        freed.push_back(memory);
+        return Patch::Original(memory);
+    });
+    REQUIRE_FALSE(HResultText(E_ACCESSDENIED).empty());
+    CHECK(freed.empty());
+    REQUIRE_FALSE(Win32ErrorText(ERROR_ACCESS_DENIED).empty());
+    REQUIRE(freed.size() == 1);
+    CHECK(freed[0] != nullptr);
 }

@@ -1,6 +1,7 @@
 #include "foundation/tls_data.h"
 
 #include "tests/support/component_library.h"
+#include "tests/support/failing_tls.h"
 #include "tests/support/test_thread.h"
 
 #include <catch.hpp>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+using velt::test::FailingTls;
 using velt::test::OnOtherThread;
 using velt::test::TestEvent;
 using velt::test::TestThread;
@@ -233,4 +235,31 @@ TEST_CASE("tls_data: with too few indexes left the component refuses to load, an
     }
     const velt::test::ComponentLibrary library;
     CHECK(library.CanUnloadNow() == S_OK);
+}
+
+TEST_CASE(
+    "tls_data: a block that the system cannot store throws its code, and the next try is a new "
+    "one",
+    "[foundation]")
+{
+    FailingTls failing;
+    tls_data<std::uint32_t> data(1, 9);
+    failing.Begin();
+    for (int i = 0; i < 2; ++i)
+    {
+        DWORD thrown = 0;
+        try
+        {
+            data[0] = 5;
+        }
+        catch (const SystemException::Win32& e)
+        {
+            thrown = e.GetCode();
+        }
+        CHECK(thrown == FailingTls::kError);
+    }
+    failing.End();
+    CHECK(data[0] == 9);
+    data[0] = 6;
+    CHECK(data[0] == 6);
 }

@@ -1,6 +1,7 @@
 #include "tests/support/component_library.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/late_bound.h"
 #include "tests/support/variants.h"
 
 #include <provider_lib.h>
@@ -17,7 +18,21 @@ namespace
 {
 using Texts = std::vector<std::string>;
 
+constexpr DISPID kAdd = 2;
+constexpr DISPID kRemove = 3;
+
 constexpr char kSession[] = "child: a session with the library";
+
+/// The lines, without the calls that write their ends.
+Texts LinesOf(const DebuggeeRun& run)
+{
+    Texts lines;
+    for (std::size_t i = 1; i < run.output.size(); i += 3)
+    {
+        lines.push_back(run.output[i].text);
+    }
+    return lines;
+}
 
 /// The calls in their order, without their threads.
 Texts CallsOf(const DebuggeeRun& run)
@@ -49,6 +64,7 @@ const Texts kSessionLines = {
     "CEnumVariantCol::Add - enter",
     "CEnumVariantCol::Add - return = 0",
     "CEnumVariantCol::Remove - enter",
+    "  failed: 0x80070057",
     "CEnumVariantCol::Remove - return = -2147024809",
     "DllCanUnloadNow - enter",
     "DllCanUnloadNow - return = 1",
@@ -69,6 +85,108 @@ TEST_CASE("child: a failure in the library", "[.child]")
     const ComponentLibrary library;
     const auto collection = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
     REQUIRE(collection->Remove(OfType(kImpossibleType)) == DISP_E_BADVARTYPE);
+}
+
+TEST_CASE("child: late-bound calls that are refused", "[.child]")
+{
+    const ComponentLibrary library;
+    const auto object = library.Create<IDispatch>(CLSID_CEnumVariantCol);
+    const LateBound collection(object.Get());
+    DISPPARAMS none{};
+    DISPID id = 0;
+    wchar_t text[] = L"L\u00E4nge";
+    wchar_t* name = text;
+    REQUIRE(object->GetIDsOfNames(IID_NULL, &name, 1, 0, &id) == DISP_E_UNKNOWNNAME);
+    REQUIRE(object->GetIDsOfNames(IID_NULL, nullptr, 1, 0, &id) == E_POINTER);
+    REQUIRE(collection.Invoke(99, DISPATCH_METHOD) == DISP_E_MEMBERNOTFOUND);
+    REQUIRE(FAILED(collection.Invoke(kAdd, DISPATCH_METHOD))); // without its argument
+    REQUIRE(object->Invoke(kAdd, IID_IDispatch, 0, DISPATCH_METHOD, &none, nullptr, nullptr,
+                           nullptr) == DISP_E_UNKNOWNINTERFACE);
+    REQUIRE(object->Invoke(kAdd, IID_NULL, 0, DISPATCH_METHOD, nullptr, nullptr, nullptr,
+                           nullptr) == E_POINTER);
+    REQUIRE(object->GetTypeInfoCount(nullptr) == E_POINTER);
+    ITypeInfo* info = nullptr;
+    REQUIRE(object->GetTypeInfo(1, 0, &info) == DISP_E_BADINDEX);
+}
+
+TEST_CASE("child: late-bound calls whose member fails", "[.child]")
+{
+    const ComponentLibrary library;
+    const auto object = library.Create<IDispatch>(CLSID_CEnumVariantCol);
+    const LateBound collection(object.Get());
+    VARIANT index = Long(2);
+    DISPPARAMS parameters{&index, nullptr, 1, 0};
+    for (int i = 0; i < 2; ++i)
+    {
+        REQUIRE(collection.Invoke(kRemove, DISPATCH_METHOD, {index}) == E_INVALIDARG);
+        REQUIRE(FAILED(object->Invoke(kRemove, IID_NULL, 0, DISPATCH_METHOD, &parameters, nullptr,
+                                      nullptr, nullptr))); // no place for what the member says
+    }
+}
+
+TEST_CASE("child: exports that fail", "[.child]")
+{
+    const ComponentLibrary library;
+    void* object = nullptr;
+    REQUIRE(library.GetClassObject(CLSID_NULL, IID_IUnknown, &object) == CLASS_E_CLASSNOTAVAILABLE);
+    REQUIRE(library.GetClassObject(CLSID_CEnumVariantCol, IID_IUnknown, nullptr) == E_POINTER);
+    const auto factory = library.Factory(CLSID_CEnumVariantCol);
+    REQUIRE(factory->CreateInstance(nullptr, IID_IUnknown, nullptr) == E_POINTER);
+    REQUIRE(factory->CreateInstance(nullptr, IID_IStream, &object) == E_NOINTERFACE);
+}
+
+TEST_CASE("Trace at the debugger: a late-bound call that is refused before its member is written",
+          "[foundation]")
+{
+    const DebuggeeRun run = RunUnderDebugger("child: late-bound calls that are refused");
+    CHECK(run.exitCode == 0);
+    Texts lines = LinesOf(run);
+    REQUIRE(lines.size() == 4 + 8);
+    lines.erase(lines.begin(), lines.begin() + 4); // of the making
+    // The platform's own choice among the ways to say that an argument is missing.
+    CHECK_THAT(lines[3], Catch::StartsWith("failed: 0x8002000"));
+    lines[3].replace(0, lines[3].find(" IDispatch"), "failed: ...");
+    CHECK(lines == Texts{"failed: 0x80020006 IDispatch::GetIDsOfNames of L\xC3\xA4nge",
+                         "failed: 0x80004003 IDispatch::GetIDsOfNames",
+                         "failed: 0x80020003 IDispatch::Invoke of 99",
+                         "failed: ... IDispatch::Invoke of 2",
+                         "failed: 0x80020001 IDispatch::Invoke of 2",
+                         "failed: 0x80004003 IDispatch::Invoke of 2",
+                         "failed: 0x80004003 IDispatch::GetTypeInfoCount",
+                         "failed: 0x8002000B IDispatch::GetTypeInfo"});
+}
+
+TEST_CASE("Trace at the debugger: a late-bound call whose member fails is written once, there",
+          "[foundation]")
+{
+    const DebuggeeRun run = RunUnderDebugger("child: late-bound calls whose member fails");
+    CHECK(run.exitCode == 0);
+    Texts lines = LinesOf(run);
+    Texts expected;
+    for (int i = 0; i < 4; ++i)
+    {
+        expected.insert(expected.end(), {"CEnumVariantCol::Remove - enter", "  failed: 0x80070057",
+                                         "CEnumVariantCol::Remove - return = -2147024809"});
+    }
+    REQUIRE(lines.size() == 4 + expected.size());
+    lines.erase(lines.begin(), lines.begin() + 4);
+    CHECK(lines == expected);
+}
+
+TEST_CASE("Trace at the debugger: failures of exports and of class factories are written",
+          "[foundation]")
+{
+    const DebuggeeRun run = RunUnderDebugger("child: exports that fail");
+    CHECK(run.exitCode == 0);
+    CHECK(LinesOf(run) == Texts{"DllGetClassObject - enter", "  failed: 0x80040111",
+                                "DllGetClassObject - return = -2147221231",
+                                "DllGetClassObject - enter", "  failed: 0x80004003",
+                                "DllGetClassObject - return = -2147467261",
+                                "DllGetClassObject - enter", "DllGetClassObject - return = 0",
+                                "CClassFactory::CreateInstance - enter", "  failed: 0x80004003",
+                                "CClassFactory::CreateInstance - return = -2147467261",
+                                "CClassFactory::CreateInstance - enter", "  failed: 0x80004002",
+                                "CClassFactory::CreateInstance - return = -2147467262"});
 }
 
 TEST_CASE("Trace at the debugger: three calls a line, without time stamps", "[foundation]")

@@ -61,6 +61,7 @@ TEST_CASE("Trace viewer: it receives every line of a session with the library", 
                                     "CEnumVariantCol::get_Item - enter",
                                     "CEnumVariantCol::get_Item - return = 0",
                                     "CEnumVariantCol::get_Item - enter",
+                                    "  failed: 0x80004005",
                                     "CEnumVariantCol::get_Item - return = -2147467259",
                                     "CEnumVariantCol::get__NewEnum - enter",
                                     "CEnumVariantCol::get__NewEnum - return = 0",
@@ -179,6 +180,7 @@ TEST_CASE("Trace viewer: late-bound calls have the names of their methods", "[fo
                                     "CEnumVariantCol::Add - enter",
                                     "CEnumVariantCol::Add - return = 0",
                                     "CEnumVariantCol::get_Item - enter",
+                                    "  failed: 0x80004005",
                                     "CEnumVariantCol::get_Item - return = -2147467259",
                                 });
 }

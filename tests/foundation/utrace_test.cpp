@@ -3,6 +3,7 @@
 #include "foundation/trace_state.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/failing_tls.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/trace_viewer_window.h"
 
@@ -293,6 +294,18 @@ TEST_CASE("UTrace: silent is known by its address, not its content", "[foundatio
     CHECK(traced.Take() == Texts{"F - silent", "  silent", "F - silent"});
 }
 
+TEST_CASE("UTrace: a scope that was silenced stays silent", "[foundation]")
+{
+    Traced traced;
+    {
+        UTrace::Function trace("F");
+        CHECK(trace.Return(1, UTrace::silent) == 1);
+        CHECK(trace.Return(2, "%s", "text") == 2);
+        CHECK(trace.Return(3) == 3);
+    }
+    CHECK(traced.Take() == Texts{"F - enter"});
+}
+
 TEST_CASE("UTrace: nested scopes are indented by two blanks a level", "[foundation]")
 {
     Traced traced;
@@ -571,6 +584,51 @@ TEST_CASE("UTrace: FindTraceViewer looks at most once in 3000 ms", "[foundation]
     CHECK(state.viewer == viewer.Window());
     CHECK(state.lastLookUpMs == nowMs);
     CHECK(state.viewerState == 0); // that one is for the caller to set
+}
+
+TEST_CASE("UTrace: FindTraceViewer knows a viewer by its window class, whatever its title",
+          "[foundation]")
+{
+    const auto find = [] {
+        UTrace::State state;
+        REQUIRE(UTrace::TraceInitialise());
+        return static_cast<HWND>(state.viewer);
+    };
+    const HINSTANCE program = ::GetModuleHandleW(nullptr);
+    WNDCLASSW description{};
+    description.lpfnWndProc = &::DefWindowProcW;
+    description.hInstance = program;
+    description.lpszClassName = velt::kTraceViewerClass;
+    REQUIRE(::RegisterClassW(&description));
+    const auto make = [&](const wchar_t* className, const wchar_t* title) {
+        return ::CreateWindowExW(0, className, title, WS_OVERLAPPED, 0, 0, 9, 9, nullptr, nullptr,
+                                 program, nullptr);
+    };
+    const HWND namesake = make(L"STATIC", velt::kTraceViewerClass);
+    REQUIRE(namesake);
+    CHECK(find() == nullptr);
+    const HWND viewer = make(velt::kTraceViewerClass, L"another title");
+    REQUIRE(viewer);
+    CHECK(find() == viewer);
+    ::DestroyWindow(viewer);
+    ::DestroyWindow(namesake);
+    ::UnregisterClassW(velt::kTraceViewerClass, program);
+}
+
+TEST_CASE("UTrace: StartUp leaves the threshold as it was when tracing cannot be initialised",
+          "[foundation]")
+{
+    FailingTls failing; // the next index: that of the State
+    UTrace::State state;
+    failing.Begin();
+    UTrace::StartUp();
+    failing.End();
+    CHECK_FALSE(state.initialised);
+    CHECK(state.threshold == 0);
+
+    UTrace::StartUp();
+    CHECK(state.initialised);
+    CHECK(state.threshold == 4);
 }
 
 TEST_CASE("UTrace: FindTraceViewer looks at once when nobody has looked yet", "[foundation]")

@@ -1,6 +1,7 @@
 #include "foundation/velt_exception.h"
 
 #include "foundation/wide_text.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/language_scope.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/virtual_slot.h"
@@ -152,4 +153,20 @@ TEST_CASE("VeltException: its operations stand in the slots that they always had
     CHECK(VirtualSlot(&VeltException::SetDetail) == 7);
     CHECK(VirtualSlot(&VeltException::Raise) == 8);
     CHECK(std::is_base_of_v<std::exception, VeltException>);
+}
+
+TEST_CASE("VeltException: what() is empty when the message cannot be converted", "[foundation]")
+{
+    const LanguageScope scope;
+    const VeltException e("a.cpp", 1);
+    {
+        const velt::test::ImportPatch<"WideCharToMultiByte", decltype(::WideCharToMultiByte)>
+            refusing("kernel32.dll",
+                     [](UINT, DWORD, const wchar_t*, int, char*, int, const char*, BOOL*) {
+                         ::SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+                         return 0;
+                     });
+        CHECK(std::string(e.what()).empty());
+    }
+    CHECK(std::string(e.what()) == "internal software error: a.cpp, line 1");
 }

@@ -2,6 +2,7 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/velt_mutex_lock.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/virtual_slot.h"
 
@@ -10,6 +11,7 @@
 #include <memory>
 #include <type_traits>
 
+using velt::test::ImportPatch;
 using velt::test::OnOtherThread;
 using velt::test::TestEvent;
 using velt::test::TestThread;
@@ -166,6 +168,39 @@ TEMPLATE_TEST_CASE("VeltMutex: an abandoned mutex counts as acquired", "[foundat
     CHECK_NOTHROW(mutex.Unlock());
     CHECK(mutex.Lock() == WAIT_OBJECT_0); // the report comes once
     mutex.Unlock();
+}
+
+TEMPLATE_TEST_CASE("VeltMutex: what the system refuses is thrown with its code", "[foundation]",
+                   WinMutex, VeltMutex)
+{
+    const auto thrownBy = [](auto&& call) -> DWORD {
+        try
+        {
+            call();
+            return 0;
+        }
+        catch (const SystemException::Win32& e)
+        {
+            return e.GetCode();
+        }
+    };
+    TestType mutex;
+    {
+        const ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)> failing(
+            "kernel32.dll", [](HANDLE, DWORD) -> DWORD {
+                ::SetLastError(ERROR_ACCESS_DENIED);
+                return WAIT_FAILED;
+            });
+        CHECK(thrownBy([&] { mutex.Lock(); }) == ERROR_ACCESS_DENIED);
+        CHECK(thrownBy([&] { mutex.TryLock(); }) == ERROR_ACCESS_DENIED);
+    }
+    CHECK(thrownBy([&] { mutex.Unlock(); }) == ERROR_NOT_OWNER);
+    const ImportPatch<"CreateMutexW", decltype(::CreateMutexW)> none(
+        "kernel32.dll", [](SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) -> HANDLE {
+            ::SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+            return nullptr;
+        });
+    CHECK(thrownBy([] { const TestType another; }) == ERROR_NO_SYSTEM_RESOURCES);
 }
 
 TEST_CASE("VeltMutex: two mutexes are two locks", "[foundation]")

@@ -1,6 +1,7 @@
 #include "foundation/velt_text.h"
 
 #include "foundation/wide_text.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/language_scope.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/virtual_slot.h"
@@ -122,6 +123,27 @@ TEST_CASE("VeltText: a language file loads from a folder of any name", "[foundat
     Language().SetLanguage(kFrench, Utf8FromWide(folder.Path()));
     CHECK(Language().GetLanguage() == kFrench);
     CHECK(kGreeting.GetText() == "Bonjour");
+}
+
+TEST_CASE("VeltText: on the older Windows family files have names in the code page", "[foundation]")
+{
+    const LanguageScope scope;
+    using Patch = velt::test::ImportPatch<"GetVersion", decltype(::GetVersion)>;
+    const Patch older("kernel32.dll", [] { return Patch::Original() | 0x80000000; });
+    const TempFolder plain(L"Gr\u00FC\u00DFe");
+    plain.Write(L"DEU.txt", Utf8File("9012 Hallo\n"));
+    const TempFolder beyond(L"\u4E2D\u6587");
+    beyond.Write(L"FRA.txt", Utf8File("9012 Bonjour\n"));
+    BOOL isReplaced = FALSE;
+    ::WideCharToMultiByte(CP_ACP, 0, L"\u4E2D\u6587", 2, nullptr, 0, nullptr, &isReplaced);
+    REQUIRE(isReplaced); // the system's code page is a Western one here
+
+    Language().SetLanguage(kGerman, Utf8FromWide(plain.Path()));
+    CHECK(kGreeting.GetText() == "Hallo");
+    Language().SetLanguage(kFrench, Utf8FromWide(beyond.Path()));
+    CHECK(Language().GetLanguage() == kDefaultLanguage);
+    CHECK(kGreeting.GetText() == "Hello %0 and %1");
+    CHECK(older.Calls() == 2);
 }
 
 TEST_CASE("VeltText: a file in any encoding loads the same texts", "[foundation]")

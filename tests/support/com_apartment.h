@@ -6,13 +6,14 @@
 
 namespace velt::test
 {
-/// Puts the current thread into a single-threaded apartment until the end of the scope.
+/// Puts the current thread into an apartment, mostly a single-threaded one, until the end of the
+/// scope.
 class ComApartment
 {
 public:
-    ComApartment() noexcept
+    explicit ComApartment(COINIT kind = COINIT_APARTMENTTHREADED) noexcept
     {
-        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        ::CoInitializeEx(nullptr, static_cast<DWORD>(kind));
     }
 
     ComApartment(const ComApartment&) = delete;

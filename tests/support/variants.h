@@ -70,6 +70,12 @@ inline VARIANT ByRef(VARIANT& other) noexcept
     return value;
 }
 
+/// Every type that a reference can have, the references themselves left out.
+inline constexpr VARTYPE kReferableTypes[] = {
+    VT_I2,      VT_I4,     VT_R4,      VT_R8,  VT_CY,  VT_DATE, VT_BSTR,         VT_DISPATCH,
+    VT_ERROR,   VT_BOOL,   VT_VARIANT, VT_I1,  VT_UI1, VT_UI2,  VT_UI4,          VT_UNKNOWN,
+    VT_DECIMAL, VT_RECORD, VT_I8,      VT_UI8, VT_INT, VT_UINT, VT_ARRAY | VT_I4};
+
 /// A type that no system function knows: coercions and copies fail.
 inline constexpr int kImpossibleType = 0x0FFE;
 
