@@ -39,7 +39,7 @@ source_files() {
 # What the build says is shipped; the texts that go with it; samples that need the published files
 # only. The sample agent goes as a program: its sources need the project's.
 cp -R "$build/bin/." "$stage/"
-source_files README.md docs samples |
+source_files README.md CONTRIBUTING.md docs samples |
     sed -E '/\/CMakeLists\.txt$/d; /\/fetch_host\.cpp$/d; /^samples\/update_agent\//{/\.ini$/!d}' |
     (cd "$root" && xargs cp --parents -t "$stage")
 agent=$stage/samples/update_agent

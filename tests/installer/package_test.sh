@@ -87,7 +87,7 @@ for file in $(cd "$build/bin" && find . -type f -printf '%P\n') \
     samples/{collection,http_service}.{js,vbs} samples/eula_script.js \
     samples/registration_free.{cpp,rc,exe.manifest} \
     VeltHTTPClient12OEM.{dll,tlb,Assembly.manifest} velt.exe velt-trace.exe \
-    include/provider_lib.h include/provider_lib_i.c README.md \
+    include/provider_lib.h include/provider_lib_i.c README.md CONTRIBUTING.md \
     samples/{collection,eula,service,viewer}_host.cpp \
     samples/eula/agreement.rtf samples/eula/texts/JPN.xml \
     samples/update_agent/sample_agent.exe samples/update_agent/update_agent.ini; do

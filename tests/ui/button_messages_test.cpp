@@ -140,9 +140,9 @@ TEST_CASE("Press: while captured, pressed is exactly what the button's window co
 
 TEST_CASE("Release: the parent gets its command while the button still has the capture", "[ui]")
 {
+    std::vector<HWND> captures; // outlives the dialog, whose end brings messages too
     ButtonScene scene;
     scene.Show([&] {
-        std::vector<HWND> captures;
         scene.dialog.onMessage = [&](const TestDialog::Message& got) {
             if (got.message == WM_COMMAND || got.message == WM_LBUTTONUP)
             {

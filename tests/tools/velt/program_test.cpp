@@ -332,11 +332,11 @@ TEST_CASE("velt ping: echoes, and says no in time", "[tools]")
     ProgramResult result = RunVelt({L"ping", L"127.0.0.1"});
     CHECK(result.exitCode == 0);
     CHECK(result.output == "host: 127.0.0.1\naddress: 127.0.0.1\nanswered: yes\n");
-    // Of a range that is not given to hosts.
-    result = RunVelt({L"ping", L"240.0.0.1", L"--timeout", L"100", L"--json"});
+    // The broadcast address of the loopback network, which the system refuses to send to.
+    result = RunVelt({L"ping", L"127.255.255.255", L"--timeout", L"100", L"--json"});
     CHECK(result.exitCode == 1);
     CHECK(result.output ==
-          "{\"host\":\"240.0.0.1\",\"address\":\"240.0.0.1\",\"answered\":false}\n");
+          "{\"host\":\"127.255.255.255\",\"address\":\"127.255.255.255\",\"answered\":false}\n");
     result = RunVelt({L"ping", L"no.such.host.invalid"});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "no.such.host.invalid: "));
