@@ -42,6 +42,7 @@ cp /etc/resolv.conf "$system/etc/resolv.conf"
 exec unshare --mount --pid --fork --kill-child bash -c '
     set -e
     mount --make-rprivate /
+    mount --bind "$1" "$1" # a mount of its own, as the root of a system is
     mount -t proc proc "$1/proc"
     mount -t sysfs sysfs "$1/sys"
     mount --rbind /dev "$1/dev"
