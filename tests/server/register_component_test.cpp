@@ -155,7 +155,8 @@ private:
             return OverridePatch::Original(root, meaning);
         }};
     const RegisterTypeLibPatch m_register{
-        "oleaut32.dll", [this](ITypeLib* library, OLECHAR* path, OLECHAR* folder) {
+        // Headers differ in whether the texts are constant.
+        "oleaut32.dll", [this](ITypeLib* library, auto* path, auto* folder) {
             m_entries.push_back({"register type library", path});
             return RegisterTypeLibPatch::Original(library, path, folder);
         }};

@@ -39,10 +39,12 @@ void PrintThreads()
 }
 
 /// Ends the process when a test case takes longer than the limit.
-class HangWatch final : public Catch::TestEventListenerBase
+using ListenerBase = Catch::TestEventListenerBase; // named differently in Catch2's versions
+
+class HangWatch final : public ListenerBase
 {
 public:
-    using TestEventListenerBase::TestEventListenerBase;
+    using ListenerBase::ListenerBase;
 
     void testCaseStarting(const Catch::TestCaseInfo& info) override
     {
