@@ -2,6 +2,7 @@
 // process of its own, because a library that was loaded once stays.
 
 #include "foundation/unique_file.h"
+#include "tests/support/catch_options.h"
 #include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
@@ -48,8 +49,8 @@ public:
     /// Runs one of the hidden test cases; 0 when it has passed.
     DWORD Run(const std::wstring& testCase) const
     {
-        return velt::test::RunProcess(L"\"" + m_program + L"\" --warn NoTests \"" + testCase +
-                                      L"\"");
+        return velt::test::RunProcess(L"\"" + m_program + L"\"" VELT_FAIL_WITHOUT_TESTS L" \"" +
+                                      testCase + L"\"");
     }
 
 private:

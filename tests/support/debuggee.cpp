@@ -1,6 +1,7 @@
 #include "tests/support/debuggee.h"
 
 #include "foundation/unique_handle.h"
+#include "tests/support/catch_options.h"
 
 #include <array>
 #include <stdexcept>
@@ -20,7 +21,8 @@ public:
         std::array<char, MAX_PATH> program{};
         ::GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
         std::string command = '"' + std::string(program.data()) +
-                              "\" --reporter compact --warn NoTests \"" + testCase + '"';
+                              "\" --reporter compact" VELT_FAIL_WITHOUT_TESTS " \"" + testCase +
+                              '"';
         STARTUPINFOA startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION information{};
