@@ -6,7 +6,7 @@
 # The release is a number or a code name. The system lies below build/debian/<code name>/; it is made
 # once, with debootstrap, and kept for the next time: remove the folder to begin anew. The command
 # runs as root in a copy of the work tree, without its build folder; what it builds stays there, in
-# velt/build. Needs root, because a system is made.
+# checkout/build. Needs root, because a system is made.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -35,7 +35,7 @@ if [ ! -d "$system" ]; then
     velt_logged "debootstrap-$release" debootstrap --variant=minbase "$release" "$system.partial"
     mv "$system.partial" "$system"
 fi
-rsync --archive --delete --exclude=/build "$velt_root/" "$system/velt/"
+rsync --archive --delete --exclude=/build "$velt_root/" "$system/checkout/"
 cp /etc/resolv.conf "$system/etc/resolv.conf"
 
 # What is mounted and what runs goes with the namespaces.
@@ -47,5 +47,5 @@ exec unshare --mount --pid --fork --kill-child bash -c '
     mount -t sysfs sysfs "$1/sys"
     mount --rbind /dev "$1/dev"
     exec chroot "$1" /usr/bin/env -i HOME=/root LANG=C.UTF-8 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-        ${TERM+TERM="$TERM"} bash -c "cd /velt && exec \"\$@\"" "$@"
+        ${TERM+TERM="$TERM"} bash -c "cd /checkout && exec \"\$@\"" "$@"
 ' on_debian.sh "$system" "$@"
