@@ -37,6 +37,18 @@ HMODULE LoadFromSystemFolder(std::string_view ascii) noexcept
     return velt::LoadSystemLibrary(name.data());
 }
 
+/// Has the next calls go to a function by themselves. Some linkers make the pages of the table
+/// read-only; they stay writable afterwards, because other threads may be writing to them too.
+/// Where they cannot be made so, the next call looks again.
+void Keep(FARPROC* entry, FARPROC function) noexcept
+{
+    DWORD before = 0;
+    if (::VirtualProtect(entry, sizeof(*entry), PAGE_READWRITE, &before))
+    {
+        *entry = function;
+    }
+}
+
 /// Called before anything else; the helper takes a function for the answer and does no more.
 FARPROC WINAPI FindLateFunction(unsigned note, DelayLoadInfo* load) noexcept
 {
@@ -55,7 +67,7 @@ FARPROC WINAPI FindLateFunction(unsigned note, DelayLoadInfo* load) noexcept
         // For this call only: the next one looks again.
         return reinterpret_cast<FARPROC>(&ThrowNotFound);
     }
-    *load->ppfn = function; // the next call goes there by itself
+    Keep(load->ppfn, function);
     return function;
 }
 } // namespace
