@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fails and shows the differences when a source file is not as clang-format 14 would have it; with
-# --fix it formats them. Later versions break some lines elsewhere, so where there is none of
+# --fix it formats them. Versions may differ in where they break lines, so where there is none of
 # version 14, nothing is looked at.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
