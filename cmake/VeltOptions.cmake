@@ -20,14 +20,12 @@ if(WIN32)
     target_link_options(velt_options INTERFACE
         -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup -Wl,--no-insert-timestamp
         -Wl,--dynamicbase -Wl,--nxcompat -Wl,--no-seh)
-    # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
-    # native build checks alignment.
-    add_library(velt_checking INTERFACE)
-    target_compile_definitions(velt_checking INTERFACE _GLIBCXX_ASSERTIONS)
-    target_compile_options(velt_checking INTERFACE
-        -fsanitize=undefined -fno-sanitize=alignment -fsanitize-undefined-trap-on-error)
     if(VELT_CHECKED)
-        target_link_libraries(velt_options INTERFACE velt_checking)
+        # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
+        # native build checks alignment.
+        target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)
+        target_compile_options(velt_options INTERFACE
+            -fsanitize=undefined -fno-sanitize=alignment -fsanitize-undefined-trap-on-error)
     endif()
 else()
     target_compile_definitions(velt_options INTERFACE _GLIBCXX_ASSERTIONS)

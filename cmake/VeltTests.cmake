@@ -11,7 +11,7 @@
 #
 # A test that is a script.
 #
-# WAITS marks a test that takes many seconds: ./test --quick leaves it out. Tests that need programs
+# WAITS marks a test that takes many seconds: it is started first, and ./test --quick leaves it out. Tests that need programs
 # of Debian's are labelled so. The target `tests` builds all of them with what they start,
 # `checks` only what the checked build takes from the release, `benches` all benches.
 
@@ -44,6 +44,9 @@ endfunction()
 # much else to do.
 function(velt_label_test name)
     set_tests_properties(${name} PROPERTIES LABELS "${ARGN}" TIMEOUT 1200)
+    if(waits IN_LIST ARGN)
+        set_tests_properties(${name} PROPERTIES COST 100)
+    endif()
 endfunction()
 
 # What the tests check is built for each preset; the checks themselves are not: the checked build

@@ -11,4 +11,4 @@ if ! command -v clang-format-14 >/dev/null; then
     exit 0
 fi
 git ls-files --cached --others --exclude-standard -z -- '*.cpp' '*.h' |
-    xargs -0 clang-format-14 --style=file "${mode[@]}"
+    xargs -0 --max-args=32 --max-procs="$(nproc)" clang-format-14 --style=file "${mode[@]}"
