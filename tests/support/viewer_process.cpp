@@ -217,11 +217,14 @@ std::string ViewerProcess::Errors()
     return ReadToEnd(m_errors.Get());
 }
 
-DWORD ViewerProcess::OutputWaiting() const noexcept
+std::string ViewerProcess::OutputWaiting() const
 {
     DWORD size = 0;
     ::PeekNamedPipe(m_output.Get(), nullptr, 0, nullptr, &size, nullptr);
-    return size;
+    std::string text(size, '\0');
+    ::PeekNamedPipe(m_output.Get(), text.data(), size, &size, nullptr, nullptr);
+    text.resize(size);
+    return text;
 }
 
 std::wstring ViewerProcess::RemoteText(HWND window, UINT message, int item, int part) const

@@ -94,8 +94,8 @@ public:
     std::string Output();
     std::string Errors();
 
-    /// How many bytes of standard output nobody has read yet.
-    DWORD OutputWaiting() const noexcept;
+    /// What of standard output nobody has read yet; it stays there.
+    std::string OutputWaiting() const;
 
 private:
     std::wstring RemoteText(HWND window, UINT message, int item, int part) const;
