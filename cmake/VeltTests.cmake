@@ -2,8 +2,9 @@
 #               [SERVERS] [WAITS]) or
 # velt_add_test(<name> FOLDER <labels> PROGRAM <another test> [ARGS <arguments>])
 #
-# One test program and its ctest test, which carries the product folder as its label, or several. Programs for
-# Windows run in a Wine prefix of their own, named for the test. Tests of what needs no platform are
+# One test program and its ctest test, which carries the product folder as its label, or several. A run
+# that does not reach the program's end fails; see scripts/to_its_end.sh. Programs for Windows run in a
+# Wine prefix of their own, named for the test. Tests of what needs no platform are
 # programs named <folder>_core_test, and are built for both systems. With SERVERS, a real web server
 # and a real proxy run beside the program; see scripts/with_servers.sh and tests/support/real_servers.h.
 #
@@ -111,7 +112,8 @@ function(velt_add_test name)
         set(servers "${PROJECT_SOURCE_DIR}/scripts/with_servers.sh")
     endif()
     add_test(NAME ${name}
-        COMMAND ${servers} ${wine} "$<TARGET_FILE:${arg_PROGRAM}>" ${arg_ARGS})
+        COMMAND "${PROJECT_SOURCE_DIR}/scripts/to_its_end.sh" ${servers} ${wine}
+            "$<TARGET_FILE:${arg_PROGRAM}>" ${arg_ARGS})
     set(labels ${arg_FOLDER})
     if(arg_SERVERS)
         list(APPEND labels debian)
