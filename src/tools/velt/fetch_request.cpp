@@ -4,6 +4,7 @@
 #include "foundation/wide_text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace velt::tool
 {
@@ -54,7 +55,7 @@ FetchRequest::FetchRequest(const std::string& url, const FetchSettings& settings
 }
 
 DWORD FetchRequest::Step(CONNECTION_MANAGER::connection_object&, const std::vector<std::string>&,
-                         bool)
+                         bool) noexcept
 {
     if (m_interrupt.IsSet())
     {
@@ -100,9 +101,9 @@ void FetchRequest::OnBody(const char* body, DWORD lengthBytes)
         RequireWhole(lengthBytes);
         m_target(body, lengthBytes);
     }
-    catch (const CommandFailure& failure)
+    catch (CommandFailure& failure)
     {
-        m_outcome.failure = failure;
+        m_outcome.failure = std::move(failure);
     }
 }
 
@@ -154,9 +155,10 @@ bool FetchRequest::OnStatus(DWORD status, DWORD_PTR)
     return m_interrupt.IsSet() || m_sent > kMostSends;
 }
 
-void FetchRequest::Fail(DWORD error)
+void FetchRequest::Fail(DWORD error) noexcept
 {
-    m_outcome.failure = CommandFailure{HRESULT_FROM_WIN32(error), L"the exchange"};
+    m_noExchange.code = HRESULT_FROM_WIN32(error);
+    m_outcome.failure = std::move(m_noExchange);
 }
 
 void FetchRequest::RequireWhole(DWORD lengthBytes) const

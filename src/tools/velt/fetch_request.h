@@ -75,9 +75,9 @@ public:
         return m_outcome;
     }
 
-    // the worker's calls
+    // the worker's calls; what left a step would end the worker
     DWORD Step(CONNECTION_MANAGER::connection_object& connection,
-               const std::vector<std::string>& probeHosts, bool mayConnect) override;
+               const std::vector<std::string>& probeHosts, bool mayConnect) noexcept override;
     void Complete(CONNECTION_MANAGER::connection_object& connection, DWORD* value) override;
     void OnBody(const char* body, DWORD lengthBytes) override;
     void OnOpened(CHttpFile& file);
@@ -88,7 +88,8 @@ private:
     void OnComplete() override;
     bool OnStatus(DWORD status, DWORD_PTR value) override;
 
-    void Fail(DWORD error);
+    /// The exchange has failed. Once for a request.
+    void Fail(DWORD error) noexcept;
 
     /// Throws when the server has said that there is more of the body.
     void RequireWhole(DWORD lengthBytes) const;
@@ -106,7 +107,8 @@ private:
     std::atomic<bool> m_done = false;
 
     // worker only, until it is done
-    CHttpFile* m_file = nullptr; // while the exchange runs
+    CHttpFile* m_file = nullptr;                          // while the exchange runs
+    CommandFailure m_noExchange{E_FAIL, L"the exchange"}; // made before memory can be out
     FetchOutcome m_outcome;
 };
 } // namespace velt::tool
