@@ -56,4 +56,11 @@ void TraceCurrentException() noexcept
 {
     HResultFromCurrentException();
 }
+
+HRESULT ReportCurrentExceptionAs(HRESULT reported) noexcept
+{
+    TraceCurrentException();
+    NoteTracedFailure(reported);
+    return reported;
+}
 } // namespace velt

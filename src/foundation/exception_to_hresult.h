@@ -14,4 +14,8 @@ HRESULT HResultFromCurrentException() noexcept;
 
 /// Writes that trace, for those whom the exception does not concern further.
 void TraceCurrentException() noexcept;
+
+/// Writes that trace for a failure that is reported by a code of its own, and returns this code: no
+/// other line is written for it.
+HRESULT ReportCurrentExceptionAs(HRESULT reported) noexcept;
 } // namespace velt

@@ -45,6 +45,11 @@ void TraceFailure(HRESULT failure, const char* what) noexcept
     {
         // No thread-local storage.
     }
+    NoteTracedFailure(failure);
+}
+
+void NoteTracedFailure(HRESULT failure) noexcept
+{
     if (std::int32_t* const last = LastFailure())
     {
         *last = failure;

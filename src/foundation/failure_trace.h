@@ -14,7 +14,10 @@ namespace velt
 /// Writes the level 1 trace of a failure; `what` may be empty.
 void TraceFailure(HRESULT failure, const char* what) noexcept;
 
-/// The same for a failure that a COM method returns, unless it is the one that the thread has
+/// Has a failure count as the one that the thread has traced last: the line of its cause stands.
+void NoteTracedFailure(HRESULT failure) noexcept;
+
+/// The same trace for a failure that a COM method returns, unless it is the one that the thread has
 /// traced last since its innermost scope began.
 void TraceReturnedFailure(HRESULT failure) noexcept;
 

@@ -57,8 +57,7 @@ HRESULT SinkList::Advise(IUnknown* sink, DWORD* cookie) noexcept
     }
     catch (...)
     {
-        TraceCurrentException();
-        return CONNECT_E_ADVISELIMIT;
+        return ReportCurrentExceptionAs(CONNECT_E_ADVISELIMIT);
     }
 }
 

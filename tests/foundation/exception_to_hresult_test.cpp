@@ -243,6 +243,33 @@ TEST_CASE("ComMethod: a failure whose exception was traced has one line", "[foun
     CHECK(recorder.Count("failed: 0x80004005") == 1);
 }
 
+TEST_CASE("ReportCurrentExceptionAs: the failure has one line, that of the exception",
+          "[foundation]")
+{
+    TraceRecorder recorder;
+    const auto fail = [](HRESULT reported) {
+        return ComMethod("CTest::Method", [reported] {
+            try
+            {
+                throw SystemException::HRESULT(E_OUTOFMEMORY);
+            }
+            catch (...)
+            {
+                return velt::ReportCurrentExceptionAs(reported);
+            }
+        });
+    };
+    CHECK(fail(E_ABORT) == E_ABORT);
+    const Texts lines = LinesOf(recorder);
+    REQUIRE(lines.size() == 3);
+    CHECK_THAT(lines[1], Catch::StartsWith("1 failed: 0x8007000E operating system error"));
+    CHECK(lines[2] == "4 CTest::Method - return = -2147467260");
+
+    // The next call's failure is another one, though its code is the same.
+    ComMethod("CTest::Method", [] { return E_ABORT; });
+    CHECK(recorder.Count("failed: 0x80004004") == 1);
+}
+
 TEST_CASE("ComMethod: an exception that was overcome does not hide a later failure", "[foundation]")
 {
     TraceRecorder recorder;

@@ -150,11 +150,19 @@ TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
     Fixture f;
     const auto point = EventsOf(f.service.Get());
     DWORD cookie = 0xCDCDCDCD;
+    const std::size_t before = f.trace.Messages().size();
     {
         const Create none("ole32.dll", NoInstance); // no global interface table
         CHECK(point->Advise(&sink, &cookie) == CONNECT_E_ADVISELIMIT);
     }
     CHECK(cookie == 0);
+    // One failure, and one line of it: that of the cause.
+    const auto messages = f.trace.Messages();
+    REQUIRE(messages.size() == before + 3);
+    CHECK(messages[before].text == "CVeltHTTPService::Advise - enter");
+    CHECK(messages[before + 1].level == 1);
+    CHECK_THAT(messages[before + 1].text, Catch::StartsWith("failed: 0x80040154 "));
+    CHECK(messages[before + 2].text == "CVeltHTTPService::Advise - return = -2147220991");
     CHECK(sink.References() == 1);
     CHECK(point->Advise(&sink, &cookie) == S_OK);
 }
