@@ -25,14 +25,23 @@ constexpr DWORD kPollMs = 10;
 constexpr DWORD kHoldSleepMs = 100;
 constexpr DWORD kEndLockMs = 500;
 
-/// Takes the mutex within some time, or does without it; by asking again and again, as the worker
-/// waits.
+/// Takes the mutex while it is worth waiting for, or does without it; by asking again and again, as
+/// the worker waits. `isWorthWaiting` is asked with the milliseconds waited so far.
 class PatientLock
 {
 public:
-    PatientLock(BaseMutex& mutex, DWORD limitMs) : m_mutex(mutex), m_isHeld(mutex.TryLock())
+    template <class Patience>
+    PatientLock(BaseMutex& mutex, Patience&& isWorthWaiting)
+        : m_mutex(mutex),
+          m_isHeld(mutex.TryLock())
     {
-        for (DWORD waitedMs = 0; !m_isHeld && waitedMs < limitMs; waitedMs += kPollMs)
+        // Most have it for a moment only.
+        for (int turn = 0; !m_isHeld && turn < kShortTurns; ++turn)
+        {
+            ::SwitchToThread();
+            m_isHeld = mutex.TryLock();
+        }
+        for (DWORD waitedMs = 0; !m_isHeld && isWorthWaiting(waitedMs); waitedMs += kPollMs)
         {
             ::Sleep(kPollMs);
             m_isHeld = mutex.TryLock();
@@ -56,9 +65,17 @@ public:
     }
 
 private:
+    static constexpr int kShortTurns = 50;
+
     BaseMutex& m_mutex;
     bool m_isHeld;
 };
+
+/// How long the end of a manager waits for the mutex.
+constexpr bool IsWithinEndLimit(DWORD waitedMs) noexcept
+{
+    return waitedMs < kEndLockMs;
+}
 
 /// Calls what a request does beside its steps: a failure of it is the request's own.
 template <class Call>
@@ -102,25 +119,45 @@ struct queue_manager::State
     {
     }
 
+    /// The mutex for a pass. Whoever gives up the manager may have it, and keep it until the worker
+    /// has ended: the worker waits for it only while there is a manager.
+    PatientLock Lock()
+    {
+        return PatientLock(*mutex, [this](DWORD) { return !isOrphan; });
+    }
+
+    bool IsRunning()
+    {
+        const PatientLock lock = Lock();
+        return lock.IsHeld() && isRunning;
+    }
+
     bool IsEmpty()
     {
-        const VeltMutexLock lock(mutex.get());
-        return queue.empty();
+        const PatientLock lock = Lock();
+        return !lock.IsHeld() || queue.empty();
+    }
+
+    /// Arms the manager; whether it was armed.
+    bool Arm()
+    {
+        const PatientLock lock = Lock();
+        return lock.IsHeld() && std::exchange(isArmed, true);
     }
 
     /// The request at a place in the queue; null past its end, and when the manager has gone.
     std::shared_ptr<queue_request> At(std::size_t place)
     {
-        const VeltMutexLock lock(mutex.get());
-        return place < queue.size() && !isOrphan ? queue[place] : nullptr;
+        const PatientLock lock = Lock();
+        return lock.IsHeld() && place < queue.size() && !isOrphan ? queue[place] : nullptr;
     }
 
     /// Takes a request out that was at a place in the queue; it may have moved up meanwhile.
     /// Whether the queue is empty then; nothing when the request, or the manager, has gone.
     std::optional<bool> Remove(const std::shared_ptr<queue_request>& request, std::size_t place)
     {
-        const VeltMutexLock lock(mutex.get());
-        if (isOrphan)
+        const PatientLock lock = Lock();
+        if (!lock.IsHeld() || isOrphan)
         {
             return std::nullopt;
         }
@@ -189,7 +226,7 @@ queue_manager::~queue_manager()
     {
         // Whoever holds it longer is foreign code: a step of hold-and-retry processing, or a
         // notifier that hears of an addition. The worker's grace is for that.
-        const PatientLock lock(*state.mutex, kEndLockMs);
+        const PatientLock lock(*state.mutex, &IsWithinEndLimit);
         state.isRunning = false;
         ::CancelWaitableTimer(state.timer.Get());
         if (lock.IsHeld())
@@ -207,7 +244,7 @@ queue_manager::~queue_manager()
     stop();
     {
         // What could not be had before. A thread that was ended by force has left the mutex.
-        const PatientLock lock(*state.mutex, kEndLockMs);
+        const PatientLock lock(*state.mutex, &IsWithinEndLimit);
         if (lock.IsHeld())
         {
             dropped.swap(state.queue);
@@ -328,8 +365,7 @@ void queue_manager::SetHoldMode(bool hold) noexcept
 
 bool queue_manager::IsRunning()
 {
-    const VeltMutexLock lock(m_mutex.get());
-    return m_state->isRunning;
+    return m_state->IsRunning();
 }
 
 DWORD queue_manager::GetConnectionState() const noexcept
@@ -357,12 +393,9 @@ void queue_manager::Tick(State& state)
 void queue_manager::Execute(State& state)
 {
     const UTrace::Function trace("queue_manager::Execute");
+    if (!state.Arm())
     {
-        const VeltMutexLock lock(state.mutex.get());
-        if (!std::exchange(state.isArmed, true))
-        {
-            return;
-        }
+        return;
     }
     if (state.holdMode)
     {
@@ -377,7 +410,7 @@ void queue_manager::Execute(State& state)
 void queue_manager::Process(State& state)
 {
     const UTrace::Function trace("queue_manager::process");
-    if (!IsRunning() || state.IsEmpty())
+    if (!state.IsRunning() || state.IsEmpty())
     {
         return;
     }
@@ -407,12 +440,12 @@ void queue_manager::ProcessHeld(connection_object& connection)
     }
     State& state = *m_state; // whoever runs the pass keeps it
     AwaitHold(state);
-    const VeltMutexLock lock(state.mutex.get());
+    const PatientLock lock = state.Lock();
     const auto finishes = [&](queue_request& request) {
         return Step(state, request, connection) > queue_request::kUnderWay;
     };
     std::size_t place = 0;
-    while (const auto request = state.At(place))
+    while (const auto request = lock.IsHeld() ? state.At(place) : nullptr)
     {
         if (IsStopSignalled())
         {
@@ -436,8 +469,11 @@ void queue_manager::ProcessHeld(connection_object& connection)
 DWORD queue_manager::Step(State& state, queue_request& request, connection_object& connection)
 {
     const DWORD result = request.Step(connection, state.probeHosts, true);
-    const VeltMutexLock lock(state.mutex.get());
-    state.lastStepResult = result;
+    const PatientLock lock = state.Lock();
+    if (lock.IsHeld())
+    {
+        state.lastStepResult = result;
+    }
     return result;
 }
 
@@ -456,9 +492,12 @@ void queue_manager::AwaitHold(State& state)
     std::shared_ptr<velt::UniqueKernelObject> hold;
     DWORD timeoutMs = 0;
     {
-        const VeltMutexLock lock(state.mutex.get());
-        hold = state.holdEvent;
-        timeoutMs = state.holdTimeoutMs;
+        const PatientLock lock = state.Lock();
+        if (lock.IsHeld())
+        {
+            hold = state.holdEvent;
+            timeoutMs = state.holdTimeoutMs;
+        }
     }
     if (!hold)
     {
@@ -477,8 +516,8 @@ void queue_manager::AwaitHold(State& state)
         }
         waitedMs = ::GetTickCount64() - startMs;
     } while ((timeoutMs == INFINITE || waitedMs < timeoutMs) && !IsStopSignalled());
-    const VeltMutexLock lock(state.mutex.get());
-    if (state.holdEvent == hold)
+    const PatientLock lock = state.Lock();
+    if (lock.IsHeld() && state.holdEvent == hold)
     {
         state.holdEvent.reset();
     }

@@ -2,6 +2,8 @@
 
 #include "connection/queue_manager.h"
 
+#include "tests/connection/grace_watch.h"
+#include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
@@ -37,7 +39,7 @@ using SetEventPatch = ImportPatch<"SetEvent", decltype(::SetEvent)>;
 
 constexpr DWORD kPeriodMs = 20;
 constexpr DWORD kNeverMs = 600'000;
-constexpr DWORD kGraceMs = 5000;
+constexpr DWORD kGraceMs = GraceWatch::kGraceMs;
 
 /// A queue whose memory faults at each use after its end.
 class GuardedQueue final : public queue_manager
@@ -67,14 +69,10 @@ velt::UniqueKernelObject OpenThisThread()
         ::OpenThread(SYNCHRONIZE | THREAD_QUERY_INFORMATION, FALSE, ::GetCurrentThreadId()));
 }
 
-/// Counts how often somebody gives a worker its grace, and whose patience ends.
-struct GraceWatch
+/// Who waits for a worker's end, and whose patience ends.
+struct EndWatch
 {
-    std::atomic<int> graces = 0;
-    WaitPatch waits{"kernel32.dll", [this](HANDLE object, DWORD limitMs) {
-                        graces += limitMs == kGraceMs ? 1 : 0;
-                        return WaitPatch::Original(object, limitMs);
-                    }};
+    GraceWatch grace;
     TerminatePatch ends{"kernel32.dll", [](HANDLE thread, DWORD exitCode) {
                             return TerminatePatch::Original(thread, exitCode);
                         }};
@@ -234,7 +232,7 @@ TEST_CASE("queue_manager: its last reference may be given up on its own worker",
     CAPTURE(static_cast<int>(place), isHeld);
     constexpr int kLives = 5;
     constexpr std::size_t kBytesOfState = 256; // it has more
-    GraceWatch watch;
+    EndWatch watch;
     EndOnWorker(place, isHeld); // what the first of its kind leaves for the next
     const ProcessUsage before = CurrentUsage();
     for (int life = 0; life < kLives; ++life)
@@ -244,7 +242,7 @@ TEST_CASE("queue_manager: its last reference may be given up on its own worker",
     const ProcessUsage after = CurrentUsage();
     CHECK(after.handles <= before.handles);
     CHECK(after.heapBytes < before.heapBytes + kLives * kBytesOfState);
-    CHECK(watch.graces == 0);
+    CHECK(watch.grace.waits == 0);
     CHECK(watch.ends.Calls() == 0);
 }
 
@@ -254,7 +252,7 @@ TEST_CASE("queue_manager: its last reference may be given up inside a tick of th
     const Place place = GENERATE(from_range(std::begin(kPlaces), std::end(kPlaces)));
     const bool isHeld = GENERATE(false, true);
     CAPTURE(static_cast<int>(place), isHeld);
-    GraceWatch watch;
+    EndWatch watch;
     EndFromInside life(place, isHeld);
     queue_manager& queue = life.Queue();
     REQUIRE(queue.begin(kNeverMs) == S_OK);
@@ -293,7 +291,7 @@ TEST_CASE("queue_manager: a worker that waits for a hold ends at once", "[connec
     const DWORD timeoutMs = GENERATE(DWORD{600'000}, INFINITE);
     CAPTURE(timeoutMs);
     TraceRecorder trace;
-    GraceWatch watch;
+    EndWatch watch;
     CallLog log;
     auto manager = std::make_unique<queue_manager>();
     manager->SetHoldMode(true);
@@ -308,9 +306,65 @@ TEST_CASE("queue_manager: a worker that waits for a hold ends at once", "[connec
         ::Sleep(10);
     }
     manager.reset();
-    CHECK(watch.graces == 1);
+    CHECK(watch.grace.waits == 1);
     CHECK(watch.ends.Calls() == 0);
     CHECK(log.All() == Calls{"gone a"});
+}
+
+TEST_CASE("queue_manager: a worker that waits for the mutex ends with the queue", "[connection]")
+{
+    // Whoever gives the last reference up has the mutex himself, and keeps it meanwhile.
+    const bool inStep = GENERATE(true, false);
+    CAPTURE(inStep);
+    constexpr char kPass[] = "queue_manager::Execute - enter";
+    TraceRecorder trace;
+    EndWatch watch;
+    CallLog log;
+    LoggingNotifier notifier(log, "queue");
+    auto* const manager = new GuardedQueue;
+    std::shared_ptr<queue_manager> last(manager);
+    const DWORD own = ::GetCurrentThreadId();
+    const auto passesOfWorker = [&] {
+        const auto messages = trace.Messages();
+        return std::count_if(messages.begin(), messages.end(), [&](const auto& message) {
+            return message.thread != own && message.text == kPass;
+        });
+    };
+    const auto giveUp = [&] {
+        if (last && ::GetCurrentThreadId() == own)
+        {
+            const auto before = passesOfWorker();
+            log.Add(Eventually([&] { return passesOfWorker() > before; }) ? "waits" : "no pass");
+            last.reset();
+        }
+    };
+    manager->SetHoldMode(inStep);
+    for (const char* const name : {"a", "b", "c"})
+    {
+        auto request = std::make_shared<LoggingRequest>(log, name, std::vector<DWORD>{2});
+        if (inStep)
+        {
+            request->onStep = giveUp;
+        }
+        manager->add(request);
+    }
+    REQUIRE(manager->begin(1) == S_OK);
+    manager->OnTimer(); // arms
+    if (inStep)
+    {
+        manager->OnTimer();
+    }
+    else
+    {
+        notifier.onState = [&](bool) { giveUp(); };
+        manager->AddNotifier(&notifier);
+        manager->add(std::make_shared<LoggingRequest>(log, "d"));
+    }
+    CHECK_FALSE(last);
+    CHECK(log.Count("waits") == 1);
+    CHECK(watch.grace.waits == 1);
+    CHECK(watch.ends.Calls() == 0);
+    CHECK(log.Count("gone c") == 1);
 }
 
 TEST_CASE("queue_manager: its destructor does not wait for the mutex without limit", "[connection]")
