@@ -2,7 +2,7 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/unique_handle.h"
-#include "tests/support/import_patch.h"
+#include "tests/connection/grace_watch.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/test_thread.h"
@@ -59,13 +59,12 @@ int CountOf(TraceRecorder& trace, const std::string& start)
     return count;
 }
 
-/// Ends a manager, whose worker has ended already.
+/// Ends a manager whose worker has ended already, or does so when it is asked.
 void EndAtOnce(std::unique_ptr<queue_manager>& manager)
 {
-    const ImportPatch<"TerminateThread", decltype(::TerminateThread)> force(
-        "kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
+    const GraceWatch grace;
     manager.reset();
-    CHECK(force.Calls() == 0); // what a wait in vain ends with
+    CHECK(grace.inVain == 0);
 }
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "connection/queue_manager.h"
 
+#include "tests/connection/grace_watch.h"
 #include "tests/connection/request_queue.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/http_server.h"
@@ -54,7 +55,7 @@ TEST_CASE("queue_manager: 1,000 requests to a real server complete with their bo
 TEST_CASE("queue_manager: 200 lives that end at any moment of an exchange", "[connection]")
 {
     constexpr int kLives = 200;
-    constexpr ULONGLONG kLimitMs = 5000;
+    const GraceWatch grace; // outlives the server's threads, which wait as well
     const HttpServer slow([](HttpExchange& exchange) {
         exchange.Send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n01234");
         ::Sleep(5);
@@ -66,7 +67,6 @@ TEST_CASE("queue_manager: 200 lives that end at any moment of an exchange", "[co
         return (random >> 16) % end;
     };
     std::deque<Fetch> fetches; // all sinks live on, to hear what comes too late
-    ULONGLONG longest = 0;
     std::size_t heard = 0;
     const auto calls = [&] {
         std::size_t count = 0;
@@ -86,9 +86,8 @@ TEST_CASE("queue_manager: 200 lives that end at any moment of an exchange", "[co
             queue.Manager().add(fetches.emplace_back(UrlOptions(slow.Port())).request);
         }
         ::Sleep(next(40));
-        const ULONGLONG before = ::GetTickCount64();
         queue.End();
-        longest = std::max(longest, ::GetTickCount64() - before);
+        REQUIRE(grace.inVain == 0); // each answer comes
         REQUIRE(OpenHandles() == 0);
         if (life % 20 == 19)
         {
@@ -97,7 +96,6 @@ TEST_CASE("queue_manager: 200 lives that end at any moment of an exchange", "[co
             REQUIRE(calls() == heard);
         }
     }
-    CHECK(longest < kLimitMs);
     for (const Fetch& fetch : fetches)
     {
         REQUIRE(fetch.request.use_count() == 1); // let go of
@@ -123,9 +121,8 @@ TEST_CASE("child: a queue that ends while its server is silent", "[.child]")
     asked.Wait();
     const ULONGLONG before = ::GetTickCount64();
     queue.End();
-    const ULONGLONG took = ::GetTickCount64() - before;
-    CHECK(took >= 4900);
-    CHECK(took < kWaitLimitMs); // the server's silence has no end
+    CHECK(::GetTickCount64() - before >=
+          4900); // and it comes back: the server's silence has no end
     const Calls calls = fetch.log.All();
     answer.Set();
     ::Sleep(200); // for what must not come

@@ -2,6 +2,7 @@
 
 #include "foundation/find_function.h"
 #include "foundation/system_exception.h"
+#include "tests/connection/grace_watch.h"
 #include "tests/connection/thread_library.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/process_usage.h"
@@ -26,7 +27,6 @@ using namespace velt::test;
 
 namespace
 {
-constexpr DWORD kGraceMs = 5000;
 constexpr char kTerminating[] = "thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
                                 "returned 258: Terminating Thread!!!";
 
@@ -76,29 +76,6 @@ using ClosePatch = ImportPatch<"CloseHandle", decltype(::CloseHandle)>;
 using SetEventPatch = ImportPatch<"SetEvent", decltype(::SetEvent)>;
 using TerminatePatch = ImportPatch<"TerminateThread", decltype(::TerminateThread)>;
 using UninitializePatch = ImportPatch<"CoUninitialize", decltype(::CoUninitialize)>;
-using WaitPatch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
-
-/// Counts how often somebody waits for as long as a worker's grace lasts, and ends the wait at once
-/// where the test says so.
-struct Grace
-{
-    std::atomic<int> waits = 0;
-    std::atomic<bool> isOver = false;
-    WaitPatch patch{"kernel32.dll", [this](HANDLE object, DWORD limitMs) -> DWORD {
-                        waits += limitMs == kGraceMs ? 1 : 0;
-                        return limitMs == kGraceMs && isOver ? WAIT_TIMEOUT
-                                                             : WaitPatch::Original(object, limitMs);
-                    }};
-};
-
-/// How long a call takes.
-template <class Call>
-ULONGLONG MillisecondsOf(Call&& call)
-{
-    const ULONGLONG before = ::GetTickCount64();
-    call();
-    return ::GetTickCount64() - before;
-}
 
 /// A handle of the test's own on the worker's thread.
 velt::UniqueKernelObject Duplicate(HANDLE thread)
@@ -112,12 +89,12 @@ velt::UniqueKernelObject Duplicate(HANDLE thread)
 
 TEST_CASE("thread_template: stop of one that was never started does nothing", "[connection]")
 {
+    const GraceWatch grace;
     Worker worker;
-    CHECK(MillisecondsOf([&] {
-              worker.stop();
-              worker.stop();
-              worker.SignalStop();
-          }) < kGraceMs);
+    worker.stop();
+    worker.stop();
+    worker.SignalStop();
+    CHECK(grace.waits == 0);
     CHECK(worker.runs == 0);
 }
 
@@ -177,8 +154,10 @@ TEST_CASE("thread_template: stop waits until the worker has ended", "[connection
     const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
     started.Wait();
     CHECK_FALSE(ended);
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs);
+    const GraceWatch grace;
+    worker.stop();
     CHECK(ended);
+    CHECK(grace.inVain == 0);
     CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     DWORD exitCode = 77;
     CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
@@ -225,7 +204,9 @@ TEST_CASE("thread_template: whatever Run throws, stop returns at once", "[connec
     go.Set();
     REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     CHECK(worker.IsStopSignalled()); // OnThreadEnd has closed the event
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
+    const GraceWatch grace;
+    worker.stop();
+    CHECK(grace.inVain == 0);
     CHECK(worker.runs == 1);
 }
 
@@ -239,7 +220,9 @@ TEST_CASE("thread_template: a second Start makes no second thread", "[connection
     const HANDLE first = worker.Start(&worker);
     started.Wait();
     CHECK(worker.Start(&worker) == first);
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs);
+    const GraceWatch grace;
+    worker.stop();
+    CHECK(grace.inVain == 0);
     CHECK(worker.runs == 1);
 }
 
@@ -262,7 +245,9 @@ TEST_CASE("thread_template: a worker that has ended by itself is stopped at once
     go.Set();
     REQUIRE(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     worker.SignalStop(); // nothing to signal
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs / 2);
+    const GraceWatch grace;
+    worker.stop();
+    CHECK(grace.inVain == 0);
 }
 
 TEST_CASE("thread_template: a worker that ignores the signal is ended by force after 5 s",
@@ -271,7 +256,7 @@ TEST_CASE("thread_template: a worker that ignores the signal is ended by force a
     TraceRecorder trace;
     TestEvent started;
     const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    Grace grace;
+    GraceWatch grace;
     std::atomic<bool> isIdle = true;
     std::atomic<bool> ended = false;
     Worker worker([&](Worker& self) {
@@ -334,7 +319,7 @@ TEST_CASE("thread_template: a worker that ends as its grace does is left alone",
         return SetEventPatch::Original(event);
     });
     const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
-    Grace grace;
+    GraceWatch grace;
     velt::UniqueKernelObject copy;
     {
         Worker worker([&](Worker&) { thread = ::GetCurrentThreadId(); });
@@ -353,7 +338,7 @@ TEST_CASE("thread_template: a worker that ends as its grace does is left alone",
 TEST_CASE("thread_template: stop on the worker only asks", "[connection]")
 {
     TestEvent asked;
-    Grace grace;
+    GraceWatch grace;
     const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
     std::atomic<bool> isSignalled = false;
     Worker worker([&](Worker& self) {
@@ -374,7 +359,7 @@ TEST_CASE("thread_template: stop on the worker only asks", "[connection]")
 TEST_CASE("thread_template: a worker may go on its own thread", "[connection]")
 {
     const bool throws = GENERATE(false, true);
-    Grace grace;
+    GraceWatch grace;
     const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
     const auto live = [throws] {
         TestEvent handedOver;
@@ -529,7 +514,7 @@ TEST_CASE("thread_template: on behalf of a thread that others ended, stop does i
     TraceRecorder trace;
     TestEvent started;
     const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    Grace grace;
+    GraceWatch grace;
     Worker worker([&](Worker&) {
         started.Set();
         ::WaitForSingleObject(never.Get(), INFINITE);
@@ -637,7 +622,9 @@ TEST_CASE("thread_template: TryStop says whether the worker has ended", "[connec
     CHECK_FALSE(ownAnswer);
     CHECK_FALSE(worker.TryStop(1));
     goOn.Set();
-    CHECK(worker.TryStop(kGraceMs));
+    CHECK(worker.TryStop(kWaitLimitMs));
     CHECK(worker.TryStop(0));
-    CHECK(MillisecondsOf([&] { worker.stop(); }) < kGraceMs); // still finds the end
+    const GraceWatch grace;
+    worker.stop(); // still finds the end
+    CHECK(grace.inVain == 0);
 }
