@@ -1,6 +1,7 @@
 #include "tests/support/component_library.h"
 #include "tests/support/debuggee.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/late_bound.h"
 #include "tests/support/variants.h"
 
@@ -17,6 +18,8 @@ using namespace velt::test;
 namespace
 {
 using Texts = std::vector<std::string>;
+using AllocatePatch = ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)>;
+using CreateKeyPatch = ImportPatch<"RegCreateKeyExW", decltype(::RegCreateKeyExW)>;
 
 constexpr DISPID kAdd = 2;
 constexpr DISPID kRemove = 3;
@@ -124,6 +127,31 @@ TEST_CASE("child: late-bound calls whose member fails", "[.child]")
     }
 }
 
+TEST_CASE("child: a late-bound call whose member throws", "[.child]")
+{
+    const ComponentLibrary library;
+    const auto object = library.Create<IDispatch>(CLSID_CVeltHTTPService);
+    const LateBound service(object.Get());
+    const DISPID id = service.Find(L"GetDomain");
+    REQUIRE(id != DISPID_UNKNOWN);
+    const AllocatePatch noMemory(
+        "oleaut32.dll", [](const wchar_t*, UINT) -> BSTR { return nullptr; },
+        ::GetModuleHandleW(L"VeltHTTPClient12OEM.dll"));
+    _variant_t domain;
+    REQUIRE(service.Invoke(id, DISPATCH_METHOD, {}, &domain) == E_OUTOFMEMORY);
+}
+
+TEST_CASE("child: a registration that fails", "[.child]")
+{
+    const ComponentLibrary library;
+    const CreateKeyPatch refuses(
+        "advapi32.dll",
+        [](HKEY, const wchar_t*, DWORD, wchar_t*, DWORD, REGSAM, SECURITY_ATTRIBUTES*, HKEY*,
+           DWORD*) -> LSTATUS { return ERROR_ACCESS_DENIED; },
+        ::GetModuleHandleW(L"VeltHTTPClient12OEM.dll"));
+    REQUIRE(library.RegisterServer() == E_ACCESSDENIED);
+}
+
 TEST_CASE("child: exports that fail", "[.child]")
 {
     const ComponentLibrary library;
@@ -171,6 +199,30 @@ TEST_CASE("Trace at the debugger: a late-bound call whose member fails is writte
     REQUIRE(lines.size() == 4 + expected.size());
     lines.erase(lines.begin(), lines.begin() + 4);
     CHECK(lines == expected);
+}
+
+TEST_CASE("Trace at the debugger: a late-bound call whose member throws is written once, there",
+          "[foundation]")
+{
+    const DebuggeeRun run = RunUnderDebugger("child: a late-bound call whose member throws");
+    CHECK(run.exitCode == 0);
+    const Texts lines = LinesOf(run);
+    REQUIRE(lines.size() == 4 + 3);
+    CHECK(lines[4] == "CVeltHTTPService::GetDomain - enter");
+    CHECK_THAT(lines[5], Catch::StartsWith("  failed: 0x8007000E "));
+    CHECK(lines[6] == "CVeltHTTPService::GetDomain - return = -2147024882");
+}
+
+TEST_CASE("Trace at the debugger: a registration that fails is written", "[foundation]")
+{
+    const DebuggeeRun run = RunUnderDebugger("child: a registration that fails");
+    CHECK(run.exitCode == 0);
+    const Texts lines = LinesOf(run);
+    REQUIRE(lines.size() == 4);
+    CHECK(lines[0] == "DllRegisterServer - enter");
+    CHECK_THAT(lines[1], Catch::StartsWith("  registering for "));
+    CHECK_THAT(lines[2], Catch::StartsWith("  failed: 0x80070005 "));
+    CHECK(lines[3] == "DllRegisterServer - return = -2147024891");
 }
 
 TEST_CASE("Trace at the debugger: failures of exports and of class factories are written",

@@ -65,6 +65,60 @@ private:
     TestEvent m_goOn;
     ApartmentThread m_apartment; // last: it ends while the rest is there
 };
+/// Has the system's global interface table refuse to let one entry go, the first that it is asked
+/// to.
+class RefusingTable
+{
+public:
+    explicit RefusingTable(HRESULT failure)
+    {
+        velt::ThrowIfFailed(::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr,
+                                               CLSCTX_INPROC_SERVER, IID_PPV_ARGS(&m_table)));
+        m_slot = *reinterpret_cast<void***>(m_table.Get()) + kRevokeSlot;
+        s_original = reinterpret_cast<Function>(*m_slot);
+        s_failure = failure;
+        s_refusals = 0;
+        Write(reinterpret_cast<void*>(&RefusingTable::Revoke));
+    }
+
+    RefusingTable(const RefusingTable&) = delete;
+    RefusingTable& operator=(const RefusingTable&) = delete;
+
+    ~RefusingTable()
+    {
+        Write(reinterpret_cast<void*>(s_original));
+    }
+
+    int Refusals() const noexcept
+    {
+        return s_refusals;
+    }
+
+private:
+    using Function = HRESULT(STDMETHODCALLTYPE*)(IGlobalInterfaceTable*, DWORD);
+
+    static constexpr std::size_t kRevokeSlot = 4; // behind IUnknown's and the registering
+
+    static HRESULT STDMETHODCALLTYPE Revoke(IGlobalInterfaceTable* table, DWORD entry)
+    {
+        return s_refusals.exchange(1) == 0 ? s_failure.load() : s_original(table, entry);
+    }
+
+    void Write(void* function) noexcept
+    {
+        DWORD protection = 0;
+        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
+        *m_slot = function;
+        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
+    }
+
+    inline static Function s_original = nullptr;
+    inline static std::atomic<HRESULT> s_failure = E_FAIL;
+    inline static std::atomic<int> s_refusals = 0;
+
+    Microsoft::WRL::ComPtr<IGlobalInterfaceTable> m_table;
+    void** m_slot = nullptr;
+};
 } // namespace
 
 TEST_CASE("Sinks: giving one of another apartment back holds nobody up", "[service]")
@@ -132,6 +186,23 @@ TEST_CASE("Sinks: one that stays in the table is tried again, whatever the failu
     f.onTable = [&] { return fails.exchange(false) ? failure : S_FALSE; };
     CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
     CHECK_FALSE(fails);
+    Fixture::Await([&] { return sink.References() == 1; });
+}
+
+TEST_CASE("Sinks: one that the table does not let go is tried again, whatever the failure",
+          "[service]")
+{
+    const HRESULT failure =
+        GENERATE(CO_E_NOTINITIALIZED, RPC_E_DISCONNECTED, RPC_E_WRONG_THREAD, E_FAIL);
+    CAPTURE(failure);
+    Fixture f;
+    RecordingSink sink;
+    const DWORD cookie = Advise(f.service.Get(), &sink);
+    {
+        const RefusingTable table(failure);
+        CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
+        CHECK(table.Refusals() == 1);
+    }
     Fixture::Await([&] { return sink.References() == 1; });
 }
 
