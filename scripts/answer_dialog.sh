@@ -8,7 +8,7 @@
 set -euo pipefail
 picture=$1
 answer=$2
-limit_s=30
+limit_s=120
 
 # screen <file>: what is on the screen.
 screen() {
@@ -37,12 +37,50 @@ for _ in $(seq $((limit_s * 4))); do
 done
 convert "$picture" -crop "${WIDTH}x$HEIGHT+$X+$Y" +repage "$picture"
 
-# click <x> <y>: at a place of the dialog, given in the units of its template, 411 x 259.
-click() {
-    xdotool mousemove $((X + WIDTH * $1 / 411)) $((Y + HEIGHT * $2 / 259)) click 1
+# point_at <x> <y>: a place of the dialog, given in the units of its template, 411 x 259.
+point_at() {
+    xdotool mousemove $((X + WIDTH * $1 / 411)) $((Y + HEIGHT * $2 / 259))
 }
+
+# until_done <x> <y> <command...>: clicks at a place, as often as it takes until the command says
+# that this has had its effect.
+until_done() {
+    local x=$1 y=$2 look
+    shift 2
+    for _ in $(seq "$limit_s"); do
+        point_at "$x" "$y"
+        xdotool click 1
+        xdotool mousemove 2 2
+        for look in $(seq 10); do
+            "$@" && return 0
+            sleep 0.1
+        done
+    done
+    echo "answer_dialog.sh: a click at $x, $y has no effect" >&2
+    exit 1
+}
+
+# The circles of the choices, whose pictures change places when the other one is chosen.
+choices() {
+    import -window root -depth 8 -crop "$((WIDTH * 16 / 411))x$((HEIGHT * 34 / 259))+$((X + WIDTH * \
+        14 / 411))+$((Y + HEIGHT * 200 / 259))" rgb:-
+}
+has_changed() {
+    ! cmp -s <(choices) "$before"
+}
+has_gone() {
+    ! xdotool getwindowname "$dialog" >/dev/null 2>&1
+}
+
 case $answer in
-accept) click 22 224 ;;
-decline) click 22 209 ;;
+accept)
+    choices >"$before"
+    until_done 22 224 has_changed
+    ;;
+decline)
+    # It is chosen already, so that nothing changes.
+    point_at 22 209
+    xdotool click 1
+    ;;
 esac
-click 205 240
+until_done 205 240 has_gone

@@ -74,7 +74,7 @@ answer_of() {
     local line
     exec 3<>"/dev/tcp/127.0.0.1/$1" || return 1
     printf 'GET %s HTTP/1.0\r\n\r\n' "$2" >&3
-    while read -r -t 5 line; do
+    while read -r -t 60 line; do
         printf '%s\n' "$line"
     done <&3
     exec 3>&-

@@ -2,6 +2,7 @@
 
 #include "foundation/wide_text.h"
 #include "tests/samples/sample_runs.h"
+#include "tests/support/press_button.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/viewer_process.h"
 #include "ui/resources/resource_ids.h"
@@ -53,9 +54,9 @@ TEST_CASE("eula samples: print the user's answer", "[ui]")
     REQUIRE(dialog);
     if (choice != VELT_EULA_OK)
     {
-        ::SendMessageW(::GetDlgItem(dialog, choice), BM_CLICK, 0, 0);
+        CHECK(Choose(dialog, choice));
     }
-    ::PostMessageW(::GetDlgItem(dialog, VELT_EULA_OK), BM_CLICK, 0, 0);
+    CHECK(PressUntilGone(dialog, VELT_EULA_OK));
     thread.Join();
     CHECK(run.exitCode == 0);
     CHECK(run.lines == Lines{choice == VELT_EULA_ACCEPT ? "accepted" : "declined"});

@@ -9,6 +9,7 @@
 #include <catch.hpp>
 
 #include <string>
+#include <vector>
 
 using namespace velt::test;
 
@@ -57,9 +58,22 @@ TEST_CASE("The service: released while its worker calls another process", "[serv
     Advise(f.service.Get(), &sink);
     CHECK(f.Start() == S_OK);
     agent.WaitForCall("RegisterProduct");
-    const ULONGLONG before = ::GetTickCount64();
-    f.service.Reset();
-    CHECK(::GetTickCount64() - before < kAtOnceMs); // somebody else waits
+    const DWORD own = ::GetCurrentThreadId();
+    std::vector<DWORD> waits; // of the last Release
+    {
+        using Patch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
+        const Patch patch("kernel32.dll", [&](HANDLE object, DWORD limitMs) {
+            const bool isOwn = ::GetCurrentThreadId() == own;
+            if (isOwn && limitMs > 0)
+            {
+                waits.push_back(limitMs);
+            }
+            return Patch::Original(object, limitMs);
+        });
+        f.service.Reset();
+        CHECK(waits == std::vector<DWORD>{200}); // the rest of it is somebody else's
+        f.AwaitEnd();                            // whose calls come here as well
+    }
     CHECK(sink.References() == 1);
     f.AwaitEnd();
     CHECK(f.trace.Count(kTerminating) == 0);

@@ -23,9 +23,6 @@
 
 namespace velt::test
 {
-/// Half of what a worker that does not end is given.
-inline constexpr ULONGLONG kAtOnceMs = 2500;
-
 inline constexpr char kTerminating[] =
     "thread_template::stop WaitForSingleObject m_hWaitThreadEvent "
     "returned 258: Terminating Thread!!!";

@@ -6,6 +6,7 @@
 #include "tests/support/environment_variable.h"
 #include "tests/support/message_module.h"
 #include "tests/support/missing_system_library.h"
+#include "tests/support/press_button.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/velt/velt_program.h"
@@ -391,8 +392,8 @@ TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
     }
     REQUIRE(accepting);
     const HWND dialog = ::GetParent(accepting);
-    ::SendMessageW(accept ? accepting : ::GetDlgItem(dialog, VELT_EULA_DECLINE), BM_CLICK, 0, 0);
-    ::PostMessageW(::GetDlgItem(dialog, VELT_EULA_OK), BM_CLICK, 0, 0);
+    CHECK(Choose(dialog, accept ? VELT_EULA_ACCEPT : VELT_EULA_DECLINE));
+    CHECK(PressUntilGone(dialog, VELT_EULA_OK));
     const ProgramResult result = run.Wait();
     CHECK(result.exitCode == (accept ? 0U : 1U));
     CHECK(result.output == (accept ? "accepted: yes\n" : "accepted: no\n"));
