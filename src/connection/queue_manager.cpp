@@ -123,7 +123,7 @@ struct queue_manager::State
     /// has ended: the worker waits for it only while there is a manager.
     PatientLock Lock()
     {
-        return PatientLock(*mutex, [this](DWORD) { return !isOrphan; });
+        return {*mutex, [this](DWORD) { return !isOrphan; }};
     }
 
     bool IsRunning()

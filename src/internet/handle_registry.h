@@ -53,7 +53,12 @@ public:
 
     bool IsOpen() const noexcept
     {
-        return !m_ended && (!m_parent || m_parent->IsOpen());
+        const HandleEntry* entry = this;
+        while (entry && !entry->m_ended)
+        {
+            entry = entry->m_parent.get();
+        }
+        return !entry; // neither it nor what it was opened from has ended
     }
 
     /// Ends the handle. Whether it was open: then, and only then, it is the caller's to close.
@@ -66,7 +71,12 @@ public:
     /// The session that the handle belongs to; null once that is destroyed.
     CInternetSession* Session() const noexcept
     {
-        return m_parent ? m_parent->Session() : m_session.load();
+        const HandleEntry* first = this;
+        while (first->m_parent)
+        {
+            first = first->m_parent.get();
+        }
+        return first->m_session;
     }
 
     /// The session is destroyed.
