@@ -2,6 +2,7 @@
 
 #include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/type_library_text.h"
 
 #include <provider_lib.h>
@@ -81,7 +82,7 @@ TEST_CASE("ProviderLib: carries its identity, version and help text", "[server]"
     CHECK(attributes->wMajorVerNum == 1);
     CHECK(attributes->wMinorVerNum == 0);
     CHECK(attributes->lcid == 0);
-    CHECK(attributes->syskind == SYS_WIN32);
+    CHECK(attributes->syskind == velt::test::kEdition.systemKind);
     CHECK((attributes->wLibFlags & (LIBFLAG_FRESTRICTED | LIBFLAG_FHIDDEN)) == 0);
     library->ReleaseTLibAttr(attributes);
 

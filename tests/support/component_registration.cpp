@@ -1,5 +1,7 @@
 #include "tests/support/component_registration.h"
 
+#include "tests/support/edition.h"
+
 #include <array>
 #include <string_view>
 
@@ -142,7 +144,7 @@ RegistryTree ExpectedTypeLibraryKeys(const std::wstring& library)
     tree[key] = {};
     tree[key + L"\\1.0"][L""] = TextValue(L"VeltHTTPClient 1.0 Type Library");
     tree[key + L"\\1.0\\0"] = {};
-    tree[key + L"\\1.0\\0\\win32"][L""] = TextValue(library);
+    tree[key + L"\\1.0\\0\\" + kEdition.system][L""] = TextValue(library);
     tree[key + L"\\1.0\\FLAGS"][L""] = TextValue(L"0");
     tree[key + L"\\1.0\\HELPDIR"][L""] = TextValue(library.substr(0, library.rfind(L'\\')));
     for (const InterfaceKeys& row : kInterfaces)
