@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+// The list of arguments of FormatMessageW carries an attribute that a template does not see.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
 using namespace velt::test;
 
 namespace
