@@ -13,9 +13,6 @@
 #include <string_view>
 #include <vector>
 
-// The list of arguments of FormatMessageW carries an attribute that a template does not see.
-#pragma GCC diagnostic ignored "-Wignored-attributes"
-
 using velt::HResultText;
 using velt::Win32ErrorText;
 using velt::test::BesideProgram;

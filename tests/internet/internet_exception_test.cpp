@@ -14,9 +14,6 @@
 #include <utility>
 #include <vector>
 
-// The list of arguments of FormatMessageW carries an attribute that a template does not see.
-#pragma GCC diagnostic ignored "-Wignored-attributes"
-
 using namespace velt::test;
 
 namespace

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace velt::test
 {
@@ -81,17 +82,38 @@ void EvenOutFlags(RegistryValues& values)
     }
 }
 
+/// What 64-bit Windows keeps for programs of 32 bits. Some of it is the very keys of all others,
+/// and the interfaces of a type library are written to both.
+constexpr std::wstring_view kOtherView = L"Wow6432Node\\";
+
+/// Without what the other view has the same.
+void EvenOutViews(RegistryTree& tree)
+{
+    std::erase_if(tree, [&](const auto& entry) {
+        const auto& [path, values] = entry;
+        const auto own =
+            path.starts_with(kOtherView) ? tree.find(path.substr(kOtherView.size())) : tree.end();
+        return own != tree.end() && own->second == values;
+    });
+}
+
 RegistryTree EvenedOut(const RegistryTree& tree)
 {
-    constexpr std::wstring_view kWineTypeLib = L"Typelib";
+    // Wine's names of keys, and Windows'.
+    constexpr std::pair<std::wstring_view, std::wstring_view> kNames[] = {{L"Typelib", L"TypeLib"},
+                                                                          {L"AppId", L"AppID"}};
     RegistryTree result;
     for (const auto& [treePath, treeValues] : tree)
     {
-        std::wstring path = treePath;
+        const std::size_t view = treePath.starts_with(kOtherView) ? kOtherView.size() : 0;
+        std::wstring path = treePath.substr(view);
         RegistryValues values = treeValues;
-        if (path.starts_with(kWineTypeLib))
+        for (const auto& [from, to] : kNames)
         {
-            path.replace(0, kWineTypeLib.size(), L"TypeLib");
+            if (path.starts_with(from))
+            {
+                path.replace(0, from.size(), to);
+            }
         }
         if (path == std::wstring(L"TypeLib\\") + kTypeLibrary + L"\\1.0\\FLAGS")
         {
@@ -104,9 +126,10 @@ RegistryTree EvenedOut(const RegistryTree& tree)
         }
         if (!own16BitProxy)
         {
-            result.emplace(std::move(path), std::move(values));
+            result.emplace(treePath.substr(0, view) + path, std::move(values));
         }
     }
+    EvenOutViews(result);
     return result;
 }
 } // namespace
@@ -181,6 +204,7 @@ void DeleteComponentKeys(HKEY root, const std::wstring& path)
     for (const std::wstring& key : OwnKeys())
     {
         ::RegDeleteTreeW(root, Below(path, key).c_str());
+        ::RegDeleteTreeW(root, Below(path, kOtherView.data() + key).c_str());
     }
 }
 

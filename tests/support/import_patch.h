@@ -11,6 +11,10 @@
 #include <string>
 #include <utility>
 
+// A function's type can carry attributes, as the lists of arguments of 64 bits do, which a template
+// does not see.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
 namespace velt::test
 {
 /// The place in a module's import table where the address of a function stands; null is this
