@@ -38,7 +38,7 @@ public:
     /// answers E_INVALIDARG for every position that does not exist.
     HRESULT RemoveAt(LONG position) noexcept;
 
-    /// Appends the 16 bytes as they are, also when they lie in the collection itself.
+    /// Appends the bytes as they are, also when they lie in the collection itself.
     /// Throws std::bad_alloc.
     void Append(const VARIANT& value);
 
