@@ -126,7 +126,12 @@ Lines FromRegistration()
     for (const auto& [path, values] : velt::test::Merge(
              velt::test::ExpectedClassKeys(library), velt::test::ExpectedTypeLibraryKeys(library)))
     {
-        const std::string key = "| `" + velt::Utf8FromWide(path) + "` | ";
+        std::string place = velt::Utf8FromWide(path);
+        if (place.ends_with("\\win64"))
+        {
+            place.replace(place.size() - 2, 2, "32"); // the guide names the 32-bit edition's key
+        }
+        const std::string key = "| `" + place + "` | ";
         if (values.empty())
         {
             lines.push_back(key + "| |");
