@@ -1,13 +1,13 @@
 # What widl makes from the IDL files: the type library, the published header and the identifiers,
 # and the update agent's header.
 
-find_program(VELT_WIDL NAMES i686-w64-mingw32-widl widl REQUIRED)
+find_program(VELT_WIDL NAMES ${VELT_TRIPLE}-widl i686-w64-mingw32-widl widl REQUIRED)
 # The cross tools bring no IDL files; Wine's are the same, and its stdole2.tlb too.
 find_path(VELT_IDL_DIR oaidl.idl
     PATHS /usr/include/wine/wine/windows /usr/include/wine/windows "$ENV{MINGW_PREFIX}/include"
     NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 find_path(VELT_STDOLE_DIR stdole2.tlb
-    PATHS /usr/lib/i386-linux-gnu/wine/i386-windows "$ENV{SystemRoot}/SysWOW64"
+    PATHS ${VELT_WINE_LIBRARIES}
     NO_CMAKE_FIND_ROOT_PATH REQUIRED)
 # widl writes the time of day into a type library. With a fixed one, builds can be compared.
 find_program(VELT_FAKETIME NAMES faketime)
@@ -29,7 +29,7 @@ function(velt_idl_output idl output kind)
     get_filename_component(file "${idl}" NAME)
     add_custom_command(
         OUTPUT "${output}"
-        COMMAND ${widl} -m32 ${kind} -I "${VELT_IDL_DIR}" -L "${VELT_STDOLE_DIR}" -o "${output}"
+        COMMAND ${widl} ${VELT_WIDL_EDITION} ${kind} -I "${VELT_IDL_DIR}" -L "${VELT_STDOLE_DIR}" -o "${output}"
             "${file}"
         WORKING_DIRECTORY "${folder}"
         DEPENDS "${PROJECT_SOURCE_DIR}/${idl}"

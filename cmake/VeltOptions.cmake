@@ -14,12 +14,12 @@ if(WIN32)
     target_compile_definitions(velt_options INTERFACE
         UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601 WINVER=0x0601)
     # No run-time DLL of the compiler's beside ours; the linker leaves out what nobody calls. The
-    # image says that it has no structured exception handlers, can be moved and holds no code in
-    # its data. No time stamp: two builds of one commit are the same bytes.
+    # image says that it can be moved and holds no code in its data. No time stamp: two builds of one
+    # commit are the same bytes.
     target_compile_options(velt_options INTERFACE -ffunction-sections -fdata-sections)
     target_link_options(velt_options INTERFACE
         -static -Wl,--gc-sections -Wl,--enable-stdcall-fixup -Wl,--no-insert-timestamp
-        -Wl,--dynamicbase -Wl,--nxcompat -Wl,--no-seh)
+        -Wl,--dynamicbase -Wl,--nxcompat ${VELT_IMAGE_OPTIONS})
     if(VELT_CHECKED)
         # The system's marshallers ask for interfaces by IIDs at odd places in their own data; the
         # native build checks alignment.

@@ -29,6 +29,21 @@ function(velt_delay_load target)
     target_link_libraries(${target} PRIVATE delayimp)
 endfunction()
 
+# velt_wrap(<target> <function>): has the linker send the calls of a function to one of the target's.
+function(velt_wrap target function)
+    target_link_options(${target} PRIVATE "-Wl,--wrap=${function}")
+endfunction()
+
+# velt_wrap_import(<target> <function of the system's> <bytes of its arguments in 32 bits>): the same;
+# see src/server/run_time_symbols.h.
+function(velt_wrap_import target function bytes)
+    if(VELT_ARCHITECTURE STREQUAL x86)
+        velt_wrap(${target} "_imp__${function}@${bytes}")
+    else()
+        velt_wrap(${target} "__imp_${function}")
+    endif()
+endfunction()
+
 # velt_split_symbols(<target>): moves the symbols of a shipped program into <target>.debug in the
 # build folder. strip writes a time stamp: the fixed one of the type library.
 function(velt_split_symbols target)

@@ -54,7 +54,8 @@ endfunction()
 # links those that the release has compiled, in this folder. They carry the assertions and traps
 # of the checked build in both.
 if(VELT_CHECKED)
-    set(VELT_CHECKS_DIR "${PROJECT_SOURCE_DIR}/build/release/checks" CACHE PATH "The release's tests")
+    set(VELT_CHECKS_DIR "${PROJECT_SOURCE_DIR}/build/${VELT_RELEASE_PRESET}/checks" CACHE PATH
+        "The release's tests")
 else()
     set(VELT_CHECKS_DIR "${PROJECT_BINARY_DIR}/checks")
 endif()

@@ -17,11 +17,12 @@ mkdir -p "$(dirname "$output")"
 cd "$(dirname "$output")"
 output=$(basename "$output")
 definition=${output%.a}.def
+prefix=$("$compiler" -E -P -xc - <<<__USER_LABEL_PREFIX__) # of all symbols
 {
     echo "LIBRARY $name.dll"
     echo EXPORTS
     "$nm" "$("$compiler" -print-file-name="lib$name.a")" 2>/dev/null |
-        sed -n 's/.* I __imp__//p' | sort -u
+        sed -n "s/.* I __imp_$prefix//p" | sort -u
 } >"$definition"
 rm -f "$output"
 "$dlltool" --deterministic-libraries --kill-at --input-def "$definition" --output-delaylib "$output"

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Runs a Windows program in a Wine prefix and on a virtual screen of its own.
 #
-#   in_wine.sh [--keep] [--show] [--beside <command>] <prefix> <program> [argument...]
+#   in_wine.sh [--keep] [--both] [--show] [--beside <command>] <prefix> <program> [argument...]
 #
 # The prefix is a folder below the build folder. It is made anew for each run, so that nothing is
-# left of earlier ones; with --keep an existing one is used again. The user's own prefix is never
+# left of earlier ones; with --keep an existing one is used again. It is one of 64-bit Windows, where
+# programs of both kinds run, when the program is a file of such a one or with --both, else one of
+# 32-bit Windows. The user's own prefix is never
 # touched, and the user's display only with --show, which puts the program on it. With --beside, a
 # shell command runs on the same screen and ends before this script does; it uses the screen as a
 # person would. A new prefix has the file C:\full.txt, whose disk is full. The exit code is the
@@ -12,11 +14,13 @@
 set -eu
 
 keep=
+windows=
 show=
 beside=
 while :; do
     case "${1:-}" in
     --keep) keep=1 ;;
+    --both) windows=win64 ;;
     --show) show=1 ;;
     --beside)
         beside=$2
@@ -27,17 +31,33 @@ while :; do
     shift
 done
 if [ -z "${1:-}" ] || [ -z "${2:-}" ]; then
-    echo "usage: in_wine.sh [--keep] [--show] [--beside <command>] <prefix> <program> [argument...]" >&2
+    echo "usage: in_wine.sh [--keep] [--both] [--show] [--beside <command>] <prefix> <program> [argument...]" >&2
     exit 2
 fi
 prefix=$(realpath -m "$1")
 shift
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-template=$root/build/wine/template
-made=$template/.made-5 # another name for each change of how it is made
+# number_at <file> <offset> <bytes>: a number of that size in a file; nothing past its end.
+number_at() {
+    od -An -t "u$3" -j "$2" -N "$3" "$1" | tr -d ' '
+}
+kept=
+[ -z "$keep" ] || [ ! -d "$prefix" ] || kept=1
+if [ -n "$kept" ]; then
+    windows=$(sed -n 's/^#arch=//p' "$prefix/system.reg")
+elif [ -z "$windows" ]; then
+    windows=win32
+    # The processor is the first thing in the header, which the word at 60 leads to.
+    if [ -f "$1" ] && [ "$(number_at "$1" $(($(number_at "$1" 60 4) + 4)) 2)" = $((0x8664)) ]; then
+        windows=win64
+    fi
+fi
 
-export WINEARCH=win32
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+template=$root/build/wine/template-$windows
+made=$template/.made-6 # another name for each change of how it is made
+
+export WINEARCH=$windows
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
 export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=;winedbg.exe="
 unset WAYLAND_DISPLAY
@@ -74,26 +94,27 @@ mkdir -p "$root/build/wine"
     flock 9
     if [ ! -e "$made" ]; then
         rm -rf "$template"
-        WINEPREFIX=$template wineboot -i >"$root/build/wine/wineboot.log" 2>&1
+        log=$root/build/wine/wineboot-$windows.log
+        WINEPREFIX=$template wineboot -i >"$log" 2>&1
         # Where a font lacks a character, Windows takes it from the fonts linked to that one; the
         # font is the one that stands for all that Windows has for its dialogs.
         for font in 'Liberation Sans' 'Liberation Sans Bold'; do
             WINEPREFIX=$template wine reg add \
                 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontLink\SystemLink' /f \
                 /v "$font" /t REG_MULTI_SZ \
-                /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
+                /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$log"
         done
         # A rich edit control takes only the font that is named.
         for font in 'MS Gothic' SimSun; do
             WINEPREFIX=$template wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /f \
-                /v "$font" /d 'Droid Sans Fallback' >>"$root/build/wine/wineboot.log"
+                /v "$font" /d 'Droid Sans Fallback' >>"$log"
         done
         WINEPREFIX=$template wineserver -w
         touch "$made"
     fi
-) 9>"$root/build/wine/template.lock"
+) 9>"$template.lock"
 
-if [ -z "$keep" ] || [ ! -d "$prefix" ]; then
+if [ -z "$kept" ]; then
     rm -rf "$prefix"
     mkdir -p "$prefix"
     cp -al "$template/drive_c" "$prefix/"

@@ -4,9 +4,10 @@
 #                          "lint" or "debian"; fails with the names when it cannot
 
 declare -A velt_packages=(
-    # Wine's libraries for 32 bits have a type library that ours imports.
+    # Wine's libraries for 32 and for 64 bits have a type library that ours imports.
     [build]="cmake ninja-build git faketime
-        g++-mingw-w64-i686-win32 mingw-w64-tools libwine-dev wine32:i386"
+        g++-mingw-w64-i686-win32 g++-mingw-w64-x86-64-win32 mingw-w64-tools
+        libwine-dev wine32:i386 wine64"
     [wine]="wine xvfb fonts-liberation fonts-droid-fallback nginx-light tinyproxy-bin"
     [pictures]="xdotool imagemagick"
     [native]="clang libclang-rt-dev"

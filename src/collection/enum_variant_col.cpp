@@ -94,7 +94,7 @@ HRESULT CEnumVariantCol::GetAt(LONG position, VARIANT* value) const noexcept
     if (const VARIANT* const found = Find(position, hr))
     {
         value->vt = found->vt;
-        value->lVal = found->lVal;
+        value->byref = found->byref; // as many bits as a pointer has
     }
     return hr;
 }

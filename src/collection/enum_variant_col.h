@@ -29,15 +29,16 @@ public:
     STDMETHODIMP Remove(VARIANT Index) override;
     STDMETHODIMP Clear() override;
 
-    /// Writes the type word and the first 32 bits of the value at a position; the other bytes of
-    /// `value` stay as they are. E_INVALIDARG below position 1 and E_FAIL past the end.
+    /// Writes the type word and as many bits of the value at a position as a pointer has; the
+    /// other bytes of `value` stay as they are. E_INVALIDARG below position 1 and E_FAIL past the
+    /// end.
     HRESULT GetAt(LONG position, VARIANT* value) const noexcept;
 
     /// Frees the value at a position and moves the later ones down. By design, unlike GetAt, it
     /// answers E_INVALIDARG for every position that does not exist.
     HRESULT RemoveAt(LONG position) noexcept;
 
-    /// Appends the 16 bytes as they are, also when they lie in the collection itself.
+    /// Appends the bytes as they are, also when they lie in the collection itself.
     /// Throws std::bad_alloc.
     void Append(const VARIANT& value);
 

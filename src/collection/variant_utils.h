@@ -8,7 +8,7 @@
 
 namespace velt
 {
-/// Whether the 16 bytes of a VARIANT of this type are its whole value, owning nothing.
+/// Whether the bytes of a VARIANT of this type are its whole value, owning nothing.
 constexpr bool IsPlainVariantType(VARTYPE type) noexcept
 {
     constexpr std::uint32_t kPlain = 1u << VT_EMPTY | 1u << VT_NULL | 1u << VT_I2 | 1u << VT_I4 |

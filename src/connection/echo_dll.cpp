@@ -35,13 +35,13 @@ DWORD CEchoDLL::Send(IPAddr address, DWORD timeoutMs) const
         return kNoReply;
     }
     std::array<char, 2> request{0x49, 0x00};
-    alignas(ICMP_ECHO_REPLY) std::array<std::byte, 30> replies{};
+    alignas(ICMP_ECHO_REPLY) std::array<std::byte, sizeof(ICMP_ECHO_REPLY) + request.size()>
+        replies{};
     const DWORD count =
         m_send(file, address, request.data(), static_cast<WORD>(request.size()), nullptr,
                replies.data(), static_cast<DWORD>(replies.size()), timeoutMs);
     m_close(file);
     ICMP_ECHO_REPLY reply{};
-    static_assert(sizeof(reply) <= sizeof(replies));
     std::memcpy(&reply, replies.data(), sizeof(reply));
     return count > 0 && reply.Status == IP_SUCCESS ? kReplied : kNoReply;
 }

@@ -1,5 +1,7 @@
 #include "server/exception_state.h"
 
+#include "server/run_time_symbols.h"
+
 #include <windows.h>
 
 #include <cstddef>
@@ -23,11 +25,11 @@ extern "C"
         const void* initialBytes; // null for zeros
     };
 
-    void* AddressOnThread(EmulatedVariable* variable) asm("___emutls_get_address");
+    void* AddressOnThread(EmulatedVariable* variable) asm(VELT_SYMBOL("__emutls_get_address"));
 
     // The start-up code's: has a function called when a thread with a value at the index ends.
     int CallAtThreadEnd(unsigned long index,
-                        void (*function)(void* value)) asm("___mingwthr_key_dtor");
+                        void (*function)(void* value)) asm(VELT_SYMBOL("__mingwthr_key_dtor"));
 }
 
 namespace

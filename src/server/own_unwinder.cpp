@@ -5,7 +5,10 @@
 // host or another component may well have it, and may load or free it later; our statically linked
 // unwinder would then find no tables, and the first exception inside the library, or its unloading,
 // would end the host's process. The linker sends the question for that library here
-// (--wrap=_imp__GetModuleHandleA@4), and the answer is that it is not loaded.
+// (--wrap), and the answer is that it is not loaded. The 64-bit edition has no part in this: there
+// the system finds the tables in the image.
+
+#include "server/run_time_symbols.h"
 
 #include <windows.h>
 
@@ -20,8 +23,9 @@ HMODULE WINAPI GetModuleHandleExceptUnwinder(const char* name) noexcept;
 
 extern "C"
 {
-    extern GetModuleHandleFunction real asm("___real__imp__GetModuleHandleA@4");
-    extern const GetModuleHandleFunction wrapped asm("___wrap__imp__GetModuleHandleA@4");
+    extern GetModuleHandleFunction real asm(VELT_REAL_SYMBOL(VELT_IMPORT("GetModuleHandleA", "4")));
+    extern const GetModuleHandleFunction wrapped asm(
+        VELT_WRAP_SYMBOL(VELT_IMPORT("GetModuleHandleA", "4")));
     const GetModuleHandleFunction wrapped = &GetModuleHandleExceptUnwinder;
 }
 

@@ -7,6 +7,8 @@
 // created and not destroyed by the end is closed then. The library itself makes no semaphores. A
 // lock's count alone serves while one thread is left, so the locks can still be used afterwards.
 
+#include "server/run_time_symbols.h"
+
 #include <windows.h>
 
 #include <array>
@@ -29,15 +31,17 @@ extern "C"
         HANDLE semaphore;
     };
 
-    extern CreateSemaphoreFunction realCreate asm("___real__imp__CreateSemaphoreW@16");
-    extern const CreateSemaphoreFunction wrappedCreate asm("___wrap__imp__CreateSemaphoreW@16");
+    extern CreateSemaphoreFunction realCreate asm(VELT_REAL_SYMBOL(VELT_IMPORT("CreateSemaphoreW",
+                                                                               "16")));
+    extern const CreateSemaphoreFunction wrappedCreate asm(
+        VELT_WRAP_SYMBOL(VELT_IMPORT("CreateSemaphoreW", "16")));
     const CreateSemaphoreFunction wrappedCreate = &CreateRunTimeSemaphore;
 
-    void RealDestroy(RunTimeMutex* mutex) asm("___real___gthr_win32_mutex_destroy");
-    void WrappedDestroy(RunTimeMutex* mutex) asm("___wrap___gthr_win32_mutex_destroy");
+    void RealDestroy(RunTimeMutex* mutex) asm(VELT_REAL_SYMBOL("__gthr_win32_mutex_destroy"));
+    void WrappedDestroy(RunTimeMutex* mutex) asm(VELT_WRAP_SYMBOL("__gthr_win32_mutex_destroy"));
 
     // __gnu_cxx::__freeres, which is in none of the run-time's headers.
-    void FreeExceptionMemory() asm("__ZN9__gnu_cxx9__freeresEv");
+    void FreeExceptionMemory() asm(VELT_SYMBOL("_ZN9__gnu_cxx9__freeresEv"));
 }
 
 namespace

@@ -108,13 +108,13 @@ TEST_CASE("CEnumVariantCol: Add takes the given string and object over", "[colle
     CHECK(object.References() == 1);
 }
 
-TEST_CASE("CEnumVariantCol: Item writes the type word and 32 bits of the value only",
+TEST_CASE("CEnumVariantCol: Item writes the type word and the bits of a pointer only",
           "[collection]")
 {
-    const auto [given, low] = GENERATE(table<VARIANT, LONG>({
+    const auto [given, bits] = GENERATE(table<VARIANT, ULONGLONG>({
         {Long(5), 5},
-        {Int64(0x1122334455667788), 0x55667788},
-        {Double(0.1), static_cast<LONG>(0x9999999A)},
+        {Int64(0x1122334455667788), 0x1122334455667788},
+        {Double(0.1), 0x3FB999999999999A},
     }));
     const Made made;
     REQUIRE(made.collection->Add(given) == S_OK);
@@ -123,7 +123,7 @@ TEST_CASE("CEnumVariantCol: Item writes the type word and 32 bits of the value o
 
     VARIANT expected = Poisoned();
     expected.vt = given.vt;
-    expected.lVal = low;
+    expected.byref = reinterpret_cast<void*>(static_cast<UINT_PTR>(bits)); // NOLINT: lent bits
     CHECK(std::memcmp(&value, &expected, sizeof(value)) == 0);
 }
 

@@ -39,7 +39,7 @@ TEST_CASE("CEchoDLL: it sends one echo of two bytes and waits for its reply", "[
     CHECK(system.address == kAddress);
     CHECK(system.data == std::string("\x49\0", 2));
     CHECK_FALSE(system.hasOptions);
-    CHECK(system.replySize == 30);
+    CHECK(system.replySize == (sizeof(void*) == 8 ? 42 : 30)); // a reply and what was sent
     CHECK(system.isZeroed);
     CHECK(system.timeoutMs == kTimeoutMs);
 }

@@ -44,21 +44,21 @@ std::string HelpOf(const std::string& line)
     return Between(line, kHelp, "");
 }
 
-/// "id 1 at 28 [propget] HRESULT X(...) : help" as a row; members of a dispinterface have no
-/// offset.
+/// "id 1 at 7 [propget] HRESULT X(...) : help" as a row; members of a dispinterface have no
+/// slot.
 std::string MemberRow(const std::string& line)
 {
     const std::string declaration = line.substr(0, line.find(kHelp));
     const std::string id = Between(declaration, "id ", " ");
     std::string rest = declaration.substr(3 + id.size() + 1);
-    std::string offset;
+    std::string slot;
     if (rest.starts_with("at "))
     {
-        offset = Between(rest, "at ", " ");
-        rest = rest.substr(3 + offset.size() + 1);
+        slot = Between(rest, "at ", " ");
+        rest = rest.substr(3 + slot.size() + 1);
     }
-    return "| " + id + " | " + (offset.empty() ? "-" : offset) + " | `" + rest + "` | " +
-           HelpOf(line) + " |";
+    return "| " + id + " | " + (slot.empty() ? "-" : slot) + " | `" + rest + "` | " + HelpOf(line) +
+           " |";
 }
 
 /// A type's part of the document.
@@ -81,7 +81,7 @@ void AddType(const Lines& description, Lines& lines)
     }
     else
     {
-        lines.push_back("| DISPID | offset | member of `" + guid + "` | |");
+        lines.push_back("| DISPID | slot | member of `" + guid + "` | |");
         lines.push_back("|---|---|---|---|");
     }
     for (std::size_t i = 1; i < description.size(); ++i)
@@ -126,7 +126,12 @@ Lines FromRegistration()
     for (const auto& [path, values] : velt::test::Merge(
              velt::test::ExpectedClassKeys(library), velt::test::ExpectedTypeLibraryKeys(library)))
     {
-        const std::string key = "| `" + velt::Utf8FromWide(path) + "` | ";
+        std::string place = velt::Utf8FromWide(path);
+        if (place.ends_with("\\win64"))
+        {
+            place.replace(place.size() - 2, 2, "32"); // the guide names the 32-bit edition's key
+        }
+        const std::string key = "| `" + place + "` | ";
         if (values.empty())
         {
             lines.push_back(key + "| |");

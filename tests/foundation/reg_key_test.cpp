@@ -40,7 +40,10 @@ public:
 
     void Write(const wchar_t* name, DWORD type, const std::vector<BYTE>& data) const
     {
-        REQUIRE(::RegSetValueExW(m_key, name, 0, type, data.data(),
+        // A NUL behind the data would be taken for a text's own, so there is none.
+        std::vector<BYTE> bytes = data;
+        bytes.insert(bytes.end(), 2, 0xFF);
+        REQUIRE(::RegSetValueExW(m_key, name, 0, type, bytes.data(),
                                  static_cast<DWORD>(data.size())) == ERROR_SUCCESS);
     }
 

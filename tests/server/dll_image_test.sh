@@ -1,13 +1,23 @@
 #!/usr/bin/env bash
 # Looks at the shipped library's file.
 #
-#   dll_image_test.sh <the DLL> <objdump>
+#   dll_image_test.sh <the DLL> <objdump> x86|amd64
 #
-# The folder of the DLL is what is shipped; the folder above it is the build's.
+# The folder of the DLL is what is shipped; the folder above it is the build's. What the edition for
+# that processor exports and imports is in dll_image_<processor>.txt: a name a line, with the DLL that
+# it comes from; a question mark before it where only some versions of the compiler's run-time ask
+# for it.
 set -eu
+export LC_ALL=C # one order of names
 
 dll=$1
 objdump=$2
+architecture=$3
+case $architecture in
+x86) format=pei-i386 most_kb=450 no_handlers=$((0x400)) high_entropy=0 ;;
+# It has the system's tables for its exceptions, and may lie where addresses have 64 bits.
+amd64) format=pei-x86-64 most_kb=520 no_handlers=0 high_entropy=$((0x20)) ;;
+esac
 bin=$(dirname "$dll")
 build=$(dirname "$bin")
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -25,7 +35,7 @@ expect() {
 
 headers=$("$objdump" -p "$dll")
 
-expect "the file is for 32-bit x86" pei-i386 \
+expect "the file is for $architecture" "$format" \
     "$("$objdump" -f "$dll" | sed -n 's/.*file format //p')"
 
 # Lines such as "	[   0] +base[   1] 0000 DllCanUnloadNow" after the table's headline.
@@ -43,11 +53,28 @@ for import in $(sed -n 's/.*DLL Name: //p' <<<"$headers" | tr '[:upper:]' '[:low
 done
 expect "only these DLLs of the system are imported" "" "$foreign"
 expect "imports are read" yes "$([ "$imports" -ge 3 ] && echo yes || echo "no: $imports")"
+names=$(
+    for name in $exports; do
+        echo "exported $name"
+    done
+    awk '/DLL Name:/ { dll = tolower($3) }
+        /^[[:space:]]+[0-9a-f]+[[:space:]]+[0-9]+[[:space:]]+[^[:space:]]+[[:space:]]*$/ && dll { print dll, $3 }
+        /^There is an export table|^The Export Tables/ { dll = "" }' <<<"$headers" | sort
+)
+listed=$root/tests/server/dll_image_$architecture.txt
+expect "no other names are exported or imported" "" \
+    "$(comm -23 <(sort <<<"$names") <(sed 's/^? //' "$listed" | sort))"
+expect "all names that are listed are" "" \
+    "$(comm -13 <(sort <<<"$names") <(sed '/^?/d' "$listed" | sort))"
 
 flags=$(sed -n 's/^DllCharacteristics[[:space:]]*//p' <<<"$headers")
 expect "can be moved (dynamic base)" 64 "$((0x$flags & 0x40))"
 expect "no code in its data (NX)" 256 "$((0x$flags & 0x100))"
-expect "no structured exception handlers" 1024 "$((0x$flags & 0x400))"
+expect "says whether it has structured exception handlers" "$no_handlers" "$((0x$flags & 0x400))"
+expect "says that it can be anywhere in 64 bits" "$high_entropy" "$((0x$flags & 0x20))"
+base=$(sed -n 's/^ImageBase[[:space:]]*//p' <<<"$headers")
+expect "lies above 4 GB where addresses have 64 bits" "$([ "$architecture" = amd64 ] && echo yes || echo no)" \
+    "$([ "$((0x$base >> 32))" -gt 0 ] && echo yes || echo no)"
 expect "has relocations to be moved with" yes \
     "$("$objdump" -h "$dll" | grep -qw '\.reloc' && echo yes || echo no)"
 # Two builds of one commit are the same bytes, so the stamp cannot be the time of the build.
@@ -59,9 +86,9 @@ expect "no symbols" "no symbols" "$("$objdump" -t "$dll" | sed -n '/SYMBOL TABLE
 expect "no debug sections" "" "$("$objdump" -h "$dll" | grep -o '\.debug[^ ]*' | tr '\n' ' ')"
 size=$(stat -c %s "$dll")
 pictures=$(cat "$root"/src/ui/resources/*.bmp | wc -c)
-limit=$((450 * 1024))
+limit=$((most_kb * 1024))
 echo "size: $size bytes, $pictures of them the pictures of the dialog"
-expect "at most 450 KB, pictures aside" yes \
+expect "at most $most_kb KB, pictures aside" yes \
     "$([ $((size - pictures)) -le "$limit" ] && echo yes || echo "no: $size")"
 
 # Paths of the build would tell about the maker's machine, and make two builds differ.

@@ -2,6 +2,7 @@
 
 #include "server/class_factory.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/thread_group.h"
 
@@ -375,6 +376,7 @@ TEST_CASE("The library: its version block tells what it is", "[server]")
     CHECK((text(L"ProductVersion") == version));
     CHECK((text(L"OriginalFilename") == L"VeltHTTPClient12OEM.dll"));
     CHECK((text(L"InternalName") == L"VeltHTTPClient12OEM"));
-    CHECK_FALSE(text(L"FileDescription").empty());
+    CHECK((text(L"FileDescription") ==
+           std::wstring(L"VeltHTTPClient component (") + velt::test::kEdition.name + L")"));
     CHECK_FALSE(text(L"ProductName").empty());
 }

@@ -6,6 +6,7 @@
 #include <catch.hpp>
 
 #include <memory>
+#include <string_view>
 
 using CLibraryUtils::CLibraryUtilsImpl;
 using velt::test::ComponentLibrary;
@@ -21,17 +22,19 @@ HRESULT CallThatThrowsInside(const ComponentLibrary& library)
     return collection->Remove(impossible);
 }
 
+constexpr std::wstring_view kSharedUnwinder = VELT_SHARED_UNWINDER; // its path
+
 /// The compiler's shared unwinder, which a host may have loaded for itself.
 HMODULE LoadSharedUnwinder()
 {
-    return ::LoadLibraryW(VELT_SHARED_UNWINDER);
+    return ::LoadLibraryW(kSharedUnwinder.data());
 }
 } // namespace
 
 // First: the shared unwinder stays loaded once it was.
 TEST_CASE("The component: it can be unloaded after a shared unwinder came", "[server]")
 {
-    REQUIRE(!::GetModuleHandleW(L"libgcc_s_dw2-1.dll"));
+    REQUIRE(!::GetModuleHandleW(kSharedUnwinder.substr(kSharedUnwinder.rfind(L'\\') + 1).data()));
     auto library = std::make_unique<ComponentLibrary>();
     const CLibraryUtilsImpl unwinder(LoadSharedUnwinder());
     CHECK(CallThatThrowsInside(*library) == DISP_E_BADVARTYPE);

@@ -2,6 +2,7 @@
 
 #include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/type_library_text.h"
 
 #include <provider_lib.h>
@@ -81,7 +82,7 @@ TEST_CASE("ProviderLib: carries its identity, version and help text", "[server]"
     CHECK(attributes->wMajorVerNum == 1);
     CHECK(attributes->wMinorVerNum == 0);
     CHECK(attributes->lcid == 0);
-    CHECK(attributes->syskind == SYS_WIN32);
+    CHECK(attributes->syskind == velt::test::kEdition.systemKind);
     CHECK((attributes->wLibFlags & (LIBFLAG_FRESTRICTED | LIBFLAG_FHIDDEN)) == 0);
     library->ReleaseTLibAttr(attributes);
 
@@ -132,27 +133,27 @@ TEST_CASE("IVeltHTTPService: the type library has its methods in the contract's 
     CHECK(TypeOf(IID_IVeltHTTPService) ==
           Lines{
               "interface IVeltHTTPService {E80BEAE1-D86E-4EF7-9780-53657BFF68C6} flags 1140 "
-              "vtable 80",
-              "id 1 at 28 HRESULT StartService()",
-              "id 2 at 32 HRESULT WriteData([in] BSTR szSection, [in] BSTR szName, "
+              "vtable 20",
+              "id 1 at 7 HRESULT StartService()",
+              "id 2 at 8 HRESULT WriteData([in] BSTR szSection, [in] BSTR szName, "
               "[in] BSTR szValue)",
-              "id 3 at 36 HRESULT ReadData([in] BSTR szSection, [in] BSTR szName, "
+              "id 3 at 9 HRESULT ReadData([in] BSTR szSection, [in] BSTR szName, "
               "[out,retval] BSTR* szValue)",
-              "id 4 at 40 HRESULT SafeWriteData([in] BSTR szSection, [in] BSTR szName, "
+              "id 4 at 10 HRESULT SafeWriteData([in] BSTR szSection, [in] BSTR szName, "
               "[in] BSTR szValue)",
-              "id 5 at 44 HRESULT SafeReadData([in] BSTR szSection, [in] BSTR szName, "
+              "id 5 at 11 HRESULT SafeReadData([in] BSTR szSection, [in] BSTR szName, "
               "[out,retval] BSTR* szValue)",
-              "id 6 at 48 [propget] HRESULT IsConnected([out,retval] VARIANT_BOOL* pVal)",
-              "id 7 at 52 [propget] HRESULT Redirect([out,retval] BSTR* pVal)",
-              "id 8 at 56 [propput] HRESULT domain([in] BSTR)",
-              "id 9 at 60 HRESULT GetServiceTag([out,retval] BSTR* tag)",
-              "id 10 at 64 HRESULT InvokeUpdate([in] BSTR szInstallerGuid, "
+              "id 6 at 12 [propget] HRESULT IsConnected([out,retval] VARIANT_BOOL* pVal)",
+              "id 7 at 13 [propget] HRESULT Redirect([out,retval] BSTR* pVal)",
+              "id 8 at 14 [propput] HRESULT domain([in] BSTR)",
+              "id 9 at 15 HRESULT GetServiceTag([out,retval] BSTR* tag)",
+              "id 10 at 16 HRESULT InvokeUpdate([in] BSTR szInstallerGuid, "
               "[in] BSTR szProductVersion, [in] long szLocale, [in] BSTR szProdDesc)",
-              "id 11 at 68 HRESULT IsUpdateOrMessageAvailable([in] BSTR szInstallerGuid, "
+              "id 11 at 17 HRESULT IsUpdateOrMessageAvailable([in] BSTR szInstallerGuid, "
               "[in] BSTR szProductVersion, [in] long localeValue, "
               "[in] VARIANT_BOOL vconnectToServer, [out,retval] VARIANT_BOOL* bAvailable)",
-              "id 12 at 72 HRESULT GetDomain([out,retval] BSTR* szDomain)",
-              "id 13 at 76 HRESULT StartUpdateService([in] BSTR szInstallerGuid, "
+              "id 12 at 18 HRESULT GetDomain([out,retval] BSTR* szDomain)",
+              "id 13 at 19 HRESULT StartUpdateService([in] BSTR szInstallerGuid, "
               "[in] BSTR szProductVersion, [in] long szLocale, [in] BSTR szProdDesc)",
               "[0] IDispatch",
           });
@@ -187,13 +188,13 @@ TEST_CASE("IEnumVariantCol: the type library has its methods in the contract's o
     CHECK(TypeOf(IID_IEnumVariantCol) ==
           Lines{
               "interface IEnumVariantCol {3F5FB31D-9A73-4C69-BC12-5544993222AA} flags 1140 "
-              "vtable 52",
-              "id -4 at 28 [propget] [restricted] HRESULT _NewEnum([out,retval] IUnknown** ppUnk)",
-              "id 0 at 32 [propget] HRESULT Item([in] VARIANT Index, [out,retval] VARIANT* pVal)",
-              "id 1 at 36 [propget] HRESULT Count([out,retval] long* pVal)",
-              "id 2 at 40 HRESULT Add([in] VARIANT Value)",
-              "id 3 at 44 HRESULT Remove([in] VARIANT Index)",
-              "id 4 at 48 HRESULT Clear()",
+              "vtable 13",
+              "id -4 at 7 [propget] [restricted] HRESULT _NewEnum([out,retval] IUnknown** ppUnk)",
+              "id 0 at 8 [propget] HRESULT Item([in] VARIANT Index, [out,retval] VARIANT* pVal)",
+              "id 1 at 9 [propget] HRESULT Count([out,retval] long* pVal)",
+              "id 2 at 10 HRESULT Add([in] VARIANT Value)",
+              "id 3 at 11 HRESULT Remove([in] VARIANT Index)",
+              "id 4 at 12 HRESULT Clear()",
               "[0] IDispatch",
           });
     CHECK(DispatchOf(IID_IEnumVariantCol) ==
@@ -211,8 +212,8 @@ TEST_CASE("IVeltEulaDlg: the type library has its one method", "[server]")
 {
     CHECK(TypeOf(IID_IVeltEulaDlg) ==
           Lines{
-              "interface IVeltEulaDlg {BB98678D-21E9-478C-9103-B163FFE269E5} flags 1140 vtable 32",
-              "id 1 at 28 HRESULT LaunchEula([in] BSTR szEulaPath, [in] BSTR szEulaXMLPath, "
+              "interface IVeltEulaDlg {BB98678D-21E9-478C-9103-B163FFE269E5} flags 1140 vtable 8",
+              "id 1 at 7 HRESULT LaunchEula([in] BSTR szEulaPath, [in] BSTR szEulaXMLPath, "
               "[out,retval] VARIANT_BOOL* bAccepted)",
               "[0] IDispatch",
           });
@@ -226,7 +227,7 @@ TEST_CASE("IVeltHTTPServiceEvents: is a dispatch interface with one event", "[se
     CHECK(TypeOf(DIID_IVeltHTTPServiceEvents) ==
           Lines{
               "dispinterface IVeltHTTPServiceEvents {7CCEC608-9BBD-42AC-BD9C-DD84955B61FF} "
-              "flags 1000 vtable 28",
+              "flags 1000 vtable 7",
               "id 1 HRESULT Notify([in] EVENT_TYPE event, [in] BSTR szString)",
           });
 }

@@ -6,6 +6,7 @@
 #include "server/registration.h"
 #include "tests/server/module_test_resources.h"
 #include "tests/support/component_registration.h"
+#include "tests/support/edition.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/registry_snapshot.h"
 #include "tests/support/thread_group.h"
@@ -272,7 +273,9 @@ TEST_CASE("RegisterComponent: for the machine, erases by the user's keys and the
               L"VeltHTTPClient.EnumVariantCol12OEM.2", L"VeltHTTPClient.EnumVariantCol12OEM",
               L"VeltHTTPClientX.VeltEulaDlg12OEM.1", L"VeltHTTPClientX.VeltEulaDlg12OEM",
               L"AppID\\{0808C913-0251-4F8F-9EB2-5EF1D9FFD5DC}", L"AppID\\VeltHTTPClient12OEM.DLL",
-              L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\win32",
+              velt::test::kIs64Bit
+                  ? L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\win64"
+                  : L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\win32",
               L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0",
               L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}",
               L"Interface\\{E80BEAE1-D86E-4EF7-9780-53657BFF68C6}",

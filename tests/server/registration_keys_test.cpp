@@ -3,6 +3,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/component_library.h"
 #include "tests/support/component_registration.h"
+#include "tests/support/edition.h"
 #include "tests/support/thread_group.h"
 
 #include <objbase.h>
@@ -18,6 +19,7 @@ using velt::test::DeleteComponentKeys;
 using velt::test::DeniedKey;
 using velt::test::ExpectedClassKeys;
 using velt::test::ExpectedTypeLibraryKeys;
+using velt::test::kEdition;
 using velt::test::kUserClasses;
 using velt::test::Merge;
 using velt::test::RegistryDifference;
@@ -279,7 +281,8 @@ TEST_CASE("DllRegisterServer: for the machine, no entry of the caller's own is l
     write(classKey + L"\\InprocServer32", nullptr, L"C:\\other\\VeltHTTPClient12OEM.dll");
     write(classKey + L"\\Old", nullptr, L"old");
     write(progId + L"\\CurVer", nullptr, L"VeltHTTPClient.VeltHTTPService12OEM.1");
-    write(libraryKey + L"\\1.0\\0\\win32", nullptr, L"C:\\other\\VeltHTTPClient12OEM.dll");
+    write(libraryKey + L"\\1.0\\0\\" + kEdition.system, nullptr,
+          L"C:\\other\\VeltHTTPClient12OEM.dll");
     write(interfaceKey + L"\\ProxyStubClsid", nullptr, L"{00020424-0000-0000-C000-000000000046}");
 
     CHECK((GENERATE(true, false) ? static_cast<HRESULT>(RunRegsvr32()) : Register()) == S_OK);
@@ -291,7 +294,7 @@ TEST_CASE("DllRegisterServer: for the machine, no entry of the caller's own is l
     }
 }
 
-TEST_CASE("DllRegisterServer: for the machine, the 64-bit edition's entries of the caller stay",
+TEST_CASE("DllRegisterServer: for the machine, the other edition's entries of the caller stay",
           "[server]")
 {
     const CleanRegistry clean;
@@ -303,10 +306,10 @@ TEST_CASE("DllRegisterServer: for the machine, the 64-bit edition's entries of t
     };
     write(L"", L"VeltHTTPClient 1.0 Type Library");
     write(L"\\FLAGS", L"0");
-    write(L"\\HELPDIR", L"C:\\64");
-    write(L"\\0\\win64", L"C:\\64\\VeltHTTPClient12OEM.dll");
+    write(L"\\HELPDIR", L"C:\\other");
+    write(std::wstring(L"\\0\\") + kEdition.otherSystem, L"C:\\other\\VeltHTTPClient12OEM.dll");
     const RegistryTree before = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
-    write(L"\\0\\win32", L"C:\\32\\VeltHTTPClient12OEM.dll");
+    write(std::wstring(L"\\0\\") + kEdition.system, L"C:\\own\\VeltHTTPClient12OEM.dll");
     CHECK(Register() == S_OK);
     CHECK_TREE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses), before);
     CHECK_TREE(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses), Expected());

@@ -7,6 +7,7 @@
 #include "tests/support/activation_context.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/test_thread.h"
 
 #include <provider_lib.h>
@@ -203,7 +204,7 @@ TEST_CASE("The manifest: its identity is no DLL's name and has the library's ver
           Attributes{{L"type", L"win32"},
                      {L"name", L"VeltHTTPClient12OEM.Assembly"},
                      {L"version", VersionOfLibrary()},
-                     {L"processorArchitecture", L"x86"}});
+                     {L"processorArchitecture", velt::test::kEdition.architecture}});
     const auto files = manifest.Elements(L"file");
     REQUIRE(files.size() == 1);
     CHECK(AttributesOf(*files[0].Get()) == Attributes{{L"name", kLibrary}});

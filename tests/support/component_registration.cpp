@@ -1,7 +1,10 @@
 #include "tests/support/component_registration.h"
 
+#include "tests/support/edition.h"
+
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace velt::test
 {
@@ -79,17 +82,38 @@ void EvenOutFlags(RegistryValues& values)
     }
 }
 
+/// What 64-bit Windows keeps for programs of 32 bits. Some of it is the very keys of all others,
+/// and the interfaces of a type library are written to both.
+constexpr std::wstring_view kOtherView = L"Wow6432Node\\";
+
+/// Without what the other view has the same.
+void EvenOutViews(RegistryTree& tree)
+{
+    std::erase_if(tree, [&](const auto& entry) {
+        const auto& [path, values] = entry;
+        const auto own =
+            path.starts_with(kOtherView) ? tree.find(path.substr(kOtherView.size())) : tree.end();
+        return own != tree.end() && own->second == values;
+    });
+}
+
 RegistryTree EvenedOut(const RegistryTree& tree)
 {
-    constexpr std::wstring_view kWineTypeLib = L"Typelib";
+    // Wine's names of keys, and Windows'.
+    constexpr std::pair<std::wstring_view, std::wstring_view> kNames[] = {{L"Typelib", L"TypeLib"},
+                                                                          {L"AppId", L"AppID"}};
     RegistryTree result;
     for (const auto& [treePath, treeValues] : tree)
     {
-        std::wstring path = treePath;
+        const std::size_t view = treePath.starts_with(kOtherView) ? kOtherView.size() : 0;
+        std::wstring path = treePath.substr(view);
         RegistryValues values = treeValues;
-        if (path.starts_with(kWineTypeLib))
+        for (const auto& [from, to] : kNames)
         {
-            path.replace(0, kWineTypeLib.size(), L"TypeLib");
+            if (path.starts_with(from))
+            {
+                path.replace(0, from.size(), to);
+            }
         }
         if (path == std::wstring(L"TypeLib\\") + kTypeLibrary + L"\\1.0\\FLAGS")
         {
@@ -102,9 +126,10 @@ RegistryTree EvenedOut(const RegistryTree& tree)
         }
         if (!own16BitProxy)
         {
-            result.emplace(std::move(path), std::move(values));
+            result.emplace(treePath.substr(0, view) + path, std::move(values));
         }
     }
+    EvenOutViews(result);
     return result;
 }
 } // namespace
@@ -142,7 +167,7 @@ RegistryTree ExpectedTypeLibraryKeys(const std::wstring& library)
     tree[key] = {};
     tree[key + L"\\1.0"][L""] = TextValue(L"VeltHTTPClient 1.0 Type Library");
     tree[key + L"\\1.0\\0"] = {};
-    tree[key + L"\\1.0\\0\\win32"][L""] = TextValue(library);
+    tree[key + L"\\1.0\\0\\" + kEdition.system][L""] = TextValue(library);
     tree[key + L"\\1.0\\FLAGS"][L""] = TextValue(L"0");
     tree[key + L"\\1.0\\HELPDIR"][L""] = TextValue(library.substr(0, library.rfind(L'\\')));
     for (const InterfaceKeys& row : kInterfaces)
@@ -179,6 +204,7 @@ void DeleteComponentKeys(HKEY root, const std::wstring& path)
     for (const std::wstring& key : OwnKeys())
     {
         ::RegDeleteTreeW(root, Below(path, key).c_str());
+        ::RegDeleteTreeW(root, Below(path, kOtherView.data() + key).c_str());
     }
 }
 

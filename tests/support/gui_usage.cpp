@@ -1,5 +1,7 @@
 #include "tests/support/gui_usage.h"
 
+#include "tests/support/edition.h"
+
 #include <windows.h>
 
 #include <winternl.h>
@@ -24,7 +26,7 @@ struct GdiRow
 static_assert(sizeof(GdiRow) == 24);
 
 constexpr std::size_t kRows = 0x4000;
-constexpr std::size_t kTableOffset = 0x94; // in the process environment block
+constexpr std::size_t kTableOffset = kIs64Bit ? 0xF8 : 0x94; // in the process environment block
 
 /// Counted in the table where the system does not tell the number, as Wine does not.
 std::size_t CountGdiObjects()

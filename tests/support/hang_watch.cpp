@@ -13,6 +13,15 @@ namespace
 {
 constexpr DWORD kLimitMs = 900'000; // for one test case, on a machine with much else to do
 
+void* NextInstruction(const CONTEXT& context) noexcept
+{
+#ifdef _WIN64
+    return reinterpret_cast<void*>(context.Rip); // NOLINT(performance-no-int-to-ptr)
+#else
+    return reinterpret_cast<void*>(context.Eip); // NOLINT(performance-no-int-to-ptr)
+#endif
+}
+
 /// Prints where each other thread of the process is.
 void PrintThreads()
 {
@@ -33,8 +42,8 @@ void PrintThreads()
         CONTEXT context{};
         context.ContextFlags = CONTEXT_CONTROL;
         const BOOL known = ::GetThreadContext(thread.Get(), &context);
-        std::fprintf(stderr, "  thread %lu at 0x%08lX\n", entry.th32ThreadID,
-                     known ? context.Eip : 0);
+        std::fprintf(stderr, "  thread %lu at %p\n", entry.th32ThreadID,
+                     known ? NextInstruction(context) : nullptr);
     }
 }
 

@@ -11,6 +11,10 @@
 #include <string>
 #include <utility>
 
+// A function's type can carry attributes, as the lists of arguments of 64 bits do, which a template
+// does not see.
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
 namespace velt::test
 {
 /// The place in a module's import table where the address of a function stands; null is this
@@ -18,10 +22,10 @@ namespace velt::test
 inline void** ImportSlot(const char* dll, const char* function, HMODULE module = nullptr)
 {
     auto* const image = reinterpret_cast<std::byte*>(module ? module : ::GetModuleHandleW(nullptr));
-    const auto at = [image](DWORD offset) { return image + offset; };
+    const auto at = [image](ULONGLONG offset) { return image + offset; };
     const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
     const auto* const headers =
-        reinterpret_cast<const IMAGE_NT_HEADERS*>(at(static_cast<DWORD>(dos->e_lfanew)));
+        reinterpret_cast<const IMAGE_NT_HEADERS*>(at(static_cast<ULONGLONG>(dos->e_lfanew)));
     const IMAGE_DATA_DIRECTORY& directory =
         headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
     for (auto* library =

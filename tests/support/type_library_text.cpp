@@ -133,7 +133,7 @@ std::string DescribeFunction(ITypeInfo& info, const FUNCDESC& function)
     std::string text = "id " + std::to_string(function.memid);
     if (function.funckind != FUNC_DISPATCH)
     {
-        text += " at " + std::to_string(function.oVft);
+        text += " at " + std::to_string(static_cast<std::size_t>(function.oVft) / sizeof(void*));
     }
     text += ' ' + FunctionAttributes(function) + TypeName(info, function.elemdescFunc.tdesc) + ' ' +
             Text(owned[0]) + '(';
@@ -217,7 +217,8 @@ std::vector<std::string> DescribeType(ITypeInfo& info)
     std::vector<std::string> lines;
     lines.push_back(std::string(kKinds.at(static_cast<std::size_t>(type.typekind))) + ' ' + name +
                     ' ' + GuidText(type.guid) + Number(" flags %lX", type.wTypeFlags) +
-                    Number(" vtable %lu", type.cbSizeVft) + " : " + help);
+                    Number(" vtable %lu", type.cbSizeVft / static_cast<ULONG>(sizeof(void*))) +
+                    " : " + help);
     DescribeFunctions(info, type.cFuncs, lines);
     DescribeConstants(info, type.cVars, lines);
     if (type.typekind == TKIND_COCLASS || type.typekind == TKIND_INTERFACE)

@@ -26,12 +26,14 @@ enum class Finding
 {
     has,
     hasNot,
-    cannotSay, // no right to look, or a 64-bit process, which cannot load the component
+    cannotSay, // no right to look, or a 64-bit process that a 32-bit one asks about
 };
 
 Finding LookInto(DWORD processId) noexcept
 {
-    const UniqueFile modules(::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
+    // The second flag is for 32-bit processes when this one has 64 bits.
+    const UniqueFile modules(
+        ::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE | TH32CS_SNAPMODULE32, processId));
     if (!modules)
     {
         // A process that changes its modules while they are read is asked again next time.

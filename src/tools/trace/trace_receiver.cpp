@@ -4,6 +4,7 @@
 #include "foundation/trace_record.h"
 #include "foundation/velt_auto_critical_section.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 
@@ -128,7 +129,8 @@ void TraceReceiver::Receive(HWND sender, const COPYDATASTRUCT& data) noexcept
     Arrival arrival;
     arrival.arrivalUs = m_clock.Now();
     arrival.sizeBytes = data.lpData ? data.cbData : 0;
-    arrival.dataKind = static_cast<std::uint32_t>(data.dwData);
+    // One that does not fit is no kind of ours, and neither is the largest.
+    arrival.dataKind = static_cast<std::uint32_t>(std::min<ULONG_PTR>(data.dwData, 0xFFFFFFFF));
     if (sender)
     {
         DWORD process = 0;

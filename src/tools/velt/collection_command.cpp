@@ -87,10 +87,12 @@ ExitCode RunCollection(const CommandLine& line, CommandContext& context)
     ReportValue::Texts items;
     for (long i = 1; i <= count; ++i)
     {
-        // By design lent, and only its low 32 bits: neither freed nor good for doubles.
+        // By design lent, and only as many bits as a pointer has: not freed, and in the 32-bit
+        // edition no good for doubles.
         VARIANT item{};
         Require(collection->get_Item(_variant_t(i), &item), L"Item");
-        items.push_back(item.vt == VT_R8 ? "(a double)" : TextOf(item));
+        items.push_back(sizeof(void*) < sizeof(double) && item.vt == VT_R8 ? "(a double)"
+                                                                           : TextOf(item));
     }
     results.Add("items", ReportValue{items});
     results.Add("enumerated", ReportValue{Enumerate(*collection.Get())});

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Looks at the file of velt.exe.
 #
-#   velt_image_test.sh <velt.exe> <objdump> <source folder>
+#   velt_image_test.sh <velt.exe> <objdump> <source folder> <format>
 set -eu
 
 program=$1
 objdump=$2
 source_dir=$3
+format=$4
 failures=0
 
 # expect <what> <expected> <actual>
@@ -20,7 +21,7 @@ expect() {
 }
 
 headers=$("$objdump" -p "$program")
-expect "the file is for 32-bit x86" pei-i386 \
+expect "the file is of its edition" "$format" \
     "$("$objdump" -f "$program" | sed -n 's/.*file format //p')"
 # Everything else is loaded when a command needs it.
 expect "what is loaded at the start" "advapi32.dll kernel32.dll msvcrt.dll " \
