@@ -97,7 +97,9 @@ TEST_CASE("url_request: server, port, object and flags come from the URL", "[con
     url_options options = ForUrl(parts.url);
     options.flags = INTERNET_FLAG_RELOAD;
     const url_request request(options, nullptr, nullptr);
-    CHECK(request.GetServer() == parts.server);
+    // Names of hosts are the same in both cases; which one a canonical URL has is the system's.
+    CAPTURE(request.GetServer());
+    CHECK(::lstrcmpiA(request.GetServer().c_str(), parts.server.c_str()) == 0);
     CHECK(request.GetPort() == parts.port);
     const bool isRoot = parts.object == "/" && request.GetObjectPath().empty();
     CHECK((isRoot || request.GetObjectPath() == parts.object));

@@ -38,13 +38,17 @@ public:
         return m_key;
     }
 
-    void Write(const wchar_t* name, DWORD type, const std::vector<BYTE>& data) const
+    /// Writes just these bytes.
+    void Write(const wchar_t* name, DWORD type, std::vector<BYTE> data) const
     {
-        // A NUL behind the data would be taken for a text's own, so there is none.
-        std::vector<BYTE> bytes = data;
-        bytes.insert(bytes.end(), 2, 0xFF);
-        REQUIRE(::RegSetValueExW(m_key, name, 0, type, bytes.data(),
-                                 static_cast<DWORD>(data.size())) == ERROR_SUCCESS);
+        const auto size = static_cast<DWORD>(data.size());
+        // To a text without its NUL the system adds one that happens to stand behind it.
+        data.insert(data.end(), {'x', 'x'});
+        REQUIRE(::RegSetValueExW(m_key, name, 0, type, data.data(), size) == ERROR_SUCCESS);
+        DWORD written = 0;
+        REQUIRE(::RegQueryValueExW(m_key, name, nullptr, nullptr, nullptr, &written) ==
+                ERROR_SUCCESS);
+        REQUIRE(written == size);
     }
 
     void WriteText(const wchar_t* name, DWORD type, const std::wstring& text) const

@@ -115,6 +115,7 @@ void RunScenario()
     velt::ParseURL(L"http://host/page", service, server, object, port);
     const CConnectionProperties properties;
     const CInternetProxy proxy;
+    AskForText(ERROR_INTERNET_TIMEOUT); // whether or not the system has refused anything
 }
 
 /// Counts the internet handles that are opened and closed.

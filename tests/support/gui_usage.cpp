@@ -90,4 +90,23 @@ GuiUsage CurrentGuiUsage()
 {
     return {CountGdiObjects(), CountWindows()};
 }
+
+std::size_t GdiObjectsKeptOfShapedWindow()
+{
+    constexpr int kWindows = 20;
+    const auto show = [](int times) {
+        for (int i = 0; i < times; ++i)
+        {
+            const HWND window = ::CreateWindowExW(0, L"STATIC", L"", WS_POPUP | WS_VISIBLE, 0, 0,
+                                                  100, 100, nullptr, nullptr, nullptr, nullptr);
+            ::SetWindowRgn(window, ::CreateRectRgn(0, 0, 80, 80), TRUE); // the system owns it
+            ::DestroyWindow(window);
+        }
+    };
+    show(2); // what is made once is there now
+    const std::size_t before = CountGdiObjects();
+    show(kWindows);
+    const std::size_t after = CountGdiObjects();
+    return after > before ? (after - before) / kWindows : 0;
+}
 } // namespace velt::test

@@ -13,4 +13,8 @@ struct GuiUsage
 
 /// Throws std::runtime_error when the system does not tell.
 GuiUsage CurrentGuiUsage();
+
+/// How many drawing objects the system itself keeps of each window that was shown with a region:
+/// none on Windows.
+std::size_t GdiObjectsKeptOfShapedWindow();
 } // namespace velt::test

@@ -119,6 +119,26 @@ ProcessUsage CurrentUsage()
     return usage;
 }
 
+std::size_t UncertainHeapBytes()
+{
+    constexpr std::size_t kGroupBytes = 32 * 1024;
+    constexpr SIZE_T kBlockBytes = 40;
+    std::array<void*, 100> blocks{};
+    const HANDLE heap = ::HeapCreate(0, 0, 0);
+    const std::size_t before = UsedBytes(heap);
+    for (void*& block : blocks)
+    {
+        block = ::HeapAlloc(heap, 0, kBlockBytes);
+    }
+    for (void* const block : blocks)
+    {
+        ::HeapFree(heap, 0, block);
+    }
+    const bool isGrouped = UsedBytes(heap) > before;
+    ::HeapDestroy(heap);
+    return isGrouped ? kGroupBytes : 0;
+}
+
 bool AreHeapsValid()
 {
     const std::vector<HANDLE> heaps = Heaps();
