@@ -5,20 +5,30 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include <icmpapi.h>
 
-CEchoDLL::CEchoDLL()
+CEchoDLL::CEchoDLL(std::unique_ptr<CLibraryUtils::CLibraryUtilsImpl> target)
     : m_module(velt::LoadSystemLibrary(L"ICMP.DLL")),
       m_create(velt::FindFunction<CreateFunction>(m_module.GetModule(), "IcmpCreateFile")),
       m_close(velt::FindFunction<CloseFunction>(m_module.GetModule(), "IcmpCloseHandle")),
-      m_send(velt::FindFunction<SendFunction>(m_module.GetModule(), "IcmpSendEcho"))
+      m_send(velt::FindFunction<SendFunction>(m_module.GetModule(), "IcmpSendEcho")),
+      m_target(std::move(target))
 {
 }
 
 std::unique_ptr<CEchoDLL> CEchoDLL::Load()
 {
-    std::unique_ptr<CEchoDLL> echo(new CEchoDLL);
+    // ICMP.DLL only hands its functions on to this library. The system would look for it in the
+    // host's folder, too, and for what it needs, unless it is loaded already.
+    auto target = std::make_unique<CLibraryUtils::CLibraryUtilsImpl>(
+        velt::LoadSystemLibrary(L"IPHLPAPI.DLL"));
+    if (!target->GetModule())
+    {
+        return nullptr;
+    }
+    std::unique_ptr<CEchoDLL> echo(new CEchoDLL(std::move(target)));
     return echo->IsComplete() ? std::move(echo) : nullptr;
 }
 

@@ -12,7 +12,8 @@
 class CEchoDLL
 {
 public:
-    /// Null when the library or one of its functions is missing. Throws std::bad_alloc.
+    /// Null when the library, the one that it stands for, or one of their functions is missing.
+    /// Throws std::bad_alloc.
     static std::unique_ptr<CEchoDLL> Load();
 
     CEchoDLL(const CEchoDLL&) = delete;
@@ -34,7 +35,7 @@ private:
     using SendFunction = DWORD(WINAPI*)(HANDLE, IPAddr, void*, WORD, IP_OPTION_INFORMATION*, void*,
                                         DWORD, DWORD);
 
-    CEchoDLL();
+    explicit CEchoDLL(std::unique_ptr<CLibraryUtils::CLibraryUtilsImpl> target);
 
     bool IsComplete() const noexcept;
 
@@ -42,4 +43,5 @@ private:
     CreateFunction m_create;
     CloseFunction m_close;
     SendFunction m_send;
+    std::unique_ptr<CLibraryUtils::CLibraryUtilsImpl> m_target; // of the functions
 };

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 using namespace velt::test;
 
@@ -93,34 +94,39 @@ TEST_CASE("CEchoDLL: a library or a function that is missing makes for none", "[
         const velt::ConnectionProbe probe;
         CHECK(probe.Ping("127.0.0.1", 100) == E_FAIL);
     }
-    SECTION("the library")
+    SECTION("the library, or the one that it stands for")
     {
+        const std::wstring missing = GENERATE(L"ICMP.DLL", L"IPHLPAPI.DLL");
         const LoadPatch patch(
-            "kernel32.dll", [](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
-                const std::wstring path(name);
-                return path.ends_with(L"ICMP.DLL") ? nullptr
-                                                   : LoadPatch::Original(name, file, flags);
+            "kernel32.dll", [&](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
+                return name == missing ? nullptr : LoadPatch::Original(name, file, flags);
             });
         CHECK(CEchoDLL::Load() == nullptr);
-        CHECK(patch.Calls() == 1);
         const velt::ConnectionProbe probe;
         CHECK(probe.Ping("127.0.0.1", 100) == E_FAIL);
     }
 }
 
-TEST_CASE("CEchoDLL: it loads its library from the system's folder and gives it back",
+TEST_CASE("CEchoDLL: it loads its library, after the one that this stands for, from the system's "
+          "folder, and gives both back",
           "[connection]")
 {
+    std::vector<std::wstring> names;
     const LoadPatch patch("kernel32.dll",
-                          [](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
+                          [&](const wchar_t* name, HANDLE file, DWORD flags) -> HMODULE {
+                              names.emplace_back(name);
                               return (flags & LOAD_LIBRARY_SEARCH_SYSTEM32) != 0
                                          ? LoadPatch::Original(name, file, flags)
                                          : nullptr;
                           });
+    const ImportPatch<"FreeLibrary", decltype(::FreeLibrary)> freed(
+        "kernel32.dll", [](HMODULE module) { return decltype(freed)::Original(module); });
     for (int round = 0; round < 3; ++round)
     {
+        names.clear();
         CHECK(CEchoDLL::Load() != nullptr);
+        CHECK((names == std::vector<std::wstring>{L"IPHLPAPI.DLL", L"ICMP.DLL"}));
     }
-    CHECK(patch.Calls() == 3);
+    CHECK(freed.Calls() == 6);
     CHECK(std::has_virtual_destructor_v<CEchoDLL>);
 }

@@ -247,6 +247,21 @@ UniqueKernelObject OrdinaryRights()
 {
     UniqueKernelObject own;
     REQUIRE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_ALL_ACCESS, own.Put()));
+    DWORD written = 0;
+    TOKEN_ELEVATION_TYPE elevation{};
+    REQUIRE(::GetTokenInformation(own.Get(), TokenElevationType, &elevation, sizeof(elevation),
+                                  &written));
+    if (elevation == TokenElevationTypeLimited)
+    {
+        // Wine alone runs tests so, as an administrator: to a program that wants the highest rights
+        // it gives those that belong to such a token, whatever else that one lacks.
+        TOKEN_LINKED_TOKEN full{};
+        REQUIRE(::GetTokenInformation(own.Get(), TokenLinkedToken, &full, sizeof(full), &written));
+        const UniqueKernelObject linked(full.LinkedToken);
+        own.Reset();
+        REQUIRE(::DuplicateTokenEx(linked.Get(), TOKEN_ALL_ACCESS, nullptr, SecurityImpersonation,
+                                   TokenPrimary, own.Put()));
+    }
     std::array<BYTE, SECURITY_MAX_SID_SIZE> administrators{};
     DWORD size = SECURITY_MAX_SID_SIZE;
     REQUIRE(

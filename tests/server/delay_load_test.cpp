@@ -38,12 +38,7 @@ public:
         std::array<wchar_t, MAX_PATH> self{};
         ::GetModuleFileNameW(nullptr, self.data(), MAX_PATH);
         REQUIRE(::CopyFileW(self.data(), m_program.c_str(), TRUE));
-        // Wine would rather have its own library than a file in the system's folder.
-        const std::wstring native = L"native,builtin";
-        REQUIRE(::RegSetKeyValueW(
-                    HKEY_CURRENT_USER, L"Software\\Wine\\AppDefaults\\host.exe\\DllOverrides",
-                    library.substr(0, library.find(L'.')).c_str(), REG_SZ, native.c_str(),
-                    static_cast<DWORD>((native.size() + 1) * sizeof(wchar_t))) == 0);
+        velt::test::PreferFiles(L"host.exe", library);
     }
 
     /// Runs one of the hidden test cases; 0 when it has passed.

@@ -101,27 +101,28 @@ DWORD CALLBACK ReadText(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read
     return 0;
 }
 
-/// What the system's own control keeps for each document that it has read: 0 on Windows.
+/// What the system's own control keeps for each document that it has read, when its library is
+/// loaded for each as the dialog loads it: 0 on Windows.
 std::size_t BytesKeptByBareView()
 {
-    constexpr int kViews = 100;
-    const HMODULE library = ::LoadLibraryW(L"riched32.dll");
+    constexpr int kViews = 400;
     const auto read = [](int times) {
         for (int i = 0; i < times; ++i)
         {
+            const HMODULE library = ::LoadLibraryW(L"riched32.dll");
             const HWND view = ::CreateWindowExW(0, L"RICHEDIT", L"", WS_POPUP | ES_MULTILINE, 0, 0,
                                                 300, 200, nullptr, nullptr, nullptr, nullptr);
             std::string_view left = kSmallAgreement;
             EDITSTREAM stream{reinterpret_cast<DWORD_PTR>(&left), 0, &ReadText};
             ::SendMessageW(view, EM_STREAMIN, SF_RTF, reinterpret_cast<LPARAM>(&stream));
             ::DestroyWindow(view);
+            ::FreeLibrary(library);
         }
     };
     read(5);
     const std::size_t before = CurrentUsage().heapBytes;
     read(kViews);
     const std::size_t after = CurrentUsage().heapBytes;
-    ::FreeLibrary(library);
     return after > before ? (after - before) / kViews : 0;
 }
 
@@ -147,7 +148,7 @@ TEST_CASE("child: many dialogs", "[.child]")
     const auto show = [&](int times) {
         Show(library, folder.File(L"agreement.rtf"), folder.File(L"texts.xml"), times);
     };
-    const std::size_t keptByView = BytesKeptByBareView();
+    const std::size_t keptBytes = kDialogs * BytesKeptByBareView();
     const std::size_t keptGdiObjects = kDialogs * GdiObjectsKeptOfShapedWindow();
     show(100); // what is made once is there now
     const ProcessUsage before = CurrentUsage();
@@ -156,8 +157,8 @@ TEST_CASE("child: many dialogs", "[.child]")
     const ProcessUsage after = CurrentUsage();
     const GuiUsage guiAfter = CurrentGuiUsage();
     CHECK(after.handles <= before.handles);
-    CHECK(after.heapBytes <= before.heapBytes + kDialogs * keptByView + 64 * 1024);
-    CHECK(after.privateBytes <= before.privateBytes + kSlackBytes);
+    CHECK(after.heapBytes <= before.heapBytes + keptBytes + 64 * 1024 + UncertainHeapBytes());
+    CHECK(after.privateBytes <= before.privateBytes + keptBytes + kSlackBytes);
     CHECK(guiAfter.gdiObjects <= guiBefore.gdiObjects + keptGdiObjects);
     CHECK(guiAfter.windows <= guiBefore.windows);
     CHECK(guiBefore.gdiObjects > 0);

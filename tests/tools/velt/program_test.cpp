@@ -249,6 +249,7 @@ TEST_CASE("velt: libraries of the system come from the system's folder or not at
                         program.Folder().File(L"VeltHTTPClient12OEM.dll").c_str(), TRUE));
     const MessageModule planted(program.Folder().File(library), 1, L"false");
     const MissingSystemLibrary missing(library);
+    PreferFiles(L"velt.exe", library);
     const ProgramResult result = RunVelt(arguments, program.Path());
     INFO(velt::Utf8FromWide(library) + "\n" + result.output + result.messages);
     CHECK(result.exitCode == 3);
