@@ -42,3 +42,5 @@ elseif(VELT_ARCHITECTURE STREQUAL amd64)
 else()
     message(FATAL_ERROR "there is no edition for the processor \"${VELT_ARCHITECTURE}\"")
 endif()
+# For those who look into the build folder, such as src/installer/make_package.sh.
+set(VELT_EDITION ${VELT_EDITION} CACHE INTERNAL "The edition as people read it")

@@ -2,8 +2,9 @@
 //
 //     velt script samples\collection.js
 //     %SystemRoot%\SysWOW64\cscript //nologo samples\collection.js
+//     %SystemRoot%\System32\cscript //nologo samples\collection.js      for the 64-bit edition
 //
-// The first makes the component's classes known by itself. For the second the system's
+// The first makes the component's classes known by itself. For the others the system's
 // activation-context object reads the manifest in the folder above.
 
 function createCollection()

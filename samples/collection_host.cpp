@@ -1,7 +1,8 @@
 // A compiled host that needs no registration: it loads the library, makes the collection through
 // DllGetClassObject, uses it early and late bound, and watches the library's trace arrive.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL;
+// for the 64-bit edition with x86_64-w64-mingw32-g++:
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/collection_host.cpp
 //       include/provider_lib_i.c -o collection_host.exe -lole32 -loleaut32 -luuid
 // Run it as: collection_host.exe VeltHTTPClient12OEM.dll

@@ -1,7 +1,8 @@
 // A compiled host that shows a licence agreement through the registered component and prints the
 // user's answer.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL;
+// for the 64-bit edition with x86_64-w64-mingw32-g++:
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/eula_host.cpp
 //       include/provider_lib_i.c -o eula_host.exe -lole32 -loleaut32 -luuid
 // Run it as: eula_host.exe samples/eula/agreement.rtf samples/eula/texts/DEU.xml

@@ -1,5 +1,5 @@
 ' All members of the HTTP service object, from VBScript. The component must be registered, and the
-' script host a 32-bit one:
+' script host one of the edition's kind:
 '
 '     cscript //nologo http_service.vbs
 

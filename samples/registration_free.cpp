@@ -2,7 +2,8 @@
 // the component's, so CoCreateInstance finds the classes by CLSID and by ProgID. Beside the program
 // lie VeltHTTPClient12OEM.dll and VeltHTTPClient12OEM.Assembly.manifest.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL;
+// for the 64-bit edition with x86_64-w64-mingw32-g++ and its windres:
 //   i686-w64-mingw32-windres samples/registration_free.rc registration_free_rc.o
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/registration_free.cpp
 //       include/provider_lib_i.c registration_free_rc.o -o registration_free.exe

@@ -1,7 +1,8 @@
 // A compiled host of the registered component: it uses the HTTP service object early and late bound
 // and listens to its events.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL;
+// for the 64-bit edition with x86_64-w64-mingw32-g++:
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/service_host.cpp
 //       include/provider_lib_i.c -o service_host.exe -lole32 -loleaut32 -luuid
 // Run it as: service_host.exe          all calls

@@ -1,10 +1,13 @@
 // A compiled host that shows the trace viewer at work: it starts velt-trace.exe, then loads the
-// library, makes it trace, and saves a picture of the viewer's window.
+// library, makes it trace, and saves a picture of the viewer's window. The viewer may be of the
+// other edition, and so may a program that runs beside this one, whose trace it shows as well.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL:
+// Build it in the folder of the library, with the two files that are made from the component's IDL;
+// for the 64-bit edition with x86_64-w64-mingw32-g++:
 //   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/viewer_host.cpp
 //       include/provider_lib_i.c -o viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
 // Run it as: viewer_host.exe VeltHTTPClient12OEM.dll velt-trace.exe velt-trace.png
+//            and, to run another one beside it, with a program and its arguments after these
 
 #include <provider_lib.h>
 
@@ -17,6 +20,7 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 using Microsoft::WRL::ComPtr;
 
@@ -131,6 +135,28 @@ void UseCollection(const wchar_t* path)
     Require(SUCCEEDED(collection->Clear()), "Clear");
 }
 
+/// Runs another program to its end; it fails unless that ends with 0.
+void RunBeside(const wchar_t* program, const std::vector<std::wstring>& arguments)
+{
+    std::wstring commandLine = std::wstring(L"\"") + program + L"\"";
+    for (const auto& argument : arguments)
+    {
+        commandLine += L" \"" + argument + L"\""; // neither quotes nor a backslash at the end
+    }
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    Require(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                             nullptr, &startup, &process),
+            "the other program cannot be started");
+    ::CloseHandle(process.hThread);
+    const DWORD waited = ::WaitForSingleObject(process.hProcess, kLimitMs);
+    DWORD exitCode = 1;
+    ::GetExitCodeProcess(process.hProcess, &exitCode);
+    ::CloseHandle(process.hProcess);
+    Require(waited == WAIT_OBJECT_0 && exitCode == 0, "the other program failed");
+}
+
 CLSID PngEncoder()
 {
     constexpr CLSID kPng = {
@@ -169,11 +195,18 @@ void SavePicture(HWND window, const wchar_t* path)
     Require(status == Gdiplus::Ok, "the picture cannot be saved");
 }
 
-void Run(const wchar_t* library, const wchar_t* program, const wchar_t* picture)
+void Run(wchar_t** arguments, int count)
 {
-    const Viewer viewer(program);
-    UseCollection(library);
+    const wchar_t* const picture = arguments[2];
+    const Viewer viewer(arguments[1]);
+    UseCollection(arguments[0]);
     WaitFor([&] { return viewer.Rows() > 0; }, "the viewer shows nothing");
+    if (count > 3)
+    {
+        const int rows = viewer.Rows();
+        RunBeside(arguments[3], {arguments + 4, arguments + count});
+        WaitFor([&] { return viewer.Rows() > rows; }, "the viewer shows nothing of the other");
+    }
     const HWND list = ::GetDlgItem(viewer.Window(), kListId);
     const HWND highlight = ::GetDlgItem(viewer.Window(), kHighlightId);
     const HWND details = ::GetDlgItem(viewer.Window(), kDetailsId);
@@ -191,15 +224,15 @@ void Run(const wchar_t* library, const wchar_t* program, const wchar_t* picture)
 
 int wmain(int argc, wchar_t** argv)
 {
-    if (argc != 4)
+    if (argc < 4)
     {
         std::fprintf(stderr, "usage: viewer_host <VeltHTTPClient12OEM.dll> <velt-trace.exe> "
-                             "<picture.png>\n");
+                             "<picture.png> [<program> <argument>...]\n");
         return 2;
     }
     try
     {
-        Run(argv[1], argv[2], argv[3]);
+        Run(argv + 1, argc - 1);
         return 0;
     }
     catch (const std::exception& e)

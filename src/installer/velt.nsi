@@ -1,6 +1,8 @@
 ; The installer. make_package.sh compiles it and says what to install:
 ;
 ;   VELT_VERSION   four numbers with dots
+;   VELT_EDITION   32-bit or 64-bit. Each edition has an installation of its own, which leaves the
+;                  other one's alone
 ;   VELT_OUTPUT    the installer's file
 ;   VELT_FILES     a script with the macros InstallFiles FOLDER, which writes the files below a
 ;                  folder, and RemoveFiles REMOVE, which has that macro remove each file
@@ -15,7 +17,7 @@
 ;
 ; Exit codes of the installer and the uninstaller: 0 done, 1 given up by the user, 2 not completed,
 ; 3 the component could not be registered or unregistered, 4 removed but for files in use, 5 for all
-; users without the right to it. The uninstaller goes on in a copy of itself and ends with 0 before
+; users without the right to it, 6 not for this system. The uninstaller goes on in a copy of itself and ends with 0 before
 ; that one does, unless it is started as "Uninstall.exe /S _?=<folder>"; then it stays itself.
 
 Unicode true
@@ -23,6 +25,21 @@ SetCompressor /SOLID lzma
 ManifestDPIAware true
 ManifestSupportedOS all
 
+; What the two installations of one user have beside each other.
+!if "${VELT_EDITION}" == "64-bit"
+    !define INSTALLATION "VeltHTTPClient12OEM64"
+    !define FOLDER_NAME "VeltHTTPClient64"
+    !define OTHER_INSTALLATION "VeltHTTPClient12OEM"
+    !define REGISTRY_VIEW 64
+    !define OTHER_REGISTRY_VIEW 32
+    !define MULTIUSER_USE_PROGRAMFILES64
+!else
+    !define INSTALLATION "VeltHTTPClient12OEM"
+    !define FOLDER_NAME "VeltHTTPClient"
+    !define OTHER_INSTALLATION "VeltHTTPClient12OEM64"
+    !define REGISTRY_VIEW 32
+    !define OTHER_REGISTRY_VIEW 64
+!endif
 !define PRODUCT "VeltHTTPClient12OEM"
 !define LIBRARY "VeltHTTPClient12OEM.dll"
 !define TOOL "velt.exe"
@@ -30,17 +47,20 @@ ManifestSupportedOS all
 !define LIST "Uninstall.txt" ; what is installed, a line each
 !define NEW "${PRODUCT}.new" ; new files before they are moved to their places
 !define OLD "${PRODUCT}.old" ; former files; those in use stay until Windows starts again
-!define PRODUCT_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\${PRODUCT}"
+!define PROGRAM_LIST "Software\Microsoft\Windows\CurrentVersion\Uninstall"
+!define PRODUCT_KEY "${PROGRAM_LIST}\${INSTALLATION}"
+!define OTHER_PRODUCT_KEY "${PROGRAM_LIST}\${OTHER_INSTALLATION}"
 !define NOTHING_TO_DO 1 ; the command-line program's answer when another copy, or none, is registered
 !define NOT_REGISTERED 3
 !define IN_USE 4
 !define NOT_ALLOWED 5
+!define OTHER_SYSTEM 6
 
 ; For all users when the rights allow it. A folder from before is used again.
 !define MULTIUSER_EXECUTIONLEVEL Highest
 !define MULTIUSER_MUI
 !define MULTIUSER_INSTALLMODE_COMMANDLINE
-!define MULTIUSER_INSTALLMODE_INSTDIR "VeltHTTPClient"
+!define MULTIUSER_INSTALLMODE_INSTDIR "${FOLDER_NAME}"
 !define MULTIUSER_INSTALLMODE_INSTDIR_REGISTRY_KEY "${PRODUCT_KEY}"
 !define MULTIUSER_INSTALLMODE_INSTDIR_REGISTRY_VALUENAME "InstallLocation"
 !define MULTIUSER_INSTALLMODE_DEFAULT_REGISTRY_KEY "${PRODUCT_KEY}"
@@ -52,9 +72,10 @@ ManifestSupportedOS all
 !include LogicLib.nsh
 !include TextFunc.nsh
 !include WordFunc.nsh
+!include x64.nsh
 !include "${VELT_FILES}"
 
-Name "VeltHTTPClient ${VELT_VERSION}"
+Name "VeltHTTPClient ${VELT_VERSION} (${VELT_EDITION})"
 BrandingText " "
 OutFile "${VELT_OUTPUT}"
 ShowInstDetails show
@@ -63,7 +84,7 @@ VIProductVersion "${VELT_VERSION}"
 VIAddVersionKey "ProductName" "VeltHTTPClient"
 VIAddVersionKey "ProductVersion" "${VELT_VERSION}"
 VIAddVersionKey "FileVersion" "${VELT_VERSION}"
-VIAddVersionKey "FileDescription" "Installer of the VeltHTTPClient component (32-bit)"
+VIAddVersionKey "FileDescription" "Installer of the VeltHTTPClient component (${VELT_EDITION})"
 VIAddVersionKey "LegalCopyright" ""
 
 !define MUI_ABORTWARNING
@@ -75,6 +96,15 @@ VIAddVersionKey "LegalCopyright" ""
 !insertmacro MUI_LANGUAGE "English"
 
 Function .onInit
+    !if "${VELT_EDITION}" == "64-bit"
+        ${IfNot} ${RunningX64}
+            MessageBox MB_OK|MB_ICONSTOP "This is the 64-bit edition. The 32-bit one is for this system." \
+                /SD IDOK
+            SetErrorLevel ${OTHER_SYSTEM}
+            Quit
+        ${EndIf}
+    !endif
+    SetRegView ${REGISTRY_VIEW}
     ; MultiUser.nsh would ask a question that nobody sees in a silent installation.
     ${GetParameters} $0
     ClearErrors
@@ -199,6 +229,16 @@ Section
     StrCpy $Incomplete 0
     ReadRegStr $Earlier SHCTX "${PRODUCT_KEY}" "InstallLocation"
 
+    ; Both editions have the same names of files.
+    SetRegView ${OTHER_REGISTRY_VIEW}
+    ReadRegStr $0 HKLM "${OTHER_PRODUCT_KEY}" "InstallLocation"
+    SetRegView ${REGISTRY_VIEW}
+    ReadRegStr $1 HKCU "${OTHER_PRODUCT_KEY}" "InstallLocation"
+    ${If} $INSTDIR == $0
+    ${OrIf} $INSTDIR == $1
+        Abort "The other edition is in $INSTDIR."
+    ${EndIf}
+
     ; The new files, where nobody uses them.
     RMDir /r "$INSTDIR\${NEW}"
     ClearErrors
@@ -242,7 +282,7 @@ Section
         ; What is there can be used without registration, and removed.
     ${EndIf}
 
-    WriteRegStr SHCTX "${PRODUCT_KEY}" "DisplayName" "VeltHTTPClient"
+    WriteRegStr SHCTX "${PRODUCT_KEY}" "DisplayName" "VeltHTTPClient (${VELT_EDITION})"
     WriteRegStr SHCTX "${PRODUCT_KEY}" "DisplayVersion" "${VELT_VERSION}"
     WriteRegStr SHCTX "${PRODUCT_KEY}" "DisplayIcon" "$INSTDIR\${UNINSTALLER}"
     WriteRegStr SHCTX "${PRODUCT_KEY}" "InstallLocation" "$INSTDIR"
@@ -268,6 +308,7 @@ SectionEnd
 
 ; An installation is for all users when the machine's entry names this folder.
 Function un.onInit
+    SetRegView ${REGISTRY_VIEW}
     SetShellVarContext current
     ReadRegStr $0 HKLM "${PRODUCT_KEY}" "InstallLocation"
     ${If} $0 == $INSTDIR

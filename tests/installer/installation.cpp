@@ -28,11 +28,11 @@ namespace
 {
 constexpr DWORD kLimitMs = 60'000;
 
-/// The machine's software keys, of Microsoft's those of Windows only: below the others there are
-/// some that are no keys but a way to read performance data.
-RegistryTree SnapshotSoftware()
+/// Adds the keys below one of the machine's that has software, of Microsoft's those of Windows
+/// only: below the others there are some that are no keys but a way to read performance data. What
+/// 32-bit programs have of 64-bit Windows is another such key.
+void AddSoftware(const std::wstring& parentPath, RegistryTree& software)
 {
-    RegistryTree software;
     const auto add = [&](const std::wstring& path) {
         for (auto& [key, values] : SnapshotRegistry(HKEY_LOCAL_MACHINE, path))
         {
@@ -40,17 +40,28 @@ RegistryTree SnapshotSoftware()
         }
     };
     CRegKeyW parent;
-    REQUIRE(parent.Open(HKEY_LOCAL_MACHINE, L"Software", KEY_READ) == ERROR_SUCCESS);
+    REQUIRE(parent.Open(HKEY_LOCAL_MACHINE, parentPath.c_str(), KEY_READ) == ERROR_SUCCESS);
     std::array<wchar_t, 256> name{};
     for (DWORD index = 0; ::RegEnumKeyW(parent.GetKey(), index, name.data(), 256) == ERROR_SUCCESS;
          ++index)
     {
-        if (::lstrcmpiW(name.data(), L"Microsoft") != 0)
+        const std::wstring path = parentPath + L'\\' + name.data();
+        if (::lstrcmpiW(name.data(), L"Wow6432Node") == 0)
         {
-            add(std::wstring(L"Software\\") + name.data());
+            AddSoftware(path, software);
+        }
+        else if (::lstrcmpiW(name.data(), L"Microsoft") != 0)
+        {
+            add(path);
         }
     }
-    add(L"Software\\Microsoft\\Windows");
+    add(parentPath + L"\\Microsoft\\Windows");
+}
+
+RegistryTree SnapshotSoftware()
+{
+    RegistryTree software;
+    AddSoftware(L"Software", software);
     return software;
 }
 
@@ -131,6 +142,14 @@ void CheckCollectionWorks(const Scope& scope)
     ::GetModuleFileNameW(::GetModuleHandleW(kLibrary), loaded.data(), MAX_PATH);
     CHECK(::lstrcmpiW(loaded.data(), scope.File(kLibrary).c_str()) == 0);
 }
+
+/// The command that installs a version silently.
+std::wstring Setup(const wchar_t* folder, const wchar_t* version, const EditionNames& edition)
+{
+    return std::wstring(L"\"" VELT_PACKAGES L"\\") + folder + L"VeltHTTPClient12OEM-" + version +
+           L"-" + edition.name + L"-setup.exe\" /S";
+}
+
 constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
 constexpr wchar_t kPending[] = L"PendingFileRenameOperations";
 
@@ -155,15 +174,15 @@ std::wstring PendingText()
 
 Scope AllUsers()
 {
-    return {"all users", L" /AllUsers", KnownFolder(CSIDL_PROGRAM_FILES) + L"\\VeltHTTPClient",
+    return {"all users", L" /AllUsers", KnownFolder(CSIDL_PROGRAM_FILES) + L"\\" + kOwnNames.folder,
             HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
 }
 
 Scope CurrentUser()
 {
     return {"the current user", L" /CurrentUser",
-            KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Programs\\VeltHTTPClient", HKEY_CURRENT_USER,
-            HKEY_LOCAL_MACHINE};
+            KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Programs\\" + kOwnNames.folder,
+            HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
 }
 
 std::wstring KnownFolder(int id)
@@ -216,14 +235,14 @@ DWORD RunToItsEnd(std::wstring commandLine, HANDLE token)
     return exitCode;
 }
 
-DWORD Install(const std::wstring& arguments, HANDLE token)
+DWORD Install(const std::wstring& arguments, HANDLE token, const EditionNames& edition)
 {
-    return RunToItsEnd(L"\"" VELT_SETUP L"\" /S" + arguments, token);
+    return RunToItsEnd(Setup(L"", VELT_VERSION, edition) + arguments, token);
 }
 
-DWORD InstallEarlier(const std::wstring& arguments)
+DWORD InstallEarlier(const std::wstring& arguments, const EditionNames& edition)
 {
-    return RunToItsEnd(L"\"" VELT_EARLIER_SETUP L"\" /S" + arguments);
+    return RunToItsEnd(Setup(L"earlier\\", L"11.9.0.0", edition) + arguments);
 }
 
 DWORD Uninstall(const std::wstring& folder)
@@ -340,8 +359,9 @@ void CheckWorks(const Scope& scope)
 
     // The type library is found by its registration; a user's one only where the system looks for
     // it among the user's classes, as Wine does not.
-    CHECK((Value(scope.root, kTypeLibraryKey, nullptr) == scope.File(kLibrary)));
-    CHECK(Value(scope.otherRoot, kTypeLibraryKey, nullptr).empty());
+    const std::wstring typeLibrary = std::wstring(kTypeLibraryKey) + L"\\" + kEdition.system;
+    CHECK((Value(scope.root, typeLibrary.c_str(), nullptr) == scope.File(kLibrary)));
+    CHECK(Value(scope.otherRoot, typeLibrary.c_str(), nullptr).empty());
     ComPtr<ITypeLib> library;
     const HRESULT hr = ::LoadRegTypeLib(LIBID_ProviderLib, 1, 0, 0, &library);
     CHECK((hr == S_OK || (scope.root == HKEY_CURRENT_USER && hr == TYPE_E_LIBNOTREGISTERED)));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/edition.h"
 #include "tests/support/registry_snapshot.h"
 
 #include <windows.h>
@@ -17,16 +18,31 @@ inline constexpr DWORD kNotRegistered = 3;
 inline constexpr DWORD kLeftInUse = 4;
 inline constexpr DWORD kNotAllowed = 5;
 
+/// Where the installations of the two editions differ, and what the same user has of both.
+struct EditionNames
+{
+    const wchar_t* name;
+    const wchar_t* productKey;
+    const wchar_t* folder;
+};
+inline constexpr EditionNames k32BitNames = {
+    L"32-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM",
+    L"VeltHTTPClient"};
+inline constexpr EditionNames k64BitNames = {
+    L"64-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM64",
+    L"VeltHTTPClient64"};
+inline constexpr const EditionNames& kOwnNames = kIs64Bit ? k64BitNames : k32BitNames;
+
 inline constexpr wchar_t kLibrary[] = L"VeltHTTPClient12OEM.dll";
 inline constexpr wchar_t kNewFiles[] = L"VeltHTTPClient12OEM.new";
 inline constexpr wchar_t kFormerFiles[] = L"VeltHTTPClient12OEM.old";
 inline constexpr wchar_t kViewer[] = L"velt-trace.exe";
-inline constexpr wchar_t kProductKey[] =
-    L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM";
+inline constexpr const wchar_t* kProductKey = kOwnNames.productKey;
 inline constexpr wchar_t kServerKey[] =
     L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32";
+/// Its subkeys are named for the kinds of systems.
 inline constexpr wchar_t kTypeLibraryKey[] =
-    L"Software\\Classes\\TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\win32";
+    L"Software\\Classes\\TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0";
 
 /// Where an installation goes by itself, how one asks for it, and the root of its entries.
 struct Scope
@@ -52,8 +68,9 @@ std::wstring KnownFolder(int id);
 /// rights.
 DWORD RunToItsEnd(std::wstring commandLine, HANDLE token = nullptr);
 
-DWORD Install(const std::wstring& arguments, HANDLE token = nullptr);
-DWORD InstallEarlier(const std::wstring& arguments);
+DWORD Install(const std::wstring& arguments, HANDLE token = nullptr,
+              const EditionNames& edition = kOwnNames);
+DWORD InstallEarlier(const std::wstring& arguments, const EditionNames& edition = kOwnNames);
 
 /// The uninstaller as the list of programs calls it. What it ends with is not seen: the part that
 /// does the work goes on in a copy.

@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
-# Builds and runs each C++ sample of the package by the commands that its first lines name, in the
-# folder of the unpacked package.
+# Builds and runs each C++ sample of an edition by the commands that its first lines name, in the
+# edition's folder of the unpacked package.
 #
-#   package_samples_test.sh <source folder> <zip> <work folder> <prefix>
+#   package_samples_test.sh <source folder> <zip> <edition> <work folder> <prefix>
 set -uo pipefail
 source_dir=$1
 zip=$2
-work=$3
-prefix=$4
+edition=$3
+work=$4
+prefix=$5
 failures=0
 
+windows=()
+[ "$edition" = 32-bit ] || windows=(--both)
 # in_prefix <command of in_wine.sh...>
 in_prefix() {
-    "$source_dir/scripts/in_wine.sh" "$@"
+    "$source_dir/scripts/in_wine.sh" "${windows[@]}" "$@"
 }
 
 # fails <what> <log>
@@ -22,9 +25,12 @@ fails() {
     failures=$((failures + 1))
 }
 
-# build_command <sample>: the lines that are set in, continued ones joined; one command a line.
+# build_command <sample>: the lines that are set in, continued ones joined; one command a line. They
+# name the compiler for 32 bits, and the text above them the other one.
 build_command() {
-    sed -nE '/^\/\/ Build it/,/^\/\/ Run it/s|^//   ( *)|\1|p' "$1" |
+    local compiler=i686-w64-mingw32
+    [ "$edition" = 32-bit ] || compiler=$(sed -nE 's|^// .*64-bit edition with ([^ ]+)-g\+\+.*|\1|p' "$1")
+    sed -nE '/^\/\/ Build it/,/^\/\/ Run it/s|^//   ( *)|\1|p' "$1" | sed "s/i686-w64-mingw32/$compiler/g" |
         awk '/^ /  { sub(/^ +/, " "); line = line $0; next }
              line  { print line }
                    { line = $0 }
@@ -39,7 +45,7 @@ run_command() {
 rm -rf "$work"
 mkdir -p "$work"
 unzip -q "$zip" -d "$work" || exit 1
-cd "$work"/* || exit 1
+cd "$work"/*/"$edition" || exit 1
 
 samples=$(find samples -maxdepth 1 -name '*.cpp' | sort)
 building=()
