@@ -34,6 +34,22 @@ bool IsSame(const RegistryData& a, const RegistryData& b) noexcept
     };
     return ::CompareStringOrdinal(text(a), length(a), text(b), length(b), TRUE) == CSTR_EQUAL;
 }
+
+/// Whether an operation is about a key that programs of both kinds have in common.
+bool IsForBothEditions(const RegistryOperation& operation) noexcept
+{
+    return operation.root == RegistryRoot::classesRoot && !operation.path.starts_with(L"CLSID\\") &&
+           !operation.path.starts_with(L"Interface\\");
+}
+
+/// The operations that are to be undone, the last one first.
+auto ToUndo(std::span<const RegistryOperation> operations, EraseExtent extent)
+{
+    return operations | std::views::reverse |
+           std::views::filter([extent](const RegistryOperation& operation) {
+               return extent == EraseExtent::all || !IsForBothEditions(operation);
+           });
+}
 } // namespace
 
 std::optional<RegistryData> ReadValue(const RegistryLocation& at, const wchar_t* name)
@@ -71,12 +87,12 @@ std::optional<std::wstring> ReadText(const RegistryLocation& at, const wchar_t* 
     return text;
 }
 
-void DeleteEmptyKey(HKEY root, const wchar_t* path)
+void DeleteEmptyKey(HKEY root, const wchar_t* path, REGSAM view)
 {
     CRegKeyW key;
     DWORD keys = 0;
     DWORD values = 0;
-    LSTATUS error = key.Open(root, path, KEY_QUERY_VALUE);
+    LSTATUS error = key.Open(root, path, KEY_QUERY_VALUE | view);
     if (error == ERROR_SUCCESS)
     {
         error = ::RegQueryInfoKeyW(key.GetKey(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr,
@@ -84,15 +100,15 @@ void DeleteEmptyKey(HKEY root, const wchar_t* path)
     }
     if (error == ERROR_SUCCESS && keys == 0 && values == 0)
     {
-        error = ::RegDeleteKeyW(root, path);
+        error = ::RegDeleteKeyExW(root, path, view, 0);
     }
     ThrowUnlessMissing(error);
 }
 
-void EraseValue(HKEY root, const wchar_t* path, const wchar_t* name)
+void EraseValue(HKEY root, const wchar_t* path, const wchar_t* name, REGSAM view)
 {
     CRegKeyW key;
-    LSTATUS error = key.Open(root, path, KEY_SET_VALUE);
+    LSTATUS error = key.Open(root, path, KEY_SET_VALUE | view);
     if (error == ERROR_SUCCESS)
     {
         error = ::RegDeleteValueW(key.GetKey(), name);
@@ -100,15 +116,16 @@ void EraseValue(HKEY root, const wchar_t* path, const wchar_t* name)
     ThrowUnlessMissing(error);
 }
 
-void EraseEntry(HKEY root, const wchar_t* path, const wchar_t* name)
+void EraseEntry(HKEY root, const wchar_t* path, const wchar_t* name, REGSAM view)
 {
-    EraseValue(root, path, name);
-    DeleteEmptyKey(root, path);
+    EraseValue(root, path, name, view);
+    DeleteEmptyKey(root, path, view);
 }
 
-void EraseRegistry(std::span<const RegistryOperation> operations, RegistrationScope scope)
+void EraseRegistry(std::span<const RegistryOperation> operations, RegistrationScope scope,
+                   EraseExtent extent)
 {
-    for (const RegistryOperation& operation : operations | std::views::reverse)
+    for (const RegistryOperation& operation : ToUndo(operations, extent))
     {
         const RegistryLocation at = Locate(operation, scope);
         if (operation.kind == RegistryOperation::Kind::setValue)
@@ -127,9 +144,9 @@ void EraseRegistry(std::span<const RegistryOperation> operations, RegistrationSc
     }
 }
 
-void EraseHidingEntries(std::span<const RegistryOperation> operations)
+void EraseHidingEntries(std::span<const RegistryOperation> operations, EraseExtent extent)
 {
-    for (const RegistryOperation& operation : operations | std::views::reverse)
+    for (const RegistryOperation& operation : ToUndo(operations, extent))
     {
         const RegistryLocation at = Locate(operation, RegistrationScope::user);
         switch (operation.kind)

@@ -123,12 +123,14 @@ void RegisterComponent(HMODULE module, RegistrationScope scope, RegistrarReplace
     AddModuleReplacement(replacements, module);
     if (scope == RegistrationScope::machine)
     {
-        TypeLibraryEntries(*LoadModuleTypeLibrary(module).Get()).Erase(RegistrationScope::user);
-        EraseHidingEntries(ReadRegistrarScript(module, VELT_REGISTRY_APPID, replacements));
+        const TypeLibraryEntries entries(*LoadModuleTypeLibrary(module).Get());
+        entries.Erase(RegistrationScope::user);
+        const EraseExtent extent = entries.Extent(RegistrationScope::user);
+        EraseHidingEntries(ReadRegistrarScript(module, VELT_REGISTRY_APPID, replacements), extent);
         for (const ClassRegistration& row : classes)
         {
             AddClassReplacement(replacements, row);
-            EraseHidingEntries(ReadRegistrarScript(module, row.script, replacements));
+            EraseHidingEntries(ReadRegistrarScript(module, row.script, replacements), extent);
         }
     }
     const ClassesRootScope root(scope); // for what the system writes

@@ -21,6 +21,10 @@ constexpr std::array kInterfaceParts = {L"\\ProxyStubClsid", L"\\ProxyStubClsid3
                                         L""};
 constexpr std::array kVersionParts = {L"\\FLAGS", L"\\HELPDIR", L""};
 
+/// The system registers the interfaces for programs of both kinds, whichever kind asks. 32-bit
+/// Windows has one view, by either name.
+constexpr std::array<REGSAM, 2> kViews = {KEY_WOW64_32KEY, KEY_WOW64_64KEY};
+
 /// A key below the classes. The longest is that of a kind of system, with numbers of 32 bits.
 using Path = std::array<wchar_t, 128>;
 
@@ -59,10 +63,48 @@ Path LanguageKey(const TLIBATTR& library)
 }
 
 /// Its default value is the file.
-Path SystemKey(const TLIBATTR& library)
+Path SystemKey(const TLIBATTR& library, SYSKIND system)
 {
-    return Format(library.syskind == SYS_WIN64 ? L"%s\\win64" : L"%s\\win32",
-                  LanguageKey(library).data());
+    return Format(system == SYS_WIN64 ? L"%s\\win64" : L"%s\\win32", LanguageKey(library).data());
+}
+
+SYSKIND OtherSystem(const TLIBATTR& library) noexcept
+{
+    return library.syskind == SYS_WIN64 ? SYS_WIN32 : SYS_WIN64;
+}
+
+RegistryLocation Below(const RegistryLocation& at, const Path& path)
+{
+    return {at.root, at.path + L'\\' + path.data()};
+}
+
+bool Exists(const RegistryLocation& at)
+{
+    CRegKeyW key;
+    const LSTATUS error = key.Open(at.root, at.path.c_str(), KEY_QUERY_VALUE);
+    if (error != ERROR_FILE_NOT_FOUND)
+    {
+        ThrowIfRegistryError(error);
+    }
+    return error == ERROR_SUCCESS;
+}
+
+/// The classes, open for reading; nothing when there are none.
+CRegKeyW& OpenClasses(CRegKeyW& classes, RegistrationScope scope, REGSAM view = 0)
+{
+    const RegistryLocation at = ClassesOf(scope);
+    const LSTATUS error = classes.Open(at.root, at.path.c_str(), KEY_READ | view);
+    if (error != ERROR_FILE_NOT_FOUND)
+    {
+        ThrowIfRegistryError(error);
+    }
+    return classes;
+}
+
+/// The directory of a file's full path, without the final backslash.
+std::wstring DirectoryOf(const std::wstring& file)
+{
+    return file.substr(0, file.find_last_of(L'\\'));
 }
 } // namespace
 
@@ -90,48 +132,89 @@ TypeLibraryEntries::TypeLibraryEntries(ITypeLib& library)
 
 std::optional<std::wstring> TypeLibraryEntries::File(RegistrationScope scope) const
 {
-    RegistryLocation at = ClassesOf(scope);
-    at.path.append(1, L'\\').append(SystemKey(m_library).data());
-    return ReadText(at, L"");
+    return ReadText(Below(ClassesOf(scope), SystemKey(m_library, m_library.syskind)), L"");
+}
+
+EraseExtent TypeLibraryEntries::Extent(RegistrationScope scope) const
+{
+    return Exists(Below(ClassesOf(scope), SystemKey(m_library, OtherSystem(m_library))))
+               ? EraseExtent::ownView
+               : EraseExtent::all;
 }
 
 void TypeLibraryEntries::Erase(RegistrationScope scope) const
 {
-    const RegistryLocation at = ClassesOf(scope);
     CRegKeyW classes;
-    LSTATUS error = classes.Open(at.root, at.path.c_str(), KEY_READ);
-    if (error == ERROR_FILE_NOT_FOUND)
+    const HKEY root = OpenClasses(classes, scope).GetKey();
+    if (!root)
     {
         return;
     }
-    ThrowIfRegistryError(error);
-    const HKEY root = classes.GetKey();
-    EraseEntry(root, SystemKey(m_library).data(), L"");
-    const Path language = LanguageKey(m_library);
-    DeleteEmptyKey(root, language.data());
-    CRegKeyW others;
-    error = others.Open(root, language.data(), KEY_QUERY_VALUE);
-    if (error == ERROR_FILE_NOT_FOUND) // that was the last kind of system
+    const auto file = File(scope);
+    EraseEntry(root, SystemKey(m_library, m_library.syskind).data(), L"");
+    DeleteEmptyKey(root, LanguageKey(m_library).data());
+    if (Exists(Below(ClassesOf(scope), LanguageKey(m_library)))) // for another kind
     {
-        for (const wchar_t* const part : kVersionParts)
+        if (file)
         {
-            EraseEntry(root, Format(L"%s%s", VersionKey(m_library).data(), part).data(), L"");
+            HandHelpFolderOver(scope, *file);
         }
-        DeleteEmptyKey(root, LibraryKey(m_library).data());
+        return;
     }
-    for (const GUID& iid : m_interfaces)
+    for (const wchar_t* const part : kVersionParts)
     {
-        const Path key = Format(L"Interface\\%s", GuidText(iid).data());
-        EraseValue(root, Format(L"%s\\TypeLib", key.data()).data(), L"Version");
-        for (const wchar_t* const part : kInterfaceParts)
-        {
-            EraseEntry(root, Format(L"%s%s", key.data(), part).data(), L"");
-        }
+        EraseEntry(root, Format(L"%s%s", VersionKey(m_library).data(), part).data(), L"");
     }
+    DeleteEmptyKey(root, LibraryKey(m_library).data());
+    EraseInterfaces(scope);
     if (scope == RegistrationScope::user) // the machine always has them
     {
         DeleteEmptyKey(root, L"TypeLib");
-        DeleteEmptyKey(root, L"Interface");
+    }
+}
+
+void TypeLibraryEntries::HandHelpFolderOver(RegistrationScope scope,
+                                            const std::wstring& ownFile) const
+{
+    const RegistryLocation help =
+        Below(ClassesOf(scope), Format(L"%s\\HELPDIR", VersionKey(m_library).data()));
+    const auto other =
+        ReadText(Below(ClassesOf(scope), SystemKey(m_library, OtherSystem(m_library))), L"");
+    if (!other || ReadText(help, L"") != DirectoryOf(ownFile))
+    {
+        return;
+    }
+    const RegistryData folder = EncodeValue(DirectoryOf(*other));
+    CRegKeyW key;
+    ThrowIfRegistryError(key.Open(help.root, help.path.c_str(), KEY_SET_VALUE));
+    ThrowIfRegistryError(::RegSetValueExW(key.GetKey(), nullptr, 0, folder.type,
+                                          reinterpret_cast<const BYTE*>(folder.bytes.data()),
+                                          static_cast<DWORD>(folder.bytes.size())));
+}
+
+void TypeLibraryEntries::EraseInterfaces(RegistrationScope scope) const
+{
+    for (const REGSAM view : kViews)
+    {
+        CRegKeyW classes;
+        const HKEY root = OpenClasses(classes, scope, view).GetKey();
+        if (!root)
+        {
+            continue;
+        }
+        for (const GUID& iid : m_interfaces)
+        {
+            const Path key = Format(L"Interface\\%s", GuidText(iid).data());
+            EraseValue(root, Format(L"%s\\TypeLib", key.data()).data(), L"Version", view);
+            for (const wchar_t* const part : kInterfaceParts)
+            {
+                EraseEntry(root, Format(L"%s%s", key.data(), part).data(), L"", view);
+            }
+        }
+        if (scope == RegistrationScope::user) // the machine always has it
+        {
+            DeleteEmptyKey(root, L"Interface", view);
+        }
     }
 }
 } // namespace velt

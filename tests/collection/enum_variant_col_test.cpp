@@ -1,5 +1,6 @@
 #include "tests/support/com_allocations.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/late_bound.h"
 #include "tests/support/outer_object.h"
 #include "tests/support/stand_in_object.h"
@@ -125,6 +126,56 @@ TEST_CASE("CEnumVariantCol: Item writes the type word and the bits of a pointer 
     expected.vt = given.vt;
     expected.byref = reinterpret_cast<void*>(static_cast<UINT_PTR>(bits)); // NOLINT: lent bits
     CHECK(std::memcmp(&value, &expected, sizeof(value)) == 0);
+}
+
+TEST_CASE("CEnumVariantCol: Item lends pointers whole, and of each type as many bits as they have",
+          "[collection]")
+{
+    constexpr VARTYPE kTypes[] = {VT_EMPTY,
+                                  VT_NULL,
+                                  VT_I1,
+                                  VT_I2,
+                                  VT_I4,
+                                  VT_I8,
+                                  VT_INT,
+                                  VT_UI1,
+                                  VT_UI2,
+                                  VT_UI4,
+                                  VT_UI8,
+                                  VT_UINT,
+                                  VT_R4,
+                                  VT_R8,
+                                  VT_CY,
+                                  VT_DATE,
+                                  VT_BSTR,
+                                  VT_DISPATCH,
+                                  VT_BOOL,
+                                  VT_ERROR,
+                                  VT_VARIANT | VT_BYREF,
+                                  VT_UNKNOWN,
+                                  VT_RECORD,
+                                  VT_I4 | VT_BYREF,
+                                  VT_BSTR | VT_BYREF,
+                                  VT_DISPATCH | VT_BYREF,
+                                  VT_ARRAY | VT_VARIANT,
+                                  VT_ARRAY | VT_UI1 | VT_BYREF};
+    const Made made;
+    LONG position = 0;
+    for (const VARTYPE type : kTypes)
+    {
+        // Shallow: nobody follows what the bits would be a pointer to.
+        VARIANT given = OfType(type);
+        given.ullVal = 0x8877665544332211;
+        REQUIRE(made.collection->Add(given) == S_OK);
+        VARIANT value = Poisoned();
+        REQUIRE(made.collection->get_Item(Long(++position), &value) == S_OK);
+        VARIANT expected = Poisoned();
+        expected.vt = type;
+        std::memcpy(&expected.ullVal, &given.ullVal, kEdition.lentBytes);
+        CAPTURE(type);
+        CHECK(std::memcmp(&value, &expected, sizeof(value)) == 0);
+        CHECK((value.byref == given.byref)); // a pointer in either edition
+    }
 }
 
 TEST_CASE("CEnumVariantCol: Remove and Clear free strings and release objects", "[collection]")

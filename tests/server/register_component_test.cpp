@@ -34,7 +34,7 @@ namespace
 {
 using OpenPatch = ImportPatch<"RegOpenKeyExW", decltype(::RegOpenKeyExW)>;
 using CreatePatch = ImportPatch<"RegCreateKeyExW", decltype(::RegCreateKeyExW)>;
-using DeleteKeyPatch = ImportPatch<"RegDeleteKeyW", decltype(::RegDeleteKeyW)>;
+using DeleteKeyPatch = ImportPatch<"RegDeleteKeyExW", decltype(::RegDeleteKeyExW)>;
 using DeleteTreePatch = ImportPatch<"RegDeleteTreeW", decltype(::RegDeleteTreeW)>;
 using SetValuePatch = ImportPatch<"RegSetValueExW", decltype(::RegSetValueExW)>;
 using OverridePatch = ImportPatch<"RegOverridePredefKey", decltype(::RegOverridePredefKey)>;
@@ -140,9 +140,10 @@ private:
                                    Add("create", root, path);
                                    return CreatePatch::Original(root, path, rest...);
                                }};
-    const DeleteKeyPatch m_deleteKey{"advapi32.dll", [this](HKEY root, const wchar_t* path) {
+    const DeleteKeyPatch m_deleteKey{"advapi32.dll",
+                                     [this](HKEY root, const wchar_t* path, auto... rest) {
                                          Add("delete", root, path);
-                                         return DeleteKeyPatch::Original(root, path);
+                                         return DeleteKeyPatch::Original(root, path, rest...);
                                      }};
     const DeleteTreePatch m_deleteTree{"advapi32.dll", [this](HKEY root, const wchar_t* path) {
                                            Add("delete tree", root, path);

@@ -308,6 +308,18 @@ TEST_CASE("DllRegisterServer: for the machine, the other edition's entries of th
     write(L"\\FLAGS", L"0");
     write(L"\\HELPDIR", L"C:\\other");
     write(std::wstring(L"\\0\\") + kEdition.otherSystem, L"C:\\other\\VeltHTTPClient12OEM.dll");
+    // On 64-bit Windows both editions have these in common.
+    for (const auto& [key, values] : velt::test::ExpectedClassKeys(L"C:\\other.dll"))
+    {
+        if (!key.starts_with(L"CLSID\\") && !values.empty())
+        {
+            const auto& [name, value] = *values.begin();
+            const std::wstring full = std::wstring(kUserClasses) + L'\\' + key;
+            REQUIRE(::RegSetKeyValueW(HKEY_CURRENT_USER, full.c_str(), name.c_str(), value.type,
+                                      value.data.data(),
+                                      static_cast<DWORD>(value.data.size())) == 0);
+        }
+    }
     const RegistryTree before = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
     write(std::wstring(L"\\0\\") + kEdition.system, L"C:\\own\\VeltHTTPClient12OEM.dll");
     CHECK(Register() == S_OK);

@@ -4,6 +4,8 @@
 
 #include <oaidl.h>
 
+#include <cstddef>
+
 namespace velt::test
 {
 /// What differs between the two editions of the component, as its contract has it. A test that is
@@ -15,12 +17,14 @@ struct Edition
     const wchar_t* system;       // the key of its kind of system below a registered type library
     const wchar_t* otherSystem;
     SYSKIND systemKind;
-    WORD machine; // of an image's header
+    WORD machine;          // of an image's header
+    std::size_t lentBytes; // of a value, by Item through the vtable
 };
 
 inline constexpr bool kIs64Bit = sizeof(void*) == 8;
 
 inline constexpr Edition kEdition =
-    kIs64Bit ? Edition{L"64-bit", L"amd64", L"win64", L"win32", SYS_WIN64, IMAGE_FILE_MACHINE_AMD64}
-             : Edition{L"32-bit", L"x86", L"win32", L"win64", SYS_WIN32, IMAGE_FILE_MACHINE_I386};
+    kIs64Bit
+        ? Edition{L"64-bit", L"amd64", L"win64", L"win32", SYS_WIN64, IMAGE_FILE_MACHINE_AMD64, 8}
+        : Edition{L"32-bit", L"x86", L"win32", L"win64", SYS_WIN32, IMAGE_FILE_MACHINE_I386, 4};
 } // namespace velt::test

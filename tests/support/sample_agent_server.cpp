@@ -53,10 +53,15 @@ std::vector<UniqueKernelObject> Processes(const std::vector<std::string>& lines)
 } // namespace
 
 SampleAgentServer::SampleAgentServer(const std::string& settings)
+    : SampleAgentServer(settings, VELT_SAMPLE_AGENT)
+{
+}
+
+SampleAgentServer::SampleAgentServer(const std::string& settings, const std::wstring& program)
     : m_program(m_folder.File(L"sample_agent.exe"))
 {
     Configure(settings);
-    if (!::CopyFileW(VELT_SAMPLE_AGENT, m_program.c_str(), TRUE) ||
+    if (!::CopyFileW(program.c_str(), m_program.c_str(), TRUE) ||
         RunProcess(L'"' + m_program + L"\" /regserver") != 0)
     {
         throw std::runtime_error("the sample agent cannot be registered");

@@ -15,6 +15,9 @@ public:
     /// `settings` are those of its file; see samples/update_agent/update_agent.ini.
     explicit SampleAgentServer(const std::string& settings);
 
+    /// That of another build, by its program's full path.
+    SampleAgentServer(const std::string& settings, const std::wstring& program);
+
     SampleAgentServer(const SampleAgentServer&) = delete;
     SampleAgentServer& operator=(const SampleAgentServer&) = delete;
 

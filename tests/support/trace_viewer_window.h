@@ -25,6 +25,8 @@ struct ViewerRecord
     std::string text;        // up to its first NUL
     bool endsAfterText;      // the NUL is the last byte of the data
 
+    bool operator==(const ViewerRecord&) const = default;
+
     /// The source name without its padding.
     std::string Source() const
     {

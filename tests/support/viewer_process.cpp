@@ -1,7 +1,6 @@
 #include "tests/support/viewer_process.h"
 
 #include "foundation/trace_record.h"
-#include "tests/support/component_library.h"
 
 #include <windows.h>
 
@@ -82,11 +81,11 @@ bool BelongsTo(HWND window, DWORD processId) noexcept
 }
 } // namespace
 
-ViewerProcess::ViewerProcess(const std::wstring& arguments)
+ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& program)
 {
     auto [output, outputEnd] = MakePipe();
     auto [errors, errorsEnd] = MakePipe();
-    std::wstring commandLine = L"\"" + ShippedFile(L"velt-trace.exe") + L"\" " + arguments;
+    std::wstring commandLine = L"\"" + program + L"\" " + arguments;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;

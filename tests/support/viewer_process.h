@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/unique_handle.h"
+#include "tests/support/component_library.h"
 #include "tests/support/eventually.h"
 
 #include <windows.h>
@@ -29,7 +30,8 @@ public:
     static constexpr int kPauseCommand = 206;
 
     /// Starts it with these arguments; its output is caught.
-    explicit ViewerProcess(const std::wstring& arguments = L"");
+    explicit ViewerProcess(const std::wstring& arguments = L"",
+                           const std::wstring& program = ShippedFile(L"velt-trace.exe"));
 
     ViewerProcess(const ViewerProcess&) = delete;
     ViewerProcess& operator=(const ViewerProcess&) = delete;

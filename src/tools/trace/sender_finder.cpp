@@ -52,6 +52,14 @@ Finding LookInto(DWORD processId) noexcept
     return Finding::hasNot;
 }
 
+/// Whether this is a 32-bit process of 64-bit Windows, to which 64-bit ones do not show what they
+/// have loaded.
+bool IsWow64() noexcept
+{
+    BOOL is = FALSE;
+    return ::IsWow64Process(::GetCurrentProcess(), &is) && is;
+}
+
 std::string Label(std::wstring_view name, DWORD processId)
 {
     return Utf8FromWide(name) + " (" + std::to_string(processId) + ")";
@@ -62,6 +70,7 @@ SenderFinder::SenderFinder()
     : m_quit(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       m_wanted(::CreateEventW(nullptr, FALSE, FALSE, nullptr)),
       m_done(::CreateEventW(nullptr, TRUE, TRUE, nullptr)),
+      m_seesOneKind(IsWow64()),
       m_askedMs(::GetTickCount() - kPeriodMs)
 {
     if (!m_quit || !m_wanted || !m_done)
@@ -115,7 +124,11 @@ std::string SenderFinder::Describe() const
         }
         text += (text.empty() ? "" : " or ") + name;
     }
-    return text.empty() ? "?" : text;
+    if (text.empty())
+    {
+        return "?";
+    }
+    return m_seesOneKind ? text + " or a 64-bit program" : text;
 }
 
 std::string SenderFinder::DescribeProcess(DWORD processId)

@@ -34,7 +34,9 @@ public:
     bool Wait(DWORD limitMs) const noexcept;
 
     /// The processes that have, or just had, the component loaded: "host.exe (12)", or several
-    /// joined by "or"; "?" for none. Any thread may call. Throws std::bad_alloc.
+    /// joined by "or"; "?" for none. What a 32-bit viewer on 64-bit Windows sees may always come
+    /// from a 64-bit program instead, and the text says so. Any thread may call. Throws
+    /// std::bad_alloc.
     std::string Describe() const;
 
     /// "host.exe (12)" of a process. Throws std::bad_alloc.
@@ -49,6 +51,7 @@ private:
     UniqueKernelObject m_quit;
     UniqueKernelObject m_wanted;
     UniqueKernelObject m_done;
+    const bool m_seesOneKind;
 
     std::atomic<DWORD> m_askedMs{0}; // when the last look was asked for
 

@@ -1,6 +1,7 @@
 #include "tools/velt/component.h"
 
 #include "foundation/find_function.h"
+#include "foundation/unique_file.h"
 #include "server/registration.h"
 #include "tools/velt/command_context.h"
 
@@ -14,13 +15,55 @@ namespace
 {
 constexpr wchar_t kFileName[] = L"VeltHTTPClient12OEM.dll";
 
+/// The processor in an image's header, IMAGE_FILE_MACHINE_...; 0 when it is not an image.
+WORD MachineOf(const std::wstring& path)
+{
+    const UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                        OPEN_EXISTING, 0, nullptr));
+    const auto read = [&](LONG offset, auto& part) {
+        DWORD size = 0;
+        return ::SetFilePointer(file.Get(), offset, nullptr, FILE_BEGIN) !=
+                   INVALID_SET_FILE_POINTER &&
+               ::ReadFile(file.Get(), &part, sizeof(part), &size, nullptr) && size == sizeof(part);
+    };
+    IMAGE_DOS_HEADER start{};
+    struct
+    {
+        DWORD signature;
+        IMAGE_FILE_HEADER header;
+    } image{};
+    const bool isImage = file && read(0, start) && start.e_magic == IMAGE_DOS_SIGNATURE &&
+                         read(start.e_lfanew, image) && image.signature == IMAGE_NT_SIGNATURE;
+    return isImage ? image.header.Machine : WORD{0};
+}
+
+/// The library is of the other edition than this program.
+std::wstring OtherEdition(const std::wstring& path)
+{
+    constexpr bool kIs64Bit = sizeof(void*) == 8;
+    switch (MachineOf(path))
+    {
+    case IMAGE_FILE_MACHINE_I386:
+        return kIs64Bit ? L": this is the 32-bit library; this program is 64-bit" : L"";
+    case IMAGE_FILE_MACHINE_AMD64:
+        return kIs64Bit ? L"" : L": this is the 64-bit library; this program is 32-bit";
+    default:
+        return {};
+    }
+}
+
 HMODULE Load(const std::wstring& path)
 {
     // What the library needs comes from its own folder or the system's, never from the current one.
     const HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (!module)
     {
-        throw LastFailure(path);
+        CommandFailure failure = LastFailure(path);
+        if (failure.code == HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT))
+        {
+            failure.what += OtherEdition(path);
+        }
+        throw failure;
     }
     return module;
 }

@@ -82,7 +82,7 @@ bool ComponentRegistry::IsOwn(const std::wstring& library) const noexcept
 
 void ComponentRegistry::Erase(RegistrationScope scope) const
 {
-    EraseTypeLibrary(scope);
+    const EraseExtent extent = EraseTypeLibrary(scope);
     bool others = false;
     for (const Operations& operations : m_classes | std::views::reverse)
     {
@@ -92,15 +92,15 @@ void ComponentRegistry::Erase(RegistrationScope scope) const
             others = true;
             continue;
         }
-        EraseRegistry(operations, scope);
+        EraseRegistry(operations, scope, extent);
     }
     if (!others)
     {
-        EraseRegistry(m_shared, scope);
+        EraseRegistry(m_shared, scope, extent);
     }
 }
 
-void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
+EraseExtent ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
 {
     ComPtr<ITypeLib> library;
     Require(::LoadTypeLibEx(m_component.Path().c_str(), REGKIND_NONE, &library),
@@ -111,6 +111,7 @@ void ComponentRegistry::EraseTypeLibrary(RegistrationScope scope) const
     {
         entries.Erase(scope);
     }
+    return entries.Extent(scope);
 }
 
 void RegisterForUser(const Component& component)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/registrar_eraser.h"
 #include "server/registration.h"
 #include "tools/velt/component.h"
 
@@ -31,7 +32,8 @@ public:
 
     /// Takes everything back that registering this component has written there, its type library
     /// included. Classes that another copy is registered with stay, and with them what all classes
-    /// share. COM is initialised. Throws SystemException::Win32 and CommandFailure.
+    /// share, as do the keys that the other edition has in
+    /// common with this one. COM is initialised. Throws SystemException::Win32 and CommandFailure.
     void Erase(RegistrationScope scope) const;
 
 private:
@@ -39,7 +41,8 @@ private:
 
     std::optional<std::wstring> LibraryOf(const Operations& operations,
                                           RegistrationScope scope) const;
-    void EraseTypeLibrary(RegistrationScope scope) const;
+    /// Returns how far erasing goes then.
+    EraseExtent EraseTypeLibrary(RegistrationScope scope) const;
 
     const Component& m_component;
     Operations m_shared;
