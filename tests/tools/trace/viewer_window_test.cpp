@@ -2,6 +2,7 @@
 
 #include "foundation/trace_record.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/variants.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/viewer_input.h"
@@ -85,6 +86,24 @@ TEST_CASE("Viewer: a sender that names its window is told apart", "[tools]")
           L"tools_trace_viewer_test.exe (" + std::to_wstring(::GetCurrentProcessId()) + L")");
     CHECK(viewer.Cell(1, 1) == L"?"); // nobody has the component loaded
     CHECK(viewer.Cell(0, 3) == L"module");
+}
+
+TEST_CASE("Viewer: a kind of data that only ends in the magic is another kind", "[tools]")
+{
+    if (!kIs64Bit)
+    {
+        WARN("does not apply: a kind of data has 32 bits here");
+        return;
+    }
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const velt::TraceRecord sound = velt::EncodeTraceRecord(4, 0, "", "text");
+    SendBytes(viewer.Receiver(),
+              std::string(reinterpret_cast<const char*>(sound.bytes.data()), sound.size),
+              static_cast<ULONG_PTR>(0x1'5554'3132));
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(viewer.Texts()[0].starts_with(L"malformed record (wrong magic), 86 bytes"));
+    CHECK(viewer.Close() == 0);
 }
 
 TEST_CASE("Viewer: malformed records are shown as such and counted", "[tools]")
