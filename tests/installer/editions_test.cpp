@@ -47,6 +47,37 @@ std::string ChangesSince(const Machine& before)
     return changes(before.machine, now.machine) + changes(before.user, now.user);
 }
 
+/// Whether a user's classes have a view for each kind of programs, as Windows has it. Wine keeps
+/// them in one place, where the edition that is registered last takes the other one's entries.
+bool HasUserViews()
+{
+    constexpr wchar_t kProbe[] =
+        L"Software\\Classes\\CLSID\\{6C1F1B6E-0F2B-4B57-9B65-2C3E5A1D7F90}";
+    HKEY key = nullptr;
+    REQUIRE(::RegCreateKeyExW(HKEY_CURRENT_USER, kProbe, 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY,
+                              nullptr, &key, nullptr) == ERROR_SUCCESS);
+    ::RegCloseKey(key);
+    const LSTATUS seen =
+        ::RegOpenKeyExW(HKEY_CURRENT_USER, kProbe, 0, KEY_READ | KEY_WOW64_64KEY, &key);
+    if (seen == ERROR_SUCCESS)
+    {
+        ::RegCloseKey(key);
+    }
+    ::RegDeleteKeyExW(HKEY_CURRENT_USER, kProbe, KEY_WOW64_32KEY, 0);
+    return seen != ERROR_SUCCESS;
+}
+
+/// Whether both editions can be registered in that scope; says so when they cannot.
+bool HasRoomForBoth(const Scope& scope)
+{
+    if (scope.root == HKEY_LOCAL_MACHINE || HasUserViews())
+    {
+        return true;
+    }
+    WARN("not looked at: the user's classes have one view for both kinds of programs here");
+    return false;
+}
+
 DWORD InstallOther(const Scope& scope)
 {
     return Install(scope.argument, nullptr, k32BitNames);
@@ -58,6 +89,10 @@ TEST_CASE("The editions: installing, upgrading and removing the 64-bit one leave
 {
     const Scope scope = GENERATE(0, 1) == 0 ? AllUsers() : CurrentUser();
     INFO(scope.name);
+    if (!HasRoomForBoth(scope))
+    {
+        return;
+    }
     REQUIRE(InstallOther(scope) == 0);
     CheckOtherWorks(scope);
     const Machine before;
@@ -87,6 +122,10 @@ TEST_CASE("The editions: installing, upgrading and removing the 32-bit one leave
 {
     const Scope scope = GENERATE(0, 1) == 0 ? AllUsers() : CurrentUser();
     INFO(scope.name);
+    if (!HasRoomForBoth(scope))
+    {
+        return;
+    }
     REQUIRE(Install(scope.argument) == 0);
     const Machine before;
 
