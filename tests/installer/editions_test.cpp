@@ -29,22 +29,12 @@ void CheckOtherWorks(const Scope& scope)
     CHECK(RunToItsEnd(L"\"" + folder + L"\\velt.exe\" status") == 0);
 }
 
-/// What differs from before, all but the type library's help folder: the editions have one entry
-/// for it, and the system writes there the folder of the one that was registered last.
+/// What differs from before.
 std::string ChangesSince(const Machine& before)
 {
-    Machine now;
-    const auto changes = [](RegistryTree then, RegistryTree& tree) {
-        for (RegistryTree* each : {&then, &tree})
-        {
-            std::erase_if(*each, [](const auto& entry) {
-                return entry.first.ends_with(
-                    L"{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\HELPDIR");
-            });
-        }
-        return RegistryDifference(then, tree);
-    };
-    return changes(before.machine, now.machine) + changes(before.user, now.user);
+    const Machine now;
+    return RegistryDifference(before.machine, now.machine) +
+           RegistryDifference(before.user, now.user);
 }
 
 /// Whether a user's classes have a view for each kind of programs, as Windows has it. Wine keeps
