@@ -90,10 +90,10 @@ bool Exists(const RegistryLocation& at)
 }
 
 /// The classes, open for reading; nothing when there are none.
-CRegKeyW& OpenClasses(CRegKeyW& classes, RegistrationScope scope, REGSAM view = 0)
+CRegKeyW& OpenClasses(CRegKeyW& classes, RegistrationScope scope)
 {
     const RegistryLocation at = ClassesOf(scope);
-    const LSTATUS error = classes.Open(at.root, at.path.c_str(), KEY_READ | view);
+    const LSTATUS error = classes.Open(at.root, at.path.c_str(), KEY_READ);
     if (error != ERROR_FILE_NOT_FOUND)
     {
         ThrowIfRegistryError(error);
@@ -194,26 +194,22 @@ void TypeLibraryEntries::HandHelpFolderOver(RegistrationScope scope,
 
 void TypeLibraryEntries::EraseInterfaces(RegistrationScope scope) const
 {
+    // By whole paths: a view is that of a path from the root.
+    const RegistryLocation at = ClassesOf(scope);
     for (const REGSAM view : kViews)
     {
-        CRegKeyW classes;
-        const HKEY root = OpenClasses(classes, scope, view).GetKey();
-        if (!root)
-        {
-            continue;
-        }
         for (const GUID& iid : m_interfaces)
         {
-            const Path key = Format(L"Interface\\%s", GuidText(iid).data());
-            EraseValue(root, Format(L"%s\\TypeLib", key.data()).data(), L"Version", view);
+            const Path key = Format(L"%s\\Interface\\%s", at.path.c_str(), GuidText(iid).data());
+            EraseValue(at.root, Format(L"%s\\TypeLib", key.data()).data(), L"Version", view);
             for (const wchar_t* const part : kInterfaceParts)
             {
-                EraseEntry(root, Format(L"%s%s", key.data(), part).data(), L"", view);
+                EraseEntry(at.root, Format(L"%s%s", key.data(), part).data(), L"", view);
             }
         }
         if (scope == RegistrationScope::user) // the machine always has it
         {
-            DeleteEmptyKey(root, L"Interface", view);
+            DeleteEmptyKey(at.root, (at.path + L"\\Interface").c_str(), view);
         }
     }
 }
