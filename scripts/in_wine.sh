@@ -54,7 +54,7 @@ fi
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 template=$root/build/wine/template-$windows
-made=$template/.made-7 # another name for each change of how it is made
+made=$template/.made-8 # another name for each change of how it is made
 
 export WINEARCH=$windows
 export WINEDEBUG=${VELT_WINEDEBUG:--all}
@@ -103,6 +103,9 @@ mkdir -p "$root/build/wine"
                 /v "$font" /t REG_MULTI_SZ \
                 /d 'DroidSansFallbackFull.ttf,Droid Sans Fallback' >>"$log"
         done
+        # The font of the system's own windows.
+        WINEPREFIX=$template wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /f \
+            /v Tahoma /d 'Liberation Sans' >>"$log"
         # A rich edit control takes only the font that is named.
         for font in 'MS Gothic' SimSun; do
             WINEPREFIX=$template wine reg add 'HKCU\Software\Wine\Fonts\Replacements' /f \

@@ -4,20 +4,10 @@
 #
 #   other_system_test.sh <source folder> <installer> <prefix>
 set -uo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../support/expect.sh"
 source_dir=$1
 setup=$2
 prefix=$3
-failures=0
-
-# expect <what> <expected> <actual>
-expect() {
-    if [ "$2" != "$3" ]; then
-        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-        failures=$((failures + 1))
-    else
-        printf 'ok: %s\n' "$1"
-    fi
-}
 
 for scope in /AllUsers /CurrentUser; do
     "$source_dir/scripts/in_wine.sh" "$prefix" "$setup" /S "$scope"

@@ -6,22 +6,12 @@
 # The packages of the first time stay in the work folder, for the test that installs them; so does
 # one of an earlier version, in earlier/.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/../support/expect.sh"
 source_dir=$1
 work=$2
 shift 2
 builds=("$@")
 make_package=$source_dir/src/installer/make_package.sh
-failures=0
-
-# expect <what> <expected> <actual>
-expect() {
-    if [ "$2" != "$3" ]; then
-        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-        failures=$((failures + 1))
-    else
-        printf 'ok: %s\n' "$1"
-    fi
-}
 
 rm -rf "$work"
 "$make_package" "$work" "${builds[@]}"

@@ -8,6 +8,7 @@
 # it comes from; a question mark before it where only some versions of the compiler's run-time ask
 # for it.
 set -eu
+. "$(dirname "${BASH_SOURCE[0]}")/../support/expect.sh"
 export LC_ALL=C # one order of names
 
 dll=$1
@@ -22,17 +23,6 @@ compiler=$4
 bin=$(dirname "$dll")
 build=$(dirname "$bin")
 root=$(cd "$(dirname "$0")/../.." && pwd)
-failures=0
-
-# expect <what> <expected> <actual>
-expect() {
-    if [ "$2" != "$3" ]; then
-        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-        failures=$((failures + 1))
-    else
-        printf 'ok: %s\n' "$1"
-    fi
-}
 
 headers=$("$objdump" -p "$dll")
 

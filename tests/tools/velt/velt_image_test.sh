@@ -3,22 +3,12 @@
 #
 #   velt_image_test.sh <velt.exe> <objdump> <source folder> <format>
 set -eu
+. "$(dirname "${BASH_SOURCE[0]}")/../../support/expect.sh"
 
 program=$1
 objdump=$2
 source_dir=$3
 format=$4
-failures=0
-
-# expect <what> <expected> <actual>
-expect() {
-    if [ "$2" != "$3" ]; then
-        printf 'FAILED: %s\n  expected: %s\n  actual:   %s\n' "$1" "$2" "$3"
-        failures=$((failures + 1))
-    else
-        printf 'ok: %s\n' "$1"
-    fi
-}
 
 headers=$("$objdump" -p "$program")
 expect "the file is of its edition" "$format" \
