@@ -2,6 +2,7 @@
 // allocator can fail; nothing that watches COM's own allocations may need it meanwhile.
 
 #include "collection/enum_variant_col.h"
+#include "tests/support/failing_allocation.h"
 #include "tests/support/late_bound.h"
 #include "tests/support/stand_in_object.h"
 #include "tests/support/test_module.h"
@@ -9,36 +10,8 @@
 
 #include <catch.hpp>
 
-#include <cstdlib>
-#include <new>
-
 using Microsoft::WRL::ComPtr;
 using namespace velt::test;
-
-namespace
-{
-thread_local bool g_allocationFails = false;
-} // namespace
-
-void* operator new(std::size_t size)
-{
-    void* const memory = g_allocationFails ? nullptr : std::malloc(size > 0 ? size : 1);
-    if (!memory)
-    {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 TEST_CASE("CEnumVariantCol: a value that finds no room is not added, and whose it was before it is "
           "still",
@@ -58,11 +31,12 @@ TEST_CASE("CEnumVariantCol: a value that finds no room is not added, and whose i
     {
         DISPPARAMS parameters{value, nullptr, 1, 0};
         EXCEPINFO exception{};
-        g_allocationFails = true;
-        const HRESULT hr = early ? collection->Add(*value)
-                                 : collection->Invoke(2, IID_NULL, 0, DISPATCH_METHOD, &parameters,
-                                                      nullptr, &exception, nullptr);
-        g_allocationFails = false;
+        const HRESULT hr = [&] {
+            const FailingAllocation all(0, FailingAllocation::Extent::allFurther);
+            return early ? collection->Add(*value)
+                         : collection->Invoke(2, IID_NULL, 0, DISPATCH_METHOD, &parameters, nullptr,
+                                              &exception, nullptr);
+        }();
         CHECK(hr == (early ? E_OUTOFMEMORY : DISP_E_EXCEPTION));
         CHECK((early || exception.scode == E_OUTOFMEMORY));
         ::SysFreeString(exception.bstrSource);

@@ -3,6 +3,7 @@
 
 #include "connection/connection_probe.h"
 
+#include "tests/support/failing_allocation.h"
 #include "tests/support/import_patch.h"
 
 #include <windows.h>
@@ -11,7 +12,6 @@
 
 #include <catch.hpp>
 
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <set>
@@ -25,8 +25,6 @@ namespace
 using QueryPatch = ImportPatch<"InternetQueryOptionW", decltype(::InternetQueryOptionW)>;
 using FreePatch = ImportPatch<"GlobalFree", decltype(::GlobalFree)>;
 
-thread_local int t_failingAllocation = -1; // counts down to it
-
 wchar_t* Allocated(const std::wstring& text)
 {
     const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
@@ -35,29 +33,6 @@ wchar_t* Allocated(const std::wstring& text)
     return copy;
 }
 } // namespace
-
-void* operator new(std::size_t size)
-{
-    if (t_failingAllocation >= 0 && t_failingAllocation-- == 0)
-    {
-        throw std::bad_alloc();
-    }
-    if (void* const memory = std::malloc(size > 0 ? size : 1))
-    {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 TEST_CASE("ConnectionProbe: every text of the configuration is freed when memory ends",
           "[connection]")
@@ -81,16 +56,15 @@ TEST_CASE("ConnectionProbe: every text of the configuration is freed when memory
     std::wstring text;
     bool isConfigured = false;
     bool hasMemory = true;
-    t_failingAllocation = failing;
     try
     {
+        const FailingAllocation allocation(failing);
         isConfigured = ConnectionProbe::QueryProxySettings(text);
     }
     catch (const std::bad_alloc&)
     {
         hasMemory = false;
     }
-    t_failingAllocation = -1;
     CHECK(hasMemory == (failing == 2));
     CHECK(isConfigured == hasMemory);
     CHECK(freed == 3);

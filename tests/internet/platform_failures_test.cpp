@@ -5,6 +5,7 @@
 #include "internet/internet_proxy.h"
 #include "internet/parse_url.h"
 #include "tests/internet/exchange.h"
+#include "tests/support/failing_allocation.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/real_servers.h"
@@ -12,7 +13,6 @@
 #include <catch.hpp>
 
 #include <array>
-#include <cstdlib>
 #include <functional>
 #include <new>
 #include <string>
@@ -25,9 +25,6 @@ using OpenPatch = ImportPatch<"InternetOpenW", decltype(::InternetOpenW)>;
 using ConnectPatch = ImportPatch<"InternetConnectW", decltype(::InternetConnectW)>;
 using OpenRequestPatch = ImportPatch<"HttpOpenRequestW", decltype(::HttpOpenRequestW)>;
 using CloseHandlePatch = ImportPatch<"InternetCloseHandle", decltype(::InternetCloseHandle)>;
-
-/// Which allocation of this thread fails from now on; negative for none.
-thread_local int g_failingAllocation = -1;
 
 /// A file in write mode.
 class WrittenFile final : public CInternetFile
@@ -211,30 +208,6 @@ struct FailInTurn<Name, Result WINAPI(Arguments...)>
     CHECK(FailInTurn<#function, decltype(::function)>::Run(dll, failure, error) > 0)
 } // namespace
 
-// Counts down to the allocation that fails.
-void* operator new(std::size_t size)
-{
-    if (g_failingAllocation >= 0 && g_failingAllocation-- == 0)
-    {
-        throw std::bad_alloc();
-    }
-    if (void* const memory = std::malloc(size > 0 ? size : 1))
-    {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
 TEST_CASE("internet: each call of the internet API fails in turn", "[internet]")
 {
     FAIL_IN_TURN("wininet.dll", InternetOpenW, nullptr, ERROR_NOT_ENOUGH_MEMORY);
@@ -274,16 +247,15 @@ TEST_CASE("internet: each allocation of memory fails in turn", "[internet]")
         int balance = 0;
         {
             const HandleBalance handles;
-            g_failingAllocation = failing;
             try
             {
+                const FailingAllocation allocation(failing);
                 RunScenario();
             }
             catch (const std::bad_alloc&)
             {
             }
-            failed = g_failingAllocation < 0;
-            g_failingAllocation = -1;
+            failed = FailingAllocation::HasFailed();
             balance = handles.Balance();
         }
         INFO("allocation " << failing << " fails");

@@ -3,6 +3,7 @@
 
 #include "tools/velt/fetch_request.h"
 
+#include "tests/support/failing_allocation.h"
 #include "tests/support/http_server.h"
 #include "tests/support/import_patch.h"
 #include "tools/velt/commands.h"
@@ -13,8 +14,7 @@
 
 #include <catch.hpp>
 
-#include <cstdlib>
-#include <new>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -26,13 +26,8 @@ namespace
 {
 using SessionPatch = ImportPatch<"InternetOpenW", decltype(::InternetOpenW)>;
 using RequestPatch = ImportPatch<"HttpOpenRequestW", decltype(::HttpOpenRequestW)>;
+using Extent = FailingAllocation::Extent;
 using HandlerPatch = ImportPatch<"SetConsoleCtrlHandler", decltype(::SetConsoleCtrlHandler)>;
-
-constexpr int kNone = -1;
-
-// Which of this thread's allocations fails, counted from now, and whether all further ones do too.
-thread_local int t_failingAllocation = kNone;
-thread_local bool t_isLast = false;
 
 /// What a step does with all that a request needs.
 struct Stepped
@@ -41,13 +36,13 @@ struct Stepped
     DWORD result = 0;
 };
 
-Stepped Step(FetchRequest& request, int failingAllocation = kNone, bool isLast = false)
+Stepped Step(FetchRequest& request, int failingAllocation = FailingAllocation::kNone,
+             Extent extent = Extent::one)
 {
     CONNECTION_MANAGER::connection_object connection;
     const std::vector<std::string> hosts;
     Stepped stepped;
-    t_isLast = isLast;
-    t_failingAllocation = failingAllocation;
+    const FailingAllocation failing(failingAllocation, extent);
     try
     {
         stepped.result = request.Step(connection, hosts, true);
@@ -56,7 +51,6 @@ Stepped Step(FetchRequest& request, int failingAllocation = kNone, bool isLast =
     {
         stepped.escaped = true;
     }
-    t_isLast = false;
     return stepped;
 }
 
@@ -77,34 +71,6 @@ void CheckFailed(const FetchRequest& request, const std::vector<DWORD>& errors)
     CHECK((request.Outcome().failure->what == L"the exchange"));
 }
 } // namespace
-
-void* operator new(std::size_t size)
-{
-    if (t_failingAllocation == 0)
-    {
-        t_failingAllocation = t_isLast ? 0 : kNone;
-        throw std::bad_alloc();
-    }
-    if (t_failingAllocation > 0)
-    {
-        --t_failingAllocation;
-    }
-    if (void* const memory = std::malloc(size > 0 ? size : 1))
-    {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 TEST_CASE("velt fetch: asks for what is fresh and stays nowhere, and for no windows", "[tools]")
 {
@@ -135,17 +101,16 @@ TEST_CASE("FetchRequest: a step lets nothing escape, whichever allocation fails"
         ::SetLastError(ERROR_INTERNET_NAME_NOT_RESOLVED);
         return nullptr;
     });
-    const bool isLast = GENERATE(false, true);
+    const Extent extent = GENERATE(Extent::one, Extent::allFurther);
     const Interrupt interrupt;
     const FetchSettings settings = Settings();
     bool hasFailed = true;
     for (int allocation = 0; hasFailed; ++allocation)
     {
-        CAPTURE(allocation, isLast);
+        CAPTURE(allocation, static_cast<int>(extent));
         FetchRequest request("http://velt.invalid/", settings, interrupt, nullptr, nullptr);
-        const Stepped stepped = Step(request, allocation, isLast);
-        hasFailed = t_failingAllocation <= 0;
-        t_failingAllocation = kNone;
+        const Stepped stepped = Step(request, allocation, extent);
+        hasFailed = FailingAllocation::HasFailed();
         REQUIRE_FALSE(stepped.escaped);
         CHECK(stepped.result == FetchRequest::kFinished);
         CheckFailed(request, {ERROR_INTERNET_NAME_NOT_RESOLVED, ERROR_NOT_ENOUGH_MEMORY});
@@ -164,8 +129,7 @@ TEST_CASE("FetchRequest: Ctrl+C before its step is told without memory, too", "[
     REQUIRE(handler(CTRL_C_EVENT));
     const FetchSettings settings = Settings();
     FetchRequest request("http://velt.invalid/", settings, interrupt, nullptr, nullptr);
-    const Stepped stepped = Step(request, 0, true);
-    t_failingAllocation = kNone;
+    const Stepped stepped = Step(request, 0, Extent::allFurther);
     REQUIRE_FALSE(stepped.escaped);
     CHECK(stepped.result == FetchRequest::kFinished);
     CheckFailed(request, {ERROR_CANCELLED});
@@ -177,17 +141,17 @@ TEST_CASE("FetchRequest: what a body's target fails with is told without memory,
     const Interrupt interrupt;
     const FetchSettings settings = Settings();
     const std::wstring name = L"a file's name that is longer than what a text has room for itself";
+    std::optional<FailingAllocation> failing; // from the target's failure on
     FetchRequest request(
         "http://127.0.0.1:" + std::to_string(server.Port()) + "/", settings, interrupt,
         [&](const char*, std::size_t) {
             CommandFailure failure{E_ACCESSDENIED, name};
-            t_isLast = true;
-            t_failingAllocation = 0;
+            failing.emplace(0, Extent::allFurther);
             throw CommandFailure(std::move(failure));
         },
         nullptr);
     const Stepped stepped = Step(request);
-    t_failingAllocation = kNone;
+    failing.reset();
     REQUIRE_FALSE(stepped.escaped);
     CHECK(stepped.result == FetchRequest::kFinished);
     REQUIRE(request.Outcome().failure);
