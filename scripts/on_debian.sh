@@ -35,7 +35,8 @@ if [ ! -d "$system" ]; then
     velt_logged "debootstrap-$release" debootstrap --variant=minbase "$release" "$system.partial"
     mv "$system.partial" "$system"
 fi
-rsync --archive --delete --exclude=/build "$velt_root/" "$system/checkout/"
+# What has other contents is new there, whatever its time here: builds compare times.
+rsync --archive --no-times --checksum --delete --exclude=/build "$velt_root/" "$system/checkout/"
 cp /etc/resolv.conf "$system/etc/resolv.conf"
 
 # What is mounted and what runs goes with the namespaces.
