@@ -38,6 +38,10 @@ endif()
 add_library(velt_shipped_options INTERFACE)
 target_link_libraries(velt_shipped_options INTERFACE velt_options)
 target_compile_options(velt_shipped_options INTERFACE $<$<CONFIG:Release>:-Os>)
+if(WIN32)
+    # Sections begin at pages of the file, so a loader may map them and read only what is used.
+    target_link_options(velt_shipped_options INTERFACE -Wl,--file-alignment=4096)
+endif()
 
 # The headers that most sources of the product name first, read once for all of them. The checked
 # build does without, so that a source that does not name what it needs is found there.

@@ -46,9 +46,15 @@ public:
         {
             throw std::out_of_range("tls_data::operator[index] - invalid index");
         }
+        return Slots()[slot];
+    }
+
+    /// All slots of the calling thread.
+    Slot* Slots()
+    {
         // Outside the lock, which guards the list only: a thread's block is read by nobody else.
-        auto* block = static_cast<Slot*>(::TlsGetValue(m_index));
-        return (block ? block : AddBlock())[slot];
+        auto* const block = static_cast<Slot*>(::TlsGetValue(m_index));
+        return block ? block : AddBlock();
     }
 
 private:

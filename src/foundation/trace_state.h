@@ -81,7 +81,7 @@ public:
     /// What is the calling thread's; throws what tls_data throws.
     ThreadTrace& OfThread()
     {
-        return m_threads[0];
+        return m_threads.Slots()[0];
     }
 
     /// A word without ordering: loads and stores are plain moves.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Looks at the shipped library's file.
 #
-#   dll_image_test.sh <the DLL> <objdump> x86|amd64 <the compiler's version>
+#   dll_image_test.sh <the DLL> <objdump> x86|amd64
 #
 # The folder of the DLL is what is shipped; the folder above it is the build's. What the edition for
 # that processor exports and imports is in dll_image_<processor>.txt: a name a line, with the DLL that
@@ -19,7 +19,6 @@ x86) format=pei-i386 most_kb=450 no_handlers=$((0x400)) high_entropy=0 ;;
 # It has the system's tables for its exceptions, and may lie where addresses have 64 bits.
 amd64) format=pei-x86-64 most_kb=520 no_handlers=0 high_entropy=$((0x20)) ;;
 esac
-compiler=$4
 bin=$(dirname "$dll")
 build=$(dirname "$bin")
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -49,7 +48,7 @@ names=$(
         echo "exported $name"
     done
     awk '/DLL Name:/ { dll = tolower($3) }
-        /^[[:space:]]+[0-9a-f]+[[:space:]]+[0-9]+[[:space:]]+[^[:space:]]+[[:space:]]*$/ && dll { print dll, $3 }
+        /^[[:space:]]+[0-9a-f]+[[:space:]]+(<none>[[:space:]]+)?[0-9a-f]+[[:space:]]+[^[:space:]]+[[:space:]]*$/ && dll { print dll, $NF }
         /^There is an export table|^The Export Tables/ { dll = "" }' <<<"$headers" | sort
 )
 listed=$root/tests/server/dll_image_$architecture.txt
@@ -57,6 +56,9 @@ expect "no other names are exported or imported" "" \
     "$(comm -23 <(sort <<<"$names") <(sed 's/^? //' "$listed" | sort))"
 expect "all names that are listed are" "" \
     "$(comm -13 <(sort <<<"$names") <(sed '/^?/d' "$listed" | sort))"
+
+expect "its sections begin at pages of the file" 00001000 \
+    "$(sed -n 's/^FileAlignment[[:space:]]*//p' <<<"$headers")"
 
 flags=$(sed -n 's/^DllCharacteristics[[:space:]]*//p' <<<"$headers")
 expect "can be moved (dynamic base)" 64 "$((0x$flags & 0x40))"
@@ -77,10 +79,6 @@ expect "no symbols" "no symbols" "$("$objdump" -t "$dll" | sed -n '/SYMBOL TABLE
 expect "no debug sections" "" "$("$objdump" -h "$dll" | grep -o '\.debug[^ ]*' | tr '\n' ' ')"
 size=$(stat -c %s "$dll")
 pictures=$(cat "$root"/src/ui/resources/*.bmp | wc -c)
-# From version 13 on, one member of the wide strings (_M_replace_cold) is in the compiler's library
-# only, and comes with all else that was compiled beside it: 29 KB. The library's exceptions bring its
-# texts of system errors, 7 KB, and the unwinder has grown by 2 KB. No option leaves them out.
-[ "${compiler%%.*}" -lt 13 ] || most_kb=$((most_kb + 38))
 echo "size: $size bytes, $pictures of them the pictures of the dialog"
 expect "at most $most_kb KB, pictures aside" yes \
     "$([ $((size - pictures)) -le $((most_kb * 1024)) ] && echo yes || echo "no: $size")"
