@@ -1,6 +1,5 @@
 #include "tests/support/component_library.h"
 #include "tests/support/debuggee.h"
-#include "tests/support/edition.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/late_bound.h"
@@ -26,6 +25,37 @@ constexpr DISPID kAdd = 2;
 constexpr DISPID kRemove = 3;
 
 constexpr char kSession[] = "child: a session with the library";
+constexpr char kRegisters[] = "child: the registers of a frame that catches";
+
+/// Whether it was the system that ended a run, which it says. Some lose a register that a call
+/// keeps when an exception is thrown out of it, but only under a debugger; what the frame that
+/// catches does next may then be an access violation.
+bool EndedByTheSystem(const DebuggeeRun& run, const char* child)
+{
+    if (run.exitCode != EXCEPTION_ACCESS_VIOLATION || RunUnderDebugger(kRegisters).exitCode == 0)
+    {
+        return false;
+    }
+    REQUIRE(RunInChild(kRegisters) == 0);
+    REQUIRE(RunInChild(child) == 0);
+    WARN("not looked at: under a debugger, this system loses a register of frames that catch");
+    return true;
+}
+
+/// Whether a frame that catches has the values that it had before: more of them than a call keeps
+/// registers, and each to be kept because it cannot be read again.
+[[gnu::noinline]] bool KeepsValues(const volatile int& one)
+{
+    const int a = one, b = one, c = one, d = one, e = one, f = one, g = one, h = one, i = one;
+    try
+    {
+        throw one;
+    }
+    catch (int)
+    {
+    }
+    return a + b + c + d + e + f + g + h + i == 9;
+}
 
 /// The lines, without the calls that write their ends.
 Texts LinesOf(const DebuggeeRun& run)
@@ -82,6 +112,12 @@ TEST_CASE("child: a session with the library", "[.child]")
     REQUIRE(collection->Add(Long(5)) == S_OK);
     REQUIRE(collection->Remove(Long(2)) == E_INVALIDARG);
     REQUIRE(library.CanUnloadNow() == S_FALSE);
+}
+
+TEST_CASE("child: the registers of a frame that catches", "[.child]")
+{
+    volatile int one = 1;
+    REQUIRE(KeepsValues(one));
 }
 
 TEST_CASE("child: a failure in the library", "[.child]")
@@ -205,7 +241,12 @@ TEST_CASE("Trace at the debugger: a late-bound call whose member fails is writte
 TEST_CASE("Trace at the debugger: a late-bound call whose member throws is written once, there",
           "[foundation]")
 {
-    const DebuggeeRun run = RunUnderDebugger("child: a late-bound call whose member throws");
+    const char* const child = "child: a late-bound call whose member throws";
+    const DebuggeeRun run = RunUnderDebugger(child);
+    if (EndedByTheSystem(run, child))
+    {
+        return;
+    }
     CHECK(run.exitCode == 0);
     const Texts lines = LinesOf(run);
     REQUIRE(lines.size() == 4 + 3);
@@ -253,11 +294,8 @@ TEST_CASE("Trace at the debugger: a failure is written before it is reported", "
 {
     const char* const child = "child: a failure in the library";
     const DebuggeeRun run = RunUnderDebugger(child);
-    if (velt::test::kIs64Bit && run.exitCode == EXCEPTION_ACCESS_VIOLATION &&
-        velt::test::RunInChild(child) == 0)
+    if (EndedByTheSystem(run, child))
     {
-        WARN("not looked at: this system ends a 64-bit program that throws again, but only under "
-             "a debugger");
         return;
     }
     CHECK(run.exitCode == 0);

@@ -1,6 +1,7 @@
 // Both editions on one 64-bit Windows: each is installed, upgraded and removed by itself.
 
 #include "tests/installer/installation.h"
+#include "tests/support/registry_views.h"
 
 #include <shlobj.h>
 
@@ -35,26 +36,6 @@ std::string ChangesSince(const Machine& before)
     const Machine now;
     return RegistryDifference(before.machine, now.machine) +
            RegistryDifference(before.user, now.user);
-}
-
-/// Whether a user's classes have a view for each kind of programs, as Windows has it. Wine keeps
-/// them in one place, where the edition that is registered last takes the other one's entries.
-bool HasUserViews()
-{
-    constexpr wchar_t kProbe[] =
-        L"Software\\Classes\\CLSID\\{6C1F1B6E-0F2B-4B57-9B65-2C3E5A1D7F90}";
-    HKEY key = nullptr;
-    REQUIRE(::RegCreateKeyExW(HKEY_CURRENT_USER, kProbe, 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY,
-                              nullptr, &key, nullptr) == ERROR_SUCCESS);
-    ::RegCloseKey(key);
-    const LSTATUS seen =
-        ::RegOpenKeyExW(HKEY_CURRENT_USER, kProbe, 0, KEY_READ | KEY_WOW64_64KEY, &key);
-    if (seen == ERROR_SUCCESS)
-    {
-        ::RegCloseKey(key);
-    }
-    ::RegDeleteKeyExW(HKEY_CURRENT_USER, kProbe, KEY_WOW64_32KEY, 0);
-    return seen != ERROR_SUCCESS;
 }
 
 /// Whether both editions can be registered in that scope; says so when they cannot.

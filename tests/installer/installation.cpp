@@ -5,6 +5,7 @@
 #include "tests/support/activation_context.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
+#include "tests/support/registry_views.h"
 #include "tests/support/viewer_process.h"
 
 #include <provider_lib.h>
@@ -15,6 +16,7 @@
 
 #include <array>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -143,11 +145,20 @@ void CheckCollectionWorks(const Scope& scope)
     CHECK(::lstrcmpiW(loaded.data(), scope.File(kLibrary).c_str()) == 0);
 }
 
-/// The command that installs a version silently.
-std::wstring Setup(const wchar_t* folder, const wchar_t* version, const EditionNames& edition)
+constexpr wchar_t kForCurrentUser[] = L" /CurrentUser";
+
+/// Installs a version silently.
+DWORD RunSetup(const wchar_t* folder, const wchar_t* version, const std::wstring& arguments,
+               HANDLE token, const EditionNames& edition)
 {
-    return std::wstring(L"\"" VELT_PACKAGES L"\\") + folder + L"VeltHTTPClient12OEM-" + version +
-           L"-" + edition.name + L"-setup.exe\" /S";
+    std::optional<StrayInterfaces> stray;
+    if (arguments.starts_with(kForCurrentUser))
+    {
+        stray.emplace(edition.otherView);
+    }
+    return RunToItsEnd(std::wstring(L"\"" VELT_PACKAGES L"\\") + folder + L"VeltHTTPClient12OEM-" +
+                           version + L"-" + edition.name + L"-setup.exe\" /S" + arguments,
+                       token);
 }
 
 constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
@@ -180,7 +191,7 @@ Scope AllUsers()
 
 Scope CurrentUser()
 {
-    return {"the current user", L" /CurrentUser",
+    return {"the current user", kForCurrentUser,
             KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Programs\\" + kOwnNames.folder,
             HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
 }
@@ -237,12 +248,12 @@ DWORD RunToItsEnd(std::wstring commandLine, HANDLE token)
 
 DWORD Install(const std::wstring& arguments, HANDLE token, const EditionNames& edition)
 {
-    return RunToItsEnd(Setup(L"", VELT_VERSION, edition) + arguments, token);
+    return RunSetup(L"", VELT_VERSION, arguments, token, edition);
 }
 
 DWORD InstallEarlier(const std::wstring& arguments, const EditionNames& edition)
 {
-    return RunToItsEnd(Setup(L"earlier\\", L"11.9.0.0", edition) + arguments);
+    return RunSetup(L"earlier\\", L"11.9.0.0", arguments, nullptr, edition);
 }
 
 DWORD Uninstall(const std::wstring& folder)

@@ -24,13 +24,14 @@ struct EditionNames
     const wchar_t* name;
     const wchar_t* productKey;
     const wchar_t* folder;
+    REGSAM otherView; // of the registry, for the other one's programs
 };
 inline constexpr EditionNames k32BitNames = {
     L"32-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM",
-    L"VeltHTTPClient"};
+    L"VeltHTTPClient", KEY_WOW64_64KEY};
 inline constexpr EditionNames k64BitNames = {
     L"64-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM64",
-    L"VeltHTTPClient64"};
+    L"VeltHTTPClient64", KEY_WOW64_32KEY};
 inline constexpr const EditionNames& kOwnNames = kIs64Bit ? k64BitNames : k32BitNames;
 
 inline constexpr wchar_t kLibrary[] = L"VeltHTTPClient12OEM.dll";

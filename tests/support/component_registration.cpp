@@ -59,10 +59,8 @@ std::vector<std::wstring> OwnKeys()
     {
         keys.insert(keys.end(), {row.classKey, row.progId, row.versionedProgId});
     }
-    for (const InterfaceKeys& row : kInterfaces)
-    {
-        keys.push_back(std::wstring(L"Interface\\") + row.iid);
-    }
+    const std::vector<std::wstring> interfaces = OwnInterfaceKeys();
+    keys.insert(keys.end(), interfaces.begin(), interfaces.end());
     return keys;
 }
 
@@ -85,17 +83,6 @@ void EvenOutFlags(RegistryValues& values)
 /// What 64-bit Windows keeps for programs of 32 bits. Some of it is the very keys of all others,
 /// and the interfaces of a type library are written to both.
 constexpr std::wstring_view kOtherView = L"Wow6432Node\\";
-
-/// Without what the other view has the same.
-void EvenOutViews(RegistryTree& tree)
-{
-    std::erase_if(tree, [&](const auto& entry) {
-        const auto& [path, values] = entry;
-        const auto own =
-            path.starts_with(kOtherView) ? tree.find(path.substr(kOtherView.size())) : tree.end();
-        return own != tree.end() && own->second == values;
-    });
-}
 
 RegistryTree EvenedOut(const RegistryTree& tree)
 {
@@ -129,10 +116,19 @@ RegistryTree EvenedOut(const RegistryTree& tree)
             result.emplace(treePath.substr(0, view) + path, std::move(values));
         }
     }
-    EvenOutViews(result);
-    return result;
+    return ViewsOnce(std::move(result));
 }
 } // namespace
+
+std::vector<std::wstring> OwnInterfaceKeys()
+{
+    std::vector<std::wstring> keys;
+    for (const InterfaceKeys& row : kInterfaces)
+    {
+        keys.push_back(std::wstring(L"Interface\\") + row.iid);
+    }
+    return keys;
+}
 
 RegistryTree ExpectedClassKeys(const std::wstring& library)
 {
@@ -197,6 +193,27 @@ RegistryTree ComponentKeys(HKEY root, const std::wstring& path)
 RegistryTree AllClassesKeys(HKEY root, const std::wstring& path)
 {
     return EvenedOut(SnapshotRegistry(root, path));
+}
+
+RegistryTree ViewsOnce(RegistryTree tree)
+{
+    const auto lowered = [](std::wstring path) {
+        ::CharLowerBuffW(path.data(), static_cast<DWORD>(path.size()));
+        return path;
+    };
+    RegistryTree own;
+    for (const auto& [path, values] : tree)
+    {
+        own.emplace(lowered(path), values);
+    }
+    std::erase_if(tree, [&](const auto& entry) {
+        const auto& [path, values] = entry;
+        const auto found = path.starts_with(kOtherView)
+                               ? own.find(lowered(path.substr(kOtherView.size())))
+                               : own.end();
+        return found != own.end() && found->second == values;
+    });
+    return tree;
 }
 
 void DeleteComponentKeys(HKEY root, const std::wstring& path)

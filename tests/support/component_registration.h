@@ -16,6 +16,9 @@ RegistryTree ExpectedClassKeys(const std::wstring& library);
 /// What registration writes for the type library.
 RegistryTree ExpectedTypeLibraryKeys(const std::wstring& library);
 
+/// The keys of the component's interfaces, below HKEY_CLASSES_ROOT.
+std::vector<std::wstring> OwnInterfaceKeys();
+
 /// The component's own keys below the classes key `path` of `root`: every key that it could write,
 /// with what is below it. What differs between platforms in how the system registers a type library
 /// is evened out: the case of "TypeLib", the flag that says that it came from a file, and the key
@@ -24,6 +27,10 @@ RegistryTree ComponentKeys(HKEY root, const std::wstring& path = {});
 
 /// All of a classes key, evened out the same.
 RegistryTree AllClassesKeys(HKEY root, const std::wstring& path = {});
+
+/// Both views of the classes, without what the one for 32-bit programs has the same: some of it is
+/// the very keys of all others, though not spelled alike.
+RegistryTree ViewsOnce(RegistryTree tree);
 
 /// Deletes the component's own keys.
 void DeleteComponentKeys(HKEY root, const std::wstring& path = {});

@@ -2,9 +2,9 @@
 // Windows, CLSID and Interface below the classes are two keys, and all else there is one for both
 // kinds of program: names of classes, applications, and type libraries.
 
-#include "foundation/reg_key.h"
 #include "tests/support/component_registration.h"
 #include "tests/support/registry_snapshot.h"
+#include "tests/support/registry_views.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/editions/edition_programs.h"
 
@@ -40,21 +40,6 @@ struct Scope
         return SnapshotRegistry(root, kUserClasses);
     }
 };
-
-/// Whether the user's classes have a view for each kind of program, as they have on Windows.
-bool HasUserViews()
-{
-    constexpr wchar_t kProbe[] =
-        L"Software\\Classes\\CLSID\\{0C4E7B55-93D0-4B8E-8C7B-6D1E0B6F3A21}";
-    CRegKeyW key;
-    REQUIRE(key.Create(HKEY_CURRENT_USER, kProbe, nullptr, REG_OPTION_NON_VOLATILE,
-                       KEY_READ | KEY_WRITE | KEY_WOW64_32KEY) == 0);
-    CRegKeyW own;
-    const bool hasViews = own.Open(HKEY_CURRENT_USER, kProbe, KEY_READ) == ERROR_FILE_NOT_FOUND;
-    REQUIRE(::RegDeleteKeyExW(HKEY_CURRENT_USER, kProbe, KEY_WOW64_32KEY, 0) == 0);
-    ::RegDeleteKeyExW(HKEY_CURRENT_USER, L"Software\\Classes\\CLSID", KEY_WOW64_32KEY, 0);
-    return hasViews;
-}
 
 Scope AnyScope()
 {

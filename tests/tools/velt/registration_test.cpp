@@ -2,7 +2,9 @@
 
 #include "tests/support/component_library.h"
 #include "tests/support/component_registration.h"
+#include "tests/support/edition.h"
 #include "tests/support/registry_snapshot.h"
+#include "tests/support/registry_views.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
 
@@ -45,6 +47,13 @@ void CheckSame(const Classes& before)
     CheckSame(before.user, after.user);
 }
 
+/// velt register where it registers for the user.
+ProgramResult RegisterForUser(const std::vector<std::wstring>& arguments)
+{
+    const StrayInterfaces stray(kEdition.otherView);
+    return RunVelt(arguments);
+}
+
 void WriteText(HKEY root, const std::wstring& path, const wchar_t* name, const std::wstring& text)
 {
     REQUIRE(::RegSetKeyValueW(root, path.c_str(), name, REG_SZ, text.c_str(),
@@ -64,7 +73,7 @@ TEST_CASE("velt unregister: the registry is as it was before register", "[tools]
     };
     const Classes before;
 
-    ProgramResult result = RunVelt(with(L"register"));
+    ProgramResult result = user ? RegisterForUser(with(L"register")) : RunVelt(with(L"register"));
     REQUIRE(result.exitCode == 0);
     CHECK(result.output.starts_with(user ? "scope: user\n" : "scope: machine\n"));
     const std::wstring library = ShippedFile(L"VeltHTTPClient12OEM.dll");
@@ -129,7 +138,7 @@ TEST_CASE("velt unregister: leaves what others put into the type library's keys"
     WriteText(HKEY_LOCAL_MACHINE, classes + libraryKey + L"\\9.0\\0\\win32", nullptr, L"C:\\x.tlb");
     CHECK(RunVelt({L"unregister"}).exitCode == 0);
 
-    RegistryTree expected = before.machine;
+    RegistryTree expected = ViewsOnce(before.machine);
     expected[interfaceKey];
     expected[interfaceKey + L"\\Other"][L""] = TextValue(L"1");
     expected[libraries];
@@ -137,7 +146,9 @@ TEST_CASE("velt unregister: leaves what others put into the type library's keys"
     expected[libraryKey + L"\\9.0"][L""] = TextValue(L"2");
     expected[libraryKey + L"\\9.0\\0"];
     expected[libraryKey + L"\\9.0\\0\\win32"][L""] = TextValue(L"C:\\x.tlb");
-    CheckSame(expected, SnapshotRegistry(HKEY_LOCAL_MACHINE, kUserClasses));
+    const RegistryTree left = TreeOf(HKEY_LOCAL_MACHINE);
+    CheckSame(expected, ViewsOnce(left));
+    CHECK_FALSE(left.contains(L"Wow6432Node\\" + interfaceKey)); // nobody's
     DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
     CheckSame(before);
 }
@@ -154,7 +165,7 @@ TEST_CASE("velt unregister: a class that another copy has taken over stays whole
     CHECK(result.exitCode == 0);
     CHECK(result.output.find("unregistered: yes\n") != std::string::npos);
 
-    RegistryTree expected = before.machine;
+    RegistryTree expected = ViewsOnce(before.machine);
     for (const auto& [key, values] : registered)
     {
         if (key.starts_with(classKey) || key.starts_with(L"AppID\\VeltHTTPClient12OEM.DLL") ||
@@ -165,7 +176,7 @@ TEST_CASE("velt unregister: a class that another copy has taken over stays whole
         }
     }
     expected[classKey + L"\\InprocServer32"][L""] = TextValue(other.c_str());
-    CheckSame(expected, SnapshotRegistry(HKEY_LOCAL_MACHINE, kUserClasses));
+    CheckSame(expected, ViewsOnce(TreeOf(HKEY_LOCAL_MACHINE)));
     CHECK(RunVelt({L"unregister"}).exitCode == 1);
     DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
     CheckSame(before);
@@ -194,7 +205,7 @@ TEST_CASE("velt register: without the right to the machine's classes, for the us
     const Classes before;
     {
         const DeniedKey denied(HKEY_LOCAL_MACHINE, kUserClasses);
-        const ProgramResult result = RunVelt({L"register"});
+        const ProgramResult result = RegisterForUser({L"register"});
         CHECK(result.exitCode == 0);
         CHECK(result.output.starts_with("scope: user\n"));
         CHECK_FALSE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses).empty());
