@@ -1,5 +1,5 @@
-// What the library's templates throw with. The compiler's own throw exceptions that keep their text in
-// strings of its former ABI, and bring those strings and a source of random numbers: 80 KB. Who
+// What the library's templates throw with. The compiler's own throw exceptions that keep their text
+// in strings of its former ABI, and bring those strings and a source of random numbers: 80 KB. Who
 // catches these by their common base sees no difference.
 
 #include <bits/functexcept.h>
