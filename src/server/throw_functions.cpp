@@ -46,7 +46,7 @@ void std::__throw_logic_error(const char* text)
     throw ContainerError(text);
 }
 
-/// Without the numbers that the text has a place for.
+/// The text keeps its places for names and numbers.
 void std::__throw_out_of_range_fmt(const char* text, ...)
 {
     throw ContainerError(text);
