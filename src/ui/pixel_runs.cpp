@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#ifdef __i386__
+#include <cpuid.h>
+#endif
+
 namespace velt
 {
 namespace
@@ -9,7 +13,7 @@ namespace
 constexpr std::uint32_t kColourBits = 0x00FFFFFF;
 
 // So many pixels are looked at in one go, without a branch between them, which lets the compiler
-// use wide registers where the processor is known to have them.
+// use wide registers.
 constexpr std::ptrdiff_t kStep = 64;
 
 bool IsKey(std::uint32_t pixel, std::uint32_t key) noexcept
@@ -17,7 +21,8 @@ bool IsKey(std::uint32_t pixel, std::uint32_t key) noexcept
     return (pixel & kColourBits) == key;
 }
 
-bool AreAllKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
+[[gnu::always_inline]] inline bool AreAllKey(const std::uint32_t* pixels,
+                                             std::uint32_t key) noexcept
 {
     std::uint32_t differences = 0;
     for (std::ptrdiff_t i = 0; i < kStep; ++i)
@@ -27,7 +32,8 @@ bool AreAllKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
     return (differences & kColourBits) == 0;
 }
 
-bool IsNoneKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
+[[gnu::always_inline]] inline bool IsNoneKey(const std::uint32_t* pixels,
+                                             std::uint32_t key) noexcept
 {
     std::uint32_t borrowed = 0; // its highest bit, by a difference of nothing
     for (std::ptrdiff_t i = 0; i < kStep; ++i)
@@ -37,23 +43,60 @@ bool IsNoneKey(const std::uint32_t* pixels, std::uint32_t key) noexcept
     return (borrowed >> 31) == 0;
 }
 
-const std::uint32_t* SkipKey(const std::uint32_t* at, const std::uint32_t* end,
-                             std::uint32_t key) noexcept
+/// Skips the steps whose pixels are all of one kind.
+template <bool (*IsOfKind)(const std::uint32_t*, std::uint32_t) noexcept>
+[[gnu::always_inline]] inline const std::uint32_t* SkipSteps(const std::uint32_t* at,
+                                                             const std::uint32_t* end,
+                                                             std::uint32_t key) noexcept
 {
-    while (end - at >= kStep && AreAllKey(at, key))
+    while (end - at >= kStep && IsOfKind(at, key))
     {
         at += kStep;
     }
+    return at;
+}
+
+#ifdef __i386__
+// The processor of a 32-bit system may be without wide registers, and the system's own calls have
+// stacks that are aligned to four bytes only.
+#define VELT_WITH_WIDE_REGISTERS gnu::target("sse2"), gnu::force_align_arg_pointer, gnu::noinline
+
+bool HasWideRegisters() noexcept
+{
+    unsigned int a = 0;
+    unsigned int b = 0;
+    unsigned int c = 0;
+    unsigned int d = 0;
+    return __get_cpuid(1, &a, &b, &c, &d) != 0 && (d & bit_SSE2) != 0;
+}
+#else
+#define VELT_WITH_WIDE_REGISTERS
+
+constexpr bool HasWideRegisters() noexcept
+{
+    return true;
+}
+#endif
+
+template <bool (*IsOfKind)(const std::uint32_t*, std::uint32_t) noexcept>
+[[VELT_WITH_WIDE_REGISTERS]] const std::uint32_t* SkipWideSteps(const std::uint32_t* at,
+                                                                const std::uint32_t* end,
+                                                                std::uint32_t key) noexcept
+{
+    return SkipSteps<IsOfKind>(at, end, key);
+}
+
+const std::uint32_t* SkipKey(const std::uint32_t* at, const std::uint32_t* end, std::uint32_t key,
+                             bool isWide) noexcept
+{
+    at = isWide ? SkipWideSteps<AreAllKey>(at, end, key) : SkipSteps<AreAllKey>(at, end, key);
     return std::find_if_not(at, end, [key](std::uint32_t pixel) { return IsKey(pixel, key); });
 }
 
-const std::uint32_t* SkipRun(const std::uint32_t* at, const std::uint32_t* end,
-                             std::uint32_t key) noexcept
+const std::uint32_t* SkipRun(const std::uint32_t* at, const std::uint32_t* end, std::uint32_t key,
+                             bool isWide) noexcept
 {
-    while (end - at >= kStep && IsNoneKey(at, key))
-    {
-        at += kStep;
-    }
+    at = isWide ? SkipWideSteps<IsNoneKey>(at, end, key) : SkipSteps<IsNoneKey>(at, end, key);
     return std::find_if(at, end, [key](std::uint32_t pixel) { return IsKey(pixel, key); });
 }
 } // namespace
@@ -63,7 +106,8 @@ PixelRuns::PixelRuns(std::span<const std::uint32_t> pixels, std::int32_t width, 
     : m_pixels(pixels.data()),
       m_width(width),
       m_height(height),
-      m_key(key & kColourBits)
+      m_key(key & kColourBits),
+      m_isWide(HasWideRegisters())
 {
     if (width <= 0 || height <= 0 ||
         pixels.size() < static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height))
@@ -81,7 +125,7 @@ std::size_t PixelRuns::Next(std::span<PixelRect> runs, PixelRect& bounds) noexce
         const std::uint32_t* const end = row + m_width;
         for (const std::uint32_t* at = row + m_x; at != end;)
         {
-            const std::uint32_t* const start = SkipKey(at, end, m_key);
+            const std::uint32_t* const start = SkipKey(at, end, m_key, m_isWide);
             if (start == end)
             {
                 break;
@@ -91,7 +135,7 @@ std::size_t PixelRuns::Next(std::span<PixelRect> runs, PixelRect& bounds) noexce
                 m_x = static_cast<std::int32_t>(start - row);
                 return count;
             }
-            at = SkipRun(start, end, m_key);
+            at = SkipRun(start, end, m_key, m_isWide);
             const PixelRect run{static_cast<std::int32_t>(start - row), m_y,
                                 static_cast<std::int32_t>(at - row), m_y + 1};
             runs[count++] = run;

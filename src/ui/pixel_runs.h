@@ -34,6 +34,7 @@ private:
     std::int32_t m_width;
     std::int32_t m_height;
     std::uint32_t m_key;
+    bool m_isWide;        // whether the processor has wide registers
     std::int32_t m_x = 0; // where the search goes on
     std::int32_t m_y = 0;
 };
