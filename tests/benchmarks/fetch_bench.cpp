@@ -413,16 +413,19 @@ void BenchFetches(INTERNET_PORT port)
                           MeasurePaired(9, 1, queued(large, kLargeBytes),
                                         [&] { FetchBare(port, L"/large", kLargeBytes); }),
                           "<= 1.05");
+    BenchManagers(small);
     struct Other
     {
         const char* name;
         const wchar_t* progId; // null for the socket
         const char* reach;
+        std::size_t rounds; // of the large body
     };
+    // Under Wine the first one takes half a minute and more for a large body.
     for (const Other& other :
-         {Other{"MSXML2.XMLHTTP", L"MSXML2.XMLHTTP", "< 1.00"},
-          Other{"WinHttp.WinHttpRequest.5.1", L"WinHttp.WinHttpRequest.5.1", ""},
-          Other{"a raw socket", nullptr, ""}})
+         {Other{"MSXML2.XMLHTTP", L"MSXML2.XMLHTTP", "< 1.00", 1},
+          Other{"WinHttp.WinHttpRequest.5.1", L"WinHttp.WinHttpRequest.5.1", "", 5},
+          Other{"a raw socket", nullptr, "", 5}})
     {
         const auto against = [&](const std::string& path, std::size_t size) {
             return [&other, site, port, path, size] {
@@ -436,10 +439,10 @@ void BenchFetches(INTERNET_PORT port)
                 }
             };
         };
-        velt::bench::PrintRow(
-            "GET of 64 MiB", other.name,
-            MeasurePaired(5, 1, queued(large, kLargeBytes), against("/large", kLargeBytes)),
-            other.reach);
+        velt::bench::PrintRow("GET of 64 MiB", other.name,
+                              MeasurePaired(other.rounds, 1, queued(large, kLargeBytes),
+                                            against("/large", kLargeBytes)),
+                              other.reach);
         velt::bench::PrintRow(
             "GET of 1 KiB, with the 10 ms poll", other.name,
             MeasurePaired(51, 1, queued(small, 1024), against("/body-1024", 1024)), "");
@@ -451,7 +454,6 @@ void BenchFetches(INTERNET_PORT port)
     velt::bench::PrintRow(
         "500 small GETs, inside the steps", "bare WinInet",
         MeasureSteps(queue, small, 500, [&] { FetchBare(port, L"/body-1024", 1024); }), "<= 1.10");
-    BenchManagers(small);
 }
 
 void Run()
