@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    Slot* AddBlock()
+    [[gnu::cold]] Slot* AddBlock()
     {
         std::forward_list<std::vector<Slot>> added;
         Slot* const block = added.emplace_front(m_slotCount, m_initialValue).data();

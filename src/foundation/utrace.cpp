@@ -321,6 +321,13 @@ std::int32_t ITrace::Return(std::int32_t value, const char* format, ...)
     return value;
 }
 
+// Here, with all that it calls, because this file is compiled to be quick: most scopes are made and
+// left with nobody listening.
+Function::Function(const char* function) : ITrace(function)
+{
+    Enter();
+}
+
 Function::Function(const char* function, const char* format, ...) : ITrace(function)
 {
     std::va_list arguments;

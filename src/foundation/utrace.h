@@ -76,7 +76,7 @@ public:
     }
 
 protected:
-    explicit ITrace(const char* function) : m_function(function)
+    [[gnu::always_inline]] explicit ITrace(const char* function) : m_function(function)
     {
         if (State* const state = State::Current())
         {
@@ -92,7 +92,7 @@ protected:
 
     /// Writes the entry line, if anybody listens, and goes one level deeper.
     void Enter(const char* format, std::va_list arguments);
-    void Enter()
+    [[gnu::always_inline]] void Enter()
     {
         if (m_thread)
         {
@@ -132,10 +132,7 @@ class Function final : public ITrace
 public:
     /// `function` is the qualified name and must outlive the scope (a literal). The entry line ends
     /// with "enter". Throws what tls_data throws.
-    explicit Function(const char* function) : ITrace(function)
-    {
-        Enter();
-    }
+    explicit Function(const char* function);
 
     /// The entry line ends with the formatted text, or with "enter" for a null format; with
     /// `silent` there is none.
