@@ -286,16 +286,39 @@ PairedTimes MeasureSteps(queue_manager& queue, const std::string& url, int times
     return {velt::bench::Median(steps), velt::bench::Median(others), velt::bench::Median(ratios)};
 }
 
+/// The share of a processor that this process takes while only `poll` runs, in percent. The system
+/// counts ticks, so it takes a while.
+template <class Poll>
+double PercentOfProcessor(Poll&& poll)
+{
+    constexpr double kSeconds = 10;
+    const double before = ProcessorSeconds();
+    poll(static_cast<DWORD>(kSeconds * 1000));
+    return (ProcessorSeconds() - before) / kSeconds * 100;
+}
+
+/// An idle worker, and the calls alone that it polls with.
 void BenchIdle()
 {
-    queue_manager idle;
-    Check(SUCCEEDED(idle.begin(30'000)), "the queue does not start");
-    constexpr DWORD kIdleMs = 5000;
-    const double before = ProcessorSeconds();
-    ::Sleep(kIdleMs);
-    velt::bench::PrintFigure("processor time of an idle worker",
-                             (ProcessorSeconds() - before) / (kIdleMs / 1000.0) * 100, "% ",
-                             "<= 0.50 %");
+    {
+        queue_manager idle;
+        Check(SUCCEEDED(idle.begin(30'000)), "the queue does not start");
+        velt::bench::PrintFigure("processor time of an idle worker",
+                                 PercentOfProcessor([](DWORD durationMs) { ::Sleep(durationMs); }),
+                                 "% ", "<= 0.50 %");
+    }
+    const velt::UniqueKernelObject never(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    Check(static_cast<bool>(never), "there is no event");
+    velt::bench::PrintFigure("processor time of its polling calls alone",
+                             PercentOfProcessor([&](DWORD durationMs) {
+                                 const DWORD start = ::GetTickCount();
+                                 while (::GetTickCount() - start < durationMs)
+                                 {
+                                     ::WaitForSingleObject(never.Get(), 0);
+                                     ::Sleep(10);
+                                 }
+                             }),
+                             "% ", "");
 }
 
 /// Making a request, beside having the system cut its URL.

@@ -126,6 +126,17 @@ TEST_CASE("CEnumVariantCol late-bound: Item hands out a whole copy", "[collectio
         CHECK(value.vt == VT_I8);
         CHECK(value.llVal == 0x1122334455667788);
     }
+    SECTION("a decimal, which fills the value")
+    {
+        VARIANT decimal{};
+        decimal.decVal.scale = 2;
+        decimal.decVal.Hi32 = 0x01020304;
+        decimal.decVal.Lo64 = 0x1112131415161718;
+        decimal.vt = VT_DECIMAL;
+        REQUIRE(late.collection.Call(L"Add", {decimal}) == S_OK);
+        const VARIANT value = late.Item(Long(1));
+        CHECK(std::memcmp(&value.decVal, &decimal.decVal, sizeof(DECIMAL)) == 0);
+    }
     SECTION("a string")
     {
         VARIANT text = Text(L"text");

@@ -153,6 +153,7 @@ TEST_CASE("CEnumVariantCol: Item lends pointers whole, and of each type as many 
                                   VT_ERROR,
                                   VT_VARIANT | VT_BYREF,
                                   VT_UNKNOWN,
+                                  VT_DECIMAL,
                                   VT_RECORD,
                                   VT_I4 | VT_BYREF,
                                   VT_BSTR | VT_BYREF,
