@@ -24,14 +24,24 @@ struct GlobalMemoryTraits
     }
 };
 
+/// Programs that watch the clipboard have it open for a moment whenever it changes, and while one
+/// has, nobody else can open it.
+constexpr DWORD kPatienceMs = 1000;
+constexpr DWORD kPauseMs = 10;
+
 class OpenedClipboard
 {
 public:
     explicit OpenedClipboard(HWND owner)
     {
-        if (!::OpenClipboard(owner))
+        const DWORD start = ::GetTickCount();
+        while (!::OpenClipboard(owner))
         {
-            ThrowLastError();
+            if (::GetTickCount() - start >= kPatienceMs)
+            {
+                ThrowLastError();
+            }
+            ::Sleep(kPauseMs);
         }
     }
 

@@ -18,6 +18,7 @@ namespace
 {
 using Texts = std::vector<std::wstring>;
 
+/// Empty, too, while another program has the clipboard open.
 std::wstring ClipboardText()
 {
     std::wstring text;
@@ -90,6 +91,22 @@ TEST_CASE("Viewer: selected records are copied as text", "[tools]")
     Press(viewer.Window(), {VK_CONTROL, 'C'});
     REQUIRE(Eventually([] { return ClipboardText().ends_with(L"  1  ?  second\r\n"); }));
     CHECK(ClipboardText().find(L"  3  ?  module:   first\r\n") != std::wstring::npos);
+}
+
+TEST_CASE("Viewer: copying waits for a program that has the clipboard open for a moment", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "first");
+    SendRecord(viewer.Receiver(), "copied");
+    REQUIRE(viewer.AwaitRows(2));
+    Press(viewer.Window(), {VK_CONTROL, 'A'});
+    REQUIRE(Eventually([&] { return viewer.Status(4).starts_with(L"2 selected, "); }));
+    REQUIRE(::OpenClipboard(nullptr));
+    Press(viewer.Window(), {VK_CONTROL, 'C'});
+    ::Sleep(300); // by then it has tried
+    ::CloseClipboard();
+    CHECK(Eventually([] { return ClipboardText().ends_with(L"  ?  copied\r\n"); }));
 }
 
 TEST_CASE("Viewer: Enter jumps between an entry line and its exit line", "[tools]")
