@@ -1,16 +1,34 @@
 #!/usr/bin/env bash
-# Makes an installer of each edition and a zip of all, and a file with their checksums.
+# Makes the packages of what is built.
 #
-#   make_package.sh <output folder> <build folder>...
+#   make_package.sh [--sign <argument of sign.sh>...] <output folder> <build folder>...
 #
-# The output folder gets VeltHTTPClient12OEM-<version>.zip with a folder for each edition, for each a
-# VeltHTTPClient12OEM-<version>-<edition>-setup.exe, and SHA256SUMS. An edition is whole in its folder
-# and by its installer: the same files, and nothing that it shares with the other one. One commit makes the same bytes anywhere and any time: every file carries the time
-# SOURCE_DATE_EPOCH, which is the commit's when it is not set, and files are taken in a fixed order.
+# The output folder gets, for VeltHTTPClient-<version>:
+#
+#   -x86.msi            the Windows Installer package of the 32-bit edition
+#   -x64.msi            that of both editions, when both builds are named
+#   -runtime.zip        what ships with a program that brings the component along
+#   -developer.zip      everything that developers need
+#   -symbols.zip        the debugger's symbols of all programs
+#   .spdx.json          what is inside, and its licences
+#   SHA256SUMS          the checksums of these files
+#
+# One commit makes the same bytes anywhere and any time, as long as nothing is signed: every file
+# carries the time SOURCE_DATE_EPOCH, which is the commit's when it is not set, and files are taken in
+# a fixed order. Programs are signed before they are packed, and the .msi files when they are made.
 set -euo pipefail
 export LC_ALL=C TZ=UTC
 umask 022
 
+signing=()
+if [ "$1" = --sign ]; then
+    shift
+    while [ "$1" != -- ]; do
+        signing+=("$1")
+        shift
+    done
+    shift
+fi
 output=$(realpath -m "$1")
 shift
 readarray -t builds < <(realpath "$@")
@@ -22,95 +40,59 @@ if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
 fi
 export SOURCE_DATE_EPOCH
 
-# cached <build folder> <name>: what the build was configured with.
+# cached <name>: what the builds were configured with.
 cached() {
-    sed -n "s/^$2:[A-Z]*=//p" "$1/CMakeCache.txt"
+    sed -n "s/^$1:[A-Z]*=//p" "${builds[0]}/CMakeCache.txt"
 }
-version=$(cached "${builds[0]}" CMAKE_PROJECT_VERSION)
-name=VeltHTTPClient12OEM-$version
-folder=$output/$name
-rm -rf "$folder"
+version=$(cached CMAKE_PROJECT_VERSION)
+name=VeltHTTPClient-$version
 
-# source_files <file or folder...>: the project's own files, not what else lies in its folders. In
-# sources that were unpacked from an archive everything counts.
-source_files() {
-    if [ "$(git -C "$root" rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
-        git -C "$root" ls-files -- "$@"
-    else
-        (cd "$root" && find "$@" -type f)
-    fi
+mkdir -p "$output"
+rm -f "$output"/VeltHTTPClient-* "$output/SHA256SUMS"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+tree=$work/$name
+"$here/stage.sh" "$tree" "${builds[@]}"
+kinds=(x86)
+[ ! -d "$tree/x64" ] || kinds+=(x64)
+
+# sign <file...>, when it was asked for
+sign() {
+    [ ${#signing[@]} -eq 0 ] || "$here/sign.sh" "${signing[@]}" "$@"
 }
+sign "$tree"/x*/*.dll "$tree"/x*/*.exe "$tree/samples/update_agent/sample_agent.exe"
 
-# stage <build folder> <folder>: what the build says is shipped; the texts that go with it; samples
-# that need the published files only. The sample agent goes as a program: its sources need the
-# project's.
-stage() {
-    local build=$1 stage=$2
-    mkdir -p "$stage"
-    cp -R "$build/bin/." "$stage/"
-    source_files README.md CONTRIBUTING.md docs samples |
-        sed -E '/\/CMakeLists\.txt$/d; /\/fetch_host\.cpp$/d; /^samples\/update_agent\//{/\.ini$/!d}' |
-        (cd "$root" && xargs cp --parents -t "$stage")
-    SOURCE_DATE_EPOCH=946684800 "$(cached "$build" CMAKE_STRIP)" --strip-all \
-        -o "$stage/samples/update_agent/sample_agent.exe" \
-        "$build/samples/update_agent/sample_agent.exe"
-    find "$stage" -type d -exec chmod 755 {} +
-    find "$stage" -type f -exec chmod 644 {} +
-    find "$stage" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+# zip_of <ending> <folder>: of a folder in the work folder, with that folder's name in front.
+zip_of() {
+    (cd "$2/.." && find "$(basename "$2")" -type f | sort | zip -q -X -9 -@ "$output/$name-$1.zip")
 }
 
-# make_installer <edition> <folder>
-make_installer() {
-    local edition=$1 stage=$2 file folder current size_bytes i files folders
-    readarray -t files < <(cd "$stage" && find . -type f -printf '%P\n' | sort)
-    readarray -t folders < <(cd "$stage" && find . -mindepth 1 -type d -printf '%P\n' | sort)
-
-    # What the installer writes and the uninstaller removes: each file by its name, so that nobody
-    # else's file goes. The list is installed too, for the next version.
-    local list=$stage-files.txt script=$stage-files.nsh
-    printf '%s\r\n' "${files[@]//\//\\}" 'Uninstall.exe' 'Uninstall.txt' >"$list"
-    touch -d "@$SOURCE_DATE_EPOCH" "$list"
-    {
-        echo '!macro InstallFiles FOLDER'
-        current=
-        for file in "${files[@]}"; do
-            folder=$(dirname "/$file")
-            if [ "$folder" != "$current" ]; then
-                current=$folder
-                folder=${folder%/}
-                printf '    SetOutPath "${FOLDER}%s"\n' "${folder//\//\\}"
-            fi
-            printf '    File "%s"\n' "$stage/$file"
-        done
-        printf '    SetOutPath "${FOLDER}"\n    File "/oname=Uninstall.txt" "%s"\n' "$list"
-        echo '!macroend'
-        echo '!macro RemoveFiles REMOVE'
-        for file in "${files[@]}"; do
-            printf '    !insertmacro ${REMOVE} "%s"\n' "${file//\//\\}"
-        done
-        for ((i = ${#folders[@]} - 1; i >= 0; --i)); do # the inner ones first
-            printf '    RMDir "$INSTDIR\\%s"\n' "${folders[i]//\//\\}"
-        done
-        echo '!macroend'
-    } >"$script"
-    size_bytes=$(find "$stage" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum }')
-    makensis -V2 -WX -NOCD "-DVELT_VERSION=$version" "-DVELT_EDITION=$edition" \
-        "-DVELT_OUTPUT=$output/$name-$edition-setup.exe" "-DVELT_FILES=$script" \
-        "-DVELT_SIZE_KB=$(((size_bytes + 1023) / 1024))" "$here/velt.nsi"
-    rm "$list" "$script"
-}
-
-setups=()
-for build in "${builds[@]}"; do
-    edition=$(cached "$build" VELT_EDITION)
-    stage "$build" "$folder/$edition"
-    make_installer "$edition" "$folder/$edition"
-    setups+=("$name-$edition-setup.exe")
+zip_of developer "$tree"
+runtime=$work/runtime/$name
+mkdir -p "$runtime"
+cp -p "$tree"/{LICENSE,NOTICES}.md "$runtime/"
+symbols=$work/symbols/$name
+for kind in "${kinds[@]}"; do
+    mkdir -p "$runtime/$kind" "$symbols/$kind"
+    cp -p "$tree/$kind"/*.dll "$tree/$kind"/*.manifest "$runtime/$kind/"
 done
+for i in "${!builds[@]}"; do
+    cp "${builds[i]}"/*.debug "$symbols/${kinds[i]}/"
+done
+find "$runtime" "$symbols" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+zip_of runtime "$runtime"
+zip_of symbols "$symbols"
 
+for kind in "${kinds[@]}"; do
+    "$here/make_msi.py" --kind "$kind" --version "$version" --publisher "$(cached VELT_PUBLISHER)" \
+        --support "$(cached VELT_SUPPORT_URL)" --icon "$root/src/tools/icons/velt.ico" \
+        --source "$root" --tree "$tree" --output "$output/$name-$kind.msi"
+done
+sign "$output"/*.msi
+
+SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH "$here/make_sbom.py" --version "$version" \
+    --publisher "$(cached VELT_PUBLISHER)" "$tree" >"$output/$name.spdx.json"
 cd "$output"
-rm -f "$name.zip"
-find "$name" -type f | sort | zip -q -X -9 -@ "$name.zip"
-rm -rf "$folder"
-sha256sum "${setups[@]}" "$name.zip" >SHA256SUMS
+sha256sum "$name"* >SHA256SUMS
 cat SHA256SUMS
+[ ${#signing[@]} -gt 0 ] || echo "nothing is signed"

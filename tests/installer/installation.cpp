@@ -6,7 +6,6 @@
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
 #include "tests/support/registry_views.h"
-#include "tests/support/viewer_process.h"
 
 #include <provider_lib.h>
 
@@ -16,7 +15,8 @@
 
 #include <array>
 #include <fstream>
-#include <optional>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -28,7 +28,18 @@ namespace velt::test
 {
 namespace
 {
-constexpr DWORD kLimitMs = 60'000;
+constexpr DWORD kLimitMs = 120'000;
+constexpr wchar_t kProgramList[] = L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+constexpr wchar_t kOwnKey[] = L"Software\\Velt\\VeltHTTPClient";
+constexpr wchar_t kMenuEntry[] = L"Velt trace viewer";
+
+/// Whether a key is one of those that the system's installer makes for itself, and is empty.
+bool IsInstallersOwn(const RegistryTree::value_type& entry)
+{
+    static const std::wregex own(L".*\\\\Installer(\\\\(Features|Products|UpgradeCodes|Folders|"
+                                 L"UserData(\\\\S-[-0-9]+(\\\\(Components|Products))?)?))?");
+    return entry.second.empty() && std::regex_match(entry.first, own);
+}
 
 /// Adds the keys below one of the machine's that has software, of Microsoft's those of Windows
 /// only: below the others there are some that are no keys but a way to read performance data. What
@@ -60,20 +71,12 @@ void AddSoftware(const std::wstring& parentPath, RegistryTree& software)
     add(parentPath + L"\\Microsoft\\Windows");
 }
 
-RegistryTree SnapshotSoftware()
-{
-    RegistryTree software;
-    AddSoftware(L"Software", software);
-    return software;
-}
-
 /// The user's keys, without those that Wine writes for itself: its own, and the looks of a console
 /// when the first one is made. A fresh user has no classes or programs of his own under Wine; on
 /// Windows every user has the keys for them.
 RegistryTree SnapshotUser()
 {
-    for (const wchar_t* path :
-         {L"Software\\Classes", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall"})
+    for (const wchar_t* path : {L"Software\\Classes", kProgramList})
     {
         CRegKeyW key;
         REQUIRE(key.Create(HKEY_CURRENT_USER, path) == ERROR_SUCCESS);
@@ -91,16 +94,17 @@ const Machine& MachineBefore()
     return before;
 }
 
-/// What the installer says that it installed.
-std::set<std::wstring> ListedFiles(const Scope& scope)
+bool IsInMenu(const Package& package, const Scope& scope)
 {
-    std::ifstream list(std::filesystem::path(scope.File(L"Uninstall.txt")));
-    std::set<std::wstring> files;
-    for (std::string line; std::getline(list, line);)
+    const int menu = scope.root == HKEY_LOCAL_MACHINE ? CSIDL_COMMON_PROGRAMS : CSIDL_PROGRAMS;
+    std::wstring name = kMenuEntry;
+    if (&package == &PackageOf32BitWindows())
     {
-        files.insert(WideFromUtf8(line.substr(0, line.find('\r'))));
+        name += L" (32-bit)";
     }
-    return files;
+    // Wine puts what is for all users among the user's own entries.
+    return std::filesystem::exists(KnownFolder(menu) + L'\\' + name + L".lnk") ||
+           std::filesystem::exists(KnownFolder(CSIDL_PROGRAMS) + L'\\' + name + L".lnk");
 }
 
 /// A registered class, by its ProgID. In the multithreaded apartment, which its threading model
@@ -128,10 +132,10 @@ void CheckServiceWorks(const Scope& scope)
 }
 
 /// By design registration does not make the collection creatable: its manifest does.
-void CheckCollectionWorks(const Scope& scope)
+void CheckCollectionWorks(const std::wstring& folder)
 {
     const ComApartment apartment;
-    const ActivationContext context(scope.File(L"VeltHTTPClient12OEM.Assembly.manifest"));
+    const ActivationContext context(folder + L"\\VeltHTTPClient12OEM.Assembly.manifest");
     CLSID clsid{};
     CHECK(::CLSIDFromProgID(L"VeltHTTPClient.EnumVariantCol12OEM", &clsid) == S_OK);
     ComPtr<IEnumVariantCol> collection;
@@ -142,58 +146,42 @@ void CheckCollectionWorks(const Scope& scope)
     CHECK(count == 0);
     std::array<wchar_t, MAX_PATH> loaded{};
     ::GetModuleFileNameW(::GetModuleHandleW(kLibrary), loaded.data(), MAX_PATH);
-    CHECK(::lstrcmpiW(loaded.data(), scope.File(kLibrary).c_str()) == 0);
+    CHECK(::lstrcmpiW(loaded.data(), (folder + L'\\' + kLibrary).c_str()) == 0);
 }
-
-constexpr wchar_t kForCurrentUser[] = L" /CurrentUser";
-
-/// Installs a version silently.
-DWORD RunSetup(const wchar_t* folder, const wchar_t* version, const std::wstring& arguments,
-               HANDLE token, const EditionNames& edition)
+/// A file's text as far as its letters are those of ASCII, whatever they are encoded in.
+std::string AsciiText(const std::filesystem::path& file)
 {
-    std::optional<StrayInterfaces> stray;
-    if (arguments.starts_with(kForCurrentUser))
-    {
-        stray.emplace(edition.otherView);
-    }
-    return RunToItsEnd(std::wstring(L"\"" VELT_PACKAGES L"\\") + folder + L"VeltHTTPClient12OEM-" +
-                           version + L"-" + edition.name + L"-setup.exe\" /S" + arguments,
-                       token);
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    std::string ascii = text.str();
+    std::erase(ascii, '\0');
+    return ascii;
 }
 
-constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
-constexpr wchar_t kPending[] = L"PendingFileRenameOperations";
-
-/// What is to be renamed at the next start: pairs of paths, each with its NUL; what is to be
-/// removed has an empty second one.
-std::wstring PendingText()
-{
-    CRegKeyW key;
-    REQUIRE(key.Open(HKEY_LOCAL_MACHINE, kSessionManager, KEY_READ) == ERROR_SUCCESS);
-    DWORD size = 0;
-    if (::RegQueryValueExW(key.GetKey(), kPending, nullptr, nullptr, nullptr, &size) !=
-        ERROR_SUCCESS)
-    {
-        return {};
-    }
-    std::wstring text(size / sizeof(wchar_t), L'\0');
-    REQUIRE(::RegQueryValueExW(key.GetKey(), kPending, nullptr, nullptr,
-                               reinterpret_cast<BYTE*>(text.data()), &size) == ERROR_SUCCESS);
-    return text;
-}
 } // namespace
 
-Scope AllUsers()
+std::wstring Package::File(bool earlier) const
 {
-    return {"all users", L" /AllUsers", KnownFolder(CSIDL_PROGRAM_FILES) + L"\\" + kOwnNames.folder,
-            HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
+    return std::wstring(VELT_PACKAGES L"\\") + (earlier ? L"earlier\\" : L"") +
+           L"VeltHTTPClient-" + (earlier ? L"11.9.0.0" : VELT_VERSION) + L'-' + kind + L".msi";
 }
 
-Scope CurrentUser()
+const Package& PackageOf32BitWindows()
 {
-    return {"the current user", kForCurrentUser,
-            KnownFolder(CSIDL_LOCAL_APPDATA) + L"\\Programs\\" + kOwnNames.folder,
-            HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
+    static const Package package = {L"x86", L"VeltHTTPClient (32-bit)", {k32BitEdition}};
+    return package;
+}
+
+const Package& PackageOf64BitWindows()
+{
+    static const Package package = {L"x64", L"VeltHTTPClient", {k32BitEdition, k64BitEdition}};
+    return package;
+}
+
+const Package& OwnPackage()
+{
+    return kIs64Bit ? PackageOf64BitWindows() : PackageOf32BitWindows();
 }
 
 std::wstring KnownFolder(int id)
@@ -203,7 +191,7 @@ std::wstring KnownFolder(int id)
     return path.data();
 }
 
-DWORD RunToItsEnd(std::wstring commandLine, HANDLE token)
+DWORD RunToItsEnd(std::wstring commandLine)
 {
     MachineBefore();
     // Where the first window of a session starts the desktop's own process, it is not to be one
@@ -217,8 +205,8 @@ DWORD RunToItsEnd(std::wstring commandLine, HANDLE token)
     PROCESS_INFORMATION process{};
     if (!::SetInformationJobObject(job.Get(), JobObjectAssociateCompletionPortInformation,
                                    &association, sizeof(association)) ||
-        !::CreateProcessAsUserW(token, nullptr, commandLine.data(), nullptr, nullptr, FALSE,
-                                CREATE_SUSPENDED, nullptr, nullptr, &startup, &process))
+        !::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+                          nullptr, nullptr, &startup, &process))
     {
         throw std::runtime_error("a program cannot be started");
     }
@@ -246,80 +234,125 @@ DWORD RunToItsEnd(std::wstring commandLine, HANDLE token)
     return exitCode;
 }
 
-DWORD Install(const std::wstring& arguments, HANDLE token, const EditionNames& edition)
+DWORD RunInstaller(const std::wstring& action, const std::wstring& package,
+                   const std::wstring& arguments)
 {
-    return RunSetup(L"", VELT_VERSION, arguments, token, edition);
+    return RunToItsEnd(L"msiexec " + action + L" \"" + package + L"\" /qn " + arguments);
 }
 
-DWORD InstallEarlier(const std::wstring& arguments, const EditionNames& edition)
+DWORD Install(const Package& package, const Scope& scope, const std::wstring& arguments)
 {
-    return RunSetup(L"earlier\\", L"11.9.0.0", arguments, nullptr, edition);
+    return RunInstaller(L"/i", package.File(), arguments + scope.arguments);
 }
 
-DWORD Uninstall(const std::wstring& folder)
+DWORD InstallEarlier(const Package& package, const Scope& scope, const std::wstring& arguments)
 {
-    return RunToItsEnd(L"\"" + folder + L"\\Uninstall.exe\" /S");
+    return RunInstaller(L"/i", package.File(true), arguments + scope.arguments);
 }
 
-DWORD UninstallInPlace(const std::wstring& folder, HANDLE token)
+DWORD Remove(const Package& package, const Scope& scope)
 {
-    const std::wstring program = folder + L"\\Uninstall.exe";
-    const DWORD exitCode = RunToItsEnd(L"\"" + program + L"\" /S _?=" + folder, token);
-    if (exitCode != kNotAllowed)
+    return RunInstaller(L"/x", package.File(), scope.arguments);
+}
+
+DWORD Repair(const Package& package, const Scope& scope)
+{
+    // What "/famus" is short for, which Wine does not know.
+    return Install(package, scope, L"REINSTALL=ALL REINSTALLMODE=amus");
+}
+
+std::wstring InstalledFolder(const Scope& scope)
+{
+    std::wstring key = kOwnKey;
+    if (scope.root == HKEY_CURRENT_USER)
     {
-        ::DeleteFileW(program.c_str());
-        ::RemoveDirectoryW(folder.c_str());
+        key += L"\\PerUser1";
     }
-    return exitCode;
+    return Value(scope.root, key, L"InstallDir");
 }
 
-UniqueKernelObject OrdinaryRights()
+Machine::Machine() : user(SnapshotUser())
 {
-    UniqueKernelObject own;
-    REQUIRE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_ALL_ACCESS, own.Put()));
-    DWORD written = 0;
-    TOKEN_ELEVATION_TYPE elevation{};
-    REQUIRE(::GetTokenInformation(own.Get(), TokenElevationType, &elevation, sizeof(elevation),
-                                  &written));
-    if (elevation == TokenElevationTypeLimited)
+    AddSoftware(L"Software", machine);
+    std::erase_if(machine, IsInstallersOwn);
+    std::erase_if(user, IsInstallersOwn);
+    for (const int id : {CSIDL_PROGRAM_FILES, CSIDL_PROGRAM_FILESX86, CSIDL_COMMON_PROGRAMS,
+                         CSIDL_PROGRAMS, CSIDL_LOCAL_APPDATA})
     {
-        // Wine alone runs tests so, as an administrator: to a program that wants the highest rights
-        // it gives those that belong to such a token, whatever else that one lacks.
-        TOKEN_LINKED_TOKEN full{};
-        REQUIRE(::GetTokenInformation(own.Get(), TokenLinkedToken, &full, sizeof(full), &written));
-        const UniqueKernelObject linked(full.LinkedToken);
-        own.Reset();
-        REQUIRE(::DuplicateTokenEx(linked.Get(), TOKEN_ALL_ACCESS, nullptr, SecurityImpersonation,
-                                   TokenPrimary, own.Put()));
+        std::array<wchar_t, MAX_PATH> path{};
+        if (::SHGetFolderPathW(nullptr, id, nullptr, 0, path.data()) == S_OK)
+        {
+            files.merge(FilesBelow(path.data()));
+        }
     }
-    std::array<BYTE, SECURITY_MAX_SID_SIZE> administrators{};
-    DWORD size = SECURITY_MAX_SID_SIZE;
-    REQUIRE(
-        ::CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators.data(), &size));
-    SID_AND_ATTRIBUTES disabled{administrators.data(), 0};
-    UniqueKernelObject ordinary;
-    REQUIRE(::CreateRestrictedToken(own.Get(), 0, 1, &disabled, 0, nullptr, 0, nullptr,
-                                    ordinary.Put()));
-    return ordinary;
+    files.merge(FilesBelow(KnownFolder(CSIDL_WINDOWS) + L"\\Installer"));
 }
-
-Machine::Machine() : machine(SnapshotSoftware()), user(SnapshotUser()) {}
 
 std::string ChangesOfTheMachine()
 {
     const Machine now;
-    return RegistryDifference(MachineBefore().machine, now.machine) +
-           RegistryDifference(MachineBefore().user, now.user);
+    std::string changes = RegistryDifference(MachineBefore().machine, now.machine) +
+                          RegistryDifference(MachineBefore().user, now.user);
+    for (const auto& file : now.files)
+    {
+        if (!MachineBefore().files.contains(file))
+        {
+            changes += "+ " + Utf8FromWide(file) + '\n';
+        }
+    }
+    for (const auto& file : MachineBefore().files)
+    {
+        if (!now.files.contains(file))
+        {
+            changes += "- " + Utf8FromWide(file) + '\n';
+        }
+    }
+    return changes;
 }
 
-std::wstring Value(HKEY root, const wchar_t* key, const wchar_t* name)
+std::wstring Value(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view)
 {
+    CRegKeyW opened;
     std::array<wchar_t, 1024> text{};
     DWORD size = sizeof(text);
-    return ::RegGetValueW(root, key, name, RRF_RT_REG_SZ, nullptr, text.data(), &size) ==
-                   ERROR_SUCCESS
-               ? std::wstring(text.data())
-               : std::wstring();
+    if (opened.Open(root, key.c_str(), KEY_READ | view) != ERROR_SUCCESS ||
+        ::RegGetValueW(opened.GetKey(), nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(),
+                       &size) != ERROR_SUCCESS)
+    {
+        return {};
+    }
+    return text.data();
+}
+
+std::wstring RegisteredLibrary(HKEY root, const InstalledEdition& edition)
+{
+    return Value(root,
+                 L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32",
+                 nullptr, edition.view);
+}
+
+std::wstring ListedValue(const Package& package, const wchar_t* name)
+{
+    for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
+    {
+        const REGSAM view = package.editions.back().view;
+        CRegKeyW list;
+        if (list.Open(root, kProgramList, KEY_READ | view) != ERROR_SUCCESS)
+        {
+            continue;
+        }
+        std::array<wchar_t, 256> key{};
+        for (DWORD index = 0;
+             ::RegEnumKeyW(list.GetKey(), index, key.data(), 256) == ERROR_SUCCESS; ++index)
+        {
+            const std::wstring path = std::wstring(kProgramList) + L'\\' + key.data();
+            if (Value(root, path, L"DisplayName", view) == package.productName)
+            {
+                return Value(root, path, name, view);
+            }
+        }
+    }
+    return {};
 }
 
 std::set<std::wstring> FilesBelow(const std::filesystem::path& folder)
@@ -339,118 +372,89 @@ std::set<std::wstring> FilesBelow(const std::filesystem::path& folder)
     return files;
 }
 
-void CheckInstalled(const Scope& scope)
+void CheckRuntime(const Package& package, const Scope& scope)
 {
-    CHECK((Value(scope.root, kProductKey, L"InstallLocation") == scope.folder));
-    CHECK((Value(scope.root, kProductKey, L"DisplayVersion") == VELT_VERSION));
-    CHECK((Value(scope.root, kProductKey, L"QuietUninstallString") ==
-           L"\"" + scope.File(L"Uninstall.exe") + L"\" /S"));
-    CHECK(Value(scope.otherRoot, kProductKey, L"InstallLocation").empty());
-    CHECK((Value(scope.root, kServerKey, nullptr) == scope.File(kLibrary)));
-    CHECK(Value(scope.otherRoot, kServerKey, nullptr).empty());
-
-    // The same files as the build's own, what goes with them, and nothing that the list lacks.
-    const auto installed = FilesBelow(scope.folder);
-    for (const auto& file : FilesBelow(ShippedFile(L"")))
+    const std::wstring folder = InstalledFolder(scope);
+    REQUIRE(!folder.empty());
+    for (const InstalledEdition& edition : package.editions)
     {
-        INFO(Utf8FromWide(file));
-        CHECK(installed.contains(file));
+        const std::wstring library = folder + edition.folder + L'\\' + kLibrary;
+        CHECK(std::filesystem::exists(library));
+        CHECK(std::filesystem::exists(folder + edition.folder +
+                                      L"\\VeltHTTPClient12OEM.Assembly.manifest"));
+        if (scope.root == HKEY_LOCAL_MACHINE || package.editions.size() == 1 || HasUserViews())
+        {
+            CHECK((RegisteredLibrary(scope.root, edition) == library));
+        }
+        CHECK(RegisteredLibrary(scope.otherRoot, edition).empty());
+        CHECK((Value(scope.root,
+                     std::wstring(L"Software\\Classes\\TypeLib\\"
+                                  L"{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0\\") +
+                         edition.system,
+                     nullptr) == library));
     }
-    CHECK(installed.contains(L"Uninstall.exe"));
-    CHECK(installed.contains(L"README.md"));
-    CHECK(installed.contains(L"docs\\host-guide.md"));
-    CHECK(installed.contains(L"samples\\collection_host.cpp"));
-    CHECK((installed == ListedFiles(scope)));
+    CHECK(std::filesystem::exists(folder + L"LICENSE.md"));
+    CHECK(std::filesystem::exists(folder + L"NOTICES.md"));
+    CHECK((ListedValue(package, L"DisplayVersion") == L"12.0.0"));
+    CHECK((ListedValue(package, L"Publisher") == L"Velt"));
+    CHECK(ListedValue(package, L"HelpLink").starts_with(L"https://"));
+    CHECK(ListedValue(package, L"URLInfoAbout").starts_with(L"https://"));
 }
 
-void CheckWorks(const Scope& scope)
+void CheckTools(const Package& package, const Scope& scope, bool installed)
 {
-    CheckServiceWorks(scope);
-    CheckCollectionWorks(scope);
+    for (const InstalledEdition& edition : package.editions)
+    {
+        for (const wchar_t* program : {kTool, kViewer})
+        {
+            CHECK(std::filesystem::exists(InstalledFolder(scope) + edition.folder + L'\\' + program) ==
+                  installed);
+        }
+    }
+    CHECK(IsInMenu(package, scope) == installed);
+}
 
-    // The type library is found by its registration; a user's one only where the system looks for
-    // it among the user's classes, as Wine does not.
-    const std::wstring typeLibrary = std::wstring(kTypeLibraryKey) + L"\\" + kEdition.system;
-    CHECK((Value(scope.root, typeLibrary.c_str(), nullptr) == scope.File(kLibrary)));
-    CHECK(Value(scope.otherRoot, typeLibrary.c_str(), nullptr).empty());
+void CheckDeveloper(const Scope& scope, bool installed)
+{
+    for (const wchar_t* file :
+         {L"README.md", L"CHANGELOG.md", L"docs\\host-guide.md", L"include\\provider_lib.h",
+          L"idl\\provider_lib.idl", L"cmake\\VeltHTTPClientConfig.cmake",
+          L"samples\\collection_host.cpp", L"samples\\update_agent\\sample_agent.exe"})
+    {
+        INFO(Utf8FromWide(file));
+        CHECK(std::filesystem::exists(InstalledFolder(scope) + file) == installed);
+    }
+}
+
+void CheckWorks(const Package& package, const Scope& scope)
+{
+    const std::wstring folder = InstalledFolder(scope);
+    for (const InstalledEdition& edition : package.editions)
+    {
+        const bool own = edition.view == (kIs64Bit ? KEY_WOW64_64KEY : KEY_WOW64_32KEY);
+        if (own)
+        {
+            CheckServiceWorks(scope);
+            CheckCollectionWorks(folder + edition.folder);
+        }
+        else if (std::filesystem::exists(folder + edition.folder + L"\\velt.exe"))
+        {
+            CHECK(RunToItsEnd(L'"' + folder + edition.folder + L"\\velt.exe\" status") == 0);
+        }
+    }
     ComPtr<ITypeLib> library;
     const HRESULT hr = ::LoadRegTypeLib(LIBID_ProviderLib, 1, 0, 0, &library);
     CHECK((hr == S_OK || (scope.root == HKEY_CURRENT_USER && hr == TYPE_E_LIBNOTREGISTERED)));
 }
 
-RunningViewer::RunningViewer(const std::wstring& path)
+void CheckRefused(const Package& package, bool earlier, const std::string& text)
 {
-    std::wstring commandLine = L"\"" + path + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    REQUIRE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                             nullptr, &startup, &process));
-    const UniqueKernelObject thread(process.hThread);
-    m_process.Reset(process.hProcess);
-    if (!Eventually([] { return ::FindWindowW(L"VeltTraceViewer", nullptr) != nullptr; }))
+    const auto log = std::filesystem::temp_directory_path() / L"velt refused.txt";
+    CHECK(RunInstaller(L"/i", package.File(earlier), L"/l* \"" + log.wstring() + L'"') == kFailed);
+    if (AsciiText(log).find(text) == std::string::npos)
     {
-        End();
-        throw std::runtime_error("the viewer does not start");
+        WARN("the installer does not log why: " << text);
     }
-}
-
-RunningViewer::~RunningViewer()
-{
-    End();
-}
-
-void RunningViewer::End()
-{
-    ::TerminateProcess(m_process.Get(), 98);
-    ::WaitForSingleObject(m_process.Get(), kLimitMs);
-}
-
-bool RunningViewer::Runs() const
-{
-    return ::WaitForSingleObject(m_process.Get(), 0) == WAIT_TIMEOUT;
-}
-
-PendingRemovals::PendingRemovals() : m_before(PendingText()) {}
-
-PendingRemovals::~PendingRemovals()
-{
-    if (m_before.empty())
-    {
-        ::RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSessionManager, kPending);
-    }
-    else
-    {
-        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kSessionManager, kPending, REG_MULTI_SZ,
-                          m_before.data(), static_cast<DWORD>(m_before.size() * sizeof(wchar_t)));
-    }
-}
-
-bool PendingRemovals::Has(const std::wstring& folder) const
-{
-    return PendingText().find(L"\\??\\" + folder + L'\\' + L'\0', m_before.size()) !=
-           std::wstring::npos;
-}
-
-std::size_t PendingRemovals::Below(const std::wstring& folder) const
-{
-    const std::wstring text = PendingText();
-    const std::wstring start = L"\\??\\" + folder + L'\\';
-    std::size_t count = 0;
-    for (std::size_t at = text.find(start); at != std::wstring::npos; at = text.find(start, at + 1))
-    {
-        ++count;
-    }
-    return count;
-}
-
-LoadedLibrary::LoadedLibrary(const std::wstring& path) : m_module(::LoadLibraryW(path.c_str()))
-{
-    REQUIRE(m_module);
-}
-
-LoadedLibrary::~LoadedLibrary()
-{
-    ::FreeLibrary(m_module);
+    std::filesystem::remove(log);
 }
 } // namespace velt::test

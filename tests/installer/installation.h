@@ -9,156 +9,118 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace velt::test
 {
-/// What the installer and the uninstaller end with.
-inline constexpr DWORD kNotCompleted = 2;
-inline constexpr DWORD kNotRegistered = 3;
-inline constexpr DWORD kLeftInUse = 4;
-inline constexpr DWORD kNotAllowed = 5;
-
-/// Where the installations of the two editions differ, and what the same user has of both.
-struct EditionNames
-{
-    const wchar_t* name;
-    const wchar_t* productKey;
-    const wchar_t* folder;
-    REGSAM otherView; // of the registry, for the other one's programs
-};
-inline constexpr EditionNames k32BitNames = {
-    L"32-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM",
-    L"VeltHTTPClient", KEY_WOW64_64KEY};
-inline constexpr EditionNames k64BitNames = {
-    L"64-bit", L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VeltHTTPClient12OEM64",
-    L"VeltHTTPClient64", KEY_WOW64_32KEY};
-inline constexpr const EditionNames& kOwnNames = kIs64Bit ? k64BitNames : k32BitNames;
-
 inline constexpr wchar_t kLibrary[] = L"VeltHTTPClient12OEM.dll";
-inline constexpr wchar_t kNewFiles[] = L"VeltHTTPClient12OEM.new";
-inline constexpr wchar_t kFormerFiles[] = L"VeltHTTPClient12OEM.old";
+inline constexpr wchar_t kTool[] = L"velt.exe";
 inline constexpr wchar_t kViewer[] = L"velt-trace.exe";
-inline constexpr const wchar_t* kProductKey = kOwnNames.productKey;
-inline constexpr wchar_t kServerKey[] =
-    L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32";
-/// Its subkeys are named for the kinds of systems.
-inline constexpr wchar_t kTypeLibraryKey[] =
-    L"Software\\Classes\\TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0\\0";
+inline constexpr wchar_t kWithdrawn[] = L"x86\\withdrawn.txt"; // only the earlier version has it
 
-/// Where an installation goes by itself, how one asks for it, and the root of its entries.
+/// The folder of an edition in an installation, and its view of the registry.
+struct InstalledEdition
+{
+    const wchar_t* folder;
+    REGSAM view;
+    const wchar_t* system; // of its entry for the type library
+};
+inline constexpr InstalledEdition k32BitEdition = {L"x86", KEY_WOW64_32KEY, L"win32"};
+inline constexpr InstalledEdition k64BitEdition = {L"x64", KEY_WOW64_64KEY, L"win64"};
+
+/// A package: its kind, as in its name, what the list of programs calls it, and the editions in it.
+struct Package
+{
+    const wchar_t* kind;
+    const wchar_t* productName;
+    std::vector<InstalledEdition> editions;
+
+    /// The file, of this version or of the one before it.
+    std::wstring File(bool earlier = false) const;
+};
+const Package& PackageOf32BitWindows();
+const Package& PackageOf64BitWindows();
+
+/// The one that has the edition of this test.
+const Package& OwnPackage();
+
+/// For whom one installs, and the root of what is written.
 struct Scope
 {
     const char* name;
-    const wchar_t* argument;
-    std::wstring folder;
+    const wchar_t* arguments;
     HKEY root;
     HKEY otherRoot;
-
-    std::wstring File(const wchar_t* file) const
-    {
-        return folder + L'\\' + file;
-    }
 };
+inline const Scope kAllUsers = {"all users", L"", HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER};
+/// Windows needs the first one only, Wine the second one, which must be the last of all.
+inline const Scope kCurrentUser = {"the current user", L" MSIINSTALLPERUSER=1 ALLUSERS=\"\"",
+                                   HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
 
-Scope AllUsers();
-Scope CurrentUser();
+/// What the installer ends with when an installation fails or is refused by the package, and when
+/// another one runs.
+inline constexpr DWORD kFailed = ERROR_INSTALL_FAILURE;
+inline constexpr DWORD kOtherRuns = ERROR_INSTALL_ALREADY_RUNNING;
+
+/// A folder of the system's, a CSIDL.
 std::wstring KnownFolder(int id);
 
-/// Runs a program and waits until it and all that it started have ended: an uninstaller goes on in
-/// a copy of itself. Returns the program's own exit code. With a token, it runs with that one's
-/// rights.
-DWORD RunToItsEnd(std::wstring commandLine, HANDLE token = nullptr);
+/// Runs a program and waits until it and all that it started have ended. Returns the program's own
+/// exit code.
+DWORD RunToItsEnd(std::wstring commandLine);
 
-DWORD Install(const std::wstring& arguments, HANDLE token = nullptr,
-              const EditionNames& edition = kOwnNames);
-DWORD InstallEarlier(const std::wstring& arguments, const EditionNames& edition = kOwnNames);
+/// Has the system's installer do something silently; `action` is "/i", for example. Returns what it
+/// ends with.
+DWORD RunInstaller(const std::wstring& action, const std::wstring& package,
+                   const std::wstring& arguments = {});
 
-/// The uninstaller as the list of programs calls it. What it ends with is not seen: the part that
-/// does the work goes on in a copy.
-DWORD Uninstall(const std::wstring& folder);
+/// The same for a package in a scope. Windows remembers the scope of an installation, Wine does not.
+DWORD Install(const Package& package, const Scope& scope, const std::wstring& arguments = {});
+DWORD InstallEarlier(const Package& package, const Scope& scope,
+                     const std::wstring& arguments = {});
+DWORD Remove(const Package& package, const Scope& scope);
 
-/// The uninstaller where it lies, which then cannot remove itself. Returns what it ends with, and
-/// removes the program, and the folder when nothing else is in it, as its caller has to.
-DWORD UninstallInPlace(const std::wstring& folder, HANDLE token = nullptr);
+/// Mends what is missing or damaged: the files, the keys, the entries in the menu.
+DWORD Repair(const Package& package, const Scope& scope);
 
-/// The user's own rights without those of an administrator.
-UniqueKernelObject OrdinaryRights();
+/// Tries to install for all users, which the package must refuse with a text.
+void CheckRefused(const Package& package, bool earlier, const std::string& text);
 
-/// What an installation may change.
+/// The folder where something of a scope is installed, with a backslash at the end, as the packages
+/// remember it; empty when nothing is.
+std::wstring InstalledFolder(const Scope& scope);
+
+/// What an installation may change. The system's installer keeps empty keys of its own when the last
+/// product is removed; they are left out.
 struct Machine
 {
     Machine();
 
     RegistryTree machine;
     RegistryTree user;
+    std::set<std::wstring> files; // in the folders for programs, the Start menus and the installer's
 };
 
 /// What differs from how the machine was before the first test; each one leaves it so.
 std::string ChangesOfTheMachine();
 
-std::wstring Value(HKEY root, const wchar_t* key, const wchar_t* name);
+std::wstring Value(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view = 0);
+
+/// The library that the class of the HTTP service is registered with for an edition.
+std::wstring RegisteredLibrary(HKEY root, const InstalledEdition& edition);
+
+/// The value of the product's entry in the list of programs; empty without one.
+std::wstring ListedValue(const Package& package, const wchar_t* name);
 
 /// The files below a folder, by their paths relative to it; none when it is not there.
 std::set<std::wstring> FilesBelow(const std::filesystem::path& folder);
 
-/// The entries and the files of an installation: what was built and nothing else but the documents
-/// and samples, each named in the list of what is installed.
-void CheckInstalled(const Scope& scope);
+/// The files of a feature and its entries, of the whole package.
+void CheckRuntime(const Package& package, const Scope& scope);
+void CheckTools(const Package& package, const Scope& scope, bool installed);
+void CheckDeveloper(const Scope& scope, bool installed);
 
-/// The component as it is installed: by its ProgID where COM finds it, and loaded from the folder.
-void CheckWorks(const Scope& scope);
-
-/// A trace viewer that runs until the end of the scope, so that its file is in use.
-class RunningViewer
-{
-public:
-    explicit RunningViewer(const std::wstring& path);
-
-    RunningViewer(const RunningViewer&) = delete;
-    RunningViewer& operator=(const RunningViewer&) = delete;
-
-    ~RunningViewer();
-
-    bool Runs() const;
-
-private:
-    void End();
-
-    UniqueKernelObject m_process;
-};
-
-/// What Windows has been asked to remove at its next start since this was made.
-class PendingRemovals
-{
-public:
-    PendingRemovals();
-
-    PendingRemovals(const PendingRemovals&) = delete;
-    PendingRemovals& operator=(const PendingRemovals&) = delete;
-
-    /// Takes it back.
-    ~PendingRemovals();
-
-    /// Whether a folder is to be removed, and how many files below it.
-    bool Has(const std::wstring& folder) const;
-    std::size_t Below(const std::wstring& folder) const;
-
-private:
-    std::wstring m_before; // as the registry has it
-};
-
-/// A library that this process has loaded until the end of the scope.
-class LoadedLibrary
-{
-public:
-    explicit LoadedLibrary(const std::wstring& path);
-
-    LoadedLibrary(const LoadedLibrary&) = delete;
-    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
-
-    ~LoadedLibrary();
-
-private:
-    HMODULE m_module;
-};
+/// The component of this edition as it is installed: by its ProgID where COM finds it, and by the
+/// manifest; that of the other one by its own command-line program.
+void CheckWorks(const Package& package, const Scope& scope);
 } // namespace velt::test
