@@ -60,7 +60,7 @@ endmacro()
 ask()
 enable_language(C)
 ask()
-foreach(version IN ITEMS 12 ${VERSION} 11 13 12.9999 11...<13 12...${VERSION} 12...<${VERSION} 12...13)
+foreach(version IN ITEMS 12 ${VERSION} 11 13 12.9999 11...<13 12...${VERSION} 12...<13 12...13)
     ask(${version})
 endforeach()
 ask(${VERSION} EXACT)
@@ -82,7 +82,7 @@ $version: $found
 12.9999: no. 
 11...<13: no. 
 12...$version: $found
-12...<$version: no. 
+12...<13: $found
 12...13: $found
 $version;EXACT: $found
 12.9999;EXACT: no. " "$(asks "$toolchain")"
