@@ -1,11 +1,12 @@
-// The collection from JScript, without registration. Run it with one of
+// The collection from JScript, without registration. Run it in the folder of the developer package
+// with one of
 //
-//     velt script samples\collection.js
+//     x86\velt script samples\collection.js
 //     %SystemRoot%\SysWOW64\cscript //nologo samples\collection.js
 //     %SystemRoot%\System32\cscript //nologo samples\collection.js      for the 64-bit edition
 //
 // The first makes the component's classes known by itself. For the others the system's
-// activation-context object reads the manifest in the folder above.
+// activation-context object reads the manifest of the edition of the script host's kind.
 
 function createCollection()
 {
@@ -18,8 +19,10 @@ function createCollection()
     {
         // By design registration alone does not make the collection creatable.
         var folder = WScript.ScriptFullName.replace(/[^\\]*\\[^\\]*$/, "");
+        var process = new ActiveXObject("WScript.Shell").Environment("Process");
+        var edition = process("PROCESSOR_ARCHITECTURE") == "x86" ? "x86" : "x64";
         var context = new ActiveXObject("Microsoft.Windows.ActCtx");
-        context.Manifest = folder + "VeltHTTPClient12OEM.Assembly.manifest";
+        context.Manifest = folder + edition + "\\VeltHTTPClient12OEM.Assembly.manifest";
         return context.CreateObject(progId);
     }
 }

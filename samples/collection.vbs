@@ -1,16 +1,17 @@
-' The collection from VBScript, without registration. Run it with one of
+' The collection from VBScript, without registration. Run it in the folder of the developer package
+' with one of
 '
-'     velt script samples\collection.vbs
+'     x86\velt script samples\collection.vbs
 '     %SystemRoot%\SysWOW64\cscript //nologo samples\collection.vbs
 '     %SystemRoot%\System32\cscript //nologo samples\collection.vbs      for the 64-bit edition
 '
 ' The first makes the component's classes known by itself. For the others the system's
-' activation-context object reads the manifest in the folder above.
+' activation-context object reads the manifest of the edition of the script host's kind.
 Option Explicit
 
 Function CreateCollection()
     Const progId = "VeltHTTPClient.EnumVariantCol12OEM"
-    Dim context, folder
+    Dim context, folder, edition
     On Error Resume Next
     Set CreateCollection = CreateObject(progId)
     If Err.Number = 0 Then Exit Function
@@ -18,8 +19,10 @@ Function CreateCollection()
     ' By design registration alone does not make the collection creatable.
     folder = Left(WScript.ScriptFullName, InStrRev(WScript.ScriptFullName, "\") - 1)
     folder = Left(folder, InStrRev(folder, "\"))
+    edition = CreateObject("WScript.Shell").Environment("Process")("PROCESSOR_ARCHITECTURE")
+    If edition <> "x86" Then edition = "x64"
     Set context = CreateObject("Microsoft.Windows.ActCtx")
-    context.Manifest = folder & "VeltHTTPClient12OEM.Assembly.manifest"
+    context.Manifest = folder & edition & "\VeltHTTPClient12OEM.Assembly.manifest"
     Set CreateCollection = context.CreateObject(progId)
 End Function
 

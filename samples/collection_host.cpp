@@ -1,11 +1,15 @@
 // A compiled host that needs no registration: it loads the library, makes the collection through
 // DllGetClassObject, uses it early and late bound, and watches the library's trace arrive.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL;
-// for the 64-bit edition with x86_64-w64-mingw32-g++:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/collection_host.cpp
-//       include/provider_lib_i.c -o collection_host.exe -lole32 -loleaut32 -luuid
-// Run it as: collection_host.exe VeltHTTPClient12OEM.dll
+// Build it in the folder of the developer package, where include, x86 and x64 lie;
+// for the 64-bit edition with x86_64-w64-mingw32-g++ and x64 in the place of x86:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -Iinclude samples/collection_host.cpp
+//       include/provider_lib_i.c -o x86/collection_host.exe -lole32 -loleaut32 -luuid
+// Run it as: x86\collection_host.exe x86\VeltHTTPClient12OEM.dll
+// With Visual C++, at the prompt of its tools for x86; for the 64-bit edition at that for x64:
+//   cl /std:c++20 /EHsc /MT /DUNICODE /Iinclude samples\collection_host.cpp
+//       include\provider_lib_i.c /Fe:x86\collection_host.exe
+//       ole32.lib oleaut32.lib uuid.lib user32.lib
 
 #include <provider_lib.h>
 

@@ -1,12 +1,15 @@
 // A compiled host that shows a licence agreement through the registered component and prints the
 // user's answer.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL;
-// for the 64-bit edition with x86_64-w64-mingw32-g++:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/eula_host.cpp
-//       include/provider_lib_i.c -o eula_host.exe -lole32 -loleaut32 -luuid
-// Run it as: eula_host.exe samples/eula/agreement.rtf samples/eula/texts/DEU.xml
+// Build it in the folder of the developer package, where include, x86 and x64 lie;
+// for the 64-bit edition with x86_64-w64-mingw32-g++ and x64 in the place of x86:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -Iinclude samples/eula_host.cpp
+//       include/provider_lib_i.c -o x86/eula_host.exe -lole32 -loleaut32 -luuid
+// Run it as: x86\eula_host.exe samples\eula\agreement.rtf samples\eula\texts\DEU.xml
 //            once the component is registered
+// With Visual C++, at the prompt of its tools for x86; for the 64-bit edition at that for x64:
+//   cl /std:c++20 /EHsc /MT /DUNICODE /Iinclude samples\eula_host.cpp
+//       include\provider_lib_i.c /Fe:x86\eula_host.exe ole32.lib oleaut32.lib uuid.lib
 
 #include <provider_lib.h>
 

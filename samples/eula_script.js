@@ -1,5 +1,6 @@
 // A script that shows a licence agreement through the registered component and prints the user's
-// answer. Run it with the script host of the edition's kind, in the folder of the library:
+// answer. Run it in the folder of the developer package, with the script host of the edition's
+// kind:
 //
 //     cscript //nologo samples\eula_script.js samples\eula\agreement.rtf samples\eula\texts\DEU.xml
 

@@ -1,7 +1,7 @@
 // All members of the HTTP service object, from JScript. The component must be registered, and the
-// script host one of the edition's kind:
+// script host one of the edition's kind. In the folder of the developer package:
 //
-//     cscript //nologo http_service.js
+//     cscript //nologo samples\http_service.js
 
 var service = new ActiveXObject("VeltHTTPClient.VeltHTTPService12OEM");
 var site = "http://samples.velt.example/";

@@ -1,7 +1,7 @@
 ' All members of the HTTP service object, from VBScript. The component must be registered, and the
-' script host one of the edition's kind:
+' script host one of the edition's kind. In the folder of the developer package:
 '
-'     cscript //nologo http_service.vbs
+'     cscript //nologo samples\http_service.vbs
 
 Option Explicit
 

@@ -2,13 +2,17 @@
 // the component's, so CoCreateInstance finds the classes by CLSID and by ProgID. Beside the program
 // lie VeltHTTPClient12OEM.dll and VeltHTTPClient12OEM.Assembly.manifest.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL;
-// for the 64-bit edition with x86_64-w64-mingw32-g++ and its windres:
+// Build it in the folder of the developer package, where include, x86 and x64 lie;
+// for the 64-bit edition with x86_64-w64-mingw32-g++, its windres and x64 in the place of x86:
 //   i686-w64-mingw32-windres samples/registration_free.rc registration_free_rc.o
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/registration_free.cpp
-//       include/provider_lib_i.c registration_free_rc.o -o registration_free.exe
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -Iinclude samples/registration_free.cpp
+//       include/provider_lib_i.c registration_free_rc.o -o x86/registration_free.exe
 //       -lole32 -loleaut32 -luuid
-// Run it as: registration_free.exe
+// Run it as: x86\registration_free.exe
+// With Visual C++, at the prompt of its tools for x86; for the 64-bit edition at that for x64:
+//   cl /std:c++20 /EHsc /MT /DUNICODE /Iinclude samples\registration_free.cpp
+//       include\provider_lib_i.c /Fe:x86\registration_free.exe ole32.lib oleaut32.lib uuid.lib
+//       /link /MANIFEST:EMBED /MANIFESTINPUT:samples\registration_free.exe.manifest
 
 #include <provider_lib.h>
 

@@ -1,12 +1,16 @@
 // A compiled host of the registered component: it uses the HTTP service object early and late bound
 // and listens to its events.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL;
-// for the 64-bit edition with x86_64-w64-mingw32-g++:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/service_host.cpp
-//       include/provider_lib_i.c -o service_host.exe -lole32 -loleaut32 -luuid
-// Run it as: service_host.exe          all calls
-//            service_host.exe wait     and stay until queued update work has run, half a minute
+// Build it in the folder of the developer package, where include, x86 and x64 lie;
+// for the 64-bit edition with x86_64-w64-mingw32-g++ and x64 in the place of x86:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -Iinclude samples/service_host.cpp
+//       include/provider_lib_i.c -o x86/service_host.exe -lole32 -loleaut32 -luuid
+// Run it as: x86\service_host.exe          all calls
+//            x86\service_host.exe wait     and stay until queued update work has run, half a minute
+// With Visual C++, at the prompt of its tools for x86; for the 64-bit edition at that for x64:
+//   cl /std:c++20 /EHsc /MT /DUNICODE /Iinclude samples\service_host.cpp
+//       include\provider_lib_i.c /Fe:x86\service_host.exe
+//       ole32.lib oleaut32.lib uuid.lib user32.lib
 
 #include <provider_lib.h>
 

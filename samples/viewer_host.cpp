@@ -2,12 +2,16 @@
 // library, makes it trace, and saves a picture of the viewer's window. The viewer may be of the
 // other edition, and so may a program that runs beside this one, whose trace it shows as well.
 //
-// Build it in the folder of the library, with the two files that are made from the component's IDL;
-// for the 64-bit edition with x86_64-w64-mingw32-g++:
-//   i686-w64-mingw32-g++ -std=c++20 -municode -static -I include samples/viewer_host.cpp
-//       include/provider_lib_i.c -o viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
-// Run it as: viewer_host.exe VeltHTTPClient12OEM.dll velt-trace.exe velt-trace.png
+// Build it in the folder of the developer package, where include, x86 and x64 lie;
+// for the 64-bit edition with x86_64-w64-mingw32-g++ and x64 in the place of x86:
+//   i686-w64-mingw32-g++ -std=c++20 -municode -static -Iinclude samples/viewer_host.cpp
+//       include/provider_lib_i.c -o x86/viewer_host.exe -lole32 -loleaut32 -luuid -lgdi32 -lgdiplus
+// Run it as: x86\viewer_host.exe x86\VeltHTTPClient12OEM.dll x86\velt-trace.exe velt-trace.png
 //            and, to run another one beside it, with a program and its arguments after these
+// With Visual C++, at the prompt of its tools for x86; for the 64-bit edition at that for x64:
+//   cl /std:c++20 /EHsc /MT /DUNICODE /Iinclude samples\viewer_host.cpp
+//       include\provider_lib_i.c /Fe:x86\viewer_host.exe
+//       ole32.lib oleaut32.lib uuid.lib user32.lib gdi32.lib gdiplus.lib
 
 #include <provider_lib.h>
 
