@@ -3,9 +3,9 @@ the end are shown, and an installation is changed, repaired or removed. Names th
 capital letter and end in Dlg are ours; the installer itself asks for FilesInUse and ErrorDlg."""
 
 WIDTH, HEIGHT = 370, 270  # of the main windows, in the installer's units
-VISIBLE, ENABLED = 1, 2  # attributes of controls
-SHOWN = VISIBLE | ENABLED
-INDIRECT, TRANSPARENT, NO_PREFIX, SHIELD = 8, 0x10000, 0x20000, 0x800000
+VISIBLE = 1  # attributes of controls
+SHOWN = VISIBLE | 2  # and not grey
+TRANSPARENT, NO_PREFIX, SHIELD = 0x10000, 0x20000, 0x800000
 MODAL, MODELESS = 3, 1  # attributes of windows, visible ones
 MINIMIZE, KEEP_MODELESS, TRACK_DISK_SPACE, ERROR = 4, 16, 32, 0x10000
 
@@ -26,7 +26,7 @@ class _Dialog:
         if kind not in ("Text", "Line", "ProgressBar", "Icon"):
             self._stops.append(name)
 
-    def text(self, name, place, text, style="Body", attributes=VISIBLE | TRANSPARENT | NO_PREFIX):
+    def text(self, name, place, text, style="Body", attributes=SHOWN | TRANSPARENT | NO_PREFIX):
         self.control(name, "Text", place, attributes, text="{\\%s}%s" % (style, text))
 
     def button(self, name, place, text, events, attributes=SHOWN):
@@ -100,7 +100,7 @@ def _features(database):
     dialog.shows("About", "SelectionDescription", "Text")
     dialog.text("Size", (220, 134, 130, 38), "")
     dialog.shows("Size", "SelectionSize", "Text")
-    dialog.control("FolderLabel", "Text", (20, 184, 330, 12), VISIBLE, text="{\\Body}&Folder:")
+    dialog.control("FolderLabel", "Text", (20, 184, 330, 12), SHOWN, text="{\\Body}&Folder:")
     dialog.control("Folder", "PathEdit", (20, 198, 330, 18), prop="INSTALLDIR")
     # A folder of an installation that is there already stays.
     database.add("ControlCondition", "FeaturesDlg", "Folder", "Disable", "Installed")
@@ -157,9 +157,9 @@ def _progress(database):
 
 
 def _end(database, name, title, text):
-    dialog = _Dialog(database, name, MODAL | MINIMIZE, "Close", "Close", "Close")
+    dialog = _Dialog(database, name, MODAL | MINIMIZE, "Finish", "Finish", "Finish")
     dialog.head(title, text)
-    dialog.button("Close", _RIGHT, "&Close", [("EndDialog", "Exit", None)])
+    dialog.button("Finish", _RIGHT, "&Finish", [("EndDialog", "Exit", None)])
     dialog.finish()
 
 

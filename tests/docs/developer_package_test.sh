@@ -17,8 +17,9 @@ export CMAKE_GENERATOR=Ninja
 windows=()
 [ "$edition" = x86 ] || windows=(--both)
 rm -rf "$work"
-"$source_dir/tests/support/developer_tree.sh" "$source_dir" "$build" "$edition" "$work/package" || exit 1
+"$source_dir/src/installer/stage.sh" "$work/package" "$build" || exit 1
 cd "$work/package" || exit 1
+readme=$(tr -d '\r' <README.md)
 
 links=$("$source_dir/tests/docs/links_test.py" .)
 expect "all links lead to files of the package" 0 $?
@@ -34,7 +35,7 @@ as_edition() {
 }
 
 # What stands in its tables and in its text, not in its blocks of commands.
-missing=$(sed '/^```/,/^```/d' README.md | grep -oE '`[^`<>]+`' | tr -d '`' | as_edition | sed 's/ .*//' |
+missing=$(sed '/^```/,/^```/d' <<<"$readme" | grep -oE '`[^`<>]+`' | tr -d '`' | as_edition | sed 's/ .*//' |
     tr '\\' / | grep -E '^(x86|x64|include|idl|cmake|samples|docs)(/|$)|^[A-Z]+\.md$' | sort -u |
     while read -r path; do
         [ -e "$path" ] || [ -e "$path.exe" ] || echo "$path"
@@ -45,7 +46,7 @@ expect "the files that it names are there" "" "$missing"
 commands() {
     awk '/^```(bat|sh)$/ { kind = substr($0, 4); next }
          /^```/          { kind = "" }
-         kind            { print kind, $0 }' README.md | as_edition
+         kind            { print kind, $0 }' <<<"$readme" | as_edition
 }
 keep=()
 count=0

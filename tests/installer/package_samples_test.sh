@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs each C++ sample of an edition by the commands that its first lines name, in the
-# edition's folder of the unpacked package.
+# Builds and runs each C++ sample for an edition by the commands that its first lines name, in the
+# folder of the unpacked developer package.
 #
-#   package_samples_test.sh <source folder> <zip> <edition> <work folder> <prefix>
+#   package_samples_test.sh <source folder> <zip> x86|x64 <work folder> <prefix>
 set -uo pipefail
 source_dir=$1
 zip=$2
@@ -12,10 +12,15 @@ prefix=$5
 failures=0
 
 windows=()
-[ "$edition" = 32-bit ] || windows=(--both)
+[ "$edition" = x86 ] || windows=(--both)
 # in_prefix <command of in_wine.sh...>
 in_prefix() {
     "$source_dir/scripts/in_wine.sh" "${windows[@]}" "$@"
+}
+
+# for_edition: text that names x86, with the edition's folder.
+for_edition() {
+    sed -E "s/x86([\\\\/])/$edition\\1/g"
 }
 
 # fails <what> <log>
@@ -29,8 +34,8 @@ fails() {
 # name the compiler for 32 bits, and the text above them the other one.
 build_command() {
     local compiler=i686-w64-mingw32
-    [ "$edition" = 32-bit ] || compiler=$(sed -nE 's|^// .*64-bit edition with ([^ ]+)-g\+\+.*|\1|p' "$1")
-    sed -nE '/^\/\/ Build it/,/^\/\/ Run it/s|^//   ( *)|\1|p' "$1" | sed "s/i686-w64-mingw32/$compiler/g" |
+    [ "$edition" = x86 ] || compiler=$(sed -nE 's|^// .*64-bit edition with ([^ ]+)-g\+\+.*|\1|p' "$1")
+    sed -nE '/^\/\/ Build it/,/^\/\/ Run it/s|^//   ( *)|\1|p' <(tr -d '\r' <"$1") | for_edition | sed "s/i686-w64-mingw32/$compiler/g" |
         awk '/^ /  { sub(/^ +/, " "); line = line $0; next }
              line  { print line }
                    { line = $0 }
@@ -39,13 +44,14 @@ build_command() {
 
 # run_command <sample>: the first one that it names.
 run_command() {
-    sed -nE 's|^// Run it as: ([^ ]+\.exe( [^ ]+)*).*|\1|p' "$1" | sed -E 's/ {2,}.*//'
+    sed -nE 's|^// Run it as: ([^ ]+\.exe( [^ ]+)*).*|\1|p' <(tr -d '\r' <"$1") |
+        sed -E 's/ {2,}.*//' | for_edition
 }
 
 rm -rf "$work"
 mkdir -p "$work"
 unzip -q "$zip" -d "$work" || exit 1
-cd "$work"/*/"$edition" || exit 1
+cd "$work"/*/ || exit 1
 
 samples=$(find samples -maxdepth 1 -name '*.cpp' | sort)
 building=()
@@ -67,10 +73,10 @@ declare -A expected=(
     [service_host]='    there is an update agent: no'
     [viewer_host]='    the viewer shows'
 )
-in_prefix "$prefix" regsvr32 /s VeltHTTPClient12OEM.dll || failures=1
+in_prefix "$prefix" regsvr32 /s "$edition\\VeltHTTPClient12OEM.dll" || failures=1
 for sample in $samples; do
     name=$(basename -s .cpp "$sample")
-    if [ ! -e "$name.exe" ]; then
+    if [ ! -e "$edition/$name.exe" ]; then
         fails "$name is built by: $(cat "$sample.sh")" "$sample.log"
         continue
     fi

@@ -19,7 +19,7 @@ esac
 # The package lies anywhere.
 rm -rf "$work"
 package="$work/a package"
-"$source_dir/tests/support/developer_tree.sh" "$source_dir" "$build" "$edition" "$package" || exit 1
+"$source_dir/src/installer/stage.sh" "$package" "$build" || exit 1
 
 # logged <name> <command...>
 logged() {
