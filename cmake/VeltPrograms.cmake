@@ -44,11 +44,12 @@ function(velt_wrap_import target function bytes)
     endif()
 endfunction()
 
-# velt_split_symbols(<target>): moves the symbols of a shipped program into <target>.debug in the
-# build folder. strip writes a time stamp: the fixed one of the type library.
+# velt_split_symbols(<target>): moves the symbols of a shipped program into VELT_SYMBOLS_DIR, as
+# <target>.debug. strip writes a time stamp: the fixed one of the type library.
 function(velt_split_symbols target)
-    set(symbols "${PROJECT_BINARY_DIR}/${target}.debug")
+    set(symbols "${VELT_SYMBOLS_DIR}/${target}.debug")
     add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_COMMAND}" -E make_directory "${VELT_SYMBOLS_DIR}"
         COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:${target}>" "${symbols}"
         COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=946684800
             "${CMAKE_STRIP}" --strip-all "$<TARGET_FILE:${target}>"

@@ -1,7 +1,7 @@
 # Sourced by the commands at the root: brings the packages that building and testing need.
 #
 #   velt_setup <purpose>   installs what is missing for "build", "run", "test", "bench", "package",
-#                          "lint" or "debian"; fails with the names when it cannot
+#                          "sign", "lint" or "debian"; fails with the names when it cannot
 
 declare -A velt_packages=(
     # Wine's libraries for 32 and for 64 bits have a type library that ours imports.
@@ -14,15 +14,17 @@ declare -A velt_packages=(
     [tests]="catch2 clang-format python3 iproute2"
     [packing]="nsis zip"
     [unpacking]="unzip"
+    [signing]="osslsigncode openssl"
     [lint]="clang-tidy"
     [debian]="debootstrap distro-info-data rsync"
 )
 declare -A velt_purposes=(
     [build]="build"
     [run]="build wine pictures"
-    [test]="build wine pictures native tests packing unpacking"
+    [test]="build wine pictures native tests packing unpacking signing"
     [bench]="build wine native tests"
     [package]="build packing"
+    [sign]="signing"
     [lint]="build lint"
     [debian]="debian"
 )

@@ -86,12 +86,16 @@ expect "at most $most_kb KB, pictures aside" yes \
 # Paths of the build would tell about the maker's machine, and make two builds differ.
 expect "no path of the build inside" 0 "$(grep -acF "$(dirname "$(dirname "$build")")/" "$dll" || true)"
 
-for file in VeltHTTPClient12OEM.map VeltHTTPClient12OEM.debug; do
-    expect "$file lies in the build folder" yes \
-        "$([ -s "$build/$file" ] && echo yes || echo no)"
+expect "its map lies in the build folder" yes \
+    "$([ -s "$build/VeltHTTPClient12OEM.map" ] && echo yes || echo no)"
+# Those of all programs that the packages hold, for the archive of symbols.
+expect "a file with symbols for each program" \
+    "VeltHTTPClient12OEM.debug sample_agent.debug velt-trace.debug velt.debug " \
+    "$(cd "$build/symbols" && printf '%s\n' * | sort | tr '\n' ' ')"
+for file in "$build"/symbols/*; do
+    expect "$(basename "$file") has the symbols" yes \
+        "$("$objdump" -h "$file" | grep -q '\.debug_info' && echo yes || echo no)"
 done
-expect "the debug file has the symbols" yes \
-    "$("$objdump" -h "$build/VeltHTTPClient12OEM.debug" | grep -q '\.debug_info' && echo yes || echo no)"
 
 shipped=$(cd "$bin" && find . -type f | sort | tr '\n' ' ')
 expect "what is shipped, and nothing else" \

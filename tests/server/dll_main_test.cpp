@@ -2,7 +2,6 @@
 
 #include "server/class_factory.h"
 #include "tests/support/component_library.h"
-#include "tests/support/edition.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/thread_group.h"
 
@@ -341,42 +340,4 @@ TEST_CASE("DllMain: without a thread-local index the library cannot be loaded", 
     CHECK(module == nullptr);
     CHECK(error == ERROR_DLL_INIT_FAILED);
     CHECK_NOTHROW(ComponentLibrary()); // works again
-}
-
-TEST_CASE("The library: its version block tells what it is", "[server]")
-{
-    const std::wstring path = velt::test::ShippedFile(L"VeltHTTPClient12OEM.dll");
-    DWORD ignored = 0;
-    std::vector<BYTE> block(::GetFileVersionInfoSizeW(path.c_str(), &ignored));
-    REQUIRE_FALSE(block.empty());
-    REQUIRE(::GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
-
-    VS_FIXEDFILEINFO* fixed = nullptr;
-    UINT size = 0;
-    REQUIRE(::VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
-    CHECK(fixed->dwFileType == VFT_DLL);
-    CHECK(fixed->dwFileOS == VOS_NT_WINDOWS32);
-    CHECK(HIWORD(fixed->dwFileVersionMS) == 12); // as the file's name says
-    CHECK(fixed->dwProductVersionMS == fixed->dwFileVersionMS);
-    CHECK(fixed->dwProductVersionLS == fixed->dwFileVersionLS);
-    const std::wstring version = std::to_wstring(HIWORD(fixed->dwFileVersionMS)) + L'.' +
-                                 std::to_wstring(LOWORD(fixed->dwFileVersionMS)) + L'.' +
-                                 std::to_wstring(HIWORD(fixed->dwFileVersionLS)) + L'.' +
-                                 std::to_wstring(LOWORD(fixed->dwFileVersionLS));
-
-    const auto text = [&](const wchar_t* name) {
-        const wchar_t* value = nullptr;
-        const std::wstring where = std::wstring(L"\\StringFileInfo\\040904B0\\") + name;
-        return ::VerQueryValueW(block.data(), where.c_str(),
-                                const_cast<void**>(reinterpret_cast<const void**>(&value)), &size)
-                   ? std::wstring(value)
-                   : std::wstring();
-    };
-    CHECK((text(L"FileVersion") == version));
-    CHECK((text(L"ProductVersion") == version));
-    CHECK((text(L"OriginalFilename") == L"VeltHTTPClient12OEM.dll"));
-    CHECK((text(L"InternalName") == L"VeltHTTPClient12OEM"));
-    CHECK((text(L"FileDescription") ==
-           std::wstring(L"VeltHTTPClient component (") + velt::test::kEdition.name + L")"));
-    CHECK_FALSE(text(L"ProductName").empty());
 }

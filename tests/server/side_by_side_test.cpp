@@ -9,13 +9,13 @@
 #include "tests/support/component_library.h"
 #include "tests/support/edition.h"
 #include "tests/support/test_thread.h"
+#include "tests/support/version_block.h"
 
 #include <provider_lib.h>
 
 #include <comutil.h>
 #include <msxml.h>
 #include <objbase.h>
-#include <winver.h>
 #include <wrl/client.h>
 
 #include <algorithm>
@@ -169,23 +169,6 @@ std::pair<std::wstring, std::wstring> IdentityOf(ITypeLib& library)
     return identity;
 }
 
-std::wstring VersionOfLibrary()
-{
-    const std::wstring path = ShippedFile(kLibrary);
-    DWORD ignored = 0;
-    std::vector<BYTE> block(::GetFileVersionInfoSizeW(path.c_str(), &ignored));
-    REQUIRE(::GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
-    void* data = nullptr;
-    UINT size = 0;
-    REQUIRE(::VerQueryValueW(block.data(), L"\\", &data, &size));
-    const auto& info = *static_cast<const VS_FIXEDFILEINFO*>(data);
-    const auto part = [](DWORD value, int shift) {
-        return std::to_wstring((value >> shift) & 0xFFFF);
-    };
-    return part(info.dwFileVersionMS, 16) + L'.' + part(info.dwFileVersionMS, 0) + L'.' +
-           part(info.dwFileVersionLS, 16) + L'.' + part(info.dwFileVersionLS, 0);
-}
-
 LONG CountOf(IEnumVariantCol& collection)
 {
     LONG count = -1;
@@ -203,7 +186,7 @@ TEST_CASE("The manifest: its identity is no DLL's name and has the library's ver
     CHECK(AttributesOf(*identities[0].Get()) ==
           Attributes{{L"type", L"win32"},
                      {L"name", L"VeltHTTPClient12OEM.Assembly"},
-                     {L"version", VersionOfLibrary()},
+                     {L"version", velt::test::VersionBlock(ShippedFile(kLibrary)).Version()},
                      {L"processorArchitecture", velt::test::kEdition.architecture}});
     const auto files = manifest.Elements(L"file");
     REQUIRE(files.size() == 1);

@@ -52,8 +52,13 @@ std::vector<UniqueKernelObject> Processes(const std::vector<std::string>& lines)
 }
 } // namespace
 
+std::wstring SampleAgentProgram()
+{
+    return VELT_SAMPLE_AGENT;
+}
+
 SampleAgentServer::SampleAgentServer(const std::string& settings)
-    : SampleAgentServer(settings, VELT_SAMPLE_AGENT)
+    : SampleAgentServer(settings, SampleAgentProgram())
 {
 }
 

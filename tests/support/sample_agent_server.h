@@ -7,6 +7,9 @@
 
 namespace velt::test
 {
+/// Full path of the sample update agent as it was built.
+std::wstring SampleAgentProgram();
+
 /// The sample update agent, registered for the machine until the end of the scope: a program of its
 /// own in a folder of the test's own. Failures throw std::runtime_error.
 class SampleAgentServer

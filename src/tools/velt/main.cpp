@@ -2,12 +2,12 @@
 #include "foundation/system_exception.h"
 #include "foundation/trace_state.h"
 #include "foundation/utrace.h"
+#include "foundation/velt_version.h"
 #include "foundation/wide_text.h"
 #include "tools/common/search_path.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/help_text.h"
 #include "tools/velt/trace_window.h"
-#include "velt_version.h"
 
 #include <array>
 #include <cstdlib>

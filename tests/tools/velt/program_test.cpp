@@ -1,6 +1,7 @@
 // velt.exe itself: its streams, exit codes and the commands that need no server.
 
 #include "foundation/trace_record.h"
+#include "foundation/velt_version.h"
 #include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/environment_variable.h"
@@ -12,7 +13,6 @@
 #include "tests/tools/velt/velt_program.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
-#include "velt_version.h"
 
 #include <catch.hpp>
 
