@@ -77,7 +77,7 @@ for kind in "${kinds[@]}"; do
     cp -p "$tree/$kind"/*.dll "$tree/$kind"/*.manifest "$runtime/$kind/"
 done
 for i in "${!builds[@]}"; do
-    cp "${builds[i]}"/*.debug "$symbols/${kinds[i]}/"
+    cp "${builds[i]}"/symbols/*.debug "$symbols/${kinds[i]}/"
 done
 find "$runtime" "$symbols" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 zip_of runtime "$runtime"
@@ -90,7 +90,7 @@ for kind in "${kinds[@]}"; do
 done
 sign "$output"/*.msi
 
-SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH "$here/make_sbom.py" --version "$version" \
+"$here/make_sbom.py" --version "$version" \
     --publisher "$(cached VELT_PUBLISHER)" "$tree" >"$output/$name.spdx.json"
 cd "$output"
 sha256sum "$name"* >SHA256SUMS

@@ -44,9 +44,7 @@ done
 build=${builds[0]}
 mkdir -p "$folder"/{include,samples/update_agent}
 cp "$build"/bin/include/* "$folder/include/"
-SOURCE_DATE_EPOCH=946684800 "$(sed -n 's/^CMAKE_STRIP:[A-Z]*=//p' "$build/CMakeCache.txt")" \
-    --strip-all -o "$folder/samples/update_agent/sample_agent.exe" \
-    "$build/samples/update_agent/sample_agent.exe"
+cp "$build/samples/update_agent/sample_agent.exe" "$folder/samples/update_agent/"
 
 bring . src/installer/developer/README.md src/installer/{LICENSE,NOTICES}.md CHANGELOG.md
 bring docs docs/{host-guide,installer-guide,reference,skin,stability,trace,translating,velt}.md
