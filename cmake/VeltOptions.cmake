@@ -6,9 +6,11 @@ target_compile_features(velt_options INTERFACE cxx_std_20)
 target_include_directories(velt_options INTERFACE "${PROJECT_SOURCE_DIR}/src")
 target_compile_options(velt_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wundef -Wcast-qual
-    -Wold-style-cast -Wextra-semi -Woverloaded-virtual -Wimplicit-fallthrough -Werror
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/src/="
-    "-ffile-prefix-map=${PROJECT_BINARY_DIR}/=")
+    -Wold-style-cast -Wextra-semi -Woverloaded-virtual -Wimplicit-fallthrough -Werror)
+# Nothing that is built names a folder of this machine, generated code included.
+foreach(folder IN ITEMS "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/src" "${PROJECT_BINARY_DIR}")
+    add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${folder}/=>")
+endforeach()
 
 if(WIN32)
     target_compile_definitions(velt_options INTERFACE

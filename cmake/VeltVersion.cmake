@@ -5,6 +5,8 @@ set(VELT_PUBLISHER Velt CACHE STRING "Who publishes the product: a company or a 
 if(NOT VELT_PUBLISHER MATCHES "^[^\"\\\\\r\n]+$")
     message(FATAL_ERROR "VELT_PUBLISHER is no name for a version block: \"${VELT_PUBLISHER}\"")
 endif()
+set(VELT_SUPPORT_URL https://velt.example/support CACHE STRING
+    "Where the list of programs sends people for support")
 # For those who look into the build folder, too.
 set(VELT_COPYRIGHT "Copyright (c) 2026 ${VELT_PUBLISHER}" CACHE INTERNAL "Whose the product is")
 

@@ -79,7 +79,7 @@ done
 for i in "${!builds[@]}"; do
     cp "${builds[i]}"/symbols/*.debug "$symbols/${kinds[i]}/"
 done
-find "$runtime" "$symbols" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
+find "$runtime" "$symbols" -type f -exec chmod 644 {} + -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 zip_of runtime "$runtime"
 zip_of symbols "$symbols"
 

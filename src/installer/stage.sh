@@ -13,14 +13,15 @@ folder=$(realpath -m "$1")
 shift
 readarray -t builds < <(realpath "$@")
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+cd "$root"
 
 # source_files <file or folder...>: the project's own files, not what else lies in its folders. In
 # sources that were unpacked from an archive everything counts.
 source_files() {
-    if [ "$(git -C "$root" rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
-        git -C "$root" ls-files -- "$@"
+    if [ "$(git rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
+        git ls-files -- "$@"
     else
-        (cd "$root" && find "$@" -type f)
+        find "$@" -type f
     fi
 }
 
@@ -29,7 +30,7 @@ bring() {
     local to=$folder/$1
     shift
     mkdir -p "$to"
-    (cd "$root" && cp -t "$to" -- "$@")
+    cp -t "$to" -- "$@"
 }
 
 rm -rf "$folder"
@@ -54,11 +55,13 @@ bring cmake src/installer/cmake/*.cmake cmake/{mingw-w64,i686-w64-mingw32,x86_64
 source_files samples |
     sed -E '/^samples\/(update_agent\/)?CMakeLists\.txt$/d; /\/fetch_host\.cpp$/d
             /^samples\/update_agent\//{/\.ini$/!d}' |
-    (cd "$root" && xargs cp --parents -t "$folder")
+    xargs cp --parents -t "$folder"
 
 # Texts that are for reading or editing on Windows end their lines as is usual there.
-find "$folder"/{cmake,docs,idl,include,samples} "$folder"/*.md -type f ! -name '*.exe' ! -name '*.rtf' \
-    -exec grep -LP '\r$|\x00' {} + | xargs -d '\n' sed -i 's/$/\r/'
+find "$folder"/{cmake,docs,idl,include,samples} "$folder"/*.md -type f ! -name '*.exe' ! -name '*.rtf' |
+    while IFS= read -r file; do
+        grep -qP '\r$|\x00' "$file" || sed -i 's/$/\r/' "$file"
+    done
 
 find "$folder" -type d -exec chmod 755 {} +
 find "$folder" -type f -exec chmod 644 {} +
