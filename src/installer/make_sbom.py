@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Writes the list of materials of what is packed, an SPDX 2.3 document in JSON, to standard output.
 
-    make_sbom.py --version VERSION [--publisher NAME] FOLDER...
+    make_sbom.py --version VERSION [--publisher NAME] FOLDER
 
-Each folder is what one edition's package installs; it is listed by its own name. The document has
-the product, for each edition its component, its tools and the rest, and what is linked into its
-programs: the run-time parts of the Debian packages that compile for that kind of processor, with
-the versions that are installed here. So it is to be made where the programs were built, and after
-they were signed: it has the checksums of all files.
+The folder is what stage.sh lays out. The document has the product, the component and the tools of
+each edition that is there and what developers get beside them, and what is linked into the programs
+of each of these: the run-time parts of the Debian packages that compile for that kind of processor,
+with the versions that are installed here. So it is to be made where the programs were built, and
+after they were signed: it has the checksums of all files, and says which programs have a signature,
+but not whose or whether it is good.
 
 The same files make the same bytes. SOURCE_DATE_EPOCH is the time that the document carries.
 """
@@ -30,14 +31,27 @@ UNKNOWN = "NOASSERTION"  # the licence, too: choosing one is the owner's matter
 
 # What a program's header calls its processor, and what Debian does.
 PROCESSORS = {0x014C: "i686", 0x8664: "x86-64"}
+# Where the optional header of PE32 and PE32+ has its list of tables; their number is before it.
+DIRECTORIES = {0x010B: 96, 0x020B: 112}
+CERTIFICATES = 4  # in that list
 
 Part = collections.namedtuple("Part", "key name purpose belongs")
-# The first one that a file belongs to, by its name inside of the folder.
+# A file is in the first one that it belongs to, by its name inside of the folder.
+DEVELOPER = Part("developer", "developer files", "OTHER", re.compile(""))
 PARTS = (
-    Part("component", "component", "LIBRARY", re.compile(r"VeltHTTPClient12OEM\.|include/")),
-    Part("tools", "tools", "APPLICATION", re.compile(r"[^/]*\.exe$")),
-    Part("samples", "documents and samples", "OTHER", re.compile("")),
+    Part("component-x86", "component (x86)", "LIBRARY", re.compile(r"x86/VeltHTTPClient12OEM\.")),
+    Part("tools-x86", "tools (x86)", "APPLICATION", re.compile(r"x86/[^/]*\.exe$")),
+    Part("component-x64", "component (x64)", "LIBRARY", re.compile(r"x64/VeltHTTPClient12OEM\.")),
+    Part("tools-x64", "tools (x64)", "APPLICATION", re.compile(r"x64/[^/]*\.exe$")),
+    DEVELOPER,
 )
+
+# What the document says, by what there is among its programs: is one of them signed?
+SIGNED = {
+    frozenset([True]): "The programs are signed.",
+    frozenset([False]): "The programs are not signed.",
+    frozenset([True, False]): "Only some of the programs are signed.",
+}
 
 Linked = collections.namedtuple("Linked", "key name package licence comment")
 GCC_LICENCE = "GPL-3.0-or-later WITH GCC-exception-3.1"
@@ -55,24 +69,34 @@ def fail(what):
 
 
 class File:
-    """A file of a folder: what it is, and its checksums."""
+    """A file of the folder: what it is, and its checksums."""
 
     def __init__(self, folder, name):
         self.name = name
-        self.listed = f"./{os.path.basename(folder)}/{name}"
+        self.listed = f"./{name}"
         # People can read it, and names that differ in other characters only are told apart.
         self.id = "SPDXRef-File-{}-{}".format(
-            re.sub(r"[^A-Za-z0-9.]+", "-", self.listed[2:]),
-            hashlib.sha256(self.listed.encode()).hexdigest()[:8])
+            re.sub(r"[^A-Za-z0-9.]+", "-", name), hashlib.sha256(name.encode()).hexdigest()[:8])
         with open(os.path.join(folder, name), "rb") as file:
             content = file.read()
         self.sha1 = hashlib.sha1(content).hexdigest()
         self.sha256 = hashlib.sha256(content).hexdigest()
         self.is_text = b"\0" not in content
-        self.processor = processor_of(content)
+        # Of programs and libraries; None for other files.
+        self.processor = None
+        self.is_signed = None
+        header = program_header(content)
+        if header is not None:
+            try:
+                self.processor = processor_of(content, header)
+                self.is_signed = is_signed(content, header)
+            except struct.error:
+                fail(f"{name}: its header ends too early")
+            except ValueError as error:
+                fail(f"{name}: {error}")
 
     def entry(self):
-        return {
+        entry = {
             "SPDXID": self.id,
             "fileName": self.listed,
             "fileTypes": ["TEXT" if self.is_text else "BINARY"],
@@ -82,17 +106,38 @@ class File:
             "licenseInfoInFiles": [UNKNOWN],
             "copyrightText": UNKNOWN,
         }
+        if self.processor:
+            entry["comment"] = "signed" if self.is_signed else "not signed"
+        return entry
 
 
-def processor_of(content):
-    """Of a program or a library; None for other files."""
+def program_header(content):
+    """Where the header of a program or a library starts; None for other files."""
     if len(content) < 64 or content[:2] != b"MZ":
         return None
     header = struct.unpack_from("<I", content, 60)[0]
-    if content[header:header + 4] != b"PE\0\0":
-        return None
+    return header if content[header:header + 4] == b"PE\0\0" else None
+
+
+def processor_of(content, header):
     machine = struct.unpack_from("<H", content, header + 4)[0]
-    return PROCESSORS.get(machine) or fail(f"a program for an unknown processor: {machine:#x}")
+    if machine not in PROCESSORS:
+        raise ValueError(f"a program for an unknown processor: {machine:#x}")
+    return PROCESSORS[machine]
+
+
+def is_signed(content, header):
+    """Whether there is a table of certificates, which is the fifth one that the header may list."""
+    optional = header + 24
+    magic = struct.unpack_from("<H", content, optional)[0]
+    if magic not in DIRECTORIES:
+        raise ValueError(f"a program with an unknown header: {magic:#x}")
+    directories = optional + DIRECTORIES[magic]
+    if struct.unpack_from("<I", content, directories - 4)[0] <= CERTIFICATES:
+        return False
+    # Unlike the others, this one is found by its place in the file.
+    place, size = struct.unpack_from("<II", content, directories + 8 * CERTIFICATES)
+    return place > 0 and size > 0 and place + size <= len(content)
 
 
 def files_of(folder):
@@ -145,11 +190,10 @@ def verification_code(files):
     return hashlib.sha1("".join(sorted(file.sha1 for file in files)).encode()).hexdigest()
 
 
-def document(version, publisher, folders, created):
+def document(version, publisher, files, created):
     supplier = f"Organization: {publisher}" if publisher else UNKNOWN
     product = package(PRODUCT, PRODUCT, version, supplier, primaryPackagePurpose="APPLICATION")
     packages = [product]
-    files = []
     relationships = []
 
     def relate(one, kind, other):
@@ -157,31 +201,26 @@ def document(version, publisher, folders, created):
                               "relatedSpdxElement": other})
 
     relate("SPDXRef-DOCUMENT", "DESCRIBES", product["SPDXID"])
+    by_part = collections.defaultdict(list)
+    for file in files:
+        by_part[next(part for part in PARTS if part.belongs.match(file.name))].append(file)
+    if not any(file.processor for part in PARTS if part is not DEVELOPER for file in by_part[part]):
+        fail("no programs in x86 or x64: the folder is to be as stage.sh lays it out")
     processors = set()
-    for folder in folders:
-        edition = os.path.basename(folder)
-        by_part = collections.defaultdict(list)
-        for file in files_of(folder):
-            files.append(file)
-            by_part[next(part for part in PARTS if part.belongs.match(file.name))].append(file)
-        for part in PARTS:
-            if not by_part[part]:
-                continue
-            own = package(
-                f"{part.key}-{re.sub(r'[^A-Za-z0-9.]', '-', edition)}",
-                f"{PRODUCT} {part.name} ({edition})", version, supplier,
-                filesAnalyzed=True, licenseInfoFromFiles=[UNKNOWN],
-                packageVerificationCode={
-                    "packageVerificationCodeValue": verification_code(by_part[part])},
-                primaryPackagePurpose=part.purpose)
-            packages.append(own)
-            relate(product["SPDXID"], "CONTAINS", own["SPDXID"])
-            for file in by_part[part]:
-                relate(own["SPDXID"], "CONTAINS", file.id)
-            for processor in sorted({file.processor for file in by_part[part] if file.processor}):
-                processors.add(processor)
-                for linked in LINKED:
-                    relate(own["SPDXID"], "STATIC_LINK", f"SPDXRef-Package-{linked.key}-{processor}")
+    for part in (part for part in PARTS if by_part[part]):
+        own = package(
+            part.key, f"{PRODUCT} {part.name}", version, supplier,
+            filesAnalyzed=True, licenseInfoFromFiles=[UNKNOWN],
+            packageVerificationCode={"packageVerificationCodeValue": verification_code(by_part[part])},
+            primaryPackagePurpose=part.purpose)
+        packages.append(own)
+        relate(product["SPDXID"], "CONTAINS", own["SPDXID"])
+        for file in by_part[part]:
+            relate(own["SPDXID"], "CONTAINS", file.id)
+        for processor in sorted({file.processor for file in by_part[part] if file.processor}):
+            processors.add(processor)
+            for linked in LINKED:
+                relate(own["SPDXID"], "STATIC_LINK", f"SPDXRef-Package-{linked.key}-{processor}")
     packages += [linked_package(linked, processor)
                  for processor in sorted(processors) for linked in LINKED]
     content = {
@@ -193,6 +232,7 @@ def document(version, publisher, folders, created):
             "created": created,
             "creators": ["Tool: make_sbom.py"] + ([supplier] if publisher else []),
         },
+        "comment": SIGNED[frozenset(file.is_signed for file in files if file.processor)],
         "packages": packages,
         "files": [file.entry() for file in files],
         "relationships": relationships,
@@ -207,16 +247,13 @@ def main():
     parser = argparse.ArgumentParser(usage=__doc__.split("\n\n")[1].strip(), add_help=True)
     parser.add_argument("--version", required=True)
     parser.add_argument("--publisher")
-    parser.add_argument("folders", nargs="+", metavar="FOLDER")
+    parser.add_argument("folder", metavar="FOLDER")
     arguments = parser.parse_args()
-    folders = [os.path.abspath(folder) for folder in arguments.folders]
-    if len({os.path.basename(folder) for folder in folders}) != len(folders):
-        fail("two folders have the same name")
     epoch = os.environ.get("SOURCE_DATE_EPOCH", "")
     if not re.fullmatch("[0-9]+", epoch):
         fail("SOURCE_DATE_EPOCH is no time: it is to be that of the commit, in seconds since 1970")
     created = datetime.datetime.fromtimestamp(int(epoch), datetime.timezone.utc)
-    content = document(arguments.version, arguments.publisher, sorted(folders, key=os.path.basename),
+    content = document(arguments.version, arguments.publisher, files_of(arguments.folder),
                        created.strftime("%Y-%m-%dT%H:%M:%SZ"))
     json.dump(content, sys.stdout, indent=2)
     sys.stdout.write("\n")

@@ -10,6 +10,7 @@ import json
 import os
 import re
 import shutil
+import struct
 import subprocess
 import sys
 
@@ -20,6 +21,9 @@ ID = re.compile(r"SPDXRef-[A-Za-z0-9.-]+")
 LICENCES = {UNKNOWN, "ZPL-2.1", "GPL-3.0-or-later WITH GCC-exception-3.1"}
 PURPOSES = {"APPLICATION", "LIBRARY", "OTHER"}
 RELATIONSHIPS = {"DESCRIBES", "CONTAINS", "STATIC_LINK"}
+SIGNED = "The programs are signed."
+NOT_SIGNED = "The programs are not signed."
+SOME_SIGNED = "Only some of the programs are signed."
 
 failures = []
 
@@ -47,16 +51,25 @@ def checksum(algorithm, path):
         return hashlib.new(algorithm, file.read()).hexdigest()
 
 
-def stage(build, folder):
-    """As packages have it, and files that are awkward to list."""
-    shutil.copytree(os.path.join(build, "bin"), folder)
-    samples = os.path.join(folder, "samples", "update_agent")
-    os.makedirs(samples)
-    shutil.copy(os.path.join(build, "samples", "update_agent", "sample_agent.exe"), samples)
-    for name, content in (("samples/a b.js", "1"), ("samples/a-b.js", "2"), ("samples/\u00e4.js", "1"),
-                          ("samples/empty", "")):
-        with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+def stage(source, folder, builds):
+    """As the packages have it, and files that are awkward to list."""
+    subprocess.run([os.path.join(source, "src", "installer", "stage.sh"), folder, *builds], check=True)
+    for name, content in (("a b.js", "1"), ("a-b.js", "2"), ("\u00e4.js", "1"), ("empty", "")):
+        with open(os.path.join(folder, "samples", name), "w", encoding="utf-8") as file:
             file.write(content)
+
+
+def programs_in(folder):
+    """Their names in the folder, by what they are called and not by their content."""
+    return sorted(os.path.relpath(os.path.join(path, name), folder)
+                  for path, _, names in os.walk(folder) for name in names
+                  if name.endswith((".dll", ".exe")))
+
+
+def marks(content):
+    """What the document says of itself, and its files' comments by their names."""
+    return content["comment"], {file["fileName"][2:]: file["comment"] for file in content["files"]
+                                if "comment" in file}
 
 
 def debian_version(package):
@@ -76,7 +89,7 @@ def check_structure(content):
     check("its makers are named",
           content["creationInfo"]["creators"] == ["Tool: make_sbom.py", "Organization: Publisher"])
     known = {"spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo",
-             "packages", "files", "relationships"}
+             "comment", "packages", "files", "relationships"}
     check("nothing else is in it", set(content) == known)
 
     identifiers = [entry["SPDXID"] for entry in content["packages"] + content["files"]]
@@ -115,11 +128,10 @@ def check_structure(content):
     check("the document describes the product", described == ["SPDXRef-Package-VeltHTTPClient"])
 
 
-def check_content(content, folders):
+def check_content(content, folder, editions):
     """That it is about these files and what is linked into them."""
-    on_disk = {f"./{os.path.basename(folder)}/{os.path.relpath(os.path.join(path, name), folder)}":
-               os.path.join(path, name)
-               for folder in folders for path, _, names in os.walk(folder) for name in names}
+    on_disk = {f"./{os.path.relpath(os.path.join(path, name), folder)}": os.path.join(path, name)
+               for path, _, names in os.walk(folder) for name in names}
     listed = [file["fileName"] for file in content["files"]]
     check(f"every file is listed once: {len(on_disk)}", sorted(listed) == sorted(on_disk))
     check("the files are sorted", listed == sorted(listed))
@@ -134,9 +146,18 @@ def check_content(content, folders):
     packages = {package["SPDXID"]: package for package in content["packages"]}
     files = {file["SPDXID"]: file for file in content["files"]}
     own = related("SPDXRef-Package-VeltHTTPClient", "CONTAINS")
-    check("the product has three packages for each edition", [packages[one]["name"] for one in own] == [
-        f"VeltHTTPClient {part} ({os.path.basename(folder)})" for folder in folders
-        for part in ("component", "tools", "documents and samples")])
+    expected = [f"VeltHTTPClient {part} ({edition})" for edition in editions
+                for part in ("component", "tools")] + ["VeltHTTPClient developer files"]
+    check(f"the product has {', '.join(expected)}", [packages[one]["name"] for one in own] == expected)
+    for edition in editions:
+        for part, names in (
+                ("component", ["VeltHTTPClient12OEM.Assembly.manifest", "VeltHTTPClient12OEM.dll",
+                               "VeltHTTPClient12OEM.tlb"]),
+                ("tools", ["velt-trace.exe", "velt.exe"])):
+            check(f"the {part} of {edition} are its files",
+                  [files[one]["fileName"] for one in
+                   related(f"SPDXRef-Package-{part}-{edition}", "CONTAINS")] ==
+                  [f"./{edition}/{name}" for name in names])
     check("every file is in one of them",
           sorted(file for one in own for file in related(one, "CONTAINS")) == sorted(files))
     all_of("their checksums are those of their files", own, lambda one:
@@ -146,24 +167,24 @@ def check_content(content, folders):
     all_of("the product's licence is left to its owner", own + ["SPDXRef-Package-VeltHTTPClient"],
            lambda one: packages[one]["licenseDeclared"] == UNKNOWN)
 
-    for folder, part in ((folder, part) for folder in folders
-                         for part in ("component", "tools", "samples")):
-        edition = os.path.basename(folder)
-        processor = "i686" if edition == "32-bit" else "x86-64"
+    # The sample agent is that of the first edition.
+    for part, edition in [(f"{part}-{edition}", edition) for edition in editions
+                          for part in ("component", "tools")] + [("developer", editions[0])]:
+        processor = "i686" if edition == "x86" else "x86-64"
         expected = {
             f"g++-mingw-w64-{processor}-win32": "GPL-3.0-or-later WITH GCC-exception-3.1",
             f"gcc-mingw-w64-{processor}-win32": "GPL-3.0-or-later WITH GCC-exception-3.1",
             f"mingw-w64-{processor}-dev": "ZPL-2.1",
         }
         found = {}
-        for one in related(f"SPDXRef-Package-{part}-{edition}", "STATIC_LINK"):
+        for one in related(f"SPDXRef-Package-{part}", "STATIC_LINK"):
             locator = packages[one]["externalRefs"][0]["referenceLocator"]
             name = re.match(r"pkg:deb/debian/([^@]*)@", locator).group(1).replace("%2B", "+")
             found[name] = packages[one]["licenseDeclared"]
             version = debian_version(name)
             check(f"{name} is Debian's {version}", packages[one]["versionInfo"] == version and
                   f"@{version.replace('+', '%2B')}?" in locator)
-        check(f"what is linked into the {part} of the {edition} edition", found == expected)
+        check(f"what is linked into {part}", found == expected)
 
 
 def check_linked(content, build):
@@ -177,6 +198,83 @@ def check_linked(content, build):
              for package in content["packages"] for reference in package.get("externalRefs", ())}
     linked = set(re.findall("^([^:]+):", owners, re.M))
     check(f"what is linked is listed: {', '.join(sorted(linked))}", linked and linked <= named)
+
+
+def check_signed(work, source, folder, make_of):
+    """That programs which sign.sh has signed are told from others."""
+    programs = programs_in(folder)
+    check(f"without signatures, for {len(programs)} programs",
+          marks(make_of(folder)) == (NOT_SIGNED, dict.fromkeys(programs, "not signed")))
+    if not shutil.which("osslsigncode"):
+        print("not looked at: signed programs, for osslsigncode is missing")
+        return
+    key, certificate, pkcs12 = (os.path.join(work, "publisher." + kind) for kind in ("key", "pem", "p12"))
+    openssl = {"check": True, "stderr": subprocess.DEVNULL}
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
+                    "-out", certificate, "-days", "2", "-subj", "/CN=Publisher of the test",
+                    "-addext", "keyUsage=digitalSignature,keyCertSign",
+                    "-addext", "extendedKeyUsage=critical,codeSigning"], **openssl)
+    subprocess.run(["openssl", "pkcs12", "-export", "-inkey", key, "-in", certificate, "-passout",
+                    "pass:test", "-out", pkcs12], **openssl)
+    signed = os.path.join(work, "signed")
+    shutil.copytree(folder, signed)
+
+    def sign(names):
+        subprocess.run([os.path.join(source, "src", "installer", "sign.sh"), "--pkcs12", pkcs12, "--ca",
+                        certificate, *(os.path.join(signed, name) for name in names)], check=True,
+                       env={**os.environ, "VELT_SIGN_PASSWORD": "test"}, stdout=subprocess.DEVNULL)
+
+    sign(programs[:1])
+    check(f"when only {programs[0]} is signed", marks(make_of(signed)) == (
+        SOME_SIGNED, {**dict.fromkeys(programs, "not signed"), programs[0]: "signed"}))
+    sign(programs[1:])
+    check("when all programs are signed",
+          marks(make_of(signed)) == (SIGNED, dict.fromkeys(programs, "signed")))
+
+
+def header(machine, tables, place, size):
+    """A program's header of either kind, its fifth table there and after it 16 bytes."""
+    magic, before = {0x014C: (0x010B, 92), 0x8664: (0x020B, 108)}[machine]
+    start = b"MZ" + bytes(58) + struct.pack("<I", 64) + b"PE\0\0" + struct.pack("<H", machine) + bytes(18)
+    optional = struct.pack("<H", magic) + bytes(before - 2) + struct.pack("<I", tables)
+    content = start + optional + bytes(4 * 8) + struct.pack("<II", place, size) + bytes(11 * 8)
+    return content + bytes(16)
+
+
+def check_headers(work, make_of):
+    """Both kinds of headers, whichever edition is built here."""
+    folder = os.path.join(work, "headers")
+    expected = {}
+    for edition, machine in (("x86", 0x014C), ("x64", 0x8664)):
+        whole = len(header(machine, 16, 0, 0))
+        os.makedirs(os.path.join(folder, edition))
+        for name, content, mark in (
+                ("VeltHTTPClient12OEM.dll", header(machine, 16, whole - 16, 16), "signed"),
+                ("none.exe", header(machine, 16, 0, 0), "not signed"),
+                ("empty.exe", header(machine, 16, whole - 16, 0), "not signed"),
+                ("cut.exe", header(machine, 16, whole - 16, 17), "not signed"),
+                ("few.exe", header(machine, 4, whole - 16, 16), "not signed"),
+                ("five.exe", header(machine, 5, whole - 16, 16), "signed")):
+            expected[f"{edition}/{name}"] = mark
+            with open(os.path.join(folder, edition, name), "wb") as file:
+                file.write(content)
+    # No compiler has to be installed for them.
+    says, found = marks(make_of(folder, PATH=stand_in(work, "any", "echo installed 1 all")))
+    check("when there are headers of both kinds", says == SOME_SIGNED and set(found) == set(expected))
+    all_of("their tables of certificates are understood", expected,
+           lambda name: found.get(name) == expected[name])
+    return folder
+
+
+def stand_in(work, name, command):
+    """A PATH with a program in place of dpkg-query."""
+    folder = os.path.join(work, name)
+    os.makedirs(folder)
+    path = os.path.join(folder, "dpkg-query")
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(f"#!/bin/sh\n{command}\n")
+    os.chmod(path, 0o755)
+    return folder + ":" + os.environ["PATH"]
 
 
 def check_by_tools(path):
@@ -196,56 +294,70 @@ def main():
     source, work, *builds = sys.argv[1:]
     program = os.path.join(source, "src", "installer", "make_sbom.py")
     shutil.rmtree(work, ignore_errors=True)
-    folders = []
+    editions = []
     for build in builds:
         with open(os.path.join(build, "CMakeCache.txt"), encoding="utf-8") as cache:
             edition = re.search("^VELT_EDITION:INTERNAL=(.*)$", cache.read(), re.M).group(1)
-        folders.append(os.path.join(work, "one", edition))
-        stage(build, folders[-1])
-    folders.sort()
+        editions.append({"32-bit": "x86", "64-bit": "x64"}[edition])
+    folder = os.path.join(work, "one")
+    stage(source, folder, builds)
     arguments = ["--version", "1.2.3.4", "--publisher", "Publisher"]
 
-    made = make(program, *arguments, *folders)
+    def make_of(other, **environment):
+        return json.loads(make(program, *arguments, other, **environment).stdout)
+
+    made = make(program, *arguments, folder)
     check(f"the document is made {made.stderr.decode()}", made.returncode == 0 and not made.stderr)
     content = json.loads(made.stdout)
     check_structure(content)
-    check_content(content, folders)
+    check_content(content, folder, editions)
     for build in builds:
         check_linked(content, build)
     path = os.path.join(work, "product.spdx.json")
     with open(path, "wb") as file:
         file.write(made.stdout)
     check_by_tools(path)
+    check_signed(work, source, folder, make_of)
+    headers = check_headers(work, make_of)
 
-    others = []
-    for folder in reversed(folders):
-        others.append(os.path.join(work, "two", os.path.basename(folder)))
-        shutil.copytree(folder, others[-1])
-    again = make(program, *arguments, *(folder + "/" for folder in others), TZ="Pacific/Auckland",
-                 LC_ALL="C", PYTHONHASHSEED="7")
+    other = os.path.join(work, "two", "other name")
+    shutil.copytree(folder, other)
+    again = make(program, *arguments, other + "/", TZ="Pacific/Auckland", LC_ALL="C", PYTHONHASHSEED="7")
     check("the same files elsewhere make the same bytes", again.stdout == made.stdout)
-    with open(os.path.join(others[0], "samples", "empty"), "w", encoding="utf-8") as file:
+    with open(os.path.join(other, "samples", "empty"), "w", encoding="utf-8") as file:
         file.write("not any more")
-    other = json.loads(make(program, *arguments, *others).stdout)
     check("other files make another document",
-          other["documentNamespace"] != content["documentNamespace"])
-    anonymous = json.loads(make(program, "--version", "1.2.3.4", *folders).stdout)
+          make_of(other)["documentNamespace"] != content["documentNamespace"])
+    anonymous = json.loads(make(program, "--version", "1.2.3.4", folder).stdout)
     check("without a publisher there is no supplier",
           anonymous["packages"][0]["supplier"] == UNKNOWN and
           anonymous["creationInfo"]["creators"] == ["Tool: make_sbom.py"])
 
-    few = os.path.join(work, "few")
-    os.makedirs(few)
-    with open(os.path.join(few, "dpkg-query"), "w", encoding="utf-8") as file:
-        file.write("#!/bin/sh\nexit 1\n")
-    os.chmod(os.path.join(few, "dpkg-query"), 0o755)
+    whole = header(0x014C, 16, 0, 0)
+    bad_headers = {}
+    for name, content in (("short", whole[:100]),
+                          ("processor", whole[:68] + b"\x64\xaa" + whole[70:]),
+                          ("magic", whole[:88] + b"\x07\x01" + whole[90:])):
+        bad_headers[name] = os.path.join(work, "bad", name)
+        shutil.copytree(headers, bad_headers[name])
+        with open(os.path.join(bad_headers[name], "x86", name + ".exe"), "wb") as file:
+            file.write(content)
     for what, says, bad in (
             ("a folder that is missing", "no such folder", make(program, *arguments, work + "/none")),
-            ("two folders of one name", "the same name", make(program, *arguments, folders[0], others[-1])),
-            ("no time", "SOURCE_DATE_EPOCH", make(program, *arguments, *folders, epoch="")),
+            ("two folders", "unrecognized arguments", make(program, *arguments, folder, other)),
+            ("one edition's folder", "no programs in x86 or x64",
+             make(program, *arguments, os.path.join(folder, editions[0]))),
+            ("a program that was cut off", "x86/short.exe: its header ends too early",
+             make(program, *arguments, bad_headers["short"])),
+            ("a program for another processor",
+             "x86/processor.exe: a program for an unknown processor: 0xaa64",
+             make(program, *arguments, bad_headers["processor"])),
+            ("a program of another kind", "x86/magic.exe: a program with an unknown header: 0x107",
+             make(program, *arguments, bad_headers["magic"])),
+            ("no time", "SOURCE_DATE_EPOCH", make(program, *arguments, folder, epoch="")),
             ("compilers that are not installed", "is not installed",
-             make(program, *arguments, *folders, PATH=few + ":" + os.environ["PATH"])),
-            ("no version", "--version", make(program, *folders))):
+             make(program, *arguments, folder, PATH=stand_in(work, "few", "exit 1"))),
+            ("no version", "--version", make(program, folder))):
         check(f"{what}: {bad.stderr.decode().strip().splitlines()[-1:]}",
               bad.returncode != 0 and not bad.stdout and says in bad.stderr.decode())
     sys.exit(1 if failures else 0)
