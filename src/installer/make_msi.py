@@ -258,13 +258,20 @@ class Package:
         self._registry_component(
             "InstallFolder", "Runtime", "INSTALLDIR", "InstallDir", "[INSTALLDIR]"
         )
-        kind = LOCATOR_RAW_VALUE | (LOCATOR_64_BIT if self._arguments.kind == "x64" else 0)
-        for signature, root, key in (
-            ("MachineFolder", LOCAL_MACHINE, self._key),
-            ("UserFolder", USERS, f"{{[UserSID]\\{self._key}\\PerUser[MSIINSTALLPERUSER]}}"),
-        ):
-            self._database.add("AppSearch", "INSTALLDIR", signature)
-            self._database.add("RegLocator", signature, root, key, "InstallDir", kind)
+        view = 0
+        if self._arguments.kind == "x64":
+            view = LOCATOR_64_BIT
+            # That of the package whose place this one takes.
+            self._locate("OtherKindFolder", LOCAL_MACHINE, self._key, 0)
+        self._locate("MachineFolder", LOCAL_MACHINE, self._key, view)
+        user_key = f"{{[UserSID]\\{self._key}\\PerUser[MSIINSTALLPERUSER]}}"
+        self._locate("UserFolder", USERS, user_key, view)
+
+    def _locate(self, signature, root, key, view):
+        self._database.add("AppSearch", "INSTALLDIR", signature)
+        self._database.add(
+            "RegLocator", signature, root, key, "InstallDir", LOCATOR_RAW_VALUE | view
+        )
 
     # Features -------------------------------------------------------------------------------------
 
@@ -353,6 +360,8 @@ class Package:
             ("FullVersion", arguments.version),
             ("ALLUSERS", "2"),  # MSIINSTALLPERUSER decides; without it for all users
             ("MSIUSEREALADMINDETECTION", "1"),
+            # Hosts that have the component loaded go on with it; it is replaced when they are gone.
+            ("MSIRESTARTMANAGERCONTROL", "DisableShutdown"),
             ("SecureCustomProperties", "INSTALLDIR;NEWERFOUND;OLDERFOUND;OTHERKINDFOUND"),
             ("ARPPRODUCTICON", "product.ico"),
             ("ARPHELPLINK", arguments.support),

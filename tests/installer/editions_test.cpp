@@ -6,8 +6,9 @@
 
 using namespace velt::test;
 
-TEST_CASE("The package of 64-bit Windows: takes the place of the other one, which is refused beside it",
-          "[installer]")
+TEST_CASE(
+    "The package of 64-bit Windows: takes the place of the other one, which is refused beside it",
+    "[installer]")
 {
     REQUIRE(Install(PackageOf32BitWindows(), kAllUsers) == ERROR_SUCCESS);
     CheckRuntime(PackageOf32BitWindows(), kAllUsers);
@@ -26,7 +27,8 @@ TEST_CASE("The package of 64-bit Windows: takes the place of the other one, whic
     CHECK(ChangesOfTheMachine() == "");
 }
 
-TEST_CASE("The package of 32-bit Windows: is installed, upgraded and removed by itself", "[installer]")
+TEST_CASE("The package of 32-bit Windows: is installed, upgraded and removed by itself",
+          "[installer]")
 {
     const Scope& scope = GENERATE(0, 1) == 0 ? kAllUsers : kCurrentUser;
     INFO(scope.name);

@@ -163,8 +163,8 @@ std::string AsciiText(const std::filesystem::path& file)
 
 std::wstring Package::File(bool earlier) const
 {
-    return std::wstring(VELT_PACKAGES L"\\") + (earlier ? L"earlier\\" : L"") +
-           L"VeltHTTPClient-" + (earlier ? L"11.9.0.0" : VELT_VERSION) + L'-' + kind + L".msi";
+    return std::wstring(VELT_PACKAGES L"\\") + (earlier ? L"earlier\\" : L"") + L"VeltHTTPClient-" +
+           (earlier ? L"11.9.0.0" : VELT_VERSION) + L'-' + kind + L".msi";
 }
 
 const Package& PackageOf32BitWindows()
@@ -326,9 +326,9 @@ std::wstring Value(HKEY root, const std::wstring& key, const wchar_t* name, REGS
 
 std::wstring RegisteredLibrary(HKEY root, const InstalledEdition& edition)
 {
-    return Value(root,
-                 L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32",
-                 nullptr, edition.view);
+    return Value(
+        root, L"Software\\Classes\\CLSID\\{5A6B579B-3C37-4A16-A3A5-F6C72FA15C40}\\InprocServer32",
+        nullptr, edition.view);
 }
 
 std::wstring ListedValue(const Package& package, const wchar_t* name)
@@ -342,8 +342,8 @@ std::wstring ListedValue(const Package& package, const wchar_t* name)
             continue;
         }
         std::array<wchar_t, 256> key{};
-        for (DWORD index = 0;
-             ::RegEnumKeyW(list.GetKey(), index, key.data(), 256) == ERROR_SUCCESS; ++index)
+        for (DWORD index = 0; ::RegEnumKeyW(list.GetKey(), index, key.data(), 256) == ERROR_SUCCESS;
+             ++index)
         {
             const std::wstring path = std::wstring(kProgramList) + L'\\' + key.data();
             if (Value(root, path, L"DisplayName", view) == package.productName)
@@ -407,8 +407,8 @@ void CheckTools(const Package& package, const Scope& scope, bool installed)
     {
         for (const wchar_t* program : {kTool, kViewer})
         {
-            CHECK(std::filesystem::exists(InstalledFolder(scope) + edition.folder + L'\\' + program) ==
-                  installed);
+            CHECK(std::filesystem::exists(InstalledFolder(scope) + edition.folder + L'\\' +
+                                          program) == installed);
         }
     }
     CHECK(IsInMenu(package, scope) == installed);

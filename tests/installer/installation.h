@@ -74,7 +74,8 @@ DWORD RunToItsEnd(std::wstring commandLine);
 DWORD RunInstaller(const std::wstring& action, const std::wstring& package,
                    const std::wstring& arguments = {});
 
-/// The same for a package in a scope. Windows remembers the scope of an installation, Wine does not.
+/// The same for a package in a scope. Windows remembers the scope of an installation, Wine does
+/// not.
 DWORD Install(const Package& package, const Scope& scope, const std::wstring& arguments = {});
 DWORD InstallEarlier(const Package& package, const Scope& scope,
                      const std::wstring& arguments = {});
@@ -90,15 +91,16 @@ void CheckRefused(const Package& package, bool earlier, const std::string& text)
 /// remember it; empty when nothing is.
 std::wstring InstalledFolder(const Scope& scope);
 
-/// What an installation may change. The system's installer keeps empty keys of its own when the last
-/// product is removed; they are left out.
+/// What an installation may change. The system's installer keeps empty keys of its own when the
+/// last product is removed; they are left out.
 struct Machine
 {
     Machine();
 
     RegistryTree machine;
     RegistryTree user;
-    std::set<std::wstring> files; // in the folders for programs, the Start menus and the installer's
+    std::set<std::wstring>
+        files; // in the folders for programs, the Start menus and the installer's
 };
 
 /// What differs from how the machine was before the first test; each one leaves it so.

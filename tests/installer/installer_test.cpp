@@ -57,8 +57,7 @@ std::wstring PathVariable(const Scope& scope)
 {
     return scope.root == HKEY_LOCAL_MACHINE
                ? Value(scope.root,
-                       L"System\\CurrentControlSet\\Control\\Session Manager\\Environment",
-                       L"PATH")
+                       L"System\\CurrentControlSet\\Control\\Session Manager\\Environment", L"PATH")
                : Value(scope.root, L"Environment", L"PATH");
 }
 
@@ -84,7 +83,8 @@ TEST_CASE("The installer: puts the component there, mends it, and removes all of
     {
         WARN("the installer does not enter the icon in the list of programs");
     }
-    if (scope.root == HKEY_CURRENT_USER && InstalledFolder(scope) != UserPrograms() + L"VeltHTTPClient\\")
+    if (scope.root == HKEY_CURRENT_USER &&
+        InstalledFolder(scope) != UserPrograms() + L"VeltHTTPClient\\")
     {
         WARN("the installer puts a user's programs where those of all users are: "
              << velt::Utf8FromWide(InstalledFolder(scope)));
@@ -249,8 +249,9 @@ TEST_CASE("The installer: a folder of one's own is remembered", "[installer]")
     INFO(scope.name);
     const Package& package = OwnPackage();
     const std::wstring folder = UserPrograms() + L"Velt \u00E4 own\\";
-    REQUIRE(InstallEarlier(package, scope, L"INSTALLDIR=\"" + folder.substr(0, folder.size() - 1) +
-                                               L'"') == ERROR_SUCCESS);
+    REQUIRE(InstallEarlier(package, scope,
+                           L"INSTALLDIR=\"" + folder.substr(0, folder.size() - 1) + L'"') ==
+            ERROR_SUCCESS);
     CHECK((InstalledFolder(scope) == folder));
     CheckTools(package, scope, true);
 
@@ -304,8 +305,8 @@ TEST_CASE("The installer: a file that cannot be written", "[installer]")
     const std::filesystem::path inTheWay =
         std::filesystem::path(folder) / package.editions[0].folder / kLibrary / L"in the way";
     std::filesystem::create_directories(inTheWay);
-    const DWORD result = Install(package, kAllUsers,
-                                 L"INSTALLDIR=\"" + folder.substr(0, folder.size() - 1) + L'"');
+    const DWORD result =
+        Install(package, kAllUsers, L"INSTALLDIR=\"" + folder.substr(0, folder.size() - 1) + L'"');
     CHECK(result == kFailed);
     CHECK(RegisteredLibrary(HKEY_LOCAL_MACHINE, package.editions[0]).empty());
     CHECK(ListedValue(package, L"DisplayVersion").empty());
