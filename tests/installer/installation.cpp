@@ -268,7 +268,8 @@ std::wstring InstalledFolder(const Scope& scope)
     {
         key += L"\\PerUser1";
     }
-    return Value(scope.root, key, L"InstallDir");
+    const std::wstring folder = Value(scope.root, key, L"InstallDir", KEY_WOW64_64KEY);
+    return folder.empty() ? Value(scope.root, key, L"InstallDir", KEY_WOW64_32KEY) : folder;
 }
 
 Machine::Machine() : user(SnapshotUser())
