@@ -25,7 +25,7 @@ TEST_CASE(
     CheckRefused(PackageOf32BitWindows(), false, "The package for 64-bit Windows is installed.");
     CheckRuntime(PackageOf64BitWindows(), kAllUsers);
     CHECK(Remove(PackageOf64BitWindows(), kAllUsers) == ERROR_SUCCESS);
-    CHECK(ChangesOfTheMachine() == "");
+    CHECK(ChangesOfTheMachine(Extent::everything) == "");
 }
 
 TEST_CASE("The package of 32-bit Windows: is installed, upgraded and removed by itself",

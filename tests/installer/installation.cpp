@@ -13,6 +13,7 @@
 #include <shlobj.h>
 #include <wrl/client.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <regex>
@@ -33,11 +34,90 @@ constexpr wchar_t kProgramList[] = L"Software\\Microsoft\\Windows\\CurrentVersio
 constexpr wchar_t kOwnKey[] = L"Software\\Velt\\VeltHTTPClient";
 constexpr wchar_t kMenuEntry[] = L"Velt trace viewer";
 
+/// Where the packages write: below the software of the machine, and below its classes. Each has a
+/// view for 32-bit programs.
+constexpr const wchar_t* kSoftware[] = {L"software\\", L"software\\wow6432node\\"};
+constexpr const wchar_t* kOurSoftware[] = {L"velt",
+                                           L"microsoft\\windows\\currentversion\\installer",
+                                           L"microsoft\\windows\\currentversion\\uninstall"};
+constexpr const wchar_t* kClasses[] = {L"software\\classes\\", L"software\\classes\\wow6432node\\",
+                                       L"software\\wow6432node\\classes\\"};
+constexpr const wchar_t* kOurClasses[] = {L"appid",
+                                          L"typelib",
+                                          L"installer",
+                                          L"velthttpclient.enumvariantcol12oem",
+                                          L"velthttpclient.enumvariantcol12oem.2",
+                                          L"velthttpclient.velthttpservice12oem",
+                                          L"velthttpclient.velthttpservice12oem.2",
+                                          L"velthttpclientx.velteuladlg12oem",
+                                          L"velthttpclientx.velteuladlg12oem.1",
+                                          L"clsid\\{5a6b579b-3c37-4a16-a3a5-f6c72fa15c40}",
+                                          L"clsid\\{e9f9957f-ae23-4bbc-a97d-9815ea6e4c83}",
+                                          L"clsid\\{{344e0dac-547c-47b5-a1a0-ff9a9c193352}}",
+                                          L"interface\\{e80beae1-d86e-4ef7-9780-53657bff68c6}",
+                                          L"interface\\{3f5fb31d-9a73-4c69-bc12-5544993222aa}",
+                                          L"interface\\{bb98678d-21e9-478c-9103-b163ffe269e5}",
+                                          L"interface\\{7ccec608-9bbd-42ac-bd9c-dd84955b61ff}"};
+
+std::vector<std::wstring> OurPaths()
+{
+    std::vector<std::wstring> paths;
+    for (const wchar_t* software : kSoftware)
+    {
+        for (const wchar_t* path : kOurSoftware)
+        {
+            paths.push_back(std::wstring(software) + path);
+        }
+    }
+    for (const wchar_t* classes : kClasses)
+    {
+        for (const wchar_t* path : kOurClasses)
+        {
+            paths.push_back(std::wstring(classes) + path);
+        }
+    }
+    return paths;
+}
+
+RegistryTree InSmallLetters(RegistryTree tree)
+{
+    RegistryTree small;
+    for (auto& [key, values] : tree)
+    {
+        std::wstring name = key;
+        ::CharLowerW(name.data());
+        small.emplace(std::move(name), std::move(values));
+    }
+    return small;
+}
+
+RegistryTree SnapshotOurs()
+{
+    RegistryTree ours;
+    for (const std::wstring& path : OurPaths())
+    {
+        for (auto& [key, values] : SnapshotRegistry(HKEY_LOCAL_MACHINE, path))
+        {
+            ours.emplace(key.empty() ? path : path + L'\\' + key, std::move(values));
+        }
+    }
+    return ours;
+}
+
+/// Whether a key, in small letters, is one of those that SnapshotOurs looks at.
+bool IsOurs(const std::wstring& key)
+{
+    static const std::vector<std::wstring> paths = OurPaths();
+    return std::ranges::any_of(paths, [&](const std::wstring& path) {
+        return key == path || key.starts_with(path + L'\\');
+    });
+}
+
 /// Whether a key is one of those that the system's installer makes for itself, and is empty.
 bool IsInstallersOwn(const RegistryTree::value_type& entry)
 {
-    static const std::wregex own(L".*\\\\Installer(\\\\(Features|Products|UpgradeCodes|Folders|"
-                                 L"UserData(\\\\S-[-0-9]+(\\\\(Components|Products))?)?))?");
+    static const std::wregex own(L".*\\\\installer(\\\\(features|products|upgradecodes|folders|"
+                                 L"userdata(\\\\s-[-0-9]+(\\\\(components|products))?)?))?");
     return entry.second.empty() && std::regex_match(entry.first, own);
 }
 
@@ -90,7 +170,7 @@ RegistryTree SnapshotUser()
 
 const Machine& MachineBefore()
 {
-    static const Machine before;
+    static const Machine before(Extent::everything);
     return before;
 }
 
@@ -272,9 +352,17 @@ std::wstring InstalledFolder(const Scope& scope)
     return folder.empty() ? Value(scope.root, key, L"InstallDir", KEY_WOW64_32KEY) : folder;
 }
 
-Machine::Machine() : user(SnapshotUser())
+Machine::Machine(Extent extent) : user(InSmallLetters(SnapshotUser()))
 {
-    AddSoftware(L"Software", machine);
+    if (extent == Extent::everything)
+    {
+        AddSoftware(L"Software", machine);
+    }
+    else
+    {
+        machine = SnapshotOurs();
+    }
+    machine = InSmallLetters(std::move(machine));
     std::erase_if(machine, IsInstallersOwn);
     std::erase_if(user, IsInstallersOwn);
     for (const int id : {CSIDL_PROGRAM_FILES, CSIDL_PROGRAM_FILESX86, CSIDL_COMMON_PROGRAMS,
@@ -289,10 +377,15 @@ Machine::Machine() : user(SnapshotUser())
     files.merge(FilesBelow(KnownFolder(CSIDL_WINDOWS) + L"\\Installer"));
 }
 
-std::string ChangesOfTheMachine()
+std::string ChangesOfTheMachine(Extent extent)
 {
-    const Machine now;
-    std::string changes = RegistryDifference(MachineBefore().machine, now.machine) +
+    const Machine now(extent);
+    RegistryTree before = MachineBefore().machine;
+    if (extent == Extent::ours)
+    {
+        std::erase_if(before, [](const auto& entry) { return !IsOurs(entry.first); });
+    }
+    std::string changes = RegistryDifference(before, now.machine) +
                           RegistryDifference(MachineBefore().user, now.user);
     for (const auto& file : now.files)
     {

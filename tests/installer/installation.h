@@ -91,20 +91,28 @@ void CheckRefused(const Package& package, bool earlier, const std::string& text)
 /// remember it; empty when nothing is.
 std::wstring InstalledFolder(const Scope& scope);
 
+/// How much of the machine's registry is looked at: all of its software, or what the packages have
+/// to do with, which takes a tenth of the time.
+enum class Extent
+{
+    everything,
+    ours,
+};
+
 /// What an installation may change. The system's installer keeps empty keys of its own when the
-/// last product is removed; they are left out.
+/// last product is removed; they are left out. Keys are in small letters: how the registry spells
+/// one depends on who made it first.
 struct Machine
 {
-    Machine();
+    explicit Machine(Extent extent);
 
     RegistryTree machine;
     RegistryTree user;
-    std::set<std::wstring>
-        files; // in the folders for programs, the Start menus and the installer's
+    std::set<std::wstring> files; // in the folders for programs, the Start menus, the installer's
 };
 
 /// What differs from how the machine was before the first test; each one leaves it so.
-std::string ChangesOfTheMachine();
+std::string ChangesOfTheMachine(Extent extent = Extent::ours);
 
 std::wstring Value(HKEY root, const std::wstring& key, const wchar_t* name, REGSAM view = 0);
 

@@ -128,7 +128,7 @@ TEST_CASE("The installer: puts the component there, mends it, and removes all of
            L"EnumVariantCol Class"));
 
     CHECK(Remove(package, scope) == ERROR_SUCCESS);
-    CHECK(ChangesOfTheMachine() == "");
+    CHECK(ChangesOfTheMachine(Extent::everything) == "");
 }
 
 TEST_CASE("The installer: writes what the component itself registers", "[installer]")
@@ -345,7 +345,7 @@ TEST_CASE("The installer: a file that cannot be written", "[installer]")
         std::istringstream lines(left);
         for (std::string line; std::getline(lines, line);)
         {
-            CHECK(line.find("\\CurrentVersion\\Installer\\UserData\\") != std::string::npos);
+            CHECK(line.find("\\currentversion\\installer\\userdata\\") != std::string::npos);
         }
         REQUIRE(Install(package, kAllUsers) == ERROR_SUCCESS);
         CHECK(Remove(package, kAllUsers) == ERROR_SUCCESS);
