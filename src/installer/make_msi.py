@@ -277,45 +277,34 @@ class Package:
 
     def _add_features(self):
         add = self._database.add
-        for display, (name, parent, level, attributes, title, text) in enumerate(
+        features = (  # those of level 1 are installed by default
+            ("Runtime", None, 1, "Component", "The component and its registration."),
             (
-                (
-                    "Runtime",
-                    None,
-                    1,
-                    FEATURE_ALWAYS,
-                    "Component",
-                    "The component and its registration.",
-                ),
-                (
-                    "Tools",
-                    "Runtime",
-                    1,
-                    0,
-                    "Tools",
-                    "The command-line program, and the trace viewer with its entry in the Start"
-                    " menu.",
-                ),
-                (
-                    "Path",
-                    "Tools",
-                    2,
-                    0,
-                    "Search path",
-                    "Enters the folder of the tools in the search path for programs.",
-                ),
-                (
-                    "Developer",
-                    "Runtime",
-                    2,
-                    0,
-                    "Developer files",
-                    "Headers, interface definitions, a CMake package, samples, documents.",
-                ),
-            )
-        ):
-            attributes |= FEATURE_NO_ADVERTISING
-            add("Feature", name, parent, title, text, 2 * display + 1, level, "INSTALLDIR", attributes)
+                "Tools",
+                "Runtime",
+                1,
+                "Tools",
+                "The command-line program, and the trace viewer with its entry in the Start menu.",
+            ),
+            (
+                "Path",
+                "Tools",
+                2,
+                "Search path",
+                "Enters the folder of the tools in the search path for programs.",
+            ),
+            (
+                "Developer",
+                "Runtime",
+                2,
+                "Developer files",
+                "Headers, interface definitions, a CMake package, samples, documents.",
+            ),
+        )
+        for place, (name, parent, level, title, text) in enumerate(features):
+            attributes = FEATURE_NO_ADVERTISING | (0 if parent else FEATURE_ALWAYS)
+            display = 2 * place + 1  # odd: its parts are shown
+            add("Feature", name, parent, title, text, display, level, "INSTALLDIR", attributes)
 
         tools = self._directories[self._kind.own]
         self._registry_component("ViewerEntry", "Tools", "ProgramMenuFolder", "ViewerEntry", "1")
@@ -375,19 +364,14 @@ class Package:
         add = self._database.add
         own = identifier(self._arguments.kind, "upgrade")
         version = self._installer_version()
-        add("Upgrade", own, None, version, None, UPGRADE_MIGRATE_FEATURES, None, "OLDERFOUND")
+        # A build that differs in the fourth number only takes the place of the other one, too.
+        takes_over = UPGRADE_MIGRATE_FEATURES | UPGRADE_MAX_INCLUSIVE
+        add("Upgrade", own, None, version, None, takes_over, None, "OLDERFOUND")
         add("Upgrade", own, version, None, None, UPGRADE_ONLY_DETECT, None, "NEWERFOUND")
-        takes_over = UPGRADE_MIGRATE_FEATURES | UPGRADE_MIN_INCLUSIVE
-        add(
-            "Upgrade",
-            identifier(self._kind.other, "upgrade"),
-            "0.0.0",
-            None,
-            None,
-            UPGRADE_ONLY_DETECT | UPGRADE_MIN_INCLUSIVE if self._kind.other_text else takes_over,
-            None,
-            "OTHERKINDFOUND",
-        )
+        what = UPGRADE_ONLY_DETECT if self._kind.other_text else UPGRADE_MIGRATE_FEATURES
+        other = identifier(self._kind.other, "upgrade")
+        what |= UPGRADE_MIN_INCLUSIVE
+        add("Upgrade", other, "0.0.0", None, None, what, None, "OTHERKINDFOUND")
         add("LaunchCondition", "VersionNT >= 601", "This needs Windows 7 or a later one.")
         add(
             "LaunchCondition",

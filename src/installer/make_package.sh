@@ -17,7 +17,7 @@
 # carries the time SOURCE_DATE_EPOCH, which is the commit's when it is not set, and files are taken in
 # a fixed order. Programs are signed before they are packed, and the .msi files when they are made.
 set -euo pipefail
-export LC_ALL=C TZ=UTC
+export LC_ALL=C TZ=UTC PYTHONDONTWRITEBYTECODE=1
 umask 022
 
 signing=()
