@@ -29,7 +29,7 @@ if [ "$1" = --sign ]; then
     done
     shift
 fi
-output=$(realpath -m "$1")
+place=$(realpath -m "$1")
 shift
 readarray -t builds < <(realpath "$@")
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -47,10 +47,10 @@ cached() {
 version=$(cached CMAKE_PROJECT_VERSION)
 name=VeltHTTPClient-$version
 
-mkdir -p "$output"
-rm -f "$output"/VeltHTTPClient-* "$output/SHA256SUMS"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+output=$work/packages # until all are made, what is in their place stays
+mkdir "$output"
 tree=$work/$name
 "$here/stage.sh" "$tree" "${builds[@]}"
 kinds=(x86)
@@ -94,5 +94,8 @@ sign "$output"/*.msi
     --publisher "$(cached VELT_PUBLISHER)" "$tree" >"$output/$name.spdx.json"
 cd "$output"
 sha256sum "$name"* >SHA256SUMS
-cat SHA256SUMS
+mkdir -p "$place"
+rm -f "$place"/VeltHTTPClient-* "$place/SHA256SUMS"
+mv "$output"/* "$place/"
+cat "$place/SHA256SUMS"
 [ ${#signing[@]} -gt 0 ] || echo "nothing is signed"

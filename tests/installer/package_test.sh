@@ -68,6 +68,12 @@ expect "an explicit time is obeyed" "19800102.000000" "$(
         zipinfo -T "$second"/*-developer.zip | sed -nE 's/.* ([0-9]{8}\.[0-9]{6}) .*/\1/p' | sort -u
 )"
 
+if "$make_package" --sign --pkcs12 "$work/none.p12" -- "$second" "${builds[@]}" >/dev/null 2>&1; then
+    expect "signing without a certificate fails" failed done
+fi
+expect "packages that cannot be made leave those that are there" 315619200 \
+    "$(stat -c %Y "$(cd "$second" && unzip -q -o ./*-runtime.zip -d out && find "$PWD/out" -name LICENSE.md)")"
+
 if [ -e clone ]; then
     expect "a file that git does not know is not shipped" 0 \
         "$(unzip -Z1 cloned/*-developer.zip | grep -c '/samples/draft\.js$')"
