@@ -168,9 +168,66 @@ RegistryTree SnapshotUser()
     return user;
 }
 
+/// Runs a program until it and all that it started have ended.
+DWORD RunProgram(std::wstring commandLine)
+{
+    // Where the first window of a session starts the desktop's own process, it is not to be one
+    // that the program started.
+    ::GetWindowThreadProcessId(::GetDesktopWindow(), nullptr);
+    const UniqueKernelObject job(::CreateJobObjectW(nullptr, nullptr));
+    const UniqueKernelObject port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
+    JOBOBJECT_ASSOCIATE_COMPLETION_PORT association{job.Get(), port.Get()};
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!::SetInformationJobObject(job.Get(), JobObjectAssociateCompletionPortInformation,
+                                   &association, sizeof(association)) ||
+        !::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+                          nullptr, nullptr, &startup, &process))
+    {
+        throw std::runtime_error("a program cannot be started");
+    }
+    const UniqueKernelObject handle(process.hProcess);
+    const UniqueKernelObject thread(process.hThread);
+    if (!::AssignProcessToJobObject(job.Get(), handle.Get()))
+    {
+        ::TerminateProcess(handle.Get(), 98);
+        throw std::runtime_error("a program cannot be watched");
+    }
+    ::ResumeThread(thread.Get());
+    DWORD message = 0;
+    ULONG_PTR key = 0;
+    OVERLAPPED* ignored = nullptr;
+    while (message != JOB_OBJECT_MSG_ACTIVE_PROCESS_ZERO)
+    {
+        if (!::GetQueuedCompletionStatus(port.Get(), &message, &key, &ignored, kLimitMs))
+        {
+            ::TerminateJobObject(job.Get(), 98);
+            throw std::runtime_error("a program does not end");
+        }
+    }
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(handle.Get(), &exitCode);
+    return exitCode;
+}
+
+/// Runs a script in the script host for 32-bit programs; what it quits with.
+DWORD RunScript(const char* text)
+{
+    const auto script = std::filesystem::temp_directory_path() / L"velt script.js";
+    std::ofstream(script) << text;
+    const DWORD exitCode = RunProgram(L'"' + KnownFolder(CSIDL_SYSTEMX86) +
+                                      L"\\cscript.exe\" //nologo \"" + script.wstring() + L'"');
+    std::filesystem::remove(script);
+    return exitCode;
+}
+
 const Machine& MachineBefore()
 {
-    static const Machine before(Extent::everything);
+    static const Machine before = [] {
+        RunScript(""); // its host may enter a type library of its own, the first time
+        return Machine(Extent::everything);
+    }();
     return before;
 }
 
@@ -209,6 +266,17 @@ void CheckServiceWorks(const Scope& scope)
         }
     }
     ::CoUninitialize();
+}
+
+/// The same class from a script, in the script host of the other kind of programs. Some systems
+/// look for its ProgID among the machine's classes only.
+void CheckScriptWorks(const Scope& scope)
+{
+    if (scope.root == HKEY_LOCAL_MACHINE)
+    {
+        CHECK(RunScript("WScript.Quit(new ActiveXObject("
+                        "'VeltHTTPClient.VeltHTTPService12OEM').IsConnected ? 3 : 7);") == 7);
+    }
 }
 
 /// By design registration does not make the collection creatable: its manifest does.
@@ -274,44 +342,7 @@ std::wstring KnownFolder(int id)
 DWORD RunToItsEnd(std::wstring commandLine)
 {
     MachineBefore();
-    // Where the first window of a session starts the desktop's own process, it is not to be one
-    // that the program started.
-    ::GetWindowThreadProcessId(::GetDesktopWindow(), nullptr);
-    const UniqueKernelObject job(::CreateJobObjectW(nullptr, nullptr));
-    const UniqueKernelObject port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
-    JOBOBJECT_ASSOCIATE_COMPLETION_PORT association{job.Get(), port.Get()};
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    if (!::SetInformationJobObject(job.Get(), JobObjectAssociateCompletionPortInformation,
-                                   &association, sizeof(association)) ||
-        !::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
-                          nullptr, nullptr, &startup, &process))
-    {
-        throw std::runtime_error("a program cannot be started");
-    }
-    const UniqueKernelObject handle(process.hProcess);
-    const UniqueKernelObject thread(process.hThread);
-    if (!::AssignProcessToJobObject(job.Get(), handle.Get()))
-    {
-        ::TerminateProcess(handle.Get(), 98);
-        throw std::runtime_error("a program cannot be watched");
-    }
-    ::ResumeThread(thread.Get());
-    DWORD message = 0;
-    ULONG_PTR key = 0;
-    OVERLAPPED* ignored = nullptr;
-    while (message != JOB_OBJECT_MSG_ACTIVE_PROCESS_ZERO)
-    {
-        if (!::GetQueuedCompletionStatus(port.Get(), &message, &key, &ignored, kLimitMs))
-        {
-            ::TerminateJobObject(job.Get(), 98);
-            throw std::runtime_error("a program does not end");
-        }
-    }
-    DWORD exitCode = 0;
-    ::GetExitCodeProcess(handle.Get(), &exitCode);
-    return exitCode;
+    return RunProgram(std::move(commandLine));
 }
 
 DWORD RunInstaller(const std::wstring& action, const std::wstring& package,
@@ -533,6 +564,7 @@ void CheckWorks(const Package& package, const Scope& scope)
         }
         else if (std::filesystem::exists(folder + edition.folder + L"\\velt.exe"))
         {
+            CheckScriptWorks(scope);
             CHECK(RunToItsEnd(L'"' + folder + edition.folder + L"\\velt.exe\" status") == 0);
         }
     }
