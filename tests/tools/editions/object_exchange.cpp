@@ -21,6 +21,7 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>

@@ -96,7 +96,7 @@ ProgramRun::ProgramRun(const std::vector<std::wstring>& arguments, const std::ws
     if (!::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, flags, nullptr,
                           nullptr, &startup, &process))
     {
-        throw std::runtime_error("velt.exe cannot be started");
+        throw std::runtime_error("velt.exe cannot be started: error " + std::to_string(::GetLastError()));
     }
     ::CloseHandle(process.hThread);
     m_process.Reset(process.hProcess);
