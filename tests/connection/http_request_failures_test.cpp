@@ -16,12 +16,7 @@ using Calls = CallLog::Calls;
 
 namespace
 {
-constexpr DWORD kCause = ERROR_INTERNET_SEC_CERT_REVOKED; // which nothing here gives by itself
-
-Calls Failed(DWORD error)
-{
-    return {"error " + std::to_string(error), "complete", "done"};
-}
+constexpr DWORD kRevoked = ERROR_INTERNET_SEC_CERT_REVOKED; // which nothing here gives by itself
 
 /// Has the `failingCall`-th call of a function of the internet API fail during one exchange.
 template <FunctionName Name, class Signature, class Result>
@@ -35,7 +30,7 @@ void CheckExchangeEnds(Result failed, DWORD expectedError, LONG failingCall = 1)
         const Patch patch("wininet.dll", [&](auto... arguments) {
             if (++calls == call)
             {
-                ::SetLastError(kCause);
+                ::SetLastError(kRevoked);
                 return failed;
             }
             return Patch::Original(arguments...);
@@ -64,18 +59,18 @@ void CheckExchangeEnds(Result failed, DWORD expectedError, LONG failingCall = 1)
 
 TEST_CASE("CHTTPRequest: a session that cannot be opened ends the exchange", "[connection]")
 {
-    CheckExchangeEnds<"InternetOpenW", decltype(::InternetOpenW)>(HINTERNET{}, kCause);
+    CheckExchangeEnds<"InternetOpenW", decltype(::InternetOpenW)>(HINTERNET{}, kRevoked);
 }
 
 TEST_CASE("CHTTPRequest: a callback that cannot be installed ends the exchange", "[connection]")
 {
     CheckExchangeEnds<"InternetSetStatusCallbackW", decltype(::InternetSetStatusCallbackW)>(
-        INTERNET_INVALID_STATUS_CALLBACK, kCause);
+        INTERNET_INVALID_STATUS_CALLBACK, kRevoked);
 }
 
 TEST_CASE("CHTTPRequest: a connection that cannot be opened ends the exchange", "[connection]")
 {
-    CheckExchangeEnds<"InternetConnectW", decltype(::InternetConnectW)>(HINTERNET{}, kCause);
+    CheckExchangeEnds<"InternetConnectW", decltype(::InternetConnectW)>(HINTERNET{}, kRevoked);
 }
 
 TEST_CASE("CHTTPRequest: a request that cannot be opened is noticed when it is sent",
@@ -87,18 +82,19 @@ TEST_CASE("CHTTPRequest: a request that cannot be opened is noticed when it is s
 
 TEST_CASE("CHTTPRequest: a request that cannot be sent ends the exchange", "[connection]")
 {
-    CheckExchangeEnds<"HttpSendRequestW", decltype(::HttpSendRequestW)>(FALSE, kCause);
+    CheckExchangeEnds<"HttpSendRequestW", decltype(::HttpSendRequestW)>(FALSE, kRevoked);
 }
 
 TEST_CASE("CHTTPRequest: a status that cannot be had ends the exchange", "[connection]")
 {
-    CheckExchangeEnds<"HttpQueryInfoW", decltype(::HttpQueryInfoW)>(FALSE, kCause);
+    CheckExchangeEnds<"HttpQueryInfoW", decltype(::HttpQueryInfoW)>(FALSE, kRevoked);
 }
 
 TEST_CASE("CHTTPRequest: a read that fails ends the exchange", "[connection]")
 {
     const LONG failingCall = GENERATE(1, 2, 3); // 8193 bytes take three
-    CheckExchangeEnds<"InternetReadFile", decltype(::InternetReadFile)>(FALSE, kCause, failingCall);
+    CheckExchangeEnds<"InternetReadFile", decltype(::InternetReadFile)>(FALSE, kRevoked,
+                                                                        failingCall);
 }
 
 TEST_CASE("CHTTPRequest: no length is no failure", "[connection]")
@@ -109,7 +105,7 @@ TEST_CASE("CHTTPRequest: no length is no failure", "[connection]")
         [](HINTERNET file, DWORD level, void* buffer, DWORD* length, DWORD* index) -> WINBOOL {
             if (level != HTTP_QUERY_STATUS_CODE)
             {
-                ::SetLastError(kCause);
+                ::SetLastError(kRevoked);
                 return FALSE;
             }
             return Patch::Original(file, level, buffer, length, index);
@@ -152,7 +148,7 @@ TEST_CASE("CHTTPRequest: before each send after a 401 it sets the user, then the
             calls.Add(std::to_string(option) + " " + read.substr(0, length) + " " +
                       std::to_string(flags) +
                       (read.find_first_not_of('\0', length) == read.npos ? "" : " and more"));
-            ::SetLastError(kCause);
+            ::SetLastError(kRevoked);
             return FALSE; // which is ignored
         });
     const SendPatch sendPatch("wininet.dll", [&](auto... arguments) {

@@ -29,12 +29,6 @@ namespace
 /// What every exchange that went through tells its sink.
 const Calls kWentThrough = {"complete", "done"};
 
-/// What one that failed tells.
-Calls Failed(DWORD error)
-{
-    return {"error " + std::to_string(error), "complete", "done"};
-}
-
 /// A request's head by its parts.
 struct Head
 {

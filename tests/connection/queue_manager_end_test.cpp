@@ -3,6 +3,7 @@
 #include "connection/queue_manager.h"
 
 #include "tests/connection/grace_watch.h"
+#include "tests/connection/periods.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_notifier.h"
@@ -37,8 +38,6 @@ using CancelPatch = ImportPatch<"CancelWaitableTimer", decltype(::CancelWaitable
 using EventPatch = ImportPatch<"CreateEventW", decltype(::CreateEventW)>;
 using SetEventPatch = ImportPatch<"SetEvent", decltype(::SetEvent)>;
 
-constexpr DWORD kPeriodMs = 20;
-constexpr DWORD kNeverMs = 600'000;
 constexpr DWORD kGraceMs = GraceWatch::kGraceMs;
 
 /// A queue whose memory faults at each use after its end.

@@ -3,6 +3,7 @@
 #include "foundation/system_exception.h"
 #include "foundation/unique_handle.h"
 #include "tests/connection/grace_watch.h"
+#include "tests/connection/periods.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/test_thread.h"
@@ -26,8 +27,6 @@ using Calls = CallLog::Calls;
 
 namespace
 {
-constexpr DWORD kPeriodMs = 20;
-constexpr DWORD kNeverMs = 600'000;
 
 /// What foreign code throws.
 struct Failure

@@ -1,5 +1,6 @@
 #include "connection/queue_manager.h"
 
+#include "tests/connection/periods.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/test_thread.h"
@@ -18,8 +19,6 @@ using Calls = CallLog::Calls;
 
 namespace
 {
-constexpr DWORD kPeriodMs = 20;
-constexpr DWORD kNeverMs = 600'000;
 constexpr ULONGLONG kHoldSleepMs = 100;
 
 /// A queue in hold-and-retry processing, begun and armed, whose ticks are the test's own.

@@ -1,5 +1,6 @@
 #include "connection/queue_manager.h"
 
+#include "tests/connection/periods.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
@@ -31,9 +32,6 @@ using MutexPatch = ImportPatch<"CreateMutexW", decltype(::CreateMutexW)>;
 using ReleasePatch = ImportPatch<"ReleaseMutex", decltype(::ReleaseMutex)>;
 using SleepPatch = ImportPatch<"Sleep", decltype(::Sleep)>;
 using WaitPatch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
-
-constexpr DWORD kPeriodMs = 20;
-constexpr DWORD kNeverMs = 600'000;
 
 /// A queue whose notifier logs as "queue".
 struct Queue

@@ -31,6 +31,12 @@ inline CONNECTION_MANAGER::url_options UrlOptions(INTERNET_PORT port,
     return options;
 }
 
+/// What an exchange that failed tells its sink and its completion.
+inline CallLog::Calls Failed(DWORD error)
+{
+    return {"error " + std::to_string(error), "complete", "done"};
+}
+
 /// The completion of a request: logs "done" once the exchange is over.
 class LoggingCallback final : public CONNECTION_MANAGER::ICallback
 {

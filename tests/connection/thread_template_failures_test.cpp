@@ -3,6 +3,7 @@
 
 #include "foundation/system_exception.h"
 #include "tests/connection/grace_watch.h"
+#include "tests/connection/periods.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/logging_request.h"
 #include "tests/support/process_usage.h"
@@ -29,8 +30,6 @@ using TimerPatch = ImportPatch<"CreateWaitableTimerW", decltype(::CreateWaitable
 using SetTimerPatch = ImportPatch<"SetWaitableTimer", decltype(::SetWaitableTimer)>;
 using ModulePatch = ImportPatch<"GetModuleHandleExW", decltype(::GetModuleHandleExW)>;
 using TerminatePatch = ImportPatch<"TerminateThread", decltype(::TerminateThread)>;
-
-constexpr DWORD kNeverMs = 600'000;
 
 /// Has the program's threads fail to start, until the end of the scope.
 class NoThreads

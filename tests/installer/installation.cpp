@@ -3,6 +3,7 @@
 #include "foundation/reg_key.h"
 #include "foundation/wide_text.h"
 #include "tests/support/activation_context.h"
+#include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
 #include "tests/support/registry_views.h"
@@ -177,19 +178,10 @@ DWORD RunProgram(std::wstring commandLine)
     const UniqueKernelObject job(::CreateJobObjectW(nullptr, nullptr));
     const UniqueKernelObject port(::CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 1));
     JOBOBJECT_ASSOCIATE_COMPLETION_PORT association{job.Get(), port.Get()};
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
+    const auto [handle, thread, id] = StartProcess(std::move(commandLine), CREATE_SUSPENDED);
     if (!::SetInformationJobObject(job.Get(), JobObjectAssociateCompletionPortInformation,
                                    &association, sizeof(association)) ||
-        !::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
-                          nullptr, nullptr, &startup, &process))
-    {
-        throw std::runtime_error("a program cannot be started");
-    }
-    const UniqueKernelObject handle(process.hProcess);
-    const UniqueKernelObject thread(process.hThread);
-    if (!::AssignProcessToJobObject(job.Get(), handle.Get()))
+        !::AssignProcessToJobObject(job.Get(), handle.Get()))
     {
         ::TerminateProcess(handle.Get(), 98);
         throw std::runtime_error("a program cannot be watched");

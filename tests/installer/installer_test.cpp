@@ -357,18 +357,11 @@ TEST_CASE("The installer: two at once", "[installer]")
 {
     const Package& package = OwnPackage();
     CHECK(ChangesOfTheMachine() == ""); // looks at the machine before the other one
-    std::wstring commandLine = L"msiexec /i \"" + package.File() + L"\" /qn";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    REQUIRE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                             nullptr, &startup, &process));
-    const velt::UniqueKernelObject other(process.hProcess);
-    const velt::UniqueKernelObject thread(process.hThread);
+    const ChildProcess other = StartProcess(L"msiexec /i \"" + package.File() + L"\" /qn");
     const DWORD own = Install(package, kAllUsers);
-    REQUIRE(::WaitForSingleObject(other.Get(), 120'000) == WAIT_OBJECT_0);
+    REQUIRE(::WaitForSingleObject(other.process.Get(), 120'000) == WAIT_OBJECT_0);
     DWORD others = STILL_ACTIVE;
-    ::GetExitCodeProcess(other.Get(), &others);
+    ::GetExitCodeProcess(other.process.Get(), &others);
     CHECK((own == ERROR_SUCCESS || own == kOtherRuns));
     CHECK((others == ERROR_SUCCESS || others == kOtherRuns));
     CHECK((own == ERROR_SUCCESS || others == ERROR_SUCCESS));

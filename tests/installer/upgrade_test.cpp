@@ -2,6 +2,7 @@
 
 #include "foundation/wide_text.h"
 #include "tests/installer/installation.h"
+#include "tests/support/child_process.h"
 #include "tests/support/viewer_process.h"
 
 #include <filesystem>
@@ -18,15 +19,8 @@ class RunningViewer
 {
 public:
     explicit RunningViewer(const std::wstring& path)
+        : m_process(StartProcess(L'"' + path + L'"').process)
     {
-        std::wstring commandLine = L'"' + path + L'"';
-        STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION process{};
-        REQUIRE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                 nullptr, &startup, &process));
-        ::CloseHandle(process.hThread);
-        m_process.Reset(process.hProcess);
         REQUIRE(Eventually([] { return ::FindWindowW(L"VeltTraceViewer", nullptr) != nullptr; }));
     }
 

@@ -16,14 +16,14 @@ namespace
 {
 using OpenRequestPatch = ImportPatch<"HttpOpenRequestW", decltype(::HttpOpenRequestW)>;
 
-constexpr DWORD kSessionContext = 0x77;
+constexpr DWORD kOwnersContext = 0x77;
 constexpr DWORD kConnectionContext = 0x88;
 
 /// A session and a connection that has a context of its own.
 struct Connected
 {
     explicit Connected(INTERNET_PORT port = 1)
-        : session(L"Velt test", kSessionContext, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0),
+        : session(L"Velt test", kOwnersContext, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0),
           connection(&session, L"127.0.0.1", port, nullptr, nullptr, kConnectionContext)
     {
     }
@@ -110,7 +110,7 @@ TEST_CASE("CHttpConnection: OpenRequest takes the connection's context for 1 and
         {0, 0},
         {1, kConnectionContext},
         {2, 2},
-        {kSessionContext, kSessionContext},
+        {kOwnersContext, kOwnersContext},
         {0xFFFFFFFF, 0xFFFFFFFF},
     }));
     Connected connected;

@@ -31,7 +31,7 @@ struct FailedOpen : Exchange
     }
 };
 
-class DerivedFile : public CHttpFile
+class DerivedHttpFile : public CHttpFile
 {
 public:
     using CHttpFile::CHttpFile;
@@ -293,5 +293,5 @@ TEST_CASE("CHttpFile: its operations stand in the slots that they always had", "
 {
     CHECK(VirtualSlot(&CHttpFile::Seek) == 0);
     CHECK(VirtualSlot(&CHttpFile::GetFileURL) == 12); // behind the destructor's two
-    CHECK(VirtualSlot(&DerivedFile::Next) == 13);
+    CHECK(VirtualSlot(&DerivedHttpFile::Next) == 13);
 }

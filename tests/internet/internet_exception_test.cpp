@@ -27,7 +27,7 @@ using ResponsePatch =
 using OpenPatch = ImportPatch<"InternetOpenW", decltype(::InternetOpenW)>;
 
 constexpr DWORD kUnknownCode = 0x2EEEEEEE;
-constexpr wchar_t kPoison = 0xCCCC;
+constexpr wchar_t kUnwritten = 0xCCCC;
 
 /// What GetErrorMessage answers.
 struct Message
@@ -39,13 +39,13 @@ struct Message
 
 Message MessageOf(DWORD code, UINT capacity = 512)
 {
-    std::vector<wchar_t> buffer(capacity + 1, kPoison);
+    std::vector<wchar_t> buffer(capacity + 1, kUnwritten);
     Message message{false, {}, 0xCCCCCCCC};
     message.succeeded =
         CInternetException(code).GetErrorMessage(buffer.data(), capacity, &message.helpContext);
     message.text = buffer.data();
     CHECK(message.text.size() < capacity);
-    CHECK(buffer[capacity] == kPoison);
+    CHECK(buffer[capacity] == kUnwritten);
     return message;
 }
 
@@ -265,13 +265,13 @@ TEST_CASE("CInternetException: a capacity beyond any text is no harm", "[interne
 TEST_CASE("CInternetException: without a place for the text it fails", "[internet]")
 {
     UINT helpContext = 0xCCCCCCCC;
-    wchar_t character = kPoison;
+    wchar_t character = kUnwritten;
     CHECK_FALSE(CInternetException(6).GetErrorMessage(nullptr, 10, &helpContext));
     CHECK(helpContext == 0);
     helpContext = 0xCCCCCCCC;
     CHECK_FALSE(CInternetException(6).GetErrorMessage(&character, 0, &helpContext));
     CHECK(helpContext == 0);
-    CHECK(character == kPoison);
+    CHECK(character == kUnwritten);
     CHECK_FALSE(CInternetException(6).GetErrorMessage(nullptr, 0));
     CHECK(CInternetException(6).GetErrorMessage(&character, 1)); // nobody asks for help
     CHECK(character == L'\0');

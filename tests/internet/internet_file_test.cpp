@@ -134,7 +134,7 @@ Line ReadLine(CInternetFile& file, DWORD max)
     return {result == nullptr, std::wstring(buffer.data(), end - 1)};
 }
 
-class DerivedFile : public CInternetFile
+class DerivedInternetFile : public CInternetFile
 {
 public:
     virtual void Next() {}
@@ -815,5 +815,5 @@ TEST_CASE("CInternetFile: its operations stand in the slots that they always had
     CHECK(VirtualSlot(static_cast<IntoArray>(&CInternetFile::ReadString)) == 7);
     CHECK(VirtualSlot(static_cast<IntoString>(&CInternetFile::ReadString)) == 8);
     CHECK(VirtualSlot(&CInternetFile::WriteString) == 9);
-    CHECK(VirtualSlot(&DerivedFile::Next) == 12); // behind the destructor's two
+    CHECK(VirtualSlot(&DerivedInternetFile::Next) == 12); // behind the destructor's two
 }

@@ -1,3 +1,4 @@
+#include "tests/server/poison.h"
 #include "tests/support/component_library.h"
 #include "tests/support/outer_object.h"
 #include "tests/support/thread_group.h"
@@ -11,16 +12,8 @@
 using Microsoft::WRL::ComPtr;
 using velt::test::ComponentLibrary;
 using velt::test::OuterObject;
+using velt::test::Poison;
 using velt::test::RunTogether;
-
-namespace
-{
-void* Poison()
-{
-    static int poison = 0;
-    return &poison;
-}
-} // namespace
 
 TEST_CASE("CClassFactory: answers to IUnknown and IClassFactory with one identity", "[server]")
 {

@@ -1,6 +1,7 @@
 // The library's entry points, seen as a host sees them: through LoadLibrary and GetProcAddress.
 
 #include "server/class_factory.h"
+#include "tests/server/poison.h"
 #include "tests/support/component_library.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/thread_group.h"
@@ -16,6 +17,7 @@
 
 using Microsoft::WRL::ComPtr;
 using velt::test::ComponentLibrary;
+using velt::test::Poison;
 using velt::test::RunTogether;
 
 namespace
@@ -23,12 +25,6 @@ namespace
 // No class of anybody's.
 constexpr CLSID kUnknownClass = {
     0x1D3A0F7E, 0x5B2C, 0x4E88, {0x9A, 0x41, 0x66, 0x0D, 0x2B, 0xC7, 0x15, 0xF3}};
-
-void* Poison()
-{
-    static int poison = 0;
-    return &poison;
-}
 
 /// Lets allocations inside the library fail until the end of the scope: all of a size, or all.
 class NoMemory

@@ -51,9 +51,9 @@ DWORD ErrorOf(UINT script, const velt::RegistrarReplacements& replacements)
 }
 
 // A class and categories of the test's own.
-constexpr CLSID kOwnClass = {
+constexpr CLSID kCategorizedClass = {
     0x7A1E4C52, 0x0D93, 0x4F6B, {0x8C, 0x21, 0x5E, 0xB8, 0x90, 0x3A, 0x6D, 0x17}};
-constexpr wchar_t kOwnClassKey[] = L"CLSID\\{7A1E4C52-0D93-4F6B-8C21-5EB8903A6D17}";
+constexpr wchar_t kCategorizedClassKey[] = L"CLSID\\{7A1E4C52-0D93-4F6B-8C21-5EB8903A6D17}";
 constexpr CATID kFirstCategory = {
     0x2B60F9D1, 0x7C04, 0x45A8, {0xB3, 0x5D, 0x1F, 0x42, 0xE6, 0x80, 0xC9, 0x01}};
 constexpr CATID kSecondCategory = {
@@ -117,7 +117,7 @@ TEST_CASE("RunRegistrarScript: a script that is not there is told", "[server]")
 
 TEST_CASE("RegisterCategories: writes each category below the class", "[server]")
 {
-    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kOwnClassKey);
+    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kCategorizedClassKey);
     // COM may be there or not, in any apartment.
     const int apartment = GENERATE(0, 1, 2);
     bool failed = false;
@@ -130,7 +130,7 @@ TEST_CASE("RegisterCategories: writes each category below the class", "[server]"
         }
         try
         {
-            velt::RegisterCategories(kOwnClass, kCategories);
+            velt::RegisterCategories(kCategorizedClass, kCategories);
         }
         catch (const SystemException::HRESULT&)
         {
@@ -146,7 +146,7 @@ TEST_CASE("RegisterCategories: writes each category below the class", "[server]"
     });
     CHECK_FALSE(failed);
     CHECK(comAfter == (apartment == 0 ? CO_E_NOTINITIALIZED : S_OK)); // as it was
-    const RegistryTree written = SnapshotRegistry(HKEY_CLASSES_ROOT, kOwnClassKey);
+    const RegistryTree written = SnapshotRegistry(HKEY_CLASSES_ROOT, kCategorizedClassKey);
     const std::wstring first = L"\\{2B60F9D1-7C04-45A8-B35D-1F42E680C901}";
     const std::wstring second = L"\\{2B60F9D1-7C04-45A8-B35D-1F42E680C902}";
     CHECK((written == RegistryTree{{L"", {}},
@@ -155,26 +155,27 @@ TEST_CASE("RegisterCategories: writes each category below the class", "[server]"
                                    {L"Implemented Categories" + second, {}},
                                    {L"Required Categories", {}},
                                    {L"Required Categories" + second, {}}}));
-    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kOwnClassKey);
+    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kCategorizedClassKey);
 }
 
 TEST_CASE("RegisterCategories: a class without categories writes nothing", "[server]")
 {
-    velt::RegisterCategories(kOwnClass, {});
-    CHECK(SnapshotRegistry(HKEY_CLASSES_ROOT, kOwnClassKey).empty());
+    velt::RegisterCategories(kCategorizedClass, {});
+    CHECK(SnapshotRegistry(HKEY_CLASSES_ROOT, kCategorizedClassKey).empty());
 }
 
 TEST_CASE("RegisterCategories: a category that cannot be written is a failure", "[server]")
 {
     HKEY key = nullptr;
-    REQUIRE(::RegCreateKeyW(HKEY_CLASSES_ROOT, kOwnClassKey, &key) == ERROR_SUCCESS);
+    REQUIRE(::RegCreateKeyW(HKEY_CLASSES_ROOT, kCategorizedClassKey, &key) == ERROR_SUCCESS);
     ::RegCloseKey(key);
     {
-        const DeniedKey denied(HKEY_CLASSES_ROOT, kOwnClassKey);
-        CHECK_THROWS_AS(velt::RegisterCategories(kOwnClass, kCategories), SystemException::HRESULT);
+        const DeniedKey denied(HKEY_CLASSES_ROOT, kCategorizedClassKey);
+        CHECK_THROWS_AS(velt::RegisterCategories(kCategorizedClass, kCategories),
+                        SystemException::HRESULT);
     }
-    CHECK((SnapshotRegistry(HKEY_CLASSES_ROOT, kOwnClassKey) == RegistryTree{{L"", {}}}));
-    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kOwnClassKey);
+    CHECK((SnapshotRegistry(HKEY_CLASSES_ROOT, kCategorizedClassKey) == RegistryTree{{L"", {}}}));
+    ::RegDeleteTreeW(HKEY_CLASSES_ROOT, kCategorizedClassKey);
 }
 
 TEST_CASE("kClassTable: no class has categories, and each script is there", "[server]")

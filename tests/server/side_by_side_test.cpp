@@ -40,7 +40,7 @@ constexpr wchar_t kDispatchMarshaler[] = L"{00020420-0000-0000-C000-000000000046
 
 using Attributes = std::map<std::wstring, std::wstring>;
 
-std::wstring Text(BSTR text)
+std::wstring CopyOf(BSTR text)
 {
     return {text ? text : L"", ::SysStringLen(text)};
 }
@@ -98,7 +98,7 @@ Attributes AttributesOf(IXMLDOMElement& element)
         _bstr_t value;
         REQUIRE(node->get_nodeName(name.GetAddress()) == S_OK);
         REQUIRE(node->get_text(value.GetAddress()) == S_OK);
-        attributes[Text(name)] = Text(value);
+        attributes[CopyOf(name)] = CopyOf(value);
     }
     return attributes;
 }
@@ -219,7 +219,7 @@ TEST_CASE("The manifest: has each class as the class table and its script have i
         REQUIRE(others->get_item(0, &other) == S_OK);
         _bstr_t text;
         REQUIRE(other->get_text(text.GetAddress()) == S_OK);
-        CHECK((Text(text) == registered.versionIndependentProgId));
+        CHECK((CopyOf(text) == registered.versionIndependentProgId));
     }
 }
 
@@ -248,7 +248,7 @@ TEST_CASE("The manifest: has the type library and a marshaler for each interface
                                            nullptr) == S_OK);
             const bool dual = (type->wTypeFlags & TYPEFLAG_FDUAL) != 0;
             expected.insert(
-                {{L"name", Text(name)},
+                {{L"name", CopyOf(name)},
                  {L"iid", GuidText(type->guid)},
                  {L"tlbid", id},
                  {L"proxyStubClsid32", dual ? kAutomationMarshaler : kDispatchMarshaler}});

@@ -21,7 +21,7 @@ using namespace velt::test;
 
 namespace
 {
-struct Fixture
+struct ConnectionFixture
 {
     const ComApartment apartment;
     const ComponentLibrary library;
@@ -81,7 +81,7 @@ std::vector<DWORD> CookiesOf(IConnectionPoint* point)
 
 TEST_CASE("Connection points: the container has one, for the events", "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     const auto container = f.Container();
     ComPtr<IConnectionPoint> point;
     REQUIRE(container->FindConnectionPoint(DIID_IVeltHTTPServiceEvents, &point) == S_OK);
@@ -99,7 +99,7 @@ TEST_CASE("Connection points: the container has one, for the events", "[service]
 
 TEST_CASE("Connection points: a null out pointer is told", "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     const auto container = f.Container();
     const auto point = EventsOf(f.service.Get());
     CHECK(container->EnumConnectionPoints(nullptr) == E_POINTER);
@@ -144,7 +144,7 @@ TEST_CASE("Connection points: a point is an identity of its own and keeps the ob
 
 TEST_CASE("Connection points: they are enumerated", "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     ComPtr<IEnumConnectionPoints> points;
     REQUIRE(f.Container()->EnumConnectionPoints(&points) == S_OK);
     std::array<IConnectionPoint*, 2> found{Poison<IConnectionPoint>(), nullptr};
@@ -171,7 +171,7 @@ TEST_CASE("Connection points: they are enumerated", "[service]")
 
 TEST_CASE("Advise: a sink without the event interface cannot connect", "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     StandInObject other; // an IDispatch, but not one of the events
     DWORD cookie = kPoison;
     CHECK(EventsOf(f.service.Get())->Advise(&other, &cookie) == CONNECT_E_CANNOTCONNECT);
@@ -182,7 +182,7 @@ TEST_CASE("Advise: a sink without the event interface cannot connect", "[service
 TEST_CASE("Advise: a sink that hands out nothing for the event interface cannot connect",
           "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     EmptySink sink;
     DWORD cookie = kPoison;
     CHECK(EventsOf(f.service.Get())->Advise(&sink, &cookie) == CONNECT_E_CANNOTCONNECT);
@@ -192,7 +192,7 @@ TEST_CASE("Advise: a sink that hands out nothing for the event interface cannot 
 
 TEST_CASE("Unadvise: what is nobody's cookie has no connection", "[service]")
 {
-    const Fixture f;
+    const ConnectionFixture f;
     const auto point = EventsOf(f.service.Get());
     CHECK(point->Unadvise(0) == CONNECT_E_NOCONNECTION);
     CHECK(point->Unadvise(1) == CONNECT_E_NOCONNECTION);
@@ -209,7 +209,7 @@ TEST_CASE("Unadvise: what is nobody's cookie has no connection", "[service]")
 TEST_CASE("Advise: a cookie never comes back, and one sink may connect twice", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const ConnectionFixture f;
     std::set<DWORD> cookies;
     for (int i = 0; i < 50; ++i)
     {
@@ -228,7 +228,7 @@ TEST_CASE("Advise: the number of sinks has no limit", "[service]")
 {
     constexpr std::size_t kSinks = 5000;
     std::deque<RecordingSink> sinks(kSinks); // outlive the service, which still has half of them
-    Fixture f;
+    ConnectionFixture f;
     const auto point = EventsOf(f.service.Get());
     std::vector<DWORD> cookies;
     for (RecordingSink& sink : sinks)
@@ -255,7 +255,7 @@ TEST_CASE("Advise: the number of sinks has no limit", "[service]")
 TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
 {
     std::deque<RecordingSink> sinks(3);
-    const Fixture f;
+    const ConnectionFixture f;
     std::vector<DWORD> cookies;
     for (RecordingSink& sink : sinks)
     {
@@ -309,7 +309,7 @@ TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
 TEST_CASE("EnumConnections: a sink of another apartment is handed out too", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const ConnectionFixture f;
     const DWORD cookie = Advise(f.service.Get(), &sink);
     ApartmentThread other;
     bool same = false;
@@ -338,7 +338,7 @@ TEST_CASE("EnumConnections: a sink of another apartment is handed out too", "[se
 TEST_CASE("The service: its end disconnects the sinks", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    ConnectionFixture f;
     Advise(f.service.Get(), &sink);
     Advise(f.service.Get(), &sink);
     CHECK(sink.References() > 1);

@@ -40,17 +40,17 @@ using SetCookieW = ImportPatch<"InternetSetCookieW", decltype(::InternetSetCooki
 using SetCookieA = ImportPatch<"InternetSetCookieA", decltype(::InternetSetCookieA)>;
 using Create = ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)>;
 
-struct Fixture
+struct FailureFixture
 {
-    Fixture()
+    FailureFixture()
     {
         velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()));
     }
 
-    Fixture(const Fixture&) = delete;
-    Fixture& operator=(const Fixture&) = delete;
+    FailureFixture(const FailureFixture&) = delete;
+    FailureFixture& operator=(const FailureFixture&) = delete;
 
-    ~Fixture()
+    ~FailureFixture()
     {
         service.Reset();
         WorkerFixture::Await([&] { return module.LockCount() == 0; });
@@ -74,7 +74,7 @@ HRESULT NoInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object)
 
 TEST_CASE("The service: each member traces under its name", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     BSTR out = nullptr;
     VARIANT_BOOL flag = VARIANT_FALSE;
     IVeltHTTPService& s = *f.service.Get();
@@ -111,7 +111,7 @@ TEST_CASE("The service: each member traces under its name", "[service]")
 
 TEST_CASE("The service: a text that cannot be allocated is out of memory", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     f.service->WriteData(f.url.Get(), f.text.Get(), f.text.Get());
     f.service->SafeWriteData(f.url.Get(), f.text.Get(), f.text.Get());
     ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
@@ -131,7 +131,7 @@ TEST_CASE("The service: a text that cannot be allocated is out of memory", "[ser
 TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    FailureFixture f;
     Advise(f.service.Get(), &sink);
     {
         ImportPatch<"SysAllocStringLen", decltype(::SysAllocStringLen)> none(
@@ -147,7 +147,7 @@ TEST_CASE("Notify: without memory for its text nobody is told", "[service]")
 TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    FailureFixture f;
     const auto point = EventsOf(f.service.Get());
     DWORD cookie = 0xCDCDCDCD;
     const std::size_t before = f.trace.Messages().size();
@@ -169,7 +169,7 @@ TEST_CASE("Advise: a sink that cannot be stored is past the limit", "[service]")
 
 TEST_CASE("WriteData: the platform gets the name as it stands", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     struct Given
     {
         std::wstring url;
@@ -198,7 +198,7 @@ TEST_CASE("WriteData: the platform gets the name as it stands", "[service]")
 
 TEST_CASE("WriteData: with a null name the value is the whole cookie", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const velt::UniqueBstr url = MakeBstr(L"http://whole.velt.example/");
     CHECK(f.service->WriteData(url.Get(), nullptr, MakeBstr(L"name=value").Get()) == S_OK);
 
@@ -209,7 +209,7 @@ TEST_CASE("WriteData: with a null name the value is the whole cookie", "[service
 
 TEST_CASE("ReadData: asks for the size, then for all cookies, without a name", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     std::vector<std::string> calls;
     DWORD sizeGiven = 0;
     const GetCookieW patch(
@@ -234,7 +234,7 @@ TEST_CASE("ReadData: asks for the size, then for all cookies, without a name", "
 
 TEST_CASE("ReadData: each failing call leaves the out value as it was", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const std::string failing = GENERATE(as<std::string>(), "size", "empty", "text");
     const GetCookieW patch("wininet.dll", [&](auto, auto, wchar_t* text, DWORD* size) {
         *size = failing == "empty" ? 0 : 4;
@@ -255,7 +255,7 @@ TEST_CASE("CookieStore: the cookie ends 183 days after it was made, by local tim
     {
         WARN("local time is universal time here: the one would pass for the other");
     }
-    const Fixture f;
+    const FailureFixture f;
     std::string data;
     std::string url;
     bool named = true;
@@ -306,7 +306,7 @@ TEST_CASE("CookieStore: the cookie ends 183 days after it was made, by local tim
 
 TEST_CASE("CookieStore: an empty domain is not written", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     std::string data;
     const SetCookieA patch("wininet.dll", [&](auto, auto, const char* cookieData) {
         data = cookieData;
@@ -320,7 +320,7 @@ TEST_CASE("CookieStore: an empty domain is not written", "[service]")
 
 TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is refused", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     // Halves of surrogate pairs are in no code page. Replaced, they would be one host.
     const std::wstring spelt = L"http://spelt.velt.example/";
     const std::wstring unspelt =
@@ -347,7 +347,7 @@ TEST_CASE("CookieStore: a URL or a domain that the code page cannot spell is ref
 
 TEST_CASE("CookieStore: without a date no cookie is written", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const SetCookieA set("wininet.dll", [](auto...) { return TRUE; });
     const ImportPatch<"FileTimeToSystemTime", decltype(::FileTimeToSystemTime)> none(
         "kernel32.dll", [](const FILETIME*, SYSTEMTIME*) {
@@ -361,7 +361,7 @@ TEST_CASE("CookieStore: without a date no cookie is written", "[service]")
 
 TEST_CASE("CookieStore: cookies that cannot be read are not written over", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const GetCookieA unreadable("wininet.dll", [](auto...) {
         ::SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
@@ -376,7 +376,7 @@ TEST_CASE("CookieStore: cookies that cannot be read are not written over", "[ser
 
 TEST_CASE("CookieStore: a store that refuses is told", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const SetCookieA patch("wininet.dll", [](auto...) {
         ::SetLastError(ERROR_INVALID_OPERATION);
         return FALSE;
@@ -388,7 +388,7 @@ TEST_CASE("CookieStore: a store that refuses is told", "[service]")
 
 TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     std::string ours;
     {
         const SetCookieA patch("wininet.dll", [&](auto, auto, const char* data) {
@@ -419,7 +419,7 @@ TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
 
 TEST_CASE("WriteData: a platform that refuses is told", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     const SetCookieW patch("wininet.dll", [](auto...) {
         ::SetLastError(ERROR_INVALID_OPERATION);
         return FALSE;
@@ -430,7 +430,7 @@ TEST_CASE("WriteData: a platform that refuses is told", "[service]")
 
 TEST_CASE("CookieStore: a value that no cookie can hold is told", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     velt::CookieStore store;
     const std::wstring url = L"http://full.velt.example/";
     const std::size_t size =
@@ -441,7 +441,7 @@ TEST_CASE("CookieStore: a value that no cookie can hold is told", "[service]")
 
 TEST_CASE("GetServiceTag: a step that fails is told", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     StandInLocator locator;
     const auto [step, line] = GENERATE(table<std::string, std::string>({
         {"CreateInstance", "the management locator failed: 0x80004005"},
@@ -459,7 +459,7 @@ TEST_CASE("GetServiceTag: a step that fails is told", "[service]")
 
 TEST_CASE("GetServiceTag: each proxy may act for the user before it is called", "[service]")
 {
-    Fixture f;
+    FailureFixture f;
     StandInLocator locator;
     locator.serialNumber = [](VARIANT* value) { ::VariantInit(value); };
     const HRESULT answer = GENERATE(S_OK, E_NOINTERFACE); // as objects without a proxy have it
@@ -486,7 +486,7 @@ TEST_CASE("GetServiceTag: each proxy may act for the user before it is called", 
 TEST_CASE("Notify: a sink that cannot be told is traced", "[service]")
 {
     RecordingSink sink([](DISPPARAMS*) { return E_ACCESSDENIED; });
-    Fixture f;
+    FailureFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->InvokeUpdate(f.text.Get(), f.text.Get(), 1033, nullptr) == S_OK);
     CHECK(f.trace.Count("a sink was not told: 0x80070005", 1) == 1);
@@ -528,7 +528,7 @@ TEST_CASE("Apartment: a thread that has not initialised COM is in none", "[servi
 TEST_CASE("The service: its last reference given up on a thread without COM", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    FailureFixture f;
     Advise(f.service.Get(), &sink);
     OnOtherThread([&] {
         f.service.Reset();

@@ -16,7 +16,7 @@ using namespace velt::test;
 
 namespace
 {
-struct Fixture
+struct NotifyFixture
 {
     const ComApartment apartment;
     const ComponentLibrary library;
@@ -56,7 +56,7 @@ public:
 TEST_CASE("Notify: InvokeUpdate fires once, on its thread, with the GUID", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(Invoke(f.service.Get()) == S_OK);
     const auto events = sink.Events();
@@ -70,7 +70,7 @@ TEST_CASE("Notify: InvokeUpdate fires once, on its thread, with the GUID", "[ser
 TEST_CASE("Notify: a null and an empty GUID are an empty text", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->InvokeUpdate(nullptr, nullptr, 0, nullptr) == S_OK);
     CHECK(Invoke(f.service.Get(), L"") == S_OK);
@@ -82,7 +82,7 @@ TEST_CASE("Notify: a null and an empty GUID are an empty text", "[service]")
 TEST_CASE("Notify: the question for updates fires nothing", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     Advise(f.service.Get(), &sink);
     VARIANT_BOOL available = VARIANT_TRUE;
     const velt::UniqueBstr guid = velt::MakeBstr(kGuid);
@@ -93,7 +93,7 @@ TEST_CASE("Notify: the question for updates fires nothing", "[service]")
 
 TEST_CASE("Notify: a sink that fails harms no other one", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     const HRESULT failure = GENERATE(E_FAIL, DISP_E_EXCEPTION, E_OUTOFMEMORY, RPC_E_DISCONNECTED);
     RecordingSink before;
     RecordingSink failing([&](DISPPARAMS*) { return failure; });
@@ -110,7 +110,7 @@ TEST_CASE("Notify: a sink that fails harms no other one", "[service]")
 
 TEST_CASE("Notify: a sink that writes to its arguments harms no other one", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     RecordingSink writing([](DISPPARAMS* parameters) {
         parameters->rgvarg[0].vt = VT_EMPTY;
         parameters->rgvarg[0].bstrVal = nullptr;
@@ -130,7 +130,7 @@ TEST_CASE("Notify: a sink that writes to its arguments harms no other one", "[se
 
 TEST_CASE("Notify: a sink that unadvises itself is not told again", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     DWORD cookie = 0;
     HRESULT unadvised = E_FAIL;
     RecordingSink sink([&](DISPPARAMS*) {
@@ -150,7 +150,7 @@ TEST_CASE("Notify: a sink that unadvises itself is not told again", "[service]")
 
 TEST_CASE("Notify: a sink that another one unadvises is not told any more", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     DWORD cookie = 0;
     RecordingSink first([&](DISPPARAMS*) { return EventsOf(f.service.Get())->Unadvise(cookie); });
     RecordingSink second;
@@ -167,7 +167,7 @@ TEST_CASE("Notify: a sink that another one unadvises is not told any more", "[se
 TEST_CASE("Notify: a sink that joins during the event hears the next one", "[service]")
 {
     RecordingSink joining;
-    const Fixture f;
+    const NotifyFixture f;
     bool joined = false;
     RecordingSink first([&](DISPPARAMS*) {
         if (!joined)
@@ -186,7 +186,7 @@ TEST_CASE("Notify: a sink that joins during the event hears the next one", "[ser
 
 TEST_CASE("Notify: a sink may give up the last reference of the service", "[service]")
 {
-    Fixture f;
+    NotifyFixture f;
     RecordingSink sink([&](DISPPARAMS*) {
         f.service.Reset();
         return S_OK;
@@ -204,7 +204,7 @@ TEST_CASE("Notify: a sink may give up the last reference of the service", "[serv
 
 TEST_CASE("Notify: a sink may start the work anew", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     int left = 3;
     RecordingSink sink([&](DISPPARAMS*) { return left-- > 0 ? Invoke(f.service.Get()) : S_OK; });
     Advise(f.service.Get(), &sink);
@@ -214,7 +214,7 @@ TEST_CASE("Notify: a sink may start the work anew", "[service]")
 
 TEST_CASE("Notify: the object is not locked meanwhile", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     RecordingSink sink([&](DISPPARAMS*) {
         // Another thread gets through while this sink is at work.
         return OnOtherThread([&] {
@@ -233,7 +233,7 @@ TEST_CASE("Notify: a sink of another apartment is called in its own", "[service]
     const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
     RecordingSink sink;
     RecordingSink own;
-    const Fixture f;
+    const NotifyFixture f;
     ApartmentThread other(kind);
     DWORD cookie = 0;
     other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
@@ -260,7 +260,7 @@ TEST_CASE("Notify: an agile sink is called on the firing thread, whatever its ap
     const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
     RecordingSink sink;
     sink.MakeAgile();
-    const Fixture f;
+    const NotifyFixture f;
     ApartmentThread other(kind);
     DWORD cookie = 0;
     other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
@@ -295,7 +295,7 @@ TEST_CASE("Notify: a sink whose apartment is gone is passed over", "[service]")
 {
     RecordingSink gone;
     RecordingSink after;
-    const Fixture f;
+    const NotifyFixture f;
     {
         ApartmentThread other;
         other.Do([&] { Advise(f.service.Get(), &gone); });
@@ -316,7 +316,7 @@ TEST_CASE("Notify: a sink whose apartment is gone is passed over", "[service]")
 TEST_CASE("Notify: a thread without COM fires and reaches nobody", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(OnOtherThread([&] { return Invoke(f.service.Get()); }) == S_OK);
     CHECK(sink.Count() == 0);
@@ -325,7 +325,7 @@ TEST_CASE("Notify: a thread without COM fires and reaches nobody", "[service]")
 TEST_CASE("Notify: a thread without COM reaches sinks while there are threads with it", "[service]")
 {
     RecordingSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     ApartmentThread other(COINIT_MULTITHREADED);
     DWORD cookie = 0;
     other.Do([&] { cookie = Advise(f.service.Get(), &sink); });
@@ -338,7 +338,7 @@ TEST_CASE("Notify: a thread without COM reaches sinks while there are threads wi
 TEST_CASE("Notify: a sink is called on the interface of the events", "[service]")
 {
     TwoFacedSink sink;
-    const Fixture f;
+    const NotifyFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(Invoke(f.service.Get()) == S_OK);
     ApartmentThread other; // and from there, too
@@ -349,7 +349,7 @@ TEST_CASE("Notify: a sink is called on the interface of the events", "[service]"
 
 TEST_CASE("Notify: sinks of one service hear nothing of another one", "[service]")
 {
-    const Fixture f;
+    const NotifyFixture f;
     const auto other = f.library.Create<IVeltHTTPService>(CLSID_CVeltHTTPService);
     RecordingSink sink;
     Advise(f.service.Get(), &sink);

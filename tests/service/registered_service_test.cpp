@@ -5,6 +5,7 @@
 #include "foundation/wide_text.h"
 #include "tests/service/service_objects.h"
 #include "tests/support/apartment_thread.h"
+#include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/late_bound.h"
 #include "tests/support/recording_sink.h"
@@ -13,6 +14,7 @@
 #include <catch.hpp>
 
 #include <string>
+#include <utility>
 
 using Microsoft::WRL::ComPtr;
 using namespace velt::test;
@@ -60,17 +62,12 @@ std::string OutputOf(std::wstring commandLine, DWORD& exitCode)
                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
                                                 CREATE_ALWAYS, 0, nullptr));
     STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = file.Get();
     startup.hStdError = file.Get();
-    PROCESS_INFORMATION process{};
-    REQUIRE(::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                             nullptr, &startup, &process));
-    const velt::UniqueKernelObject handle(process.hProcess);
-    const velt::UniqueKernelObject thread(process.hThread);
-    REQUIRE(::WaitForSingleObject(handle.Get(), velt::test::kWaitLimitMs) == WAIT_OBJECT_0);
-    ::GetExitCodeProcess(handle.Get(), &exitCode);
+    const ChildProcess child = StartProcess(std::move(commandLine), 0, startup);
+    REQUIRE(::WaitForSingleObject(child.process.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    ::GetExitCodeProcess(child.process.Get(), &exitCode);
     file.Reset(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                              nullptr, OPEN_EXISTING, 0, nullptr));
     std::string output(4096, '\0');

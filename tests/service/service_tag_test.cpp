@@ -15,7 +15,7 @@ using namespace velt::test;
 
 namespace
 {
-struct Fixture
+struct TagFixture
 {
     /// The tag, "<untouched>" when the out value was not written, or "<failed>".
     std::wstring Tag() const
@@ -42,7 +42,7 @@ void FillTag(VARIANT* value)
 
 TEST_CASE("GetServiceTag: the first enclosure's serial number, step by step", "[service]")
 {
-    const Fixture f;
+    const TagFixture f;
     StandInLocator locator;
     locator.serialNumber = FillTag;
     const LONG before = locator.References();
@@ -55,7 +55,7 @@ TEST_CASE("GetServiceTag: the first enclosure's serial number, step by step", "[
 
 TEST_CASE("GetServiceTag: each failing step ends it quietly", "[service]")
 {
-    const Fixture f;
+    const TagFixture f;
     StandInLocator locator;
     locator.serialNumber = FillTag;
     locator.failing =
@@ -69,7 +69,7 @@ TEST_CASE("GetServiceTag: each failing step ends it quietly", "[service]")
 
 TEST_CASE("GetServiceTag: no enclosure, no tag", "[service]")
 {
-    const Fixture f;
+    const TagFixture f;
     StandInLocator locator;
     locator.serialNumber = FillTag;
     locator.failing = "Next";
@@ -80,7 +80,7 @@ TEST_CASE("GetServiceTag: no enclosure, no tag", "[service]")
 
 TEST_CASE("GetServiceTag: a property that is no text is no tag", "[service]")
 {
-    const Fixture f;
+    const TagFixture f;
     StandInLocator locator;
     const int kind = GENERATE(0, 1, 2, 3);
     locator.serialNumber = [&](VARIANT* value) {
@@ -95,7 +95,7 @@ TEST_CASE("GetServiceTag: a property that is no text is no tag", "[service]")
 
 TEST_CASE("GetServiceTag: an empty serial number is an empty tag", "[service]")
 {
-    const Fixture f;
+    const TagFixture f;
     StandInLocator locator;
     locator.serialNumber = [](VARIANT* value) { *value = Text(L""); };
     CHECK(f.Tag().empty());
@@ -103,7 +103,7 @@ TEST_CASE("GetServiceTag: an empty serial number is an empty tag", "[service]")
 
 TEST_CASE("GetServiceTag: the object lives until the call is over", "[service]")
 {
-    Fixture f;
+    TagFixture f;
     StandInLocator locator;
     HRESULT canUnload = E_FAIL;
     locator.serialNumber = [&](VARIANT* value) {
@@ -121,7 +121,7 @@ TEST_CASE("GetServiceTag: the object lives until the call is over", "[service]")
 TEST_CASE("GetServiceTag: the platform's own instrumentation, from either apartment", "[service]")
 {
     const COINIT kind = GENERATE(COINIT_APARTMENTTHREADED, COINIT_MULTITHREADED);
-    const Fixture f;
+    const TagFixture f;
     ApartmentThread other(kind);
     std::wstring tag = L"<failed>";
     other.Do([&] { tag = f.Tag(); });

@@ -16,13 +16,13 @@ using namespace velt::test;
 
 namespace
 {
-using Fixture = WorkerFixture;
 
 /// A sink of an apartment of its own whose owner takes his time once it is given back.
 class SlowSink
 {
 public:
-    SlowSink(const Fixture& f, std::function<HRESULT(DISPPARAMS*)> body) : sink(std::move(body))
+    SlowSink(const WorkerFixture& f, std::function<HRESULT(DISPPARAMS*)> body)
+        : sink(std::move(body))
     {
         m_apartment.Do([&] { cookie = Advise(f.service.Get(), &sink); });
         sink.OnRelease([this] {
@@ -126,7 +126,7 @@ TEST_CASE("Sinks: giving one of another apartment back holds nobody up", "[servi
     const std::string who =
         GENERATE(as<std::string>(), "Release", "Unadvise", "Unadvise without COM", "the worker");
     CAPTURE(who);
-    Fixture f;
+    WorkerFixture f;
     RecordingSink next;
     std::function<void()> onEvent;
     SlowSink slow(f, [&](DISPPARAMS*) {
@@ -142,10 +142,10 @@ TEST_CASE("Sinks: giving one of another apartment back holds nobody up", "[servi
         };
         Advise(f.service.Get(), &next);
         REQUIRE(f.Start() == S_OK);
-        Fixture::Await(
+        WorkerFixture::Await(
             [&] { return slow.hasBegun.IsSetWithin(0); }); // the next sink is called here
         REQUIRE(f.Start() == S_OK);
-        Fixture::Await([&] { return next.Count() == 2; });
+        WorkerFixture::Await([&] { return next.Count() == 2; });
     }
     else
     {
@@ -162,12 +162,12 @@ TEST_CASE("Sinks: giving one of another apartment back holds nobody up", "[servi
     CHECK(slow.GoOn());
     f.service.Reset();
     // Given back all the same.
-    Fixture::Await([&] { return slow.sink.References() == 1 && next.References() == 1; });
+    WorkerFixture::Await([&] { return slow.sink.References() == 1 && next.References() == 1; });
 }
 
 TEST_CASE("Sinks: a sink of the calling apartment is given back at once", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     RecordingSink sink;
     const DWORD cookie = Advise(f.service.Get(), &sink);
     CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
@@ -179,14 +179,14 @@ TEST_CASE("Sinks: one that stays in the table is tried again, whatever the failu
     const HRESULT failure =
         GENERATE(CO_E_NOTINITIALIZED, RPC_E_DISCONNECTED, RPC_E_WRONG_THREAD, E_FAIL);
     CAPTURE(failure);
-    Fixture f;
+    WorkerFixture f;
     RecordingSink sink;
     const DWORD cookie = Advise(f.service.Get(), &sink);
     std::atomic<bool> fails = true;
     f.onTable = [&] { return fails.exchange(false) ? failure : S_FALSE; };
     CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
     CHECK_FALSE(fails);
-    Fixture::Await([&] { return sink.References() == 1; });
+    WorkerFixture::Await([&] { return sink.References() == 1; });
 }
 
 TEST_CASE("Sinks: one that the table does not let go is tried again, whatever the failure",
@@ -195,7 +195,7 @@ TEST_CASE("Sinks: one that the table does not let go is tried again, whatever th
     const HRESULT failure =
         GENERATE(CO_E_NOTINITIALIZED, RPC_E_DISCONNECTED, RPC_E_WRONG_THREAD, E_FAIL);
     CAPTURE(failure);
-    Fixture f;
+    WorkerFixture f;
     RecordingSink sink;
     const DWORD cookie = Advise(f.service.Get(), &sink);
     {
@@ -203,13 +203,13 @@ TEST_CASE("Sinks: one that the table does not let go is tried again, whatever th
         CHECK(EventsOf(f.service.Get())->Unadvise(cookie) == S_OK);
         CHECK(table.Refusals() == 1);
     }
-    Fixture::Await([&] { return sink.References() == 1; });
+    WorkerFixture::Await([&] { return sink.References() == 1; });
 }
 
 TEST_CASE("Sinks: many of another apartment need one thread to be given back", "[service]")
 {
     std::deque<RecordingSink> sinks(200);
-    Fixture f;
+    WorkerFixture f;
     ApartmentThread other;
     other.Do([&] {
         for (RecordingSink& sink : sinks)
@@ -226,7 +226,7 @@ TEST_CASE("Sinks: many of another apartment need one thread to be given back", "
         });
     f.service.Reset();
     goOn.Set();
-    Fixture::Await([&] {
+    WorkerFixture::Await([&] {
         return std::all_of(sinks.begin(), sinks.end(),
                            [](const RecordingSink& sink) { return sink.References() == 1; });
     });
@@ -238,7 +238,7 @@ TEST_CASE("Sinks: without a thread to give them back they wait for the next one"
 {
     RecordingSink first;
     RecordingSink second;
-    Fixture f;
+    WorkerFixture f;
     ApartmentThread other;
     DWORD cookie = 0;
     other.Do([&] {
@@ -256,5 +256,5 @@ TEST_CASE("Sinks: without a thread to give them back they wait for the next one"
     }
     CHECK(first.References() == 2);
     f.service.Reset();
-    Fixture::Await([&] { return first.References() == 1 && second.References() == 1; });
+    WorkerFixture::Await([&] { return first.References() == 1 && second.References() == 1; });
 }

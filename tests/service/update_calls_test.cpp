@@ -43,17 +43,17 @@ const std::string kServer = " http://" + velt::Utf8FromWide(velt::kUpdateHost);
 constexpr char kParams[] = "IS_upgrade_request::StartUpdateService - params = "
                            "{{0F8FAD5B-D9CB-469F-A165-70867728950E}, 1.5, 3082, ";
 
-struct Fixture
+struct UpdateFixture
 {
-    Fixture()
+    UpdateFixture()
     {
         velt::ThrowIfFailed(velt::CreateComObject<CVeltHTTPService>(service.GetAddressOf()));
     }
 
-    Fixture(const Fixture&) = delete;
-    Fixture& operator=(const Fixture&) = delete;
+    UpdateFixture(const UpdateFixture&) = delete;
+    UpdateFixture& operator=(const UpdateFixture&) = delete;
 
-    ~Fixture()
+    ~UpdateFixture()
     {
         service.Reset();
         WorkerFixture::Await([&] { return module.LockCount() == 0; });
@@ -86,7 +86,7 @@ struct Fixture
 class Question
 {
 public:
-    explicit Question(Fixture& fixture) : m_fixture(fixture) {}
+    explicit Question(UpdateFixture& fixture) : m_fixture(fixture) {}
 
     Question(const Question&) = delete;
     Question& operator=(const Question&) = delete;
@@ -121,7 +121,7 @@ public:
     HRESULT result = E_FAIL;
 
 private:
-    Fixture& m_fixture;
+    UpdateFixture& m_fixture;
     TestEvent m_answered;
     std::unique_ptr<TestThread> m_thread;
 };
@@ -129,7 +129,7 @@ private:
 
 TEST_CASE("InvokeUpdate: its arguments are what the agent is told", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     CHECK(f.InvokeUpdate() == S_OK);
     CHECK(f.agent.log.All() == Calls{"CreateInstance", "RegisterProduct" + kId + " 1.5" + kServer,
                                      "SetLanguage" + kId + " 1034", "IsConnectedEx" + kId,
@@ -141,7 +141,7 @@ TEST_CASE("InvokeUpdate: its arguments are what the agent is told", "[service]")
 
 TEST_CASE("IsUpdateOrMessageAvailable: its arguments are what the agent is asked for", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     f.agent.messages = 1;
     CHECK(f.Ask(VARIANT_TRUE) == VARIANT_TRUE);
     CHECK(f.agent.log.All() == Calls{"CreateInstance", "SetServerAddress" + kId + kServer,
@@ -153,7 +153,7 @@ TEST_CASE("IsUpdateOrMessageAvailable: its arguments are what the agent is asked
 
 TEST_CASE("IsUpdateOrMessageAvailable: only VARIANT_TRUE has the server asked", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     CHECK(f.Ask(VARIANT_TRUE) == VARIANT_FALSE); // there is nothing
     CHECK(f.agent.log.Count("GetUpdates" + kId) == 1);
     for (const VARIANT_BOOL other : {VARIANT_FALSE, VARIANT_BOOL{1}, VARIANT_BOOL{2}})
@@ -166,7 +166,7 @@ TEST_CASE("IsUpdateOrMessageAvailable: only VARIANT_TRUE has the server asked", 
 
 TEST_CASE("The service: it is locked while the agent is asked", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     const bool invokes = GENERATE(true, false);
     Question question(f);
     std::optional<bool> heldUp;
@@ -191,7 +191,7 @@ TEST_CASE("The service: it is locked while the agent is asked", "[service]")
 
 TEST_CASE("The service: whatever touches its state waits while the agent is asked", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     const velt::UniqueBstr url = MakeBstr(L"http://locked.velt.example/");
     const velt::UniqueBstr text = MakeBstr(L"t");
     const BSTR u = url.Get();
@@ -267,7 +267,7 @@ TEST_CASE("Notify: the event of a call inside another one waits for that one", "
 {
     // An apartment takes calls while it asks the agent: one of them invokes an update, too.
     const bool invokes = GENERATE(true, false);
-    Fixture f;
+    UpdateFixture f;
     bool isInside = false;
     HRESULT inner = E_FAIL;
     f.agent.onCall = [&](const std::string& call) {
@@ -316,7 +316,7 @@ TEST_CASE("Notify: the event of a call inside another one waits for that one", "
 
 TEST_CASE("The service: it lives until the call that asks the agent is over", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     const bool invokes = GENERATE(true, false);
     LONG locks = 0;
     f.agent.onCall = [&](const std::string& call) {
@@ -339,7 +339,7 @@ TEST_CASE("The service: it lives until the call that asks the agent is over", "[
 
 TEST_CASE("The service: agent and locator are looked for in every kind of server", "[service]")
 {
-    Fixture f;
+    UpdateFixture f;
     std::vector<DWORD> agentContexts;
     std::vector<DWORD> locatorContexts;
     using Create = ImportPatch<"CoCreateInstance", decltype(::CoCreateInstance)>;

@@ -19,18 +19,17 @@ using namespace velt::test;
 
 namespace
 {
-using Fixture = WorkerFixture;
 } // namespace
 
 TEST_CASE("StartUpdateService: the worker does the work one period later", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     f.onAgent = [] { return REGDB_E_CLASSNOTREG; };
     RecordingSink sink;
     Advise(f.service.Get(), &sink);
     CHECK(f.Start() == S_OK);
     CHECK(sink.Count() == 0); // the tick of this thread only arms the queue
-    Fixture::Await([&] { return sink.Count() == 1; });
+    WorkerFixture::Await([&] { return sink.Count() == 1; });
     CHECK(f.periodMs == 30'000);
     CHECK(f.due == -300'000'000);
     CHECK(sink.Events()[0].event == self_upgrade);
@@ -64,45 +63,46 @@ TEST_CASE("StartUpdateService: the worker does the work one period later", "[ser
 TEST_CASE("StartService: is StartUpdateService for the component itself", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    WorkerFixture f;
     Advise(f.service.Get(), &sink);
     CHECK(f.service->StartService() == S_OK);
     CHECK(f.trace.Count("CVeltHTTPService::StartService - enter") == 1);
     CHECK(f.trace.Count("CVeltHTTPService::StartUpdateService - enter") == 1);
     CHECK(f.trace.Count("IS_upgrade_request::StartUpdateService - params = "
                         "{{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}, 3.0, 1033, }") == 1);
-    Fixture::Await([&] { return sink.Count() == 1; });
+    WorkerFixture::Await([&] { return sink.Count() == 1; });
     CHECK((sink.Events()[0].text == L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}"));
 }
 
 TEST_CASE("IsConnected: only after a step that found the machine online", "[service]")
 {
-    Fixture f;
-    Fixture::s_isOnline = false;
+    WorkerFixture f;
+    WorkerFixture::s_isOnline = false;
     RecordingSink sink;
     Advise(f.service.Get(), &sink);
     CHECK_FALSE(f.IsConnected()); // 0: nothing is known
     CHECK(f.Start() == S_OK);
     CHECK_FALSE(f.IsConnected());
-    Fixture::Await([&] { return Fixture::s_questions >= 3; }); // 2: under way, tried again
+    WorkerFixture::Await(
+        [&] { return WorkerFixture::s_questions >= 3; }); // 2: under way, tried again
     CHECK_FALSE(f.IsConnected());
     CHECK(sink.Count() == 0); // not at each retry
-    Fixture::s_isOnline = true;
-    Fixture::Await([&] { return sink.Count() == 1; });
+    WorkerFixture::s_isOnline = true;
+    WorkerFixture::Await([&] { return sink.Count() == 1; });
     CHECK(f.IsConnected()); // 3
-    const int calls = Fixture::s_questions;
+    const int calls = WorkerFixture::s_questions;
     // The request has left the queue; another one is needed for another answer.
-    Fixture::s_isOnline = false;
+    WorkerFixture::s_isOnline = false;
     CHECK(f.Start() == S_OK);
-    Fixture::Await([&] { return Fixture::s_questions > calls; });
-    Fixture::Await([&] { return !f.IsConnected(); });
+    WorkerFixture::Await([&] { return WorkerFixture::s_questions > calls; });
+    WorkerFixture::Await([&] { return !f.IsConnected(); });
     CHECK(sink.Count() == 1);
 }
 
 TEST_CASE("UpdateWorker: connected means a last step above 2", "[service]")
 {
     const DWORD result = GENERATE(as<DWORD>(), 0, 1, 2, 3, 4, 255);
-    Fixture f; // whose worker wakes soon
+    WorkerFixture f; // whose worker wakes soon
     CallLog log;
     auto worker = std::make_unique<velt::UpdateWorker>(std::make_shared<velt::SinkList>());
     CHECK_FALSE(worker->IsConnected()); // 0: nothing is known
@@ -115,19 +115,19 @@ TEST_CASE("UpdateWorker: connected means a last step above 2", "[service]")
     CHECK(worker->IsConnected() == (result > 2));
     velt::UpdateWorker::End(std::move(worker));
     log.WaitFor("gone a");
-    Fixture::Await([&] { return f.module.LockCount() == 1; }); // the fixture's own service
+    WorkerFixture::Await([&] { return f.module.LockCount() == 1; }); // the fixture's own service
 }
 
 TEST_CASE("StartUpdateService: the worker is started once and serves every request", "[service]")
 {
     RecordingSink sink;
-    Fixture f;
+    WorkerFixture f;
     Advise(f.service.Get(), &sink);
     for (const wchar_t* guid : {L"a", L"b", L"c"})
     {
         CHECK(f.Start(guid) == S_OK);
     }
-    Fixture::Await([&] { return sink.Count() == 3; });
+    WorkerFixture::Await([&] { return sink.Count() == 3; });
     CHECK(f.timer.Calls() == 1);
     CHECK(f.trace.Count("queue_manager::begin - enter") == 1);
     const auto events = sink.Events();
@@ -154,18 +154,18 @@ TEST_CASE("StartUpdateService: a worker that cannot be started is not told", "[s
 TEST_CASE("The service: released while its worker is idle or armed", "[service]")
 {
     const bool armed = GENERATE(true, false);
-    Fixture f;
-    f.stepPeriodMs = armed ? 600'000 : Fixture::kPeriodMs;
+    WorkerFixture f;
+    f.stepPeriodMs = armed ? 600'000 : WorkerFixture::kPeriodMs;
     RecordingSink sink;
     Advise(f.service.Get(), &sink);
     CHECK(f.Start() == S_OK);
     if (!armed)
     {
         // Heard, and the tick is over that still holds the sink for the event.
-        Fixture::Await([&] { return sink.Count() == 1; });
+        WorkerFixture::Await([&] { return sink.Count() == 1; });
         const char* const tick = "queue_manager::Execute - return";
         const std::size_t ticks = f.trace.Count(tick);
-        Fixture::Await([&] { return f.trace.Count(tick) >= ticks + 2; });
+        WorkerFixture::Await([&] { return f.trace.Count(tick) >= ticks + 2; });
     }
     f.service.Reset();
     CHECK(f.trace.Count(kTerminating) == 0);
@@ -181,7 +181,7 @@ TEST_CASE("The service: another thread waits for a busy worker only", "[service]
         "kernel32.dll", [](DWORD flags, const wchar_t* name, HMODULE* module) {
             return decltype(threads)::Original(flags, name, module);
         });
-    Fixture f;
+    WorkerFixture f;
     SECTION("a worker that was never started")
     {
         f.service.Reset();
@@ -209,7 +209,7 @@ TEST_CASE("The service: another thread waits for a busy worker only", "[service]
 
 TEST_CASE("The service: released while its worker is in a step", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     TestEvent inStep;
     TestEvent goOn;
     f.onAgent = [&] {
@@ -233,7 +233,7 @@ TEST_CASE("The service: released while its worker is in a step", "[service]")
 
 TEST_CASE("The service: a worker that stays in its step is ended by force", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     TestEvent inStep;
     TestEvent never;
     f.onAgent = [&] {
@@ -258,7 +258,7 @@ TEST_CASE("The service: a worker that stays in its step is ended by force", "[se
 
 TEST_CASE("The service: its last reference given up by a sink on the worker", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     std::atomic<bool> released = false;
     IVeltHTTPService* last = nullptr;
     DWORD thread = 0;
@@ -282,7 +282,7 @@ TEST_CASE("The service: its last reference given up by a sink on the worker", "[
     last = f.service.Get();
     CHECK(f.Start() == S_OK);
     static_cast<void>(f.service.Detach());
-    Fixture::Await([&] { return released.load(); });
+    WorkerFixture::Await([&] { return released.load(); });
     f.AwaitEnd();
     CHECK(advised);
     CHECK(thread == worker);
@@ -294,7 +294,7 @@ TEST_CASE("The service: its last reference given up by a sink on the worker", "[
 
 TEST_CASE("The service: no thread to wait for the worker costs memory only", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     std::atomic<bool> released = false;
     IVeltHTTPService* const last = f.service.Get();
     std::atomic<bool> fails = false;
@@ -318,7 +318,7 @@ TEST_CASE("The service: no thread to wait for the worker costs memory only", "[s
     };
     CHECK(f.Start() == S_OK);
     static_cast<void>(f.service.Detach());
-    Fixture::Await([&] { return released.load(); });
+    WorkerFixture::Await([&] { return released.load(); });
     CHECK(::WaitForSingleObject(worker.Get(), kWaitLimitMs) == WAIT_OBJECT_0); // ends by itself
     CHECK(f.trace.Count(kTerminating) == 0);
     CHECK(sink.References() == 1);
@@ -327,7 +327,7 @@ TEST_CASE("The service: no thread to wait for the worker costs memory only", "[s
 
 TEST_CASE("The service: released by an apartment that its worker is calling", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     TestEvent firing;
     // Not taken before this thread takes calls, which it does not while it releases.
     RecordingSink sink;
@@ -349,7 +349,7 @@ TEST_CASE("The service: released by an apartment that its worker is calling", "[
 
 TEST_CASE("The service: a sink that blocks holds up the worker only", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     TestEvent blocked;
     TestEvent goOn;
     RecordingSink sink([&](DISPPARAMS*) {
@@ -364,12 +364,12 @@ TEST_CASE("The service: a sink that blocks holds up the worker only", "[service]
     CHECK(f.IsConnected()); // the step is over
     CHECK(f.Start() == S_OK);
     goOn.Set();
-    Fixture::Await([&] { return sink.Count() == 2; });
+    WorkerFixture::Await([&] { return sink.Count() == 2; });
 }
 
 TEST_CASE("The service: two of them have workers of their own", "[service]")
 {
-    Fixture f;
+    WorkerFixture f;
     ComPtr<IVeltHTTPService> second;
     REQUIRE(velt::CreateComObject<CVeltHTTPService>(second.GetAddressOf()) == S_OK);
     RecordingSink sink;
@@ -378,10 +378,10 @@ TEST_CASE("The service: two of them have workers of their own", "[service]")
     Advise(second.Get(), &other);
     CHECK(f.Start(L"first") == S_OK);
     CHECK(second->StartService() == S_OK);
-    Fixture::Await([&] { return sink.Count() == 1 && other.Count() == 1; });
+    WorkerFixture::Await([&] { return sink.Count() == 1 && other.Count() == 1; });
     CHECK(f.timer.Calls() == 2);
     second.Reset();
     CHECK(f.Start(L"again") == S_OK);
-    Fixture::Await([&] { return sink.Count() == 2; });
+    WorkerFixture::Await([&] { return sink.Count() == 2; });
     CHECK(other.Count() == 1);
 }

@@ -22,7 +22,7 @@ using velt::MakeBstr;
 
 namespace
 {
-struct Fixture
+struct ServiceFixture
 {
     const ComApartment apartment;
     const ComponentLibrary library;
@@ -83,7 +83,7 @@ std::wstring OurCookie(const std::wstring& cookies)
 
 TEST_CASE("The service: it answers to its interfaces", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     for (const IID* iid :
          {&IID_IUnknown, &IID_IDispatch, &IID_IVeltHTTPService, &IID_IConnectionPointContainer,
           &IID_IProvideClassInfo, &IID_IProvideClassInfo2})
@@ -101,7 +101,7 @@ TEST_CASE("The service: it answers to its interfaces", "[service]")
 
 TEST_CASE("The service: it tells its class and the interface of its events", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     ComPtr<IProvideClassInfo2> info;
     REQUIRE(f.service.As(&info) == S_OK);
     ComPtr<ITypeInfo> type;
@@ -160,7 +160,7 @@ TEST_CASE("The service: it can be aggregated", "[service]")
 
 TEST_CASE("The service: a null out pointer is told by every member", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const velt::UniqueBstr text = MakeBstr(L"http://a.example/");
     CHECK(f.service->ReadData(text.Get(), text.Get(), nullptr) == E_POINTER);
     CHECK(f.service->SafeReadData(text.Get(), text.Get(), nullptr) == E_POINTER);
@@ -174,7 +174,7 @@ TEST_CASE("The service: a null out pointer is told by every member", "[service]"
 
 TEST_CASE("The service: null texts are empty ones", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     BSTR value = PoisonText();
     CHECK(f.service->WriteData(nullptr, nullptr, nullptr) == S_OK);
     CHECK(f.service->ReadData(nullptr, nullptr, &value) == S_OK);
@@ -194,7 +194,7 @@ TEST_CASE("The service: null texts are empty ones", "[service]")
 
 TEST_CASE("WriteData: sets a cookie of the URL for the logon session", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     CHECK(f.Write(url, L"name", L"value") == S_OK);
     wchar_t text[64] = L"";
@@ -205,7 +205,7 @@ TEST_CASE("WriteData: sets a cookie of the URL for the logon session", "[service
 
 TEST_CASE("WriteData: an invalid URL is no failure", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const wchar_t* const url = GENERATE(L"", L"no url", L"http://", L"ftp:", L"\x263A", L"://");
     CHECK(f.Write(url, L"name", L"value") == S_OK);
     CHECK((f.Read(url) == kUntouched));
@@ -215,13 +215,13 @@ TEST_CASE("WriteData: an invalid URL is no failure", "[service]")
 
 TEST_CASE("ReadData: a URL without cookies leaves the out value as it was", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     CHECK((f.Read(OwnUrl()) == kUntouched));
 }
 
 TEST_CASE("ReadData: all cookies of the URL, whatever the name is", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     f.Write(url, L"first", L"1");
     f.Write(url, L"second", L"2");
@@ -237,7 +237,7 @@ TEST_CASE("ReadData: all cookies of the URL, whatever the name is", "[service]")
 
 TEST_CASE("ReadData: long cookies and other scripts come back whole", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     const std::wstring value(3000, L'v');
     f.Write(url, L"long", value.c_str());
@@ -249,7 +249,7 @@ TEST_CASE("ReadData: long cookies and other scripts come back whole", "[service]
 
 TEST_CASE("SafeWriteData: any text survives the round trip", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     const std::vector<std::tuple<std::wstring, std::wstring>> pairs = {
         {L"name", L"value"},
@@ -275,13 +275,13 @@ TEST_CASE("SafeWriteData: any text survives the round trip", "[service]")
     CHECK((f.SafeRead(url, L"name") == L"another value"));
     CHECK((f.SafeRead(url, L"empty").empty()));
     // Another object sees the same.
-    const Fixture other;
+    const ServiceFixture other;
     CHECK((other.SafeRead(url, L"a=b;c") == L"x=y; expires=never"));
 }
 
 TEST_CASE("SafeWriteData: one cookie that does not show what is in it", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     f.Write(url, L"other", L"1");
     f.SafeWrite(url, L"secretname", L"secretvalue");
@@ -295,7 +295,7 @@ TEST_CASE("SafeWriteData: one cookie that does not show what is in it", "[servic
 
 TEST_CASE("SafeWriteData: hosts that the code page lacks share nothing", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring first = L"http://\u4E2D\u6587.velt.example/";
     const std::wstring second = L"http://\u65E5\u672C.velt.example/";
     CHECK(f.SafeWrite(first, L"n", L"v") == S_OK);
@@ -307,7 +307,7 @@ TEST_CASE("SafeWriteData: hosts that the code page lacks share nothing", "[servi
 
 TEST_CASE("SafeReadData: cookies of others under our name hold nothing", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     f.SafeWrite(url, L"n", L"v");
     const std::wstring ours = OurCookie(f.Read(url)).substr(5);
@@ -325,7 +325,7 @@ TEST_CASE("SafeReadData: cookies of others under our name hold nothing", "[servi
 TEST_CASE("SafeWriteData: a pair that no cookie can hold is refused, the old ones stay",
           "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     f.SafeWrite(url, L"kept", L"value");
     const std::wstring before = f.Read(url);
@@ -355,7 +355,7 @@ TEST_CASE("SafeWriteData: a pair that no cookie can hold is refused, the old one
 
 TEST_CASE("domain: is kept, and is the cookie's", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     BSTR domain = PoisonText();
     CHECK(f.service->GetDomain(&domain) == S_OK);
     CHECK(Taken(domain).empty());
@@ -380,7 +380,7 @@ TEST_CASE("domain: is kept, and is the cookie's", "[service]")
 
 TEST_CASE("domain: one that would end its attribute is kept but never written", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const std::wstring url = OwnUrl();
     f.SafeWrite(url, L"n", L"v");
     const std::wstring domain = L"a.example; path=/; x=y";
@@ -394,7 +394,7 @@ TEST_CASE("domain: one that would end its attribute is kept but never written", 
 
 TEST_CASE("Redirect: the base address of the redirect service", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     BSTR address = PoisonText();
     CHECK(f.service->get_Redirect(&address) == S_OK);
     CHECK((Taken(address) == kRedirectAddress));
@@ -402,7 +402,7 @@ TEST_CASE("Redirect: the base address of the redirect service", "[service]")
 
 TEST_CASE("IsConnected: nothing is known before the first update work", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     VARIANT_BOOL connected = VARIANT_TRUE;
     CHECK(f.service->get_IsConnected(&connected) == S_OK);
     CHECK(connected == VARIANT_FALSE);
@@ -414,7 +414,7 @@ TEST_CASE("IsConnected: nothing is known before the first update work", "[servic
 
 TEST_CASE("IsUpdateOrMessageAvailable: no agent, nothing available", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const VARIANT_BOOL connect = GENERATE(VARIANT_TRUE, VARIANT_FALSE);
     VARIANT_BOOL available = 0x5555;
     CHECK(f.service->IsUpdateOrMessageAvailable(MakeBstr(kGuid).Get(), MakeBstr(L"1").Get(), 1033,
@@ -424,7 +424,7 @@ TEST_CASE("IsUpdateOrMessageAvailable: no agent, nothing available", "[service]"
 
 TEST_CASE("The service: every member late-bound", "[service]")
 {
-    const Fixture f;
+    const ServiceFixture f;
     const LateBound late(f.service.Get());
     std::vector<VARIANT> texts;
     const auto text = [&](const std::wstring& value) {
@@ -482,7 +482,7 @@ TEST_CASE("The service: every member late-bound", "[service]")
 
 TEST_CASE("The service: what it made is gone with it", "[service]")
 {
-    Fixture f;
+    ServiceFixture f;
     CHECK(f.service->StartService() == S_OK);
     CHECK(f.library.CanUnloadNow() == S_FALSE);
     f.service.Reset();

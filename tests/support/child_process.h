@@ -5,32 +5,25 @@
 
 #include <windows.h>
 
-#include <stdexcept>
 #include <string>
 
 namespace velt::test
 {
+/// A process that a test has started. It outlives its handles.
+struct ChildProcess
+{
+    UniqueKernelObject process;
+    UniqueKernelObject thread;
+    DWORD id = 0;
+};
+
+/// Starts a program by its command line. `startup` needs no size; when it names handles, the child
+/// inherits them. A start that the system refuses is tried twice again, with a warning: Wine loses
+/// one of many thousand new processes while the machine has much else to do. Throws
+/// std::runtime_error with the system's code when it goes on refusing.
+ChildProcess StartProcess(std::wstring commandLine, DWORD flags = 0, STARTUPINFOW startup = {});
+
 /// Runs a program with its command line and waits until it has ended; returns its exit code.
 /// Throws std::runtime_error when it cannot be started or does not end within the limit.
-inline DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 2 * kWaitLimitMs)
-{
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                          &startup, &process))
-    {
-        throw std::runtime_error("a process cannot be started");
-    }
-    const UniqueKernelObject handle(process.hProcess);
-    const UniqueKernelObject thread(process.hThread);
-    if (::WaitForSingleObject(handle.Get(), limitMs) != WAIT_OBJECT_0)
-    {
-        ::TerminateProcess(handle.Get(), 98);
-        throw std::runtime_error("a process does not end");
-    }
-    DWORD exitCode = 0;
-    ::GetExitCodeProcess(handle.Get(), &exitCode);
-    return exitCode;
-}
+DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 2 * kWaitLimitMs);
 } // namespace velt::test

@@ -1,6 +1,7 @@
 #include "tests/support/viewer_process.h"
 
 #include "foundation/trace_record.h"
+#include "tests/support/child_process.h"
 
 #include <windows.h>
 
@@ -85,21 +86,14 @@ ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& 
 {
     auto [output, outputEnd] = MakePipe();
     auto [errors, errorsEnd] = MakePipe();
-    std::wstring commandLine = L"\"" + program + L"\" " + arguments;
     STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = outputEnd.Get();
     startup.hStdError = errorsEnd.Get();
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE,
-                          CREATE_NEW_PROCESS_GROUP, nullptr, nullptr, &startup, &process))
-    {
-        throw std::runtime_error("the viewer cannot be started");
-    }
-    m_process.Reset(process.hProcess);
-    ::CloseHandle(process.hThread);
-    m_id = process.dwProcessId;
+    ChildProcess child =
+        StartProcess(L"\"" + program + L"\" " + arguments, CREATE_NEW_PROCESS_GROUP, startup);
+    m_process = std::move(child.process);
+    m_id = child.id;
     m_output = std::move(output);
     m_errors = std::move(errors);
 }

@@ -19,9 +19,9 @@ constexpr UINT kHotFace = 1008;
 constexpr UINT kPressedFace = 1007;
 
 /// The shipped dialog at the front, painted.
-struct Shown
+struct ShownSkin
 {
-    Shown() : session(library, (folder.Write(L"a.rtf", kSmallAgreement), folder.File(L"a.rtf")))
+    ShownSkin() : session(library, (folder.Write(L"a.rtf", kSmallAgreement), folder.File(L"a.rtf")))
     {
         ::SetCursorPos(1, 1); // away from the button
         session.Activate();
@@ -77,7 +77,7 @@ int WrongFacePixels(HWND button, const Pixels& face)
 TEST_CASE("CEulaDialog: it is skin 206 with corners of 109 x 63, and cut to what is not red",
           "[ui]")
 {
-    Shown shown;
+    ShownSkin shown;
     const HWND dialog = shown.session.Dialog();
     const auto [isResized, width, height] =
         GENERATE(table<bool, int, int>({{false, 0, 0}, {true, 300, 180}, {true, 900, 500}}));
@@ -99,7 +99,7 @@ TEST_CASE("CEulaDialog: it is skin 206 with corners of 109 x 63, and cut to what
 
 TEST_CASE("CEulaDialog: OK has face 1009, 1008 with the focus and 1007 while it is pressed", "[ui]")
 {
-    Shown shown;
+    ShownSkin shown;
     const HWND ok = shown.session.Item(VELT_EULA_OK);
     // The pointer may have been over it before, and its leaving is a message of its own.
     const auto shows = [&](UINT face) {

@@ -13,7 +13,6 @@ using namespace velt::test;
 
 namespace
 {
-constexpr wchar_t kProduct[] = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
 constexpr char kSlow[] = "[agent]\r\ndelay=60000\r\n";
 
 bool IsAgentThere()

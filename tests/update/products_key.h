@@ -4,8 +4,12 @@
 
 #include <windows.h>
 
+#include <string>
+
 namespace velt::test
 {
+inline const std::wstring kProduct = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
+
 /// The record of registered products: none at the start and none left at the end.
 class ProductsKey
 {

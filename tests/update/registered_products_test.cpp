@@ -13,8 +13,6 @@ using namespace velt::test;
 
 namespace
 {
-const std::wstring kProduct = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
-
 /// A value as it lies in the registry.
 struct Record
 {

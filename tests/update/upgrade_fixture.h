@@ -15,7 +15,6 @@
 
 namespace velt::test
 {
-inline const std::wstring kProduct = L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
 inline const std::string kId = " {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}";
 inline const std::string kServer = " http://" + Utf8FromWide(kUpdateHost);
 

@@ -11,7 +11,7 @@ namespace
 constexpr std::int64_t kSecond = 1'000'000;
 constexpr std::int64_t kDay = 86'400 * kSecond;
 
-TraceEntry Entry(std::string_view text, std::string_view source = "")
+TraceEntry ExportedEntry(std::string_view text, std::string_view source = "")
 {
     TraceEntry entry;
     entry.level = 3;
@@ -23,7 +23,7 @@ TraceEntry Entry(std::string_view text, std::string_view source = "")
 std::string Csv(std::string_view text)
 {
     std::string line;
-    AppendCsvLine(line, Entry(text), "host.exe (12)");
+    AppendCsvLine(line, ExportedEntry(text), "host.exe (12)");
     return line;
 }
 } // namespace
@@ -86,13 +86,13 @@ TEST_CASE("WithoutControls: nothing breaks the line or reaches the terminal", "[
 TEST_CASE("AppendTextLine: the fields, and the source where there is one", "[tools]")
 {
     std::string line = "before|";
-    AppendTextLine(line, Entry("  CName::Add - enter"), "host.exe (12)");
+    AppendTextLine(line, ExportedEntry("  CName::Add - enter"), "host.exe (12)");
     CHECK(line == "before|1601-01-01 00:00:00.000000  3  host.exe (12)    CName::Add - enter\r\n");
     line.clear();
-    AppendTextLine(line, Entry("a\nb", "module"), "?");
+    AppendTextLine(line, ExportedEntry("a\nb", "module"), "?");
     CHECK(line == "1601-01-01 00:00:00.000000  3  ?  module: a\\nb\r\n");
     line.clear();
-    TraceEntry malformed = Entry("malformed record");
+    TraceEntry malformed = ExportedEntry("malformed record");
     malformed.fault = TraceRecordFault::tooShort;
     AppendTextLine(line, malformed, "?");
     CHECK(line == "1601-01-01 00:00:00.000000  !  ?  malformed record\r\n");

@@ -1,6 +1,7 @@
 // velt fetch beside a real web server and a real proxy.
 
 #include "foundation/unique_file.h"
+#include "tests/support/child_process.h"
 #include "tests/support/eventually.h"
 #include "tests/support/http_server.h"
 #include "tests/support/real_servers.h"
@@ -258,21 +259,12 @@ public:
     ConsoleRun(const OwnConsole& console, std::vector<std::wstring> arguments)
     {
         arguments.insert(arguments.begin(), VeltProgram());
-        std::wstring line = CommandLineOf(arguments);
         STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdInput = console.Keyboard();
         startup.hStdOutput = console.Screen();
         startup.hStdError = console.Screen();
-        PROCESS_INFORMATION process{};
-        if (!::CreateProcessW(VeltProgram().c_str(), line.data(), nullptr, nullptr, TRUE, 0,
-                              nullptr, nullptr, &startup, &process))
-        {
-            throw std::runtime_error("velt.exe cannot be started");
-        }
-        ::CloseHandle(process.hThread);
-        m_process.Reset(process.hProcess);
+        m_process = StartProcess(CommandLineOf(arguments), 0, startup).process;
     }
 
     ConsoleRun(const ConsoleRun&) = delete;

@@ -1,10 +1,12 @@
 #include "tests/tools/velt/velt_program.h"
 
 #include "foundation/unique_file.h"
+#include "tests/support/child_process.h"
 #include "tests/support/component_library.h"
 
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 namespace velt::test
 {
@@ -85,22 +87,14 @@ ProgramRun::ProgramRun(const std::vector<std::wstring>& arguments, const std::ws
 {
     std::vector<std::wstring> all{program};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    std::wstring line = CommandLineOf(all);
     STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = input;
     startup.hStdOutput = output ? output : m_output->Get();
     startup.hStdError = m_messages->Get();
-    PROCESS_INFORMATION process{};
-    if (!::CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, flags, nullptr,
-                          nullptr, &startup, &process))
-    {
-        throw std::runtime_error("velt.exe cannot be started: error " + std::to_string(::GetLastError()));
-    }
-    ::CloseHandle(process.hThread);
-    m_process.Reset(process.hProcess);
-    m_processId = process.dwProcessId;
+    ChildProcess child = StartProcess(CommandLineOf(all), flags, startup);
+    m_process = std::move(child.process);
+    m_processId = child.id;
 }
 
 ProgramRun::~ProgramRun()
