@@ -3,6 +3,7 @@
 #include "tests/connection/periods.h"
 #include "tests/support/logging_notifier.h"
 #include "tests/support/logging_request.h"
+#include "tests/support/stopwatch.h"
 #include "tests/support/test_thread.h"
 #include "tests/support/trace_recorder.h"
 
@@ -19,7 +20,7 @@ using Calls = CallLog::Calls;
 
 namespace
 {
-constexpr ULONGLONG kHoldSleepMs = 100;
+constexpr long long kHoldSleepMs = 100;
 
 /// A queue in hold-and-retry processing, begun and armed, whose ticks are the test's own.
 struct HeldQueue
@@ -43,14 +44,6 @@ struct HeldQueue
     LoggingNotifier notifier{log, "queue"};
     std::unique_ptr<queue_manager> manager = std::make_unique<queue_manager>();
 };
-
-template <class Call>
-ULONGLONG MillisecondsOf(Call&& call)
-{
-    const ULONGLONG before = ::GetTickCount64();
-    call();
-    return ::GetTickCount64() - before;
-}
 } // namespace
 
 TEST_CASE("queue_manager: Hold sleeps 100 ms either way", "[connection]")
