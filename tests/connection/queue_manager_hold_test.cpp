@@ -20,7 +20,7 @@ using Calls = CallLog::Calls;
 
 namespace
 {
-constexpr long long kHoldSleepMs = 100;
+constexpr ULONGLONG kHoldSleepMs = 100;
 
 /// A queue in hold-and-retry processing, begun and armed, whose ticks are the test's own.
 struct HeldQueue
