@@ -131,6 +131,8 @@ http {
     keepalive_requests 100000;
     server {
         listen 127.0.0.1:$port;
+        listen 127.0.0.2:$port;
+        listen 127.0.0.3:$port;
         root $pages;
         location = /token {
             access_log off;

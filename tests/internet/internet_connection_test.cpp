@@ -179,8 +179,8 @@ TEST_CASE("CInternetConnection: user and password are for a server that asks", "
         {L"user", L"secret", 200},
     }));
     CInternetSession session = DirectSession();
-    CHttpConnection connection(&session, real_servers::kHost, real_servers::HttpPort(), user,
-                               password, 1);
+    CHttpConnection connection(&session, real_servers::kPasswordHost, real_servers::HttpPort(),
+                               user, password, 1);
     const auto file =
         connection.OpenRequest(L"GET", L"/private/", L"", 1, nullptr, L"HTTP/1.1", kFresh);
     file->SendRequest(L"", 0, nullptr, 0);

@@ -549,7 +549,7 @@ TEST_CASE("CInternetSession: hears of a real exchange from the connection to the
         RecordingSession session;
         session.EnableStatusCallback(true);
         const auto connection = session.GetHttpConnection(
-            real_servers::kHost, real_servers::HttpPort(), nullptr, nullptr);
+            real_servers::kNewHost, real_servers::HttpPort(), nullptr, nullptr);
         auto file =
             connection->OpenRequest(L"GET", L"/plain.txt", L"", 1, nullptr, L"HTTP/1.1", kFresh);
         file->SendRequest(L"", 0, nullptr, 0);

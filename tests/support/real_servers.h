@@ -20,6 +20,10 @@ namespace velt::test
 namespace real_servers
 {
 inline constexpr wchar_t kHost[] = L"127.0.0.1";
+/// The same server by names that one test each uses: systems use a server's password and its idle
+/// connections again.
+inline constexpr wchar_t kPasswordHost[] = L"127.0.0.2";
+inline constexpr wchar_t kNewHost[] = L"127.0.0.3";
 inline constexpr std::size_t kLargeBytes = 64u << 20;
 
 inline std::string Variable(const char* name)
