@@ -52,6 +52,9 @@ std::wstring FailureMessage(const CommandFailure& failure);
 /// Adds a failure to results: `failed`, what it was that failed, `code` and `text`.
 void AddFailure(Report& results, const CommandFailure& failure);
 
+/// The URL itself. Throws WrongUsage for one that is not of HTTP or HTTPS, or names no server.
+const std::wstring& RequireHttpUrl(const std::wstring& url);
+
 /// What a command works with.
 class CommandContext
 {
@@ -98,11 +101,14 @@ public:
         return m_messages;
     }
 
-    /// Prints the results.
-    void Finish() const;
+    /// Prints the results; as JSON, with the exit code.
+    void Finish(ExitCode code);
 
     /// Reports a failure with its code and text.
     void Fail(const CommandFailure& failure);
+
+    /// Reports wrong usage; `topic` is where help would help.
+    void SayWrong(const std::wstring& message, std::string_view topic);
 
 private:
     Console m_output{STD_OUTPUT_HANDLE};

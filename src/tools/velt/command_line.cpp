@@ -1,5 +1,7 @@
 #include "tools/velt/command_line.h"
 
+#include "tools/velt/nearest_word.h"
+
 #include <algorithm>
 
 namespace velt::tool
@@ -35,6 +37,18 @@ CommandName Divide(std::string_view name) noexcept
     return {name.substr(0, blank), name.substr(std::min(blank + 1, name.size()))};
 }
 
+constexpr std::string_view kHelp = "help";
+constexpr std::string_view kVersionOption = "--version";
+
+/// What an error adds for a word that is nearly one of these: what stands before the word and the
+/// nearest one.
+std::wstring Proposal(const std::wstring& before, std::wstring_view word,
+                      const std::vector<std::string_view>& candidates)
+{
+    const auto nearest = NearestWord(word, candidates);
+    return nearest ? L"; did you mean " + before + Widen(*nearest) + L"?" : std::wstring();
+}
+
 /// Reads one command line from left to right.
 class Parser
 {
@@ -42,6 +56,17 @@ public:
     explicit Parser(std::span<const std::wstring> arguments) : m_arguments(arguments) {}
 
     ParsedCommandLine Parse()
+    {
+        ParsedCommandLine parsed = Read();
+        const auto rest = m_arguments.subspan(m_at); // behind what is wrong, or was understood
+        const auto end = std::find(rest.begin(), rest.end(), L"--");
+        const bool json = m_line.json || std::find(rest.begin(), end, L"--json") != end;
+        std::visit([json](auto& each) { each.json = json; }, parsed);
+        return parsed;
+    }
+
+private:
+    ParsedCommandLine Read()
     {
         while (!IsAtEnd() && Peek() == L"--json")
         {
@@ -52,11 +77,11 @@ public:
         {
             return UsageError{L"a command is missing", {}};
         }
-        if (IsHelp(Peek()) || Peek() == L"help")
+        if (IsHelp(Peek()) || IsText(Peek(), kHelp))
         {
             return HelpOn();
         }
-        if (Peek() == L"--version")
+        if (IsText(Peek(), kVersionOption))
         {
             return VersionWanted{};
         }
@@ -68,7 +93,6 @@ public:
         return other ? *std::move(other) : CheckOperands();
     }
 
-private:
     bool IsAtEnd() const noexcept
     {
         return m_at == m_arguments.size();
@@ -83,7 +107,7 @@ private:
     ParsedCommandLine HelpOn()
     {
         ++m_at;
-        if (IsAtEnd())
+        if (IsAtEnd() || Peek() == L"--json")
         {
             return HelpWanted{};
         }
@@ -115,17 +139,44 @@ private:
         }
         if (group.empty())
         {
-            return UsageError{L"no such command: " + first, {}};
+            return UsageError{L"no such command: " + first + Proposal({}, first, FirstWords()), {}};
         }
-        if (second ? IsHelp(*second) : forHelp)
+        if (second && *second != L"--json" ? IsHelp(*second) : forHelp)
         {
             return HelpWanted{group};
         }
-        if (!second)
+        if (!second || *second == L"--json")
         {
             return UsageError{L"more is needed after " + first, group};
         }
-        return UsageError{L"no such command: " + first + L" " + *second, group};
+        return UsageError{L"no such command: " + first + L" " + *second +
+                              Proposal(first + L" ", *second, SecondWords(group)),
+                          group};
+    }
+
+    /// What a command line may begin with.
+    static std::vector<std::string_view> FirstWords()
+    {
+        std::vector<std::string_view> words{kHelp, kVersionOption, "--json", "--help"};
+        for (const CommandRow& row : Commands())
+        {
+            words.push_back(Divide(row.name).first);
+        }
+        return words;
+    }
+
+    /// What may follow the first word of several commands.
+    static std::vector<std::string_view> SecondWords(std::string_view first)
+    {
+        std::vector<std::string_view> words;
+        for (const CommandRow& row : Commands())
+        {
+            if (Divide(row.name).first == first)
+            {
+                words.push_back(Divide(row.name).second);
+            }
+        }
+        return words;
     }
 
     std::optional<ParsedCommandLine> ReadArguments()
@@ -162,8 +213,12 @@ private:
     {
         const std::size_t equals = std::min(argument.find(L'='), argument.size());
         const std::wstring_view name = argument.substr(2, std::max<std::size_t>(equals, 2) - 2);
-        if (IsText(name, "json") && equals == argument.size())
+        if (IsText(name, "json"))
         {
+            if (equals < argument.size())
+            {
+                return Wrong(L"--json takes no value");
+            }
             m_line.json = true;
             return std::nullopt;
         }
@@ -172,7 +227,8 @@ private:
                                       [&](const OptionRow& r) { return IsText(name, r.name); });
         if (row == options.end())
         {
-            return Wrong(L"no such option: --" + std::wstring(name));
+            return Wrong(L"no such option: --" + std::wstring(name) +
+                         Proposal(L"--", name, OptionNames()));
         }
         if (equals < argument.size())
         {
@@ -195,6 +251,19 @@ private:
             m_line.options[row->name].push_back(m_arguments[m_at++]);
         }
         return std::nullopt;
+    }
+
+    std::vector<std::string_view> OptionNames() const
+    {
+        std::vector<std::string_view> names;
+        for (const auto& options : {m_line.command->options, CommonOptions()})
+        {
+            for (const OptionRow& row : options)
+            {
+                names.push_back(row.name);
+            }
+        }
+        return names;
     }
 
     ParsedCommandLine CheckOperands()

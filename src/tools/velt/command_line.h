@@ -37,11 +37,13 @@ struct CommandLine
 struct HelpWanted
 {
     std::string topic; // the name of a command, or the first word of several; empty for all
+    bool json = false;
 };
 
 /// A command line that asks for the program's version.
 struct VersionWanted
 {
+    bool json = false;
 };
 
 /// A command line that is wrong.
@@ -49,6 +51,7 @@ struct UsageError
 {
     std::wstring message;
     std::string topic; // where help would help, as above
+    bool json = false; // also when it stands behind what is wrong
 };
 
 using ParsedCommandLine = std::variant<CommandLine, HelpWanted, VersionWanted, UsageError>;
@@ -58,8 +61,8 @@ using ParsedCommandLine = std::variant<CommandLine, HelpWanted, VersionWanted, U
 ///     [--json] COMMAND { --option | --option VALUE | --option=VALUE | operand } [ -- operand... ]
 ///
 /// Options and operands may be mixed; after "--" everything is an operand. An option may
-/// stand several times; a switch has an empty value. Every input is valid. Throws std::bad_alloc
-/// only.
+/// stand several times; a switch has an empty value. For a word that is nearly one of ours, the
+/// error proposes that. Every input is valid. Throws std::bad_alloc only.
 ParsedCommandLine ParseCommandLine(std::span<const std::wstring> arguments);
 
 /// A decimal number of that range; nothing for any other text.

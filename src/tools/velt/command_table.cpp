@@ -30,7 +30,7 @@ constexpr std::array<OptionRow, 5> kUpdateStartOptions = {{
 
 constexpr std::array<OptionRow, 2> kEulaOptions = {{
     {"agreement", "FILE", "the agreement, an RTF file"},
-    {"texts", "FILE", "the captions, an XML file"},
+    {"texts", "FILE", "the captions, an XML file; English ones without"},
 }};
 
 constexpr std::array<OptionRow, 1> kScriptOptions = {{
@@ -105,11 +105,12 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      "have the update agent look after a product",
      "GUID is the product's installer GUID in braces; without one, the component\n"
      "asks for its own updates, which it does in the background only. Events are\n"
-     "printed as they arrive. Queued work ends with this process, so --background\n"
-     "goes with --wait. Exit code 1 when the work has not ended in time.\n",
+     "printed as they arrive. Queued work would end with this process, so it needs\n"
+     "--wait. Exit code 1 when the work has not ended in time, or no update agent is\n"
+     "installed.\n",
      kUpdateStartOptions, false},
     {CommandId::eulaShow, "eula show", "", 0, 0, "show a licence agreement and ask for consent",
-     "Exit code 0 when the agreement was accepted, 1 when it was not. Both files are\n"
+     "Exit code 0 when the agreement was accepted, 1 when it was not. --agreement is\n"
      "needed.\n",
      kEulaOptions, false},
     {CommandId::collection,

@@ -52,7 +52,10 @@ std::optional<std::wstring> ComponentRegistry::LibraryOf(RegistrationScope scope
         {
             return library;
         }
-        other = other ? std::move(other) : std::move(library);
+        if (!other)
+        {
+            other = std::move(library);
+        }
     }
     return other;
 }

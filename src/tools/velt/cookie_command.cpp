@@ -34,8 +34,8 @@ std::optional<std::wstring> Read(const ServiceHost& service, const _bstr_t& url)
 
 ExitCode RunCookie(const CommandLine& line, CommandContext& context)
 {
+    const _bstr_t url(RequireHttpUrl(line.operands[0]).c_str());
     const ServiceHost service;
-    const _bstr_t url(line.operands[0].c_str());
     context.Results().Add("url", Utf8FromWide(line.operands[0]));
     if (line.command->id == CommandId::cookieGet)
     {

@@ -12,12 +12,12 @@ namespace velt::tool
 {
 namespace
 {
-/// The full path of a file that an option names and that is there.
+/// The full path of a file that an option names and that is there; empty without the option.
 std::wstring ExistingFile(const CommandLine& line, const char* option)
 {
     if (!line.Has(option))
     {
-        throw WrongUsage{L"--" + WideFromUtf8(option) + L" is missing"};
+        return {};
     }
     std::wstring path = FullPath(line.Value(option));
     const DWORD attributes = ::GetFileAttributesW(path.c_str());
@@ -35,6 +35,10 @@ std::wstring ExistingFile(const CommandLine& line, const char* option)
 
 ExitCode RunEula(const CommandLine& line, CommandContext& context)
 {
+    if (!line.Has("agreement"))
+    {
+        throw WrongUsage{L"--agreement is missing"};
+    }
     const _bstr_t agreement(ExistingFile(line, "agreement").c_str());
     const _bstr_t texts(ExistingFile(line, "texts").c_str());
     const CLibraryUtils::SmartComInitializer com;

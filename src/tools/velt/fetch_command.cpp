@@ -103,11 +103,6 @@ void CheckUsage(const CommandLine& line)
     {
         throw WrongUsage{L"--output is for one URL; use --folder"};
     }
-    if (line.json && !line.Has("output") && !line.Has("folder"))
-    {
-        throw WrongUsage{
-            L"--json needs --output or --folder, because the bodies would mix with it"};
-    }
 }
 
 /// Where each body goes.
@@ -137,6 +132,10 @@ FetchRequest::BodyTarget TargetOf(const Fetch& fetch, const CommandContext& cont
     return [&context, file = fetch.file](const char* bytes, std::size_t count) {
         try
         {
+            if (file.empty() && context.IsJson())
+            {
+                return; // a body would mix with the one object, which says how long it is
+            }
             if (file.empty())
             {
                 context.Output().WriteBytes({bytes, count});

@@ -23,14 +23,12 @@ namespace velt::tool
 {
 namespace
 {
-ExitCode RunTraced(const CommandLine& line, CommandContext& context);
-
 struct RunnerRow
 {
     CommandId id;
     ExitCode (*run)(const CommandLine& line, CommandContext& context);
 };
-constexpr std::array<RunnerRow, 16> kRunners = {{
+constexpr std::array<RunnerRow, 15> kRunners = {{
     {CommandId::status, &RunStatus},
     {CommandId::cookieGet, &RunCookie},
     {CommandId::cookieSet, &RunCookie},
@@ -46,19 +44,10 @@ constexpr std::array<RunnerRow, 16> kRunners = {{
     {CommandId::ping, &RunPing},
     {CommandId::registerComponent, &RunRegister},
     {CommandId::unregisterComponent, &RunUnregister},
-    {CommandId::traceOn, &RunTraced},
 }};
 
-void SayWrong(const CommandContext& context, std::wstring_view message, std::string_view topic)
-{
-    context.Message(message);
-    const std::wstring command = topic.empty() ? std::wstring() : L" " + WideFromUtf8(topic);
-    context.Message(L"try: velt" + command + L" --help");
-}
-
-/// Calls the command; every failure ends here. Nothing when it was used wrongly: a script may end
-/// with the same number.
-std::optional<ExitCode> Call(const CommandLine& line, CommandContext& context)
+/// Calls the command; every failure ends here.
+ExitCode Call(const CommandLine& line, CommandContext& context)
 {
     try
     {
@@ -73,8 +62,8 @@ std::optional<ExitCode> Call(const CommandLine& line, CommandContext& context)
     }
     catch (const WrongUsage& wrong)
     {
-        SayWrong(context, wrong.message, line.command->name);
-        return std::nullopt;
+        context.SayWrong(wrong.message, line.command->name);
+        return ExitCode::usage;
     }
     catch (const CommandFailure& failure)
     {
@@ -87,42 +76,87 @@ std::optional<ExitCode> Call(const CommandLine& line, CommandContext& context)
     return ExitCode::failed;
 }
 
-ExitCode Run(std::span<const std::wstring> arguments, bool json)
+bool IsJson(const ParsedCommandLine& parsed)
 {
-    ParsedCommandLine parsed = ParseCommandLine(arguments);
-    auto* const line = std::get_if<CommandLine>(&parsed);
-    CommandContext context(json || (line && line->json));
-    if (const auto* wrong = std::get_if<UsageError>(&parsed))
-    {
-        SayWrong(context, wrong->message, wrong->topic);
-        return ExitCode::usage;
-    }
-    if (const auto* help = std::get_if<HelpWanted>(&parsed))
-    {
-        context.Output().Write(HelpText(help->topic));
-        return ExitCode::done;
-    }
-    if (!line)
-    {
-        context.Output().Write("velt " VELT_VERSION_TEXT "\n");
-        return ExitCode::done;
-    }
-    line->json = context.IsJson();
-    const std::optional<ExitCode> code = Call(*line, context);
-    if (code && line->command->id != CommandId::traceOn)
-    {
-        context.Finish();
-    }
-    return code.value_or(ExitCode::usage);
+    return std::visit([](const auto& each) { return each.json; }, parsed);
 }
 
-ExitCode RunTraced(const CommandLine& line, CommandContext& context)
+/// The same when it is `trace on`.
+const CommandLine* AsTraceOn(const ParsedCommandLine& parsed) noexcept
 {
-    const TraceWindow window(context.Messages());
+    const auto* const line = std::get_if<CommandLine>(&parsed);
+    return line && line->command->id == CommandId::traceOn ? line : nullptr;
+}
+
+/// The command that `trace on` is to run, as its operands have it; --json may stand before either.
+ParsedCommandLine ParseTraced(const CommandLine& line)
+{
+    ParsedCommandLine parsed = ParseCommandLine(line.operands);
+    bool json = line.json || IsJson(parsed);
+    const bool again = AsTraceOn(parsed) != nullptr;
+    while (const CommandLine* const inner = AsTraceOn(parsed))
+    {
+        ParsedCommandLine innermost = ParseCommandLine(inner->operands);
+        parsed = std::move(innermost);
+        json = json || IsJson(parsed);
+    }
+    if (again)
+    {
+        parsed = UsageError{L"the trace is on already", std::string(line.command->name)};
+    }
+    std::visit([json](auto& each) { each.json = json; }, parsed);
+    return parsed;
+}
+
+/// What was asked for, `trace on` apart.
+ExitCode Run(const ParsedCommandLine& parsed)
+{
+    CommandContext context(IsJson(parsed));
+    ExitCode code = ExitCode::done;
+    if (const auto* wrong = std::get_if<UsageError>(&parsed))
+    {
+        context.SayWrong(wrong->message, wrong->topic);
+        code = ExitCode::usage;
+    }
+    else if (const auto* help = std::get_if<HelpWanted>(&parsed))
+    {
+        std::string text = HelpText(help->topic);
+        context.Results().Add("help", text);
+        context.SetAnswer(std::move(text));
+    }
+    else if (const auto* line = std::get_if<CommandLine>(&parsed))
+    {
+        code = Call(*line, context);
+    }
+    else
+    {
+        context.Results().Add("version", VELT_VERSION_TEXT);
+        context.SetAnswer("velt " VELT_VERSION_TEXT "\n");
+    }
+    context.Finish(code);
+    return code;
+}
+
+ExitCode RunTraced(const CommandLine& line)
+{
+    const Console messages(STD_ERROR_HANDLE);
+    const ParsedCommandLine traced = ParseTraced(line);
+    std::optional<TraceWindow> window;
+    try
+    {
+        window.emplace(messages);
+    }
+    catch (const CommandFailure& failure)
+    {
+        CommandContext context(IsJson(traced));
+        context.Fail(failure);
+        context.Finish(ExitCode::failed);
+        return ExitCode::failed;
+    }
     ::SetEnvironmentVariableW(L"VELT_TRACE", nullptr); // it would switch the component's trace off
     UTrace::State state; // the libraries in this program are traced as well
     UTrace::StartUp();
-    return Run(line.operands, line.json);
+    return Run(traced);
 }
 
 int Main(std::span<wchar_t* const> arguments) noexcept
@@ -130,8 +164,10 @@ int Main(std::span<wchar_t* const> arguments) noexcept
     SearchSystemFolderOnly();
     try
     {
-        return static_cast<int>(
-            Run(std::vector<std::wstring>(arguments.begin(), arguments.end()), false));
+        const std::vector<std::wstring> words(arguments.begin(), arguments.end());
+        const ParsedCommandLine parsed = ParseCommandLine(words);
+        const CommandLine* const traceOn = AsTraceOn(parsed);
+        return static_cast<int>(traceOn ? RunTraced(*traceOn) : Run(parsed));
     }
     catch (...)
     {

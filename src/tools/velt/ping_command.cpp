@@ -1,6 +1,5 @@
 #include "connection/connection_probe.h"
 #include "foundation/wide_text.h"
-#include "internet/parse_url.h"
 #include "tools/velt/commands.h"
 
 #include <winsock2.h>
@@ -69,17 +68,8 @@ bool AskSystem(const ConnectionProbe& probe, Report& results)
 
 bool Connect(const ConnectionProbe& probe, const std::wstring& url, Report& results)
 {
-    ServiceType service{};
-    std::wstring server;
-    std::wstring object;
-    INTERNET_PORT port = 0;
-    if (!ParseURL(url.c_str(), service, server, object, port) || server.empty() ||
-        (service != ServiceType::http && service != ServiceType::https))
-    {
-        throw WrongUsage{L"not an http or https URL: " + url};
-    }
     DWORD state = 0;
-    const HRESULT hr = probe.CheckConnection(url.c_str(), &state);
+    const HRESULT hr = probe.CheckConnection(RequireHttpUrl(url).c_str(), &state);
     results.Add("url", Utf8FromWide(url));
     results.Add("connected", hr == S_OK);
     results.Add("state", static_cast<std::int64_t>(state));
@@ -105,6 +95,10 @@ ExitCode RunPing(const CommandLine& line, CommandContext& context)
     if (!timeoutMs)
     {
         throw WrongUsage{L"not a number of milliseconds: " + line.Value("timeout")};
+    }
+    if (!line.operands.empty() && line.operands[0].empty())
+    {
+        throw WrongUsage{L"an empty text is no host"}; // to the system it is this machine
     }
     const ConnectionProbe probe;
     if (line.operands.empty())

@@ -6,8 +6,8 @@ namespace velt::tool
 {
 ExitCode RunSafe(const CommandLine& line, CommandContext& context)
 {
+    const _bstr_t url(RequireHttpUrl(line.operands[0]).c_str());
     const ServiceHost service;
-    const _bstr_t url(line.operands[0].c_str());
     const _bstr_t name(line.operands[1].c_str());
     if (line.Has("domain"))
     {

@@ -1,4 +1,5 @@
 #include "foundation/library_utils.h"
+#include "foundation/wide_text.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/component.h"
 #include "tools/velt/full_path.h"
@@ -62,8 +63,14 @@ ExitCode RunScript(const CommandLine& line, CommandContext& context)
     context.Results().Add("output", ReportValue{object.Lines()});
     if (host.QuitCode())
     {
-        context.Results().Add("exitCode", static_cast<std::int64_t>(*host.QuitCode()));
         return static_cast<ExitCode>(*host.QuitCode());
+    }
+    if (const auto& failure = host.Failure())
+    {
+        context.Results().Add("line", failure->line);
+        context.Results().Add("column", failure->column);
+        context.Results().Add("description", Utf8FromWide(failure->description));
+        context.Results().Add("source", Utf8FromWide(failure->source));
     }
     Require(hr, L"the script");
     return ExitCode::done;

@@ -62,7 +62,11 @@ HRESULT ScriptHost::Run(const std::wstring& script)
     ExceptionTexts exception;
     const HRESULT hr = m_parser->ParseScriptText(script.c_str(), nullptr, nullptr, nullptr, 0, 0,
                                                  SCRIPTTEXT_ISVISIBLE, nullptr, &exception);
-    return m_error == S_OK && !m_exitCode ? hr : m_error;
+    if (m_failure)
+    {
+        return m_failure->code;
+    }
+    return m_exitCode ? S_OK : hr;
 }
 
 void ScriptHost::CallFunction(const std::wstring& name, std::vector<_variant_t> arguments)
@@ -172,13 +176,16 @@ STDMETHODIMP ScriptHost::OnScriptError(IActiveScriptError* error)
     LONG column = 0;
     error->GetExceptionInfo(&exception);
     error->GetSourcePosition(&context, &line, &column);
-    if (m_error == S_OK)
+    const ScriptFailure failure{FAILED(exception.scode) ? exception.scode : E_FAIL,
+                                exception.bstrSource ? exception.bstrSource : L"",
+                                exception.bstrDescription ? exception.bstrDescription : L"",
+                                std::int64_t{line} + 1, std::int64_t{column} + 1};
+    m_context.Message(m_file + L"(" + std::to_wstring(failure.line) + L", " +
+                      std::to_wstring(failure.column) + L"): " + failure.description);
+    if (!m_failure)
     {
-        m_error = FAILED(exception.scode) ? exception.scode : E_FAIL;
+        m_failure = failure;
     }
-    const std::wstring text = exception.bstrDescription ? exception.bstrDescription : L"";
-    m_context.Message(m_file + L"(" + std::to_wstring(line + 1) + L", " +
-                      std::to_wstring(column + 1) + L"): " + text);
     return S_OK;
 }
 

@@ -8,12 +8,23 @@
 #include <comutil.h>
 #include <wrl/client.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace velt::tool
 {
+/// What a script has failed with, and where. Lines and columns count from 1.
+struct ScriptFailure
+{
+    HRESULT code;
+    std::wstring source; // what reports it, such as the engine
+    std::wstring description;
+    std::int64_t line;
+    std::int64_t column;
+};
+
 /// Hosts one of the system's script engines on the current thread, which has initialised COM. It
 /// lives in its owner's scope: references on it do not keep it alive. Everything throws
 /// CommandFailure.
@@ -44,6 +55,12 @@ public:
         m_exitCode = exitCode;
     }
 
+    /// The first failure that the script did not handle.
+    const std::optional<ScriptFailure>& Failure() const noexcept
+    {
+        return m_failure;
+    }
+
     /// What the script has given to Quit.
     std::optional<int> QuitCode() const noexcept
     {
@@ -68,7 +85,7 @@ public:
 private:
     const std::wstring m_file;
     const CommandContext& m_context;
-    HRESULT m_error = S_OK; // of the script, the first one
+    std::optional<ScriptFailure> m_failure;
     std::optional<int> m_exitCode;
     std::vector<std::pair<std::wstring, IDispatch*>> m_objects; // the callers'
     Microsoft::WRL::ComPtr<IActiveScript> m_engine;

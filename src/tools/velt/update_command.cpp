@@ -109,6 +109,16 @@ private:
     const SinkConnection m_connection; // goes first
 };
 
+/// Whether there is an update agent, which may be of any product's.
+bool IsAgentInstalled(const ServiceHost& service)
+{
+    VARIANT_BOOL installed = VARIANT_FALSE;
+    Require(service->IsUpdateOrMessageAvailable(nullptr, nullptr, kDefaultLocale, VARIANT_FALSE,
+                                                &installed),
+            L"the question for an update agent");
+    return installed == VARIANT_TRUE;
+}
+
 void StartWork(const CommandLine& line, const ServiceHost& service)
 {
     if (line.operands.empty())
@@ -127,24 +137,33 @@ void StartWork(const CommandLine& line, const ServiceHost& service)
 
 ExitCode Start(const CommandLine& line, CommandContext& context)
 {
-    const bool queued = line.Has("background") || line.operands.empty();
     if (!line.operands.empty())
     {
         ProductOf(line); // before anything begins
+    }
+    if (!line.Has("wait") && (line.Has("background") || line.operands.empty()))
+    {
+        throw WrongUsage{L"queued work ends with this process: --wait lets it be done"};
     }
     const DWORD limitMs = NumberOf(line, "timeout", kDefaultTimeoutS, kLongestTimeoutS) * 1000;
     const Interrupt interrupt;
     const ServiceHost service;
     const EventLog log(service, context);
+    const bool installed = IsAgentInstalled(service);
+    context.Results().Add("agent", installed);
+    if (!installed)
+    {
+        context.Results().Add("ended", false);
+        context.Results().Add("events", ReportValue{ReportValue::Texts()});
+        context.SetAnswer({});
+        context.Message(L"no update agent is installed");
+        return ExitCode::no;
+    }
     StartWork(line, service);
     bool ended = !log.Events().empty();
     if (line.Has("wait"))
     {
         ended = WaitWithMessages([&] { return !log.Events().empty(); }, interrupt.Event(), limitMs);
-    }
-    else if (queued)
-    {
-        context.Message(L"the work is queued and ends with this process; --wait lets it be done");
     }
     context.Results().Add("ended", ended);
     context.Results().Add("events", ReportValue{log.Events()});

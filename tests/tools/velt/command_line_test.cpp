@@ -135,13 +135,21 @@ TEST_CASE("ParseCommandLine: says what is wrong and where help is", "[tools]")
         {{}, L"a command is missing", ""},
         {{L"--json"}, L"a command is missing", ""},
         {{L"nonsense"}, L"no such command: nonsense", ""},
-        {{L"STATUS"}, L"no such command: STATUS", ""},
+        {{L"STATUS"}, L"no such command: STATUS; did you mean status?", ""},
+        {{L"ftech"}, L"no such command: ftech; did you mean fetch?", ""},
+        {{L"--verison"}, L"no such command: --verison; did you mean --version?", ""},
+        {{L"cookie", L"gte"}, L"no such command: cookie gte; did you mean cookie get?", "cookie"},
+        {{L"help", L"colection"}, L"no such command: colection; did you mean collection?", ""},
+        {{L"fetch", L"u", L"--ouput", L"x"},
+         L"no such option: --ouput; did you mean --output?",
+         "fetch"},
+        {{L"cookie", L"--json"}, L"more is needed after cookie", "cookie"},
         {{L"--nonsense"}, L"no such command: --nonsense", ""},
         {{L"cookie"}, L"more is needed after cookie", "cookie"},
         {{L"cookie", L"eat"}, L"no such command: cookie eat", "cookie"},
         {{L"status", L"x"}, L"too much: x", "status"},
         {{L"status", L"--nope"}, L"no such option: --nope", "status"},
-        {{L"status", L"--json=1"}, L"no such option: --json", "status"},
+        {{L"status", L"--json=1"}, L"--json takes no value", "status"},
         {{L"fetch"}, L"more is needed: URL...", "fetch"},
         {{L"fetch", L"u", L"--verb"}, L"--verb needs a value: VERB", "fetch"},
         {{L"unregister", L"--user=1"}, L"--user takes no value", "unregister"},
@@ -152,6 +160,20 @@ TEST_CASE("ParseCommandLine: says what is wrong and where help is", "[tools]")
     const UsageError error = Wrong(row.words);
     CHECK(error.message == row.message);
     CHECK(error.topic == row.topic);
+}
+
+TEST_CASE("ParseCommandLine: --json counts also where the rest is not understood", "[tools]")
+{
+    CHECK(Wrong({L"nonsense", L"--json"}).json);
+    CHECK(Wrong({L"--json", L"nonsense"}).json);
+    CHECK(Wrong({L"fetch", L"u", L"--nope", L"--json"}).json);
+    CHECK(Wrong({L"cookie", L"--json"}).json);
+    CHECK(Wrong({L"status", L"x", L"--json"}).json);
+    CHECK_FALSE(Wrong({L"status", L"x"}).json);
+    CHECK_FALSE(Wrong({L"nonsense", L"--", L"--json"}).json);
+    CHECK(std::get<HelpWanted>(ParseCommandLine(Words{L"help", L"--json"})).json);
+    CHECK(std::get<HelpWanted>(ParseCommandLine(Words{L"fetch", L"-h", L"--json"})).json);
+    CHECK(std::get<VersionWanted>(ParseCommandLine(Words{L"--version", L"--json"})).json);
 }
 
 TEST_CASE("ParseNumber: decimal digits of the range only", "[tools]")

@@ -321,6 +321,19 @@ TEST_CASE("velt fetch: many at once into a folder", "[tools]")
     CHECK_FALSE(Contains(result.output, "\n{"));
 }
 
+TEST_CASE("velt fetch: as JSON without a file it says what the body was, and prints none",
+          "[tools]")
+{
+    const ProgramResult result =
+        RunVelt({L"fetch", L"--json", Url(L"/plain.txt"), Url(L"/nope"), Url(L"/body-8193")});
+    CHECK(result.exitCode == 1);
+    CHECK(Contains(result.output, "/plain.txt\",\"status\":200,\"bytes\":11},"));
+    CHECK(Contains(result.output, "/nope\",\"status\":404},"));
+    CHECK(
+        result.output.ends_with("/body-8193\",\"status\":200,\"bytes\":8193}],\"exitCode\":1}\n"));
+    CHECK_FALSE(Contains(result.output, "plain text"));
+}
+
 TEST_CASE("velt fetch: a body on its way never takes another file's name", "[tools]")
 {
     const TempFolder folder(L"names");

@@ -143,7 +143,15 @@ TEST_CASE("velt: wrong usage is a message and code 2", "[tools]")
              {L"update", L"start", L"{x}"},
              {L"script", L"file.txt"},
              {L"fetch", L"no-url"},
-             {L"fetch", L"u", L"--json"},
+             {L"ping", L""},
+             {L"trace", L"on", L"trace", L"on", L"status"},
+             {L"cookie", L"get", L"nonsense"},
+             {L"cookie", L"set", L"http://", L"name", L"value"},
+             {L"safe", L"get", L"ftp://host/", L"name"},
+             {L"safe", L"set", L"host", L"name", L"value"},
+             {L"update", L"start"},
+             {L"update", L"start", L"{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}", L"1",
+              L"--background"},
              {L"fetch", L"--output", L"x", L"--folder", L"y", L"http://h/"},
              {L"fetch", L"--output", L"x", L"http://h/", L"http://h/"}})
     {
@@ -162,6 +170,45 @@ TEST_CASE("velt: says its version", "[tools]")
     CHECK(result.output.starts_with("velt 12."));
 }
 
+TEST_CASE("velt: as JSON also wrong usage, help and the version are one object", "[tools]")
+{
+    const auto [arguments, output] = GENERATE(table<std::vector<std::wstring>, std::string>({
+        {{L"--json", L"statsu"},
+         R"({"failed":"usage","code":"0x80070057",)"
+         R"("text":"no such command: statsu; did you mean status?","exitCode":2})"},
+        {{L"fetch", L"u", L"--nope", L"--json"},
+         R"({"failed":"usage","code":"0x80070057","text":"no such option: --nope","exitCode":2})"},
+        {{L"ping", L"", L"--json"},
+         R"({"failed":"usage","code":"0x80070057",)"
+         R"("text":"an empty text is no host","exitCode":2})"},
+        {{L"trace", L"on", L"trace", L"on", L"status", L"--json"},
+         R"({"failed":"usage","code":"0x80070057",)"
+         R"("text":"the trace is on already","exitCode":2})"},
+        {{L"--version", L"--json"}, R"({"version":")" VELT_VERSION_TEXT R"(","exitCode":0})"},
+    }));
+    const ProgramResult result = RunVelt(arguments);
+    CHECK(result.output == output + "\n");
+    CHECK(result.output.find("\"exitCode\":" + std::to_string(result.exitCode) + "}") !=
+          std::string::npos);
+    CHECK(RunVelt({L"help", L"fetch", L"--json"})
+              .output.starts_with("{\"help\":\"usage: velt fetch "));
+}
+
+TEST_CASE("velt: every failure has a text, and the text no gap", "[tools]")
+{
+    const CopiedProgram program;
+    program.Folder().Write(L"VeltHTTPClient12OEM.dll", "text");
+    ProgramResult result = RunVelt({L"collection"}, program.Path());
+    INFO(result.messages);
+    CHECK(Contains(result.messages, "(0x800700C1)"));
+    CHECK_FALSE(Contains(result.messages, "%1"));
+    program.Folder().Write(L"x.txt", "");
+    result =
+        RunVelt({L"--json", L"script", L"--engine", L"No.Such", program.Folder().File(L"x.txt")});
+    CHECK(Contains(result.output, "\"code\":\"0x800401F3\""));
+    CHECK_FALSE(Contains(result.output, "\"text\":\"\""));
+}
+
 TEST_CASE("velt collection: uses every operation once", "[tools]")
 {
     const ProgramResult result =
@@ -173,7 +220,7 @@ TEST_CASE("velt collection: uses every operation once", "[tools]")
     CHECK(Contains(result.output, "countAfterRemove: 4\ncountAfterClear: 0\n"));
     CHECK(RunVelt({L"collection", L"--json", L"*.exe"}).output ==
           "{\"count\":1,\"items\":[\"*.exe\"],\"enumerated\":[\"*.exe\"],"
-          "\"countAfterRemove\":0,\"countAfterClear\":0}\n");
+          "\"countAfterRemove\":0,\"countAfterClear\":0,\"exitCode\":0}\n");
     CHECK(Contains(RunVelt({L"collection"}).output, "count: 0\n"));
 }
 
@@ -303,7 +350,7 @@ TEST_CASE("velt proxy: nothing without settings", "[tools]")
     const ProgramResult result = RunVelt({L"proxy"});
     CHECK(result.exitCode == 1);
     CHECK(result.output == "proxy: none\n");
-    CHECK(RunVelt({L"proxy", L"--json"}).output == "{\"proxy\":null}\n");
+    CHECK(RunVelt({L"proxy", L"--json"}).output == "{\"proxy\":null,\"exitCode\":1}\n");
 }
 
 TEST_CASE("velt proxy: what discovery found and from where", "[tools]")
@@ -338,7 +385,8 @@ TEST_CASE("velt ping: echoes, and says no in time", "[tools]")
     result = RunVelt({L"ping", L"127.255.255.255", L"--timeout", L"100", L"--json"});
     CHECK(result.exitCode == 1);
     CHECK(result.output ==
-          "{\"host\":\"127.255.255.255\",\"address\":\"127.255.255.255\",\"answered\":false}\n");
+          "{\"host\":\"127.255.255.255\",\"address\":\"127.255.255.255\",\"answered\":false,"
+          "\"exitCode\":1}\n");
     result = RunVelt({L"ping", L"no.such.host.invalid"});
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "no.such.host.invalid: "));
@@ -368,12 +416,19 @@ TEST_CASE("velt eula show: a file that is missing fails before a dialog comes", 
 
 TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
 {
-    const bool accept = GENERATE(true, false);
+    const auto [accept, translated] =
+        GENERATE(table<bool, bool>({{true, true}, {false, true}, {true, false}}));
     const TempFolder folder;
     folder.Write(L"agreement.rtf", kSmallAgreement);
     folder.Write(L"texts.xml", "<texts><RECORD><k>i_accept</k><v>Yes, I do</v></RECORD></texts>");
-    ProgramRun run({L"eula", L"show", L"--agreement", folder.File(L"agreement.rtf"), L"--texts",
-                    folder.File(L"texts.xml")});
+    std::vector<std::wstring> arguments{L"eula", L"show", L"--agreement",
+                                        folder.File(L"agreement.rtf")};
+    if (translated)
+    {
+        arguments.insert(arguments.end(), {L"--texts", folder.File(L"texts.xml")});
+    }
+    const std::wstring caption = translated ? L"Yes, I do" : L"I &accept";
+    ProgramRun run(arguments);
     HWND accepting = nullptr; // the radio button, once it has its text
     const ULONGLONG limit = ::GetTickCount64() + kWaitLimitMs;
     while (!accepting && ::GetTickCount64() < limit)
@@ -384,7 +439,7 @@ TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
             wchar_t text[20] = {};
             if (button && ::IsWindowVisible(window) &&
                 ::SendMessageW(button, WM_GETTEXT, 20, reinterpret_cast<LPARAM>(text)) > 0 &&
-                std::wstring(text) == L"Yes, I do")
+                std::wstring(text).starts_with(caption))
             {
                 accepting = button;
             }

@@ -1,5 +1,6 @@
 // velt register and unregister in a registry of their own: afterwards it is as before.
 
+#include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/component_registration.h"
 #include "tests/support/edition.h"
@@ -192,10 +193,13 @@ TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
                         folder.File(L"VeltHTTPClient12OEM.dll").c_str(), FALSE));
     REQUIRE(RunVelt({L"register"}, program).exitCode == 0);
     const Classes registered;
-    const ProgramResult result = RunVelt({L"unregister"});
+    const std::string library = velt::Utf8FromWide(folder.File(L"VeltHTTPClient12OEM.dll"));
+    ProgramResult result = RunVelt({L"unregister"});
     CHECK(result.exitCode == 1);
-    CHECK(result.messages.starts_with("velt: another copy is registered, and stays so: "));
+    CHECK(result.messages == "velt: another copy is registered, and stays so: " + library + "\n");
     CheckSame(registered);
+    result = RunVelt({L"status"});
+    CHECK(result.output.find("registeredForMachine: " + library + "\n") != std::string::npos);
     CHECK(RunVelt({L"unregister"}, program).exitCode == 0);
     CheckSame(before);
 }

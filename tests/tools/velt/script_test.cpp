@@ -86,11 +86,14 @@ TEST_CASE("velt script: as JSON there is one object, whatever the script ends wi
               "{\"output\":[\"a 1\",\"\"],\"exitCode\":" + std::string(code) + "}\n");
         CHECK(result.messages.empty());
     }
-    CHECK(run("").output == "{\"output\":[]}\n");
-    const ProgramResult failed = run("WScript.Echo('before'); nope();");
+    CHECK(run("").output == "{\"output\":[],\"exitCode\":0}\n");
+    const ProgramResult failed = run("WScript.Echo('before');\n   throw new Error(7, 'too hot');");
     CHECK(failed.exitCode == 3);
-    CHECK(failed.output.starts_with(
-        "{\"output\":[\"before\"],\"failed\":\"the script\",\"code\":\"0x"));
+    INFO(failed.output);
+    CHECK(failed.output.starts_with("{\"output\":[\"before\"],\"line\":2,\"column\":"));
+    CHECK(failed.output.find(",\"description\":\"too hot\",\"source\":\"") != std::string::npos);
+    CHECK(failed.output.find(",\"failed\":\"the script\",\"code\":\"0x") != std::string::npos);
+    CHECK(failed.output.ends_with(",\"exitCode\":3}\n"));
 }
 
 TEST_CASE("velt script: Echo shows null, and a value that has no text is a failure", "[tools]")

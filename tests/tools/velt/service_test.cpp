@@ -87,15 +87,30 @@ TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
     CHECK(result.exitCode == 0);
     CHECK(result.output == "name=value\n");
     CHECK(RunVelt({L"cookie", L"get", url, L"--json"}).output ==
-          "{\"url\":\"http://cookies.velt.example/\",\"cookies\":\"name=value\"}\n");
+          "{\"url\":\"http://cookies.velt.example/\",\"cookies\":\"name=value\","
+          "\"exitCode\":0}\n");
 }
 
-TEST_CASE("velt cookie: a wrong URL keeps nothing, and says so", "[tools]")
+TEST_CASE("velt cookie and safe: a wrong URL is wrong usage, not a name without a value", "[tools]")
 {
-    const ProgramResult result = RunVelt({L"cookie", L"set", L"nonsense", L"name", L"value"});
+    for (const std::vector<std::wstring>& arguments :
+         std::vector<std::vector<std::wstring>>{{L"cookie", L"get", L"nonsense"},
+                                                {L"cookie", L"set", L"nonsense", L"name", L"value"},
+                                                {L"safe", L"get", L"nonsense", L"name"},
+                                                {L"safe", L"set", L"nonsense", L"name", L"value"}})
+    {
+        const ProgramResult result = RunVelt(arguments);
+        CHECK(result.exitCode == 2);
+        CHECK(result.messages.starts_with("velt: not an http or https URL: nonsense\n"));
+    }
+}
+
+TEST_CASE("velt cookie: one that the store refuses is not kept, and that is said", "[tools]")
+{
+    const ProgramResult result = RunVelt(
+        {L"cookie", L"set", L"http://kept.velt.example/", L"name", L"v; domain=other.example"});
     CHECK(result.exitCode == 1);
     CHECK(result.messages == "velt: the cookie store did not keep the cookie\n");
-    CHECK(RunVelt({L"cookie", L"get", L"nonsense"}).exitCode == 1);
 }
 
 TEST_CASE("velt safe: values of any text survive, with and without a domain", "[tools]")
@@ -116,25 +131,39 @@ TEST_CASE("velt safe: values of any text survive, with and without a domain", "[
               .exitCode == 0);
     CHECK(
         RunVelt({L"safe", L"get", L"http://other.domain.velt.example/", L"n", L"--json"}).output ==
-        "{\"url\":\"http://other.domain.velt.example/\",\"name\":\"n\",\"value\":\"v\"}\n");
+        "{\"url\":\"http://other.domain.velt.example/\",\"name\":\"n\",\"value\":\"v\","
+        "\"exitCode\":0}\n");
 }
 
-TEST_CASE("velt safe: a wrong URL keeps nothing, and says so", "[tools]")
+TEST_CASE("velt safe: a value that no cookie can hold is not kept, and that is said", "[tools]")
 {
-    const ProgramResult result = RunVelt({L"safe", L"set", L"nonsense", L"n", L"v", L"--json"});
+    const std::wstring url = L"http://long.velt.example/";
+    const ProgramResult result =
+        RunVelt({L"safe", L"set", url, L"n", std::wstring(8000, L'v'), L"--json"});
     CHECK(result.exitCode == 1);
-    CHECK(result.output == "{\"url\":\"nonsense\",\"name\":\"n\",\"kept\":false}\n");
+    CHECK(result.output == "{\"url\":\"http://long.velt.example/\",\"name\":\"n\","
+                           "\"kept\":false,\"exitCode\":1}\n");
     CHECK(result.messages == "velt: the cookie store did not keep the value\n");
 }
 
-TEST_CASE("velt update: without an agent the answer is no, and work ends at once", "[tools]")
+TEST_CASE("velt update: without an agent the answer is no, and nothing is begun", "[tools]")
 {
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0"}).exitCode == 1);
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0", L"--offline"}).output ==
           "available: no\n");
-    const ProgramResult result = RunVelt({L"update", L"start", kProduct, L"3.0", L"--wait"});
-    CHECK(result.exitCode == 0);
-    CHECK(result.output == kEvent);
+    for (const std::vector<std::wstring>& arguments : std::vector<std::vector<std::wstring>>{
+             {L"update", L"start", kProduct, L"3.0"},
+             {L"update", L"start", kProduct, L"3.0", L"--wait"},
+             {L"update", L"start", kProduct, L"3.0", L"--background", L"--wait"},
+             {L"update", L"start", L"--wait"}})
+    {
+        const ProgramResult result = RunVelt(arguments);
+        CHECK(result.exitCode == 1);
+        CHECK(result.output.empty());
+        CHECK(result.messages == "velt: no update agent is installed\n");
+    }
+    CHECK(RunVelt({L"update", L"start", kProduct, L"3.0", L"--json"}).output ==
+          "{\"agent\":false,\"ended\":false,\"events\":[],\"exitCode\":1}\n");
 }
 
 TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
@@ -146,8 +175,8 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
     result = RunVelt({L"update", L"start", kProduct, L"3.0", L"--locale", L"1031", L"--description",
                       L"Product", L"--json"});
     CHECK(result.exitCode == 0);
-    CHECK(result.output == "{\"ended\":true,\"events\":[\"self_upgrade "
-                           "{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\"]}\n");
+    CHECK(result.output == "{\"agent\":true,\"ended\":true,\"events\":[\"self_upgrade "
+                           "{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\"],\"exitCode\":0}\n");
     CHECK(HasCall(agent, "SetLanguage {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B} 1031"));
     // The agent lives as long as the window that it has shown.
     const HWND window = ::FindWindowW(nullptr, L"Software Manager");
@@ -164,11 +193,11 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
     const ProgramResult early =
         RunVelt({L"update", L"start", L"--wait", L"--timeout", L"1", L"--json"});
     CHECK(early.exitCode == 1);
-    CHECK(early.output == "{\"ended\":false,\"events\":[]}\n");
+    CHECK(early.output == "{\"agent\":true,\"ended\":false,\"events\":[],\"exitCode\":1}\n");
     CHECK(early.messages == "velt: the work has not ended in time\n");
     const ProgramResult unattended =
         RunVelt({L"update", L"start", kProduct, L"3.0", L"--background"});
-    CHECK(unattended.exitCode == 0);
+    CHECK(unattended.exitCode == 2);
     CHECK(Contains(unattended.messages, "ends with this process"));
     result = queued.Wait();
     CHECK(result.exitCode == 0);
