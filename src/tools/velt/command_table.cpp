@@ -11,6 +11,10 @@ constexpr std::array<OptionRow, 2> kCommonOptions = {{
     {"help", "", "print how to use the command"},
 }};
 
+constexpr std::array<OptionRow, 1> kStatusOptions = {{
+    {"tag", "", "also the machine's service tag, which can take seconds"},
+}};
+
 constexpr std::array<OptionRow, 1> kDomainOption = {{
     {"domain", "D", "domain that the cookie is for, such as .example.com"},
 }};
@@ -60,17 +64,12 @@ constexpr std::array<OptionRow, 1> kUserOption = {{
 }};
 
 constexpr std::array<CommandRow, 16> kCommands = {{
-    {CommandId::status,
-     "status",
-     "",
-     0,
-     0,
-     "what the component and the machine are like",
-     "Prints whether the component's last update work found the machine online, the\n"
-     "address of the redirect service, the cookie domain, the serial number of the\n"
-     "machine, where the component is registered, and its version and file.\n",
-     {},
-     false},
+    {CommandId::status, "status", "", 0, 0, "what the component and the machine are like",
+     "Looks at the library beside this program, at what is registered for each kind\n"
+     "of programs, at the update agent, the trace viewer, the connection and the\n"
+     "proxy. Each finding is ok, a warning or an error, and says what to do. Exit\n"
+     "code 1 when there is an error.\n",
+     kStatusOptions, false},
     {CommandId::cookieGet,
      "cookie get",
      "URL",

@@ -5,6 +5,8 @@
 #include "server/registration.h"
 #include "tools/velt/command_context.h"
 
+#include <algorithm>
+#include <string_view>
 #include <vector>
 
 using Microsoft::WRL::ComPtr;
@@ -14,6 +16,7 @@ namespace velt::tool
 namespace
 {
 constexpr wchar_t kFileName[] = L"VeltHTTPClient12OEM.dll";
+constexpr char kClassObjectExport[] = "DllGetClassObject";
 
 /// The processor in an image's header, IMAGE_FILE_MACHINE_...; 0 when it is not an image.
 WORD MachineOf(const std::wstring& path)
@@ -52,6 +55,53 @@ std::wstring OtherEdition(const std::wstring& path)
     }
 }
 
+CommandFailure WithoutClassObjects(const std::wstring& path)
+{
+    return {HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND), path + L", DllGetClassObject"};
+}
+
+/// An image that is mapped as the system would load it, without being loaded.
+class MappedImage
+{
+public:
+    explicit MappedImage(const std::wstring& path)
+        : m_handle(::LoadLibraryExW(path.c_str(), nullptr,
+                                    LOAD_LIBRARY_AS_IMAGE_RESOURCE | LOAD_LIBRARY_AS_DATAFILE))
+    {
+        if (!m_handle.GetModule())
+        {
+            throw LastFailure(path);
+        }
+    }
+
+    bool HasExport(std::string_view name) const noexcept
+    {
+        const auto* const start = At<IMAGE_DOS_HEADER>(0);
+        const auto* const headers = At<IMAGE_NT_HEADERS>(static_cast<DWORD>(start->e_lfanew));
+        const auto& entry = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+        if (entry.Size == 0)
+        {
+            return false;
+        }
+        const auto* const exports = At<IMAGE_EXPORT_DIRECTORY>(entry.VirtualAddress);
+        const auto* const names = At<DWORD>(exports->AddressOfNames);
+        return std::any_of(names, names + exports->NumberOfNames,
+                           [&](DWORD each) { return name == At<char>(each); });
+    }
+
+private:
+    /// What is at an offset from the image's start, as its headers have it.
+    template <class Part>
+    const Part* At(DWORD offset) const noexcept
+    {
+        // The lowest bits of the handle say how it is mapped.
+        const auto start = reinterpret_cast<UINT_PTR>(m_handle.GetModule()) & ~UINT_PTR{3};
+        return reinterpret_cast<const Part*>(start + offset);
+    }
+
+    CLibraryUtils::CLibraryUtilsImpl m_handle;
+};
+
 HMODULE Load(const std::wstring& path)
 {
     // What the library needs comes from its own folder or the system's, never from the current one.
@@ -75,24 +125,60 @@ std::wstring FileBesideProgram(const wchar_t* name)
     return program.substr(0, program.rfind(L'\\') + 1) + name;
 }
 
-Component::Component() : m_path(FileBesideProgram(kFileName)), m_library(Load(m_path)) {}
-
-std::wstring Component::Version() const
+std::wstring FileVersion(const std::wstring& path)
 {
-    const DWORD size = ::GetFileVersionInfoSizeW(m_path.c_str(), nullptr);
+    const DWORD size = ::GetFileVersionInfoSizeW(path.c_str(), nullptr);
     std::vector<std::byte> block(size);
     VS_FIXEDFILEINFO* info = nullptr; // in the block
     UINT length = 0;
-    if (size == 0 || !::GetFileVersionInfoW(m_path.c_str(), 0, size, block.data()) ||
+    if (size == 0 || !::GetFileVersionInfoW(path.c_str(), 0, size, block.data()) ||
         !::VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&info), &length) ||
         length < sizeof(*info))
     {
-        throw LastFailure(m_path);
+        throw LastFailure(path);
     }
     return std::to_wstring(HIWORD(info->dwFileVersionMS)) + L"." +
            std::to_wstring(LOWORD(info->dwFileVersionMS)) + L"." +
            std::to_wstring(HIWORD(info->dwFileVersionLS)) + L"." +
            std::to_wstring(LOWORD(info->dwFileVersionLS));
+}
+
+bool IsOfEdition(const std::wstring& path, bool is64Bit)
+{
+    return MachineOf(path) == (is64Bit ? IMAGE_FILE_MACHINE_AMD64 : IMAGE_FILE_MACHINE_I386);
+}
+
+void RequireEdition(const std::wstring& path, bool is64Bit)
+{
+    if (!IsOfEdition(path, is64Bit))
+    {
+        throw CommandFailure{HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT), path};
+    }
+}
+
+void CheckLibrary(const std::wstring& path)
+{
+    if (::GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+    {
+        throw CommandFailure{HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND), path};
+    }
+    if (!IsOfEdition(path, sizeof(void*) == 8))
+    {
+        throw CommandFailure{HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT), path + OtherEdition(path)};
+    }
+    if (!MappedImage(path).HasExport(kClassObjectExport))
+    {
+        throw WithoutClassObjects(path);
+    }
+}
+
+Component::Component() : Component(OwnPath()) {}
+
+Component::Component(std::wstring path) : m_path(std::move(path)), m_library(Load(m_path)) {}
+
+std::wstring Component::OwnPath()
+{
+    return FileBesideProgram(kFileName);
 }
 
 HRESULT Component::Register() const
@@ -109,10 +195,10 @@ HRESULT Component::Register() const
 void Component::Create(REFCLSID clsid, REFIID iid, void** object) const
 {
     using GetFunction = HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**);
-    const auto getClassObject = FindFunction<GetFunction>(Module(), "DllGetClassObject");
+    const auto getClassObject = FindFunction<GetFunction>(Module(), kClassObjectExport);
     if (!getClassObject)
     {
-        throw LastFailure(m_path + L", DllGetClassObject");
+        throw WithoutClassObjects(m_path);
     }
     ComPtr<IClassFactory> factory;
     Require(getClassObject(clsid, IID_PPV_ARGS(&factory)), L"the class's factory");

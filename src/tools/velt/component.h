@@ -14,12 +14,32 @@ namespace velt::tool
 /// Full path of a file that lies beside the program.
 std::wstring FileBesideProgram(const wchar_t* name);
 
-/// The component's DLL beside the program, registered or not. Everything throws CommandFailure.
-/// Objects must be gone before it is.
+/// A file's version, four numbers. Throws CommandFailure.
+std::wstring FileVersion(const std::wstring& path);
+
+/// Whether a file is an image for programs of that kind.
+bool IsOfEdition(const std::wstring& path, bool is64Bit);
+
+/// Throws CommandFailure for a file that is not.
+void RequireEdition(const std::wstring& path, bool is64Bit);
+
+/// Throws CommandFailure, with the code that loading would fail with, for a file that this process
+/// cannot make objects with, as far as that shows without loading it and what it needs.
+void CheckLibrary(const std::wstring& path);
+
+/// A copy of the component's DLL, registered or not. Everything throws CommandFailure. Objects must
+/// be gone before it is.
 class Component
 {
 public:
+    /// The one beside the program.
     Component();
+
+    /// Another one, by its full path.
+    explicit Component(std::wstring path);
+
+    /// Full path of the one beside the program, whether it is there or not.
+    static std::wstring OwnPath();
 
     Component(const Component&) = delete;
     Component& operator=(const Component&) = delete;
@@ -35,9 +55,6 @@ public:
     {
         return m_path;
     }
-
-    /// Its file's version, four numbers.
-    std::wstring Version() const;
 
     /// What the export DllRegisterServer answers.
     HRESULT Register() const;

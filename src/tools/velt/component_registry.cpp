@@ -4,6 +4,7 @@
 #include "server/registration.h"
 #include "server/type_library_entries.h"
 #include "tools/velt/command_context.h"
+#include "tools/velt/registered_copy.h"
 
 #include <oleauto.h>
 #include <wrl/client.h>
@@ -16,12 +17,6 @@ namespace velt::tool
 {
 namespace
 {
-bool IsSamePath(const std::wstring& a, const std::wstring& b) noexcept
-{
-    return ::CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(),
-                                  static_cast<int>(b.size()), TRUE) == CSTR_EQUAL;
-}
-
 RegistrarReplacements OwnReplacements()
 {
     RegistrarReplacements replacements;

@@ -78,7 +78,6 @@ std::vector<HWND> WindowsOf(DWORD processId)
 std::vector<std::vector<std::wstring>> LibraryCommands(const TempFolder& folder)
 {
     return {{L"--json", L"collection", L"x"},
-            {L"--json", L"status"},
             {L"--json", L"register"},
             {L"--json", L"unregister"},
             {L"--json", L"safe", L"get", L"http://velt.example/", L"name"},
@@ -281,6 +280,39 @@ TEST_CASE("velt: without the library it fails with the system's code", "[tools]"
     }
 }
 
+TEST_CASE("velt status: a library that makes no objects is an error among the findings", "[tools]")
+{
+    const CopiedProgram program;
+    const auto check = [&](const std::string& code) {
+        for (const std::vector<std::wstring>& arguments : std::vector<std::vector<std::wstring>>{
+                 {L"status", L"--json"}, {L"status", L"--json", L"--tag"}})
+        {
+            const ProgramResult result = RunVelt(arguments, program.Path());
+            INFO(result.output);
+            CHECK(result.exitCode == 1);
+            CHECK(result.messages.empty());
+            CHECK(Contains(result.output, "\"code\":\"" + code + "\""));
+            CHECK(
+                Contains(result.output, "{\"level\":\"error\",\"about\":\"library\",\"text\":\""));
+            CHECK(Contains(result.output, "{\"level\":\"ok\",\"about\":\"proxy\""));
+        }
+    };
+    SECTION("none")
+    {
+        check("0x8007007E");
+    }
+    SECTION("not a library at all")
+    {
+        program.Folder().Write(L"VeltHTTPClient12OEM.dll", "text");
+        check("0x800700C1");
+    }
+    SECTION("one without the entry points")
+    {
+        const MessageModule library(program.Folder().File(L"VeltHTTPClient12OEM.dll"), 1, L"x");
+        check("0x8007007F");
+    }
+}
+
 TEST_CASE("velt: libraries of the system come from the system's folder or not at all", "[tools]")
 {
     // Those that are loaded late; a false one lies beside the program.
@@ -321,7 +353,7 @@ TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]"
     SECTION("one without the entry points")
     {
         const MessageModule library(program.Folder().File(L"VeltHTTPClient12OEM.dll"), 1, L"x");
-        for (const wchar_t* const command : {L"collection", L"register", L"status"})
+        for (const wchar_t* const command : {L"collection", L"register"})
         {
             const ProgramResult result = RunVelt({command}, program.Path());
             CHECK(result.exitCode == 3);
@@ -364,6 +396,10 @@ TEST_CASE("velt proxy: what discovery found and from where", "[tools]")
     CHECK(result.output == "proxy: relay:3128\nhost: relay\nport: 3128\nurl: http://relay\n"
                            "from: HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\"
                            "Internet Settings\n");
+    CHECK(
+        Contains(RunVelt({L"status"}).output,
+                 "\nok       the proxy is relay:3128, from HKEY_CURRENT_USER\\Software\\Microsoft\\"
+                 "Windows\\CurrentVersion\\Internet Settings\n"));
     {
         const UserText legacy(kLegacyKey, L"proxy", L"gateway");
         result = RunVelt({L"proxy"});
@@ -480,6 +516,8 @@ TEST_CASE("velt trace on: what arrives is checked, and says nothing to the termi
         window = ::FindWindowW(velt::kTraceViewerClass, nullptr);
         return window && ::GetWindowThreadProcessId(window, &owner) && owner == run.ProcessId();
     }));
+    CHECK(Contains(RunVelt({L"status"}).output, "\nok       a trace viewer is listening: process " +
+                                                    std::to_string(run.ProcessId()) + "\n"));
     SendRecord(window, "a\tb\x1B[2J");
     SendRecord(window, "gr\xFC\xDF");
     const velt::TraceRecord record = velt::EncodeTraceRecord(4, 0, "", "another kind");

@@ -199,7 +199,12 @@ TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
     CHECK(result.messages == "velt: another copy is registered, and stays so: " + library + "\n");
     CheckSame(registered);
     result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
     CHECK(result.output.find("registeredForMachine: " + library + "\n") != std::string::npos);
+    CHECK(result.output.find("\nwarning  " + velt::Utf8FromWide(kEdition.name) +
+                             ", machine: another copy than the one beside this program is used; "
+                             "register the copy that is to be used: velt register\n") !=
+          std::string::npos);
     CHECK(RunVelt({L"unregister"}, program).exitCode == 0);
     CheckSame(before);
 }
@@ -228,4 +233,75 @@ TEST_CASE("velt unregister: a key that must not be changed is a failure", "[tool
         CHECK(result.messages.find("(0x80070005)") != std::string::npos);
     }
     DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+}
+
+TEST_CASE("velt status: a registered copy that makes no objects is an error", "[tools]")
+{
+    const Classes before;
+    const TempFolder folder(L"copy");
+    const std::wstring program = folder.File(L"velt.exe");
+    const std::wstring library = folder.File(L"VeltHTTPClient12OEM.dll");
+    REQUIRE(::CopyFileW(VeltProgram().c_str(), program.c_str(), FALSE));
+    REQUIRE(::CopyFileW(ShippedFile(L"VeltHTTPClient12OEM.dll").c_str(), library.c_str(), FALSE));
+    REQUIRE(RunVelt({L"register"}, program).exitCode == 0);
+    const std::string name = velt::Utf8FromWide(kEdition.name) + ", machine: ";
+    const std::string named = "\nerror    " + name + velt::Utf8FromWide(library);
+
+    WriteText(HKEY_LOCAL_MACHINE, std::wstring(kClassKey) + L"\\InprocServer32", nullptr,
+              L"C:\\other.dll");
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.output.find("\nerror    " + name + "C:\\other.dll: there is no such file; ") !=
+          std::string::npos);
+    CHECK(result.exitCode == 1);
+    WriteText(HKEY_LOCAL_MACHINE, std::wstring(kClassKey) + L"\\InprocServer32", nullptr, library);
+
+    folder.Write(L"VeltHTTPClient12OEM.dll", "text");
+    result = RunVelt({L"status", L"--json"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.find("\"present\":true,\"version\":null,\"own\":false,"
+                             "\"creatable\":false,\"failed\":\"") != std::string::npos);
+    CHECK(result.output.find("\"code\":\"0x800700C1\"") != std::string::npos);
+    CHECK(RunVelt({L"status"}).output.find(named + ": makes no objects: ") != std::string::npos);
+
+    REQUIRE(::DeleteFileW(library.c_str()));
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.find(named + ": there is no such file; register the copy that is to be "
+                                     "used: velt register\n") != std::string::npos);
+    DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+    CheckSame(before);
+}
+
+TEST_CASE("velt status: what is registered for the other edition is told, and not tried", "[tools]")
+{
+    BOOL wow = FALSE;
+    if (!kIs64Bit && !(::IsWow64Process(::GetCurrentProcess(), &wow) && wow))
+    {
+        WARN("this system runs programs of one kind only");
+        return;
+    }
+    HKEY key = nullptr;
+    REQUIRE(::RegCreateKeyExW(HKEY_LOCAL_MACHINE,
+                              (std::wstring(kClassKey) + L"\\InprocServer32").c_str(), 0, nullptr,
+                              0, KEY_ALL_ACCESS | kEdition.otherView, nullptr, &key,
+                              nullptr) == ERROR_SUCCESS);
+    const auto write = [&](const std::wstring& text) {
+        REQUIRE(::RegSetValueExW(
+                    key, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                    static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS);
+    };
+    const std::string other = kIs64Bit ? "32-bit, machine: " : "64-bit, machine: ";
+    write(L"C:\\nowhere.dll");
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.find("\nerror    " + other + "C:\\nowhere.dll: there is no such file") !=
+          std::string::npos);
+    write(ShippedFile(L"VeltHTTPClient12OEM.dll")); // of this edition
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.output.find("(0x800700C1); register the copy") != std::string::npos);
+    ::RegCloseKey(key);
+    ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kClassKey) + L"\\InprocServer32").c_str(),
+                      kEdition.otherView, 0);
+    ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kClassKey, kEdition.otherView, 0);
 }

@@ -1,7 +1,9 @@
 // The commands of velt.exe that use the HTTP service object, with the system's own cookie store and
 // with the sample update agent in its own process.
 
+#include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
+#include "tests/support/edition.h"
 #include "tests/support/sample_agent_server.h"
 #include "tests/support/temp_folder.h"
 #include "tests/tools/velt/velt_program.h"
@@ -37,6 +39,42 @@ bool HasCall(const SampleAgentServer& agent, const std::string& begin)
     return false;
 }
 
+std::string EditionName()
+{
+    return velt::Utf8FromWide(kEdition.name);
+}
+
+/// Another default value of a key of the machine's, until the end of the scope.
+class MachineDefault
+{
+public:
+    MachineDefault(std::wstring key, const std::wstring& text) : m_key(std::move(key))
+    {
+        DWORD bytes = sizeof(m_before);
+        REQUIRE(::RegGetValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr,
+                               m_before, &bytes) == ERROR_SUCCESS);
+        Write(text);
+    }
+
+    MachineDefault(const MachineDefault&) = delete;
+    MachineDefault& operator=(const MachineDefault&) = delete;
+
+    ~MachineDefault()
+    {
+        Write(m_before);
+    }
+
+private:
+    void Write(const std::wstring& text) const
+    {
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, m_key.c_str(), nullptr, REG_SZ, text.c_str(),
+                          static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    }
+
+    const std::wstring m_key;
+    wchar_t m_before[2 * MAX_PATH] = {};
+};
+
 ProgramResult RunScript(const wchar_t* name, const std::string& text)
 {
     const TempFolder folder(L"script");
@@ -50,27 +88,56 @@ TEST_CASE("velt status: what the component and its registration are", "[tools]")
     ProgramResult result = RunVelt({L"status"});
     CHECK(result.exitCode == 0);
     CHECK(result.messages.empty());
-    CHECK(result.output.starts_with("connected: no\nredirect: http://"));
-    CHECK(Contains(result.output, "/redirect/redirect.aspx?\ndomain: \nserviceTag: "));
+    CHECK(Contains(result.output, "version: 12."));
     CHECK(Contains(result.output, "registeredForMachine: none\nregisteredForUser: none\n"
                                   "userHidesMachine: no\n"));
-    CHECK(Contains(result.output, "version: 12."));
+    CHECK(Contains(result.output, "\nwarning  " + EditionName() + ": not registered; "));
+    CHECK_FALSE(Contains(result.output, "serviceTag"));
+    CHECK(Contains(result.output, "\nconnectedFrom: InternetGetConnectedState\n"));
+    result = RunVelt({L"status", L"--tag"});
+    CHECK(result.exitCode == 0);
+    CHECK(Contains(result.output, "\nredirect: http://"));
+    CHECK(Contains(result.output, "/redirect/redirect.aspx?\ndomain: \nserviceTag: "));
     REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
     result = RunVelt({L"status", L"--json"});
-    CHECK(Contains(result.output, "\"connected\":false,"));
     CHECK(Contains(result.output, "\"registeredForMachine\":null,\"registeredForUser\":\""));
     CHECK(Contains(result.output, "\"userHidesMachine\":false"));
     REQUIRE(RunVelt({L"unregister", L"--user"}).exitCode == 0);
 
     // The user's own, registered over the machine's, is what this user's programs get.
     REQUIRE(RunVelt({L"register"}).exitCode == 0);
-    CHECK(Contains(RunVelt({L"status"}).output, "userHidesMachine: no\n"));
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
+    CHECK(Contains(result.output, "userHidesMachine: no\n"));
+    CHECK(Contains(result.output, "\nok       " + EditionName() + ", machine: "));
+    CHECK(Contains(result.output, ": makes objects\n"));
     REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
-    CHECK(Contains(RunVelt({L"status"}).output, "userHidesMachine: yes\n"));
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
+    CHECK(Contains(result.output, "userHidesMachine: yes\n"));
+    CHECK(Contains(result.output, "\nwarning  " + EditionName() + ", user: hides the machine's"));
     REQUIRE(RunVelt({L"register"}).exitCode == 0); // takes the user's away
     result = RunVelt({L"status"});
     CHECK(Contains(result.output, "registeredForUser: none\nuserHidesMachine: no\n"));
     REQUIRE(RunVelt({L"unregister"}).exitCode == 0);
+}
+
+TEST_CASE("velt status: the update agent, and whether its file is there", "[tools]")
+{
+    CHECK(Contains(RunVelt({L"status"}).output, "\nwarning  no update agent is installed; "));
+    const SampleAgentServer agent(kNoUpdate);
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
+    CHECK(Contains(result.output, "\nagentInstalled: yes\nagent: "));
+    CHECK(Contains(result.output, "\nok       the update agent is "));
+    CHECK(agent.Calls().empty()); // it was not started
+    const std::wstring server =
+        L"Software\\Classes\\CLSID\\{D8F219B9-D0C0-470C-8210-74650E79D3DC}\\LocalServer32";
+    const MachineDefault gone(server, L"\"C:\\no where\\agent.exe\" -x");
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 1);
+    CHECK(Contains(result.output,
+                   "\nerror    the update agent's file is missing: C:\\no where\\agent.exe; "));
 }
 
 TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
