@@ -125,9 +125,9 @@ constexpr std::array<CommandRow, 16> kCommands = {{
     {CommandId::script, "script", "FILE [ARGUMENT...]", 1, kAnyNumber,
      "run a JScript or VBScript file",
      "The script creates the component's classes by their ProgIDs, registered or not.\n"
-     "WScript is there with Arguments, ConnectObject, CreateObject, Echo, Quit,\n"
-     "DisconnectObject, ScriptFullName, ScriptName and Sleep. While the script\n"
-     "sleeps, ConnectObject(service, \"on_\") delivers events to functions such as\n"
+     "WScript is there with Arguments, Echo, StdIn, StdOut, StdErr, Sleep, Quit and\n"
+     "what else scripts expect of their host. While the script sleeps,\n"
+     "ConnectObject(service, \"on_\") delivers events to functions such as\n"
      "on_Notify. The exit code is that of Quit; 3 when the script fails. Options\n"
      "stand before FILE.\n",
      kScriptOptions, true},

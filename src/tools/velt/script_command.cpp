@@ -4,7 +4,6 @@
 #include "tools/velt/component.h"
 #include "tools/velt/full_path.h"
 #include "tools/velt/interrupt.h"
-#include "tools/velt/manifest_scope.h"
 #include "tools/velt/script_events.h"
 #include "tools/velt/script_host.h"
 #include "tools/velt/script_object.h"
@@ -42,6 +41,16 @@ std::wstring ReadScript(const std::wstring& file)
     const std::u16string text = DecodeScript(ReadWholeFile(file));
     return {text.begin(), text.end()};
 }
+/// The component's classes are found by the manifest beside the program, which the program's own
+/// manifest depends on; the system leaves it out when it is not there. Throws CommandFailure.
+void RequireManifest()
+{
+    const std::wstring path = FileBesideProgram(L"VeltHTTPClient12OEM.Assembly.manifest");
+    if (::GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+    {
+        throw LastFailure(path);
+    }
+}
 } // namespace
 
 ExitCode RunScript(const CommandLine& line, CommandContext& context)
@@ -52,10 +61,10 @@ ExitCode RunScript(const CommandLine& line, CommandContext& context)
     const CLibraryUtils::SmartComInitializer com;
     const Interrupt interrupt;
     const Component component;
-    const ManifestScope manifest(FileBesideProgram(kManifestName));
+    RequireManifest();
     ScriptHost host(engine, line.operands[0], context);
     ScriptEvents events(component, host);
-    ScriptObject object(host, context, interrupt, events, file,
+    ScriptObject object(host, context, interrupt, component, events, file,
                         {line.operands.begin() + 1, line.operands.end()});
     host.AddObject(L"WScript", &object);
     const HRESULT hr = host.Run(text);

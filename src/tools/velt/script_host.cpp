@@ -47,7 +47,16 @@ ScriptHost::ScriptHost(const std::wstring& engine, std::wstring file, const Comm
 
 ScriptHost::~ScriptHost()
 {
-    m_engine->Close();
+    Close();
+}
+
+void ScriptHost::Close() noexcept
+{
+    if (m_open)
+    {
+        m_engine->Close();
+        m_open = false;
+    }
 }
 
 void ScriptHost::AddObject(const std::wstring& name, IDispatch* object)

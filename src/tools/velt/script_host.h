@@ -40,6 +40,9 @@ public:
     /// Closes the engine, which gives back all objects that the script holds.
     ~ScriptHost();
 
+    /// The same before its end. Any number of calls.
+    void Close() noexcept;
+
     /// Lets the script see an object by its name; the object stays the caller's.
     void AddObject(const std::wstring& name, IDispatch* object);
 
@@ -86,6 +89,7 @@ private:
     const std::wstring m_file;
     const CommandContext& m_context;
     std::optional<ScriptFailure> m_failure;
+    bool m_open = true;
     std::optional<int> m_exitCode;
     std::vector<std::pair<std::wstring, IDispatch*>> m_objects; // the callers'
     Microsoft::WRL::ComPtr<IActiveScript> m_engine;

@@ -1,12 +1,12 @@
 #include "tools/velt/script_object.h"
 
-#include "foundation/exception_to_hresult.h"
+#include "foundation/velt_version.h"
 #include "foundation/wide_text.h"
+#include "server/registration.h"
 #include "tools/velt/message_wait.h"
 #include "tools/velt/variant_text.h"
 
 #include <algorithm>
-#include <array>
 
 using Microsoft::WRL::ComPtr;
 
@@ -14,129 +14,49 @@ namespace velt::tool
 {
 namespace
 {
-enum Member : DISPID
+enum MemberId : DISPID
 {
-    kArguments = 1,
+    kApplication = 1,
+    kArguments,
     kConnectObject,
     kCreateObject,
     kDisconnectObject,
     kEcho,
+    kFullName,
+    kName,
+    kPath,
     kQuit,
     kScriptFullName,
     kScriptName,
     kSleep,
+    kStdErr,
+    kStdIn,
+    kStdOut,
+    kVersion,
 };
 
-enum ArgumentsMember : DISPID
-{
-    kItem = DISPID_VALUE,
-    kCount = 1,
-    kLength,
+constexpr WORD kMethod = DISPATCH_METHOD;
+constexpr WORD kProperty = DISPATCH_PROPERTYGET;
+constexpr std::size_t kMostValues = 1'000'000; // of Echo: more than engines pass
+constexpr ScriptMember kMembers[] = {
+    {L"Application", kApplication, kProperty, 0, 0},
+    {L"Arguments", kArguments, kProperty, 0, 0},
+    {L"ConnectObject", kConnectObject, kMethod, 2, 2},
+    {L"CreateObject", kCreateObject, kMethod, 1, 2},
+    {L"DisconnectObject", kDisconnectObject, kMethod, 1, 1},
+    {L"Echo", kEcho, kMethod, 0, kMostValues},
+    {L"FullName", kFullName, kProperty, 0, 0},
+    {L"Name", kName, kProperty, 0, 0},
+    {L"Path", kPath, kProperty, 0, 0},
+    {L"Quit", kQuit, kMethod, 0, 1},
+    {L"ScriptFullName", kScriptFullName, kProperty, 0, 0},
+    {L"ScriptName", kScriptName, kProperty, 0, 0},
+    {L"Sleep", kSleep, kMethod, 1, 1},
+    {L"StdErr", kStdErr, kProperty, 0, 0},
+    {L"StdIn", kStdIn, kProperty, 0, 0},
+    {L"StdOut", kStdOut, kProperty, 0, 0},
+    {L"Version", kVersion, kProperty, 0, 0},
 };
-
-struct NameRow
-{
-    const wchar_t* name;
-    DISPID id;
-};
-constexpr std::array<NameRow, 9> kNames = {{
-    {L"Arguments", kArguments},
-    {L"ConnectObject", kConnectObject},
-    {L"CreateObject", kCreateObject},
-    {L"DisconnectObject", kDisconnectObject},
-    {L"Echo", kEcho},
-    {L"Quit", kQuit},
-    {L"ScriptFullName", kScriptFullName},
-    {L"ScriptName", kScriptName},
-    {L"Sleep", kSleep},
-}};
-constexpr std::array<NameRow, 3> kArgumentsNames = {{
-    {L"Item", kItem},
-    {L"Count", kCount},
-    {L"length", kLength},
-}};
-
-/// Names do not mind case.
-HRESULT FindName(std::span<const NameRow> rows, const wchar_t* name, DISPID* id) noexcept
-{
-    const auto found = std::find_if(rows.begin(), rows.end(), [&](const NameRow& row) {
-        return ::CompareStringOrdinal(row.name, -1, name, -1, TRUE) == CSTR_EQUAL;
-    });
-    *id = found == rows.end() ? DISPID_UNKNOWN : found->id;
-    return found == rows.end() ? DISP_E_UNKNOWNNAME : S_OK;
-}
-
-HRESULT FindNames(std::span<const NameRow> rows, LPOLESTR* names, UINT count, DISPID* ids) noexcept
-{
-    if (!names || !ids || count == 0)
-    {
-        return E_INVALIDARG;
-    }
-    std::fill(ids, ids + count, DISPID_UNKNOWN); // arguments have no names
-    const HRESULT hr = FindName(rows, names[0], ids);
-    return SUCCEEDED(hr) && count > 1 ? DISP_E_UNKNOWNNAME : hr;
-}
-
-HRESULT QueryDispatch(IDispatch* self, REFIID iid, void** object) noexcept
-{
-    if (!object)
-    {
-        return E_POINTER;
-    }
-    *object = iid == IID_IUnknown || iid == IID_IDispatch ? self : nullptr;
-    return *object ? S_OK : E_NOINTERFACE;
-}
-
-/// A call's arguments, the first one first.
-std::vector<_variant_t> ValuesOf(const DISPPARAMS& parameters)
-{
-    std::vector<_variant_t> values(parameters.cArgs);
-    for (UINT i = 0; i < parameters.cArgs; ++i)
-    {
-        VARIANT& given = parameters.rgvarg[parameters.cArgs - 1 - i];
-        Require(::VariantCopyInd(&values[i], &given), L"an argument");
-    }
-    return values;
-}
-
-/// Runs a call and hands out its result; failures become an exception of the script's.
-template <class Body>
-HRESULT Answer(VARIANT* result, EXCEPINFO* exception, Body&& body) noexcept
-{
-    try
-    {
-        _variant_t value = body();
-        if (result)
-        {
-            *result = value.Detach();
-        }
-        return S_OK;
-    }
-    catch (const CommandFailure& failure)
-    {
-        if (!exception)
-        {
-            return failure.code;
-        }
-        *exception = {};
-        exception->scode = failure.code;
-        exception->bstrSource = ::SysAllocString(L"velt");
-        exception->bstrDescription = ::SysAllocString(failure.what.c_str());
-        return DISP_E_EXCEPTION;
-    }
-    catch (...)
-    {
-        return HResultFromCurrentException();
-    }
-}
-
-void RequireCount(std::size_t count, std::size_t least, std::size_t most)
-{
-    if (count < least || count > most)
-    {
-        throw CommandFailure{DISP_E_BADPARAMCOUNT, L"the number of arguments"};
-    }
-}
 
 /// What is printed of a value; that of an object is its default value.
 std::wstring EchoText(const _variant_t& value)
@@ -153,171 +73,128 @@ IUnknown* ObjectOf(const _variant_t& value)
     }
     return value.punkVal;
 }
+/// The part of a path behind its last backslash, and the one before it.
+std::wstring NameIn(const std::wstring& path)
+{
+    return path.substr(path.rfind(L'\\') + 1);
+}
+
+std::wstring FolderOf(const std::wstring& path)
+{
+    return path.substr(0, path.rfind(L'\\'));
+}
+
+_variant_t Text(const std::wstring& text)
+{
+    return {text.c_str()};
+}
 } // namespace
 
-_variant_t ScriptObject::Arguments::At(const _variant_t& index) const
+void KeptLines::Write(std::string_view text)
 {
-    const long at = VariantNumber(index);
-    if (at < 0 || static_cast<std::size_t>(at) >= m_values.size())
+    while (!text.empty())
     {
-        throw CommandFailure{DISP_E_BADINDEX, L"no such argument"};
-    }
-    return {m_values[static_cast<std::size_t>(at)].c_str()};
-}
-
-STDMETHODIMP ScriptObject::Arguments::QueryInterface(REFIID iid, void** object)
-{
-    return QueryDispatch(this, iid, object);
-}
-
-STDMETHODIMP_(ULONG) ScriptObject::Arguments::AddRef()
-{
-    return 1;
-}
-
-STDMETHODIMP_(ULONG) ScriptObject::Arguments::Release()
-{
-    return 1;
-}
-
-STDMETHODIMP ScriptObject::Arguments::GetTypeInfoCount(UINT* count)
-{
-    *count = 0;
-    return S_OK;
-}
-
-STDMETHODIMP ScriptObject::Arguments::GetTypeInfo(UINT, LCID, ITypeInfo** info)
-{
-    *info = nullptr;
-    return DISP_E_BADINDEX;
-}
-
-STDMETHODIMP ScriptObject::Arguments::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID,
-                                                    DISPID* ids)
-{
-    return FindNames(kArgumentsNames, names, count, ids);
-}
-
-STDMETHODIMP ScriptObject::Arguments::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* parameters,
-                                             VARIANT* result, EXCEPINFO* exception, UINT*)
-{
-    return Answer(result, exception, [&]() -> _variant_t {
-        const auto values = ValuesOf(*parameters);
-        switch (id)
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        if (!m_open)
         {
-        case kItem:
-            RequireCount(values.size(), 1, 1);
-            return At(values[0]);
-        case kCount:
-        case kLength:
-            return {static_cast<long>(m_values.size())};
-        default:
-            throw CommandFailure{DISP_E_MEMBERNOTFOUND, L"no such member"};
+            m_lines.emplace_back();
         }
-    });
+        m_lines.back().append(text.substr(0, end));
+        m_open = end == text.size();
+        text.remove_prefix(m_open ? end : end + 1);
+    }
+}
+
+void KeptLines::WriteLine(std::string_view text)
+{
+    if (!m_open)
+    {
+        m_lines.emplace_back();
+    }
+    m_lines.back().append(text);
+    m_open = false;
 }
 
 ScriptObject::ScriptObject(ScriptHost& host, const CommandContext& context,
-                           const Interrupt& interrupt, ScriptEvents& events, std::wstring file,
-                           std::vector<std::wstring> arguments)
-    : m_host(host),
+                           const Interrupt& interrupt, const Component& component,
+                           ScriptEvents& events, std::wstring file,
+                           const std::vector<std::wstring>& arguments)
+    : ScriptDispatch(kMembers),
+      m_host(host),
       m_context(context),
       m_interrupt(interrupt),
       m_events(events),
       m_file(std::move(file)),
-      m_arguments(std::move(arguments))
+      m_arguments(component, arguments),
+      m_output([this](std::string_view text) { Print(text); }),
+      m_messages([this](std::string_view text) { m_context.Messages().Write(text); })
 {
 }
 
-STDMETHODIMP ScriptObject::QueryInterface(REFIID iid, void** object)
+ScriptObject::~ScriptObject()
 {
-    return QueryDispatch(this, iid, object);
+    m_host.Close();
 }
 
-STDMETHODIMP_(ULONG) ScriptObject::AddRef()
+HRESULT ScriptObject::AfterCall() const noexcept
 {
-    return 1;
-}
-
-STDMETHODIMP_(ULONG) ScriptObject::Release()
-{
-    return 1;
-}
-
-STDMETHODIMP ScriptObject::GetTypeInfoCount(UINT* count)
-{
-    *count = 0;
-    return S_OK;
-}
-
-STDMETHODIMP ScriptObject::GetTypeInfo(UINT, LCID, ITypeInfo** info)
-{
-    *info = nullptr;
-    return DISP_E_BADINDEX;
-}
-
-STDMETHODIMP ScriptObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids)
-{
-    return FindNames(kNames, names, count, ids);
-}
-
-STDMETHODIMP ScriptObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* parameters,
-                                  VARIANT* result, EXCEPINFO* exception, UINT*)
-{
-    const HRESULT hr = Answer(result, exception, [&] { return Call(id, ValuesOf(*parameters)); });
-    return SUCCEEDED(hr) && m_host.QuitCode() ? E_ABORT : hr; // ends the script
+    return m_host.QuitCode() ? E_ABORT : S_OK;
 }
 
 _variant_t ScriptObject::Call(DISPID id, Values values)
 {
+    const auto object = [](IDispatch& dispatch) { return _variant_t(&dispatch); };
     switch (id)
     {
+    case kApplication:
+        return object(*this);
     case kArguments:
-        return GetArguments(values);
+        return object(m_arguments);
     case kConnectObject:
         ConnectObject(values);
         return {};
     case kCreateObject:
         return CreateObject(values);
     case kDisconnectObject:
-        RequireCount(values.size(), 1, 1);
         m_events.Disconnect(ObjectOf(values[0]));
         return {};
     case kEcho:
         Echo(values);
         return {};
+    case kFullName:
+        return Text(ModulePath(nullptr));
+    case kName:
+        return Text(L"velt");
+    case kPath:
+        return Text(FolderOf(ModulePath(nullptr)));
     case kQuit:
-        RequireCount(values.size(), 0, 1);
         m_host.Quit(values.empty() ? 0 : static_cast<int>(VariantNumber(values[0])));
         return {};
     case kScriptFullName:
-        return {m_file.c_str()};
+        return Text(m_file);
     case kScriptName:
-        return {m_file.substr(m_file.rfind(L'\\') + 1).c_str()};
+        return Text(NameIn(m_file));
     case kSleep:
         Sleep(values);
         return {};
+    case kStdErr:
+        return object(m_messages);
+    case kStdIn:
+        return object(m_input);
+    case kStdOut:
+        return object(m_output);
     default:
-        throw CommandFailure{DISP_E_MEMBERNOTFOUND, L"no such member"};
+        return Text(WideFromUtf8(VELT_VERSION_TEXT));
     }
-}
-
-_variant_t ScriptObject::GetArguments(Values values)
-{
-    RequireCount(values.size(), 0, 1);
-    return values.empty() ? _variant_t(static_cast<IDispatch*>(&m_arguments))
-                          : m_arguments.At(values[0]);
 }
 
 void ScriptObject::ConnectObject(Values values)
 {
-    RequireCount(values.size(), 2, 2);
     m_events.Connect(ObjectOf(values[0]), VariantText(values[1]));
 }
 
 _variant_t ScriptObject::CreateObject(Values values)
 {
-    RequireCount(values.size(), 1, 2);
     const std::wstring progId = VariantText(values[0]);
     CLSID clsid{};
     ComPtr<IDispatch> object;
@@ -337,10 +214,10 @@ void ScriptObject::Echo(Values values)
     {
         line.append(&value == values.data() ? L"" : L" ").append(EchoText(value));
     }
-    std::string text = Utf8FromWide(line);
+    const std::string text = Utf8FromWide(line);
     if (m_context.IsJson())
     {
-        m_lines.push_back(std::move(text));
+        m_kept.WriteLine(text);
     }
     else
     {
@@ -348,9 +225,20 @@ void ScriptObject::Echo(Values values)
     }
 }
 
+void ScriptObject::Print(std::string_view text)
+{
+    if (m_context.IsJson())
+    {
+        m_kept.Write(text);
+    }
+    else
+    {
+        m_context.Output().Write(text);
+    }
+}
+
 void ScriptObject::Sleep(Values values) const
 {
-    RequireCount(values.size(), 1, 1);
     const long periodMs = std::max(VariantNumber(values[0]), 0L);
     WaitWithMessages([&] { return m_host.QuitCode().has_value(); }, m_interrupt.Event(),
                      static_cast<DWORD>(periodMs));

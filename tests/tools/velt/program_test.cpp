@@ -260,6 +260,10 @@ TEST_CASE("The programs: what their manifests tell the system", "[tools]")
         CHECK(Contains(manifest, "version=\"" VELT_VERSION_TEXT "\""));
         CHECK(Contains(manifest, "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}")); // Windows 10 and 11
         CHECK(Contains(manifest, ">true</longPathAware>"));
+        // The classes are the process's, whatever thread a script's event arrives on.
+        const bool scripts = std::wstring(name) == L"velt.exe";
+        CHECK(Contains(manifest, "name=\"VeltHTTPClient12OEM.Assembly\"") == scripts);
+        CHECK(Contains(manifest, "<dependency optional=\"yes\">") == scripts);
         ::FreeLibrary(program);
     }
 }
