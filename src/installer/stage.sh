@@ -48,7 +48,8 @@ cp "$build"/bin/include/* "$folder/include/"
 cp "$build/samples/update_agent/sample_agent.exe" "$folder/samples/update_agent/"
 
 bring . src/installer/developer/README.md src/installer/{LICENSE,NOTICES}.md CHANGELOG.md
-bring docs docs/{host-guide,installer-guide,reference,skin,stability,trace,translating,velt}.md
+bring docs docs/{host-guide,installer-guide,reference,skin,stability,trace,translating,velt}.md \
+    docs/velt.schema.json
 bring idl src/server/provider_lib.idl
 bring cmake src/installer/cmake/*.cmake cmake/{mingw-w64,i686-w64-mingw32,x86_64-w64-mingw32}.cmake
 # Samples that need the published files only; the sample agent's sources need the project's.

@@ -46,6 +46,7 @@ struct CommandRow
     std::string_view summary; // one line
     std::string_view details; // lines of at most 78 characters
     std::span<const OptionRow> options;
+    std::span<const std::string_view> examples; // command lines
     bool takesRest; // the first operand ends the options: what follows is the operand's own
 };
 

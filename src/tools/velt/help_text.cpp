@@ -79,6 +79,11 @@ std::string CommandHelp(const CommandRow& command)
     AddOptions(columns, command.options);
     AddOptions(columns, CommonOptions());
     columns.AppendTo(text);
+    text.append("\nexamples:\n");
+    for (const std::string_view example : command.examples)
+    {
+        text.append("  ").append(example).append("\n");
+    }
     return text;
 }
 
@@ -121,9 +126,9 @@ std::string HelpText(std::string_view topic)
     std::string text = ListHelp(group ? topic : std::string_view());
     if (!group)
     {
-        text.append("velt COMMAND --help says more about a command; --json makes its result one\n"
-                    "JSON object; velt --version prints the version. Results go to standard\n"
-                    "output, messages to standard error.\n\n"
+        text.append("velt help COMMAND says more about a command, with examples; --json makes its\n"
+                    "result one JSON object; velt --version prints the version. Results go to\n"
+                    "standard output, messages to standard error.\n\n"
                     "exit codes:\n"
                     "  0  done\n"
                     "  1  the answer is no, or nothing\n"

@@ -326,7 +326,7 @@ private:
         Find(Level::ok, "viewer",
              window ? L"a trace viewer is listening: process " + std::to_wstring(process)
                     : std::wstring(L"no trace viewer is listening; velt-trace shows the trace of "
-                                   L"all programs"));
+                                   L"programs that start after it"));
     }
 
     void LookAtConnection()

@@ -38,6 +38,12 @@ TEST_CASE("HelpText: a command's says everything that the table has", "[tools]")
             CHECK(text.find(option.help) != text.npos);
         }
         CHECK(text.find("\n  --json ") != text.npos);
+        CHECK_FALSE(row.examples.empty());
+        for (const std::string_view example : row.examples)
+        {
+            CHECK(example.starts_with("velt " + std::string(row.name)));
+            CHECK(text.find("\n  " + std::string(example) + "\n") != text.npos);
+        }
     }
 }
 

@@ -10,6 +10,7 @@
 #include "tests/support/press_button.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
+#include "tests/tools/velt/eula_window.h"
 #include "tests/tools/velt/velt_program.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
@@ -48,31 +49,6 @@ public:
 private:
     TempFolder m_folder{L"copy"};
 };
-
-/// The top-level windows of a process.
-std::vector<HWND> WindowsOf(DWORD processId)
-{
-    struct Search
-    {
-        DWORD processId;
-        std::vector<HWND> windows;
-
-        static BOOL CALLBACK Add(HWND window, LPARAM search) noexcept
-        {
-            auto& self = *reinterpret_cast<Search*>(search);
-            DWORD owner = 0;
-            ::GetWindowThreadProcessId(window, &owner);
-            if (owner == self.processId)
-            {
-                self.windows.push_back(window);
-            }
-            return TRUE;
-        }
-    };
-    Search search{processId, {}};
-    ::EnumWindows(&Search::Add, reinterpret_cast<LPARAM>(&search));
-    return search.windows;
-}
 
 /// Commands that need the library, as JSON; of a script `x.js` in the folder too.
 std::vector<std::vector<std::wstring>> LibraryCommands(const TempFolder& folder)
@@ -469,23 +445,7 @@ TEST_CASE("velt eula show: the user's answer is the exit code", "[tools]")
     }
     const std::wstring caption = translated ? L"Yes, I do" : L"I &accept";
     ProgramRun run(arguments);
-    HWND accepting = nullptr; // the radio button, once it has its text
-    const ULONGLONG limit = ::GetTickCount64() + kWaitLimitMs;
-    while (!accepting && ::GetTickCount64() < limit)
-    {
-        for (const HWND window : WindowsOf(run.ProcessId()))
-        {
-            const HWND button = ::GetDlgItem(window, VELT_EULA_ACCEPT);
-            wchar_t text[20] = {};
-            if (button && ::IsWindowVisible(window) &&
-                ::SendMessageW(button, WM_GETTEXT, 20, reinterpret_cast<LPARAM>(text)) > 0 &&
-                std::wstring(text).starts_with(caption))
-            {
-                accepting = button;
-            }
-        }
-        ::Sleep(10);
-    }
+    const HWND accepting = AwaitAcceptButton(run.ProcessId(), caption);
     REQUIRE(accepting);
     const HWND dialog = ::GetParent(accepting);
     CHECK(Choose(dialog, accept ? VELT_EULA_ACCEPT : VELT_EULA_DECLINE));
