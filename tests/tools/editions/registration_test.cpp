@@ -159,6 +159,13 @@ TEST_CASE("Editions: each is found by programs of its kind", "[server]")
         const std::string status = Velt(*edition, {L"status"});
         const std::string library(edition->library.begin(), edition->library.end());
         CHECK(status.find("registeredForMachine: " + library + "\n") != status.npos);
+        const std::string own = edition == &Programs32() ? "32-bit" : "64-bit";
+        const std::string other = edition == &Programs32() ? "64-bit" : "32-bit";
+        CHECK(status.find("\nok       " + own + ", machine: " + library + ", version ") !=
+              status.npos);
+        CHECK(status.find(": makes objects\n") != status.npos);
+        CHECK(status.find("\nok       " + other + ", machine: ") != status.npos);
+        CHECK(status.find(": not tried; " + other + " velt status does\n") != status.npos);
     }
 }
 
@@ -173,7 +180,7 @@ TEST_CASE("velt: a library of the other edition beside it is named as that", "[s
     const std::wstring expected = std::wstring(L"\\VeltHTTPClient12OEM.dll: this is the ") +
                                   library.name + L" library; this program is " + program.name +
                                   L": ";
-    for (const wchar_t* const command : {L"register", L"unregister", L"status"})
+    for (const wchar_t* const command : {L"register", L"unregister"})
     {
         const ProgramResult result = RunVelt({command}, velt);
         CHECK(result.exitCode == 3);
@@ -181,4 +188,9 @@ TEST_CASE("velt: a library of the other edition beside it is named as that", "[s
               std::string::npos);
         CHECK(result.messages.find("(0x800700C1)") != std::string::npos);
     }
+    const ProgramResult status = RunVelt({L"status"}, velt);
+    CHECK(status.exitCode == 1);
+    CHECK(status.output.find(std::string(expected.begin(), expected.end())) != std::string::npos);
+    CHECK(status.output.find("(0x800700C1); put this edition's library beside this program\n") !=
+          std::string::npos);
 }
