@@ -65,8 +65,7 @@ class MappedImage
 {
 public:
     explicit MappedImage(const std::wstring& path)
-        : m_handle(::LoadLibraryExW(path.c_str(), nullptr,
-                                    LOAD_LIBRARY_AS_IMAGE_RESOURCE | LOAD_LIBRARY_AS_DATAFILE))
+        : m_handle(::LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE))
     {
         if (!m_handle.GetModule())
         {

@@ -118,10 +118,10 @@ std::optional<std::wstring> ReadClassText(HKEY root, const std::wstring& classes
         return std::nullopt;
     }
     constexpr DWORD kTexts = RRF_RT_REG_SZ; // and those that name variables, which are filled in
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;)
+    for (DWORD characters = MAX_PATH;; characters *= 2)
     {
-        auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+        std::wstring text(characters, L'\0');
+        DWORD bytes = characters * DWORD{sizeof(wchar_t)};
         const LSTATUS error =
             ::RegGetValueW(key.GetKey(), nullptr, nullptr, kTexts, nullptr, text.data(), &bytes);
         if (error == ERROR_SUCCESS)
@@ -133,7 +133,6 @@ std::optional<std::wstring> ReadClassText(HKEY root, const std::wstring& classes
         {
             return std::nullopt;
         }
-        text.resize(text.size() * 2);
     }
 }
 

@@ -15,8 +15,8 @@ inline constexpr bool kIs64Bit = sizeof(void*) == 8;
 /// What programs of one kind find registered in one scope.
 struct RegisteredCopy
 {
-    bool is64Bit;
-    RegistrationScope scope;
+    bool is64Bit = false;
+    RegistrationScope scope = RegistrationScope::machine;
     std::optional<std::wstring> library; // full path as it is registered; nothing without one
     bool several = false;                // classes are registered with different files
 
