@@ -3,10 +3,10 @@
 #include "internet/internet_proxy.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/findings.h"
+#include "tools/velt/installed_agent.h"
 #include "tools/velt/proxy_origin.h"
 #include "tools/velt/registered_copy.h"
 #include "tools/velt/service_host.h"
-#include "update/update_agent_class.h"
 
 #include <wininet.h>
 
@@ -259,51 +259,24 @@ private:
 
     void LookAtUpdateAgent()
     {
-        std::optional<std::wstring> program;
-        for (const bool is64Bit : {kIs64Bit, !kIs64Bit})
-        {
-            for (const wchar_t* const server : {L"LocalServer32", L"InprocServer32"})
-            {
-                program = program ? program
-                                  : ReadClassText(HKEY_CLASSES_ROOT, {}, kUpdateAgentClass, server,
-                                                  is64Bit);
-            }
-        }
-        m_results.Add("agentInstalled", program.has_value());
-        AddText(m_results, "agent", program);
-        if (!program)
+        const auto agent = FindUpdateAgent();
+        m_results.Add("agentInstalled", agent.has_value());
+        AddText(m_results, "agent", agent ? std::optional(agent->server) : std::nullopt);
+        if (!agent)
         {
             Find(Level::warning, "agent",
                  L"no update agent is installed; updates need the one that a product installs");
         }
-        else if (!IsFile(FileOf(*program)))
+        else if (!agent->present)
         {
             Find(Level::error, "agent",
-                 L"the update agent's file is missing: " + FileOf(*program) +
+                 L"the update agent's file is missing: " + agent->file +
                      L"; install the product that it belongs to again");
         }
         else
         {
-            Find(Level::ok, "agent", L"the update agent is " + *program);
+            Find(Level::ok, "agent", L"the update agent is " + agent->server);
         }
-    }
-
-    /// The program in a command line, which may be quoted and have arguments.
-    static std::wstring FileOf(const std::wstring& commandLine)
-    {
-        if (commandLine.starts_with(L'"'))
-        {
-            return commandLine.substr(1, commandLine.find(L'"', 1) - 1);
-        }
-        for (std::size_t end = commandLine.find(L' '); end != commandLine.npos;
-             end = commandLine.find(L' ', end + 1))
-        {
-            if (IsFile(commandLine.substr(0, end)))
-            {
-                return commandLine.substr(0, end); // as the system reads it
-            }
-        }
-        return commandLine;
     }
 
     void LookForViewer()

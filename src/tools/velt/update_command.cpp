@@ -1,6 +1,7 @@
 #include "foundation/wide_text.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/dispatch_sink.h"
+#include "tools/velt/installed_agent.h"
 #include "tools/velt/interrupt.h"
 #include "tools/velt/message_wait.h"
 #include "tools/velt/service_host.h"
@@ -109,14 +110,22 @@ private:
     const SinkConnection m_connection; // goes first
 };
 
-/// Whether there is an update agent, which may be of any product's.
-bool IsAgentInstalled(const ServiceHost& service)
+/// Why there is no update agent to work with; nothing when there is one. One that is registered is
+/// not asked: it may be about to end with another program's work, and then does not answer.
+std::optional<std::wstring> WhyNoAgent(const ServiceHost& service)
 {
-    VARIANT_BOOL installed = VARIANT_FALSE;
+    if (const auto agent = FindUpdateAgent())
+    {
+        return agent->present
+                   ? std::nullopt
+                   : std::optional(L"the update agent's file is missing: " + agent->file);
+    }
+    VARIANT_BOOL answers = VARIANT_FALSE; // one that the registry does not show
     Require(service->IsUpdateOrMessageAvailable(nullptr, nullptr, kDefaultLocale, VARIANT_FALSE,
-                                                &installed),
+                                                &answers),
             L"the question for an update agent");
-    return installed == VARIANT_TRUE;
+    return answers == VARIANT_TRUE ? std::nullopt
+                                   : std::optional<std::wstring>(L"no update agent is installed");
 }
 
 void StartWork(const CommandLine& line, const ServiceHost& service)
@@ -149,14 +158,14 @@ ExitCode Start(const CommandLine& line, CommandContext& context)
     const Interrupt interrupt;
     const ServiceHost service;
     const EventLog log(service, context);
-    const bool installed = IsAgentInstalled(service);
-    context.Results().Add("agent", installed);
-    if (!installed)
+    const auto whyNot = WhyNoAgent(service);
+    context.Results().Add("agent", !whyNot);
+    if (whyNot)
     {
         context.Results().Add("ended", false);
         context.Results().Add("events", ReportValue{ReportValue::Texts()});
         context.SetAnswer({});
-        context.Message(L"no update agent is installed");
+        context.Message(*whyNot);
         return ExitCode::no;
     }
     StartWork(line, service);

@@ -138,6 +138,9 @@ TEST_CASE("velt status: the update agent, and whether its file is there", "[tool
     CHECK(result.exitCode == 1);
     CHECK(Contains(result.output,
                    "\nerror    the update agent's file is missing: C:\\no where\\agent.exe; "));
+    result = RunVelt({L"update", L"start", kProduct, L"3.0"});
+    CHECK(result.exitCode == 1);
+    CHECK(result.messages == "velt: the update agent's file is missing: C:\\no where\\agent.exe\n");
 }
 
 TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
@@ -267,6 +270,7 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
     CHECK(unattended.exitCode == 2);
     CHECK(Contains(unattended.messages, "ends with this process"));
     result = queued.Wait();
+    INFO(result.messages);
     CHECK(result.exitCode == 0);
     CHECK(result.output == kEvent);
     for (const std::string& call : agent.Calls())
