@@ -107,12 +107,9 @@ HMODULE Load(const std::wstring& path)
     const HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
     if (!module)
     {
-        CommandFailure failure = LastFailure(path);
-        if (failure.code == HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT))
-        {
-            failure.what += OtherEdition(path);
-        }
-        throw failure;
+        const CommandFailure failure = LastFailure(path);
+        const bool wrongKind = failure.code == HRESULT_FROM_WIN32(ERROR_BAD_EXE_FORMAT);
+        throw CommandFailure{failure.code, path + (wrongKind ? OtherEdition(path) : L"")};
     }
     return module;
 }
