@@ -2,10 +2,9 @@
 
 #include "foundation/wide_text.h"
 
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
-
-#include <catch.hpp>
 
 namespace velt::test
 {
@@ -31,7 +30,7 @@ ChildProcess StartProcess(std::wstring commandLine, DWORD flags, STARTUPINFOW st
         {
             throw std::runtime_error(failure);
         }
-        WARN(failure);
+        std::fprintf(stderr, "warning: %s\n", failure.c_str());
         ::Sleep(kPauseMs);
     }
 }

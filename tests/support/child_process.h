@@ -18,8 +18,8 @@ struct ChildProcess
 };
 
 /// Starts a program by its command line. `startup` needs no size; when it names handles, the child
-/// inherits them. A start that the system refuses is tried twice again, with a warning: Wine loses
-/// one of many thousand new processes while the machine has much else to do. Throws
+/// inherits them. A start that the system refuses is tried twice again, and stderr says so: Wine
+/// loses one of many thousand new processes while the machine has much else to do. Throws
 /// std::runtime_error with the system's code when it goes on refusing.
 ChildProcess StartProcess(std::wstring commandLine, DWORD flags = 0, STARTUPINFOW startup = {});
 
