@@ -15,6 +15,7 @@ using namespace velt::test;
 
 namespace
 {
+const std::string kNoUpdate = "[agent]\r\nconnected=1\r\n";
 const std::string kOneUpdate =
     "[agent]\r\nconnected=1\r\n[updates]\r\n{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}=1\r\n";
 constexpr wchar_t kAgentLibrary[] =
