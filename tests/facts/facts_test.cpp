@@ -85,7 +85,9 @@ TEST_CASE("facts.exe: the answers are those of the list, and nothing is left beh
     const std::vector<RegistryTree> after = Registry();
     for (std::size_t i = 0; i < before.size(); ++i)
     {
-        CHECK(RegistryDifference(before[i], after[i]) == "");
+        const std::string difference = RegistryDifference(before[i], after[i]);
+        CAPTURE(difference);
+        CHECK(difference.empty());
     }
     CHECK(TemporaryFiles() == filesBefore);
     const std::string text = TextOf(report);
