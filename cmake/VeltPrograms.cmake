@@ -44,8 +44,10 @@ function(velt_wrap_import target function bytes)
     endif()
 endfunction()
 
-# velt_split_symbols(<target>): moves the symbols of a shipped program into VELT_SYMBOLS_DIR, as
-# <target>.debug. strip writes a time stamp: the fixed one of the type library.
+# velt_split_symbols(<target>): finishes the file of a shipped program. Its symbols are moved into
+# VELT_SYMBOLS_DIR, as <target>.debug; strip writes a time stamp: the fixed one of the type library.
+# Sections that are only read lose the right to be written.
+find_program(VELT_PYTHON NAMES /usr/bin/python3 python3 REQUIRED)
 function(velt_split_symbols target)
     set(symbols "${VELT_SYMBOLS_DIR}/${target}.debug")
     add_custom_command(TARGET ${target} POST_BUILD
@@ -53,5 +55,7 @@ function(velt_split_symbols target)
         COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:${target}>" "${symbols}"
         COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=946684800
             "${CMAKE_STRIP}" --strip-all "$<TARGET_FILE:${target}>"
+        COMMAND "${VELT_PYTHON}" "${PROJECT_SOURCE_DIR}/cmake/read_only_sections.py"
+            "$<TARGET_FILE:${target}>" .CRT .rsrc .tls
         VERBATIM)
 endfunction()

@@ -28,7 +28,7 @@ std::wstring_view ViewOf(const _bstr_t& text)
 /// A string that a COM call has handed out becomes an owned one.
 _bstr_t Owned(BSTR text)
 {
-    return _bstr_t(text, false);
+    return {text, false};
 }
 
 /// Whether the document would take a path for a URL: one with a scheme, which is more than the one
