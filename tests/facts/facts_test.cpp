@@ -1,7 +1,9 @@
 // The program that asks about the system, run as a person runs it.
 
+#include "foundation/unique_handle.h"
 #include "tests/support/child_process.h"
 #include "tests/support/edition.h"
+#include "tests/support/eventually.h"
 #include "tests/support/registry_snapshot.h"
 #include "tests/support/temp_folder.h"
 
@@ -97,4 +99,41 @@ TEST_CASE("facts.exe: the answers are those of the list, and nothing is left beh
         CAPTURE(field);
         CHECK(text.find(field) != std::string::npos);
     }
+}
+
+TEST_CASE("facts.exe: what a run that was cut off has left is taken back by the next one",
+          "[facts]")
+{
+    const TempFolder folder;
+    const std::vector<RegistryTree> before = Registry();
+    const std::wstring answer = L" \"" + folder.File(L"answer.txt") + L"\"";
+    REQUIRE(RunFacts(L"--ask registry.merged-view" + answer) == 0);
+    REQUIRE(RunFacts(L"--ask registry.library-keys" + answer) == 0);
+    CHECK(Registry() != before);
+    REQUIRE(RunFacts(L"--only self.crash --json \"" + folder.File(L"facts.json") + L"\"") == 0);
+    CHECK(Registry() == before);
+}
+
+TEST_CASE("facts.exe: ended at any moment, it leaves nothing behind", "[facts]")
+{
+    const TempFolder folder;
+    const std::vector<RegistryTree> before = Registry();
+    const std::vector<std::wstring> filesBefore = TemporaryFiles();
+    std::wstring command = std::wstring(L"\"") + VELT_FACTS + L"\" --only registry. --json \"" +
+                           folder.File(L"facts.json") + L"\"";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    REQUIRE(::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                             &startup, &process));
+    const velt::UniqueKernelObject handle(process.hProcess);
+    const velt::UniqueKernelObject thread(process.hThread);
+    // Its folder is there, so its guard is about to be; the moment is any one after that.
+    CHECK(Eventually([&] { return TemporaryFiles() != filesBefore; }));
+    const DWORD moment = 500 + ::GetTickCount() % 3000;
+    CAPTURE(moment);
+    ::WaitForSingleObject(handle.Get(), moment);
+    ::TerminateProcess(handle.Get(), 1);
+    CHECK(Eventually([&] { return TemporaryFiles() == filesBefore; }));
+    CHECK(Eventually([&] { return Registry() == before; }));
 }

@@ -1,5 +1,6 @@
 #include "foundation/unique_handle.h"
 #include "tests/facts/fact.h"
+#include "tests/facts/helpers.h"
 #include "tests/support/activation_context.h"
 
 #include <winsock2.h>
@@ -335,6 +336,54 @@ std::string TwoListeners()
     return !first ? "none hears" : Choose(second, "both hear", "one hears");
 }
 
+/// The component beside this program, or where a build has it.
+std::wstring FindComponent()
+{
+    const std::wstring program = ThisProgram();
+    const std::wstring folder = program.substr(0, program.find_last_of(L'\\') + 1);
+    for (const wchar_t* place : {L"", L"..\\..\\bin\\"})
+    {
+        const std::wstring path = folder + place + L"VeltHTTPClient12OEM.dll";
+        if (::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
+        {
+            return path;
+        }
+    }
+    throw NotAsked("the component is not beside this program");
+}
+
+std::string ControlFlowGuard()
+{
+    DWORD64 policy =
+        DWORD64{1} << 40; // PROCESS_CREATION_MITIGATION_POLICY_CONTROL_FLOW_GUARD_ALWAYS_ON
+    std::array<std::byte, 256> room{};
+    SIZE_T size = room.size();
+    STARTUPINFOEXW startup{};
+    startup.StartupInfo.cb = sizeof(startup);
+    startup.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(room.data());
+    if (!::InitializeProcThreadAttributeList(startup.lpAttributeList, 1, 0, &size) ||
+        !::UpdateProcThreadAttribute(startup.lpAttributeList, 0,
+                                     PROC_THREAD_ATTRIBUTE_MITIGATION_POLICY, &policy,
+                                     sizeof(policy), nullptr, nullptr))
+    {
+        throw NotAsked("the system does not know the policy");
+    }
+    std::wstring command = L"\"" + ThisProgram() + L"\" --load \"" + FindComponent() + L"\"";
+    PROCESS_INFORMATION process{};
+    if (!::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE,
+                          EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr, &startup.StartupInfo,
+                          &process))
+    {
+        return "not started, " + ErrorNumber(::GetLastError());
+    }
+    const UniqueKernelObject handle(process.hProcess);
+    const UniqueKernelObject thread(process.hThread);
+    ::WaitForSingleObject(handle.Get(), INFINITE);
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(handle.Get(), &exitCode);
+    return exitCode == 0 ? "loaded and freed" : "ended with " + Hex(static_cast<HRESULT>(exitCode));
+}
+
 constexpr Fact kFacts[] = {
     {"loader.message-modules", &MessageModules},
     {"loader.quartz-handles", &QuartzHandles},
@@ -352,8 +401,18 @@ constexpr Fact kFacts[] = {
     {"loader.echo-as-documented", &DocumentedEcho},
     {"loader.read-only-file", &ReadOnlyFile},
     {"loader.two-listeners", &TwoListeners},
+    {"loader.control-flow-guard", &ControlFlowGuard},
 };
 } // namespace
+
+int LoadAndFree(const wchar_t* library)
+{
+    const HMODULE module = ::LoadLibraryW(library);
+    using Function = HRESULT(STDAPICALLTYPE*)();
+    const auto function = reinterpret_cast<Function>(
+        reinterpret_cast<void*>(::GetProcAddress(module, "DllCanUnloadNow")));
+    return module && function && function() == S_OK && ::FreeLibrary(module) ? 0 : 1;
+}
 
 std::span<const Fact> LoaderFacts()
 {

@@ -17,7 +17,7 @@
 #include "tests/facts/fact.h"
 #include "tests/facts/fact_list.h"
 #include "tests/facts/facts_resources.h"
-#include "tests/facts/receiver.h"
+#include "tests/facts/helpers.h"
 #include "tests/support/temp_folder.h"
 
 #include <windows.h>
@@ -58,10 +58,17 @@ std::string AskHang()
 
 constexpr Fact kSelfFacts[] = {{"self.crash", &AskCrash}, {"self.hang", &AskHang}};
 
+std::vector<std::span<const Fact>> AllFacts()
+{
+    return {ComFacts(),    DocumentFacts(), InternetFacts(),
+            LoaderFacts(), RegistryFacts(), WindowFacts()};
+}
+
 const Fact* FindFact(std::string_view id)
 {
-    for (const auto facts : {std::span<const Fact>(kSelfFacts), ComFacts(), DocumentFacts(),
-                             InternetFacts(), LoaderFacts(), RegistryFacts(), WindowFacts()})
+    std::vector<std::span<const Fact>> all = AllFacts();
+    all.emplace_back(kSelfFacts);
+    for (const auto facts : all)
     {
         for (const Fact& fact : facts)
         {
@@ -76,8 +83,27 @@ const Fact* FindFact(std::string_view id)
 
 std::size_t CountFacts()
 {
-    return ComFacts().size() + DocumentFacts().size() + InternetFacts().size() +
-           LoaderFacts().size() + RegistryFacts().size() + WindowFacts().size();
+    std::size_t count = 0;
+    for (const auto facts : AllFacts())
+    {
+        count += facts.size();
+    }
+    return count;
+}
+
+/// Takes back what one question wrote; with "all", what any may have.
+void Undo(std::string_view id)
+{
+    for (const auto facts : AllFacts())
+    {
+        for (const Fact& fact : facts)
+        {
+            if (fact.undo && (id == "all" || fact.id == id))
+            {
+                fact.undo();
+            }
+        }
+    }
 }
 
 std::vector<ListEntry> FactList()
@@ -191,6 +217,58 @@ DWORD RunSelf(const std::wstring& arguments, const std::wstring& folder, DWORD l
     ::GetExitCodeProcess(handle.Get(), &exitCode);
     return exitCode;
 }
+
+/// Takes back what is left when this process is ended midway: another process waits for its end.
+class Guard
+{
+public:
+    /// `folder` goes away as well.
+    explicit Guard(const std::wstring& folder)
+    {
+        std::wstring command = L"\"" + ThisProgram() + L"\" --guard " +
+                               std::to_wstring(::GetCurrentProcessId()) + L" \"" + folder + L"\"";
+        STARTUPINFOW startup{};
+        startup.cb = sizeof(startup);
+        PROCESS_INFORMATION process{};
+        // Without a console, so that closing this one's window does not end it.
+        if (::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
+                             nullptr, nullptr, &startup, &process))
+        {
+            m_process.Reset(process.hProcess);
+            ::CloseHandle(process.hThread);
+        }
+    }
+
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+
+    /// This process has come to its end, and cleaned up itself.
+    ~Guard()
+    {
+        ::TerminateProcess(m_process.Get(), 0);
+    }
+
+    /// The other process.
+    static int Wait(DWORD processId, const wchar_t* folder)
+    {
+        const UniqueKernelObject process(::OpenProcess(SYNCHRONIZE, FALSE, processId));
+        if (process)
+        {
+            ::WaitForSingleObject(process.Get(), INFINITE);
+        }
+        Undo("all");
+        ::RegDeleteTreeW(HKEY_CURRENT_USER, kFactsKey);
+        // What was asked last may still hold files for a moment.
+        for (int i = 0; i < 100 && !RemoveFolder(folder); ++i)
+        {
+            ::Sleep(100);
+        }
+        return 0;
+    }
+
+private:
+    UniqueKernelObject m_process;
+};
 
 struct Seen
 {
@@ -321,6 +399,13 @@ int Run(const Options& options)
     std::printf("%s, version %s, %s, code page %s, %s\n\n", place.system.c_str(),
                 place.version.c_str(), place.edition.c_str(), place.codePage.c_str(),
                 place.rights.c_str());
+    const test::TempFolder folder(L"facts");
+    const Guard guard(folder.Path());
+    ::SetEnvironmentVariableW(L"TEMP", folder.Path().c_str());
+    ::SetEnvironmentVariableW(L"TMP", folder.Path().c_str());
+    // An earlier run may have been cut off together with its guard.
+    RunSelf(L"--undo all", L".", options.limitMs);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kFactsKey);
     std::vector<Row> rows;
     for (const ListEntry& entry : list)
     {
@@ -389,9 +474,17 @@ int Main(int count, wchar_t** arguments)
         {
             options.check = true;
         }
+        else if (name == L"--guard" && i + 2 < count)
+        {
+            return Guard::Wait(std::wcstoul(arguments[i + 1], nullptr, 10), arguments[i + 2]);
+        }
         else if (name == L"--receive")
         {
             return RunReceiver();
+        }
+        else if (name == L"--load" && hasValue)
+        {
+            return LoadAndFree(arguments[i + 1]);
         }
         else if (name == L"--ask" && i + 2 < count)
         {
@@ -400,11 +493,7 @@ int Main(int count, wchar_t** arguments)
         }
         else if (name == L"--undo" && hasValue)
         {
-            const Fact* fact = FindFact(Utf8FromWide(arguments[i + 1]));
-            if (fact && fact->undo)
-            {
-                fact->undo();
-            }
+            Undo(Utf8FromWide(arguments[i + 1]));
             return 0;
         }
         else if (name == L"--json" && hasValue)

@@ -1,6 +1,6 @@
 #include "foundation/unique_handle.h"
 #include "tests/facts/fact.h"
-#include "tests/facts/receiver.h"
+#include "tests/facts/helpers.h"
 #include "tests/support/com_apartment.h"
 
 #include <windows.h>
