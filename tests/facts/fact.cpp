@@ -29,36 +29,6 @@ std::wstring FullPath(const wchar_t* name)
     return path.data();
 }
 
-bool RemoveFolder(const std::wstring& path)
-{
-    WIN32_FIND_DATAW found{};
-    const HANDLE search = ::FindFirstFileW((path + L"\\*").c_str(), &found);
-    for (BOOL more = search != INVALID_HANDLE_VALUE; more; more = ::FindNextFileW(search, &found))
-    {
-        const std::wstring name = found.cFileName;
-        const std::wstring inside = path + L"\\" + name;
-        if (name == L"." || name == L"..")
-        {
-            continue;
-        }
-        if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-        {
-            RemoveFolder(inside);
-        }
-        else
-        {
-            ::SetFileAttributesW(inside.c_str(), FILE_ATTRIBUTE_NORMAL);
-            ::DeleteFileW(inside.c_str());
-        }
-    }
-    if (search != INVALID_HANDLE_VALUE)
-    {
-        ::FindClose(search);
-    }
-    return ::RemoveDirectoryW(path.c_str()) ||
-           ::GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES;
-}
-
 void DeleteClassesKey(const wchar_t* path)
 {
     for (const HKEY root : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE})

@@ -87,9 +87,6 @@ std::string FileText(const wchar_t* name);
 /// The path of a file of the working folder.
 std::wstring FullPath(const wchar_t* name);
 
-/// Removes a folder with all that is in it; whether it is gone.
-bool RemoveFolder(const std::wstring& path);
-
 /// Deletes a key below the classes of the machine and the user, in each view, with all below it.
 /// Wine has no key for a user's classes at first, so an empty one goes, too.
 void DeleteClassesKey(const wchar_t* path);

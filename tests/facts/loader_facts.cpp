@@ -343,7 +343,8 @@ std::wstring FindComponent()
     const std::wstring folder = program.substr(0, program.find_last_of(L'\\') + 1);
     for (const wchar_t* place : {L"", L"..\\..\\bin\\"})
     {
-        const std::wstring path = folder + place + L"VeltHTTPClient12OEM.dll";
+        std::wstring path = folder;
+        path.append(place).append(L"VeltHTTPClient12OEM.dll");
         if (::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
         {
             return path;

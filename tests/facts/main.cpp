@@ -259,9 +259,10 @@ public:
         Undo("all");
         ::RegDeleteTreeW(HKEY_CURRENT_USER, kFactsKey);
         // What was asked last may still hold files for a moment.
-        for (int i = 0; i < 100 && !RemoveFolder(folder); ++i)
+        for (int i = 0; i < 100 && ::GetFileAttributesW(folder) != INVALID_FILE_ATTRIBUTES; ++i)
         {
             ::Sleep(100);
+            test::RemoveFolder(folder);
         }
         return 0;
     }

@@ -130,7 +130,8 @@ def main():
     failures = [failure for identifier, fields in entries.items()
                 for failure in failures_of(identifier, fields)]
     if OTHER_PAGE.exists():
-        named = re.findall(r"`([a-z]+\.[a-z0-9-]+)`", OTHER_PAGE.read_text(encoding="utf-8"))
+        themes = "|".join({identifier.partition(".")[0] for identifier in entries})
+        named = re.findall(rf"`((?:{themes})\.[a-z0-9-]+)`", OTHER_PAGE.read_text(encoding="utf-8"))
         failures += [f"{OTHER_PAGE.name} names {name}, which is no fact" for name in named
                      if name not in entries]
     made = page(entries)
