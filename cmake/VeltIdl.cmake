@@ -46,8 +46,7 @@ add_custom_target(velt_idl DEPENDS "${VELT_TYPELIB_FILE}")
 add_library(velt_interfaces STATIC
     "${VELT_PUBLISHED_DIR}/provider_lib_i.c" "${VELT_PUBLISHED_DIR}/provider_lib.h")
 target_include_directories(velt_interfaces SYSTEM PUBLIC "${VELT_PUBLISHED_DIR}")
-target_compile_options(velt_interfaces PRIVATE -ffunction-sections -fdata-sections
-    "${VELT_SYMBOLS_OPTIONS}")
+target_compile_options(velt_interfaces PRIVATE -ffunction-sections -fdata-sections)
 add_dependencies(velt_interfaces velt_idl)
 
 # The update agent's interfaces, which are another maker's and not published with the component.
@@ -58,6 +57,5 @@ velt_idl_output(src/update/update_agent.idl "${VELT_GENERATED_DIR}/update/update
 add_custom_target(velt_agent_idl DEPENDS "${agent_header}")
 add_library(velt_agent_interfaces STATIC
     "${VELT_GENERATED_DIR}/update/update_agent_i.c" "${agent_header}")
-target_compile_options(velt_agent_interfaces PRIVATE -ffunction-sections -fdata-sections
-    "${VELT_SYMBOLS_OPTIONS}")
+target_compile_options(velt_agent_interfaces PRIVATE -ffunction-sections -fdata-sections)
 add_dependencies(velt_agent_interfaces velt_agent_idl)

@@ -11,9 +11,6 @@ target_compile_options(velt_options INTERFACE
 foreach(folder IN ITEMS "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/src" "${PROJECT_BINARY_DIR}")
     add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:-ffile-prefix-map=${folder}/=>")
 endforeach()
-# The symbols name the folder where the compiler ran, too, and the build identifier of what is shipped
-# is made of its symbols as well.
-set(VELT_SYMBOLS_OPTIONS "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.")
 
 if(WIN32)
     target_compile_definitions(velt_options INTERFACE
@@ -42,13 +39,10 @@ endif()
 # What is shipped is compiled to be small.
 add_library(velt_shipped_options INTERFACE)
 target_link_libraries(velt_shipped_options INTERFACE velt_options)
-target_compile_options(velt_shipped_options INTERFACE $<$<CONFIG:Release>:-Os>
-    "$<$<COMPILE_LANGUAGE:C,CXX>:${VELT_SYMBOLS_OPTIONS}>")
+target_compile_options(velt_shipped_options INTERFACE $<$<CONFIG:Release>:-Os>)
 if(WIN32)
-    # Sections begin at pages of the file, so a loader may map them and read only what is used. The
-    # build identifier comes from the content: it leads from a program to the file of its symbols.
-    target_link_options(velt_shipped_options INTERFACE
-        -Wl,--file-alignment=4096 -Wl,--build-id)
+    # Sections begin at pages of the file, so a loader may map them and read only what is used.
+    target_link_options(velt_shipped_options INTERFACE -Wl,--file-alignment=4096)
 endif()
 
 # The headers that most sources of the product name first, read once for all of them. The checked
