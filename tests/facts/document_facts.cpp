@@ -1,7 +1,7 @@
 // Questions about XML documents and scripts.
 
+#include "foundation/unique_handle.h"
 #include "tests/facts/fact.h"
-#include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/http_server.h"
 #include "tests/support/script_host.h"
@@ -292,7 +292,19 @@ std::string SystemEnclosure()
 DWORD RunScript(const char* text)
 {
     WriteBytes(L"script.js", text);
-    return test::RunProcess(L"cscript.exe //Nologo script.js");
+    std::wstring command = L"cscript.exe //Nologo script.js";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    Need(::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                          &startup, &process),
+         "no script host");
+    const UniqueKernelObject handle(process.hProcess);
+    const UniqueKernelObject thread(process.hThread);
+    ::WaitForSingleObject(handle.Get(), INFINITE);
+    DWORD exitCode = 0;
+    ::GetExitCodeProcess(handle.Get(), &exitCode);
+    return exitCode;
 }
 
 std::string UncaughtError()

@@ -1,6 +1,5 @@
 // The program that asks about the system, run as a person runs it.
 
-#include "foundation/unique_handle.h"
 #include "tests/support/child_process.h"
 #include "tests/support/edition.h"
 #include "tests/support/eventually.h"
@@ -119,21 +118,16 @@ TEST_CASE("facts.exe: ended at any moment, it leaves nothing behind", "[facts]")
     const TempFolder folder;
     const std::vector<RegistryTree> before = Registry();
     const std::vector<std::wstring> filesBefore = TemporaryFiles();
-    std::wstring command = std::wstring(L"\"") + VELT_FACTS + L"\" --only registry. --json \"" +
-                           folder.File(L"facts.json") + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process{};
-    REQUIRE(::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                             &startup, &process));
-    const velt::UniqueKernelObject handle(process.hProcess);
-    const velt::UniqueKernelObject thread(process.hThread);
+    const std::wstring command = std::wstring(L"\"") + VELT_FACTS +
+                                 L"\" --only registry. --json \"" + folder.File(L"facts.json") +
+                                 L"\"";
+    const ChildProcess child = StartProcess(command);
     // Its folder is there, so its guard is about to be; the moment is any one after that.
     CHECK(Eventually([&] { return TemporaryFiles() != filesBefore; }));
     const DWORD moment = 500 + ::GetTickCount() % 3000;
     CAPTURE(moment);
-    ::WaitForSingleObject(handle.Get(), moment);
-    ::TerminateProcess(handle.Get(), 1);
+    ::WaitForSingleObject(child.process.Get(), moment);
+    ::TerminateProcess(child.process.Get(), 1);
     CHECK(Eventually([&] { return TemporaryFiles() == filesBefore; }));
     CHECK(Eventually([&] { return Registry() == before; }));
 }
