@@ -44,14 +44,20 @@ function(velt_wrap_import target function bytes)
     endif()
 endfunction()
 
-# velt_split_symbols(<target>): moves the symbols of a shipped program into VELT_SYMBOLS_DIR, as
-# <target>.debug. strip writes a time stamp: the fixed one of the type library.
+# velt_split_symbols(<target>): finishes the file of a shipped program. Its symbols are moved into
+# VELT_SYMBOLS_DIR, as <target>.debug; strip writes a time stamp: the fixed one of the type library.
+# Sections that are only read lose the right to be written, and the build identifier is one of the
+# content.
+find_program(VELT_PYTHON NAMES /usr/bin/python3 python3 REQUIRED)
 function(velt_split_symbols target)
     set(symbols "${VELT_SYMBOLS_DIR}/${target}.debug")
+    target_link_options(${target} PRIVATE -Wl,--build-id)
     add_custom_command(TARGET ${target} POST_BUILD
         COMMAND "${CMAKE_COMMAND}" -E make_directory "${VELT_SYMBOLS_DIR}"
         COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:${target}>" "${symbols}"
         COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=946684800
             "${CMAKE_STRIP}" --strip-all "$<TARGET_FILE:${target}>"
+        COMMAND "${VELT_PYTHON}" "${PROJECT_SOURCE_DIR}/cmake/finish_program.py"
+            "$<TARGET_FILE:${target}>" "${symbols}" .CRT .rsrc .tls
         VERBATIM)
 endfunction()

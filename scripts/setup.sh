@@ -5,7 +5,7 @@
 
 declare -A velt_packages=(
     # Wine's libraries for 32 and for 64 bits have a type library that ours imports.
-    [build]="cmake ninja-build git faketime
+    [build]="cmake ninja-build git faketime python3
         g++-mingw-w64-i686-win32 g++-mingw-w64-x86-64-win32 mingw-w64-tools
         libwine-dev wine32:i386 wine64"
     [wine]="wine xvfb fonts-liberation fonts-droid-fallback nginx-light tinyproxy-bin"
@@ -24,6 +24,7 @@ declare -A velt_purposes=(
     [test]="build wine pictures native tests packing unpacking signing"
     [bench]="build wine native tests"
     [package]="build packing"
+    [check_kit]="build tests"
     [sign]="signing"
     [lint]="build lint"
     [debian]="debian"

@@ -7,6 +7,7 @@
 #include <msxml.h>
 #include <wrl/client.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -27,12 +28,32 @@ std::wstring_view ViewOf(const _bstr_t& text)
 /// A string that a COM call has handed out becomes an owned one.
 _bstr_t Owned(BSTR text)
 {
-    return _bstr_t(text, false);
+    return {text, false};
+}
+
+/// Whether the document would take a path for a URL: one with a scheme, which is more than the one
+/// letter of a drive. Blanks and control characters before it count for nothing, as to the system.
+bool IsUrl(std::wstring_view path)
+{
+    const auto isLetter = [](wchar_t c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    };
+    const auto isOfScheme = [&](wchar_t c) {
+        return isLetter(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
+    };
+    const auto start = std::find_if(path.begin(), path.end(), [](wchar_t c) { return c > ' '; });
+    const auto end = std::find_if_not(start, path.end(), isOfScheme);
+    return end != path.end() && *end == ':' && end - start > 1 && isLetter(*start);
 }
 
 /// A document that has begun to load, or null.
 ComPtr<IXMLDOMDocument> StartLoading(const std::wstring& path)
 {
+    if (IsUrl(path))
+    {
+        UTrace::TraceLevel1("the path of the texts is a URL");
+        return {};
+    }
     ComPtr<IXMLDOMDocument> document;
     HRESULT hr = ::CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument,
                                     reinterpret_cast<void**>(document.GetAddressOf()));

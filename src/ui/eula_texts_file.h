@@ -13,7 +13,8 @@ namespace velt
 ///
 /// Each child element of the root whose name is RECORD is one text: its first child node holds the
 /// key, its last one the value, whatever their names are. A file that is missing or not
-/// well-formed, or a system without the document object, gives no texts.
+/// well-formed, a URL in place of its path, or a system without the document object, gives no
+/// texts.
 ///
 /// The document loads in its own time. Until it has, but for 5 s at the most, the thread's messages
 /// are dispatched, those of `dialog` with its keyboard interface; there are no texts when one of

@@ -9,10 +9,7 @@
 
 namespace velt::test
 {
-namespace
-{
-/// Removes a folder with everything in it; what a link in it leads to stays.
-void RemoveFolder(const std::wstring& path)
+void RemoveFolder(const std::wstring& path) // NOLINT(misc-no-recursion): as deep as the folders
 {
     constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
     WIN32_FIND_DATAW found{};
@@ -22,7 +19,8 @@ void RemoveFolder(const std::wstring& path)
         do
         {
             const std::wstring name = found.cFileName;
-            const std::wstring entry = path + L"\\" + name;
+            std::wstring entry = path;
+            entry.append(L"\\").append(name);
             if (name == L"." || name == L"..")
             {
                 continue;
@@ -31,16 +29,22 @@ void RemoveFolder(const std::wstring& path)
             {
                 RemoveFolder(entry);
             }
-            else if (!::DeleteFileW(entry.c_str()))
+            else
             {
-                ::RemoveDirectoryW(entry.c_str()); // a link to a folder
+                if ((found.dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0)
+                {
+                    ::SetFileAttributesW(entry.c_str(), FILE_ATTRIBUTE_NORMAL);
+                }
+                if (!::DeleteFileW(entry.c_str()))
+                {
+                    ::RemoveDirectoryW(entry.c_str()); // a link to a folder
+                }
             }
         } while (::FindNextFileW(search, &found));
         ::FindClose(search);
     }
     ::RemoveDirectoryW(path.c_str());
 }
-} // namespace
 
 TempFolder::TempFolder(const std::wstring& name)
 {

@@ -5,6 +5,10 @@
 
 namespace velt::test
 {
+/// Removes a folder with everything in it; what a link in it leads to stays, and so does what
+/// somebody holds open.
+void RemoveFolder(const std::wstring& path);
+
 /// A folder of the test's own below the temporary one, removed with all that is in it at the end.
 /// Failures throw std::runtime_error.
 class TempFolder

@@ -3,12 +3,14 @@
 #include "foundation/language_table.h"
 #include "foundation/wide_text.h"
 #include "tests/support/com_apartment.h"
+#include "tests/support/http_server.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_thread.h"
 #include "tests/ui/plain_window.h"
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <string_view>
@@ -183,4 +185,37 @@ TEST_CASE("ReadEulaTexts: the sample texts of every language of the table", "[ui
         declines.insert(*texts.decline);
     }
     CHECK(declines.size() == 15); // both kinds of Portuguese say the same
+}
+
+TEST_CASE("ReadEulaTexts: a URL is no file, and nobody is asked for it", "[ui]")
+{
+    HttpServer server(HttpAnswer("200 OK", "<T>" + Record("btn_ok", "fetched") + "</T>",
+                                 "Content-Type: text/xml\r\n"));
+    const std::wstring host = L"127.0.0.1:" + std::to_wstring(server.Port()) + L"/texts.xml";
+    const TempFolder folder;
+    folder.Write(L"texts.xml", "<T>" + Record("btn_ok", "read") + "</T>");
+    std::wstring fileUrl = L"file:///" + folder.File(L"texts.xml");
+    std::replace(fileUrl.begin(), fileUrl.end(), L'\\', L'/');
+
+    CHECK(IsEmpty(ReadFile(L"http://" + host)));
+    CHECK(IsEmpty(ReadFile(L"HTTP://" + host)));
+    CHECK(IsEmpty(ReadFile(L" \t\r\nhttp://" + host))); // the system passes over these
+    CHECK(IsEmpty(ReadFile(L"http:" + host)));
+    CHECK(IsEmpty(ReadFile(fileUrl)));
+    CHECK(server.Requests().empty());
+    CHECK(ReadFile(folder.File(L"texts.xml")).ok == L"read");
+}
+
+TEST_CASE("ReadEulaTexts: paths of all kinds are no URLs", "[ui]")
+{
+    const TempFolder folder;
+    folder.Write(L"a-b+c.xml", "<T>" + Record("btn_ok", "read") + "</T>");
+    const std::wstring file = folder.File(L"a-b+c.xml");
+    CHECK(ReadFile(file).ok == L"read");
+    std::wstring slashes = file;
+    std::replace(slashes.begin(), slashes.end(), L'\\', L'/');
+    CHECK(ReadFile(slashes).ok == L"read");
+    REQUIRE(::SetCurrentDirectoryW(folder.Path().c_str()));
+    CHECK(ReadFile(L"a-b+c.xml").ok == L"read");
+    ::SetCurrentDirectoryW(L"C:\\"); // so that the folder can be removed
 }

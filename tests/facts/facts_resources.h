@@ -1,0 +1,3 @@
+#pragma once
+
+#define IDR_FACT_LIST 101
