@@ -46,7 +46,9 @@ UniqueFile OpenForRecords(const std::string& path)
                                   nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)
     {
-        ThrowLastError();
+        SystemException::Win32 failure(::GetLastError());
+        failure.SetDetail(path);
+        throw failure;
     }
     return file;
 }

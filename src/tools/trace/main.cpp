@@ -46,27 +46,40 @@ void Complain(const std::string& text) noexcept
     }
 }
 
-/// Gives a console back that was made for this process alone.
-void LeaveOwnConsole() noexcept
+/// Gives a console back that was made for this process alone; returns whether it was.
+bool LeaveOwnConsole() noexcept
 {
     DWORD others[2];
-    if (::GetConsoleProcessList(others, 2) == 1)
+    return ::GetConsoleProcessList(others, 2) == 1 && ::FreeConsole();
+}
+
+/// Brings the window of the viewer that runs to the front; false when it has none.
+bool ShowFirst() noexcept
+{
+    const HWND first = ::FindWindowW(velt::MainWindow::kClass, nullptr);
+    if (!first)
     {
-        ::FreeConsole();
+        return false;
     }
+    if (::IsIconic(first))
+    {
+        ::ShowWindowAsync(first, SW_RESTORE); // returns also while that viewer is busy
+    }
+    ::SetForegroundWindow(first);
+    return true;
 }
 
 int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
 {
-    LeaveOwnConsole();
+    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
     if (!instance.IsFirst())
     {
         Complain(velt::Utf8FromWide(kRunning));
-        if (const HWND first = ::FindWindowW(velt::MainWindow::kClass, nullptr))
+        if (!ShowFirst() && fromDesktop)
         {
-            ::SetForegroundWindow(first);
+            // The one that runs prints or records: nothing else would be seen.
+            ::MessageBoxW(nullptr, kRunning, L"Trace viewer", MB_OK | MB_ICONINFORMATION);
         }
-        ::MessageBoxW(nullptr, kRunning, L"Trace viewer", MB_OK | MB_ICONINFORMATION);
         return kNothing;
     }
     STARTUPINFOW startup{};

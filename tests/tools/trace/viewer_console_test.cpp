@@ -1,4 +1,5 @@
 #include "foundation/trace_record.h"
+#include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
@@ -119,8 +120,12 @@ TEST_CASE("velt-trace: --save records to a file without a window", "[tools]")
 TEST_CASE("velt-trace: a file that cannot be made is a failure that says why", "[tools]")
 {
     const TempFolder folder(L"recorded");
-    CHECK_THAT(Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3),
-               Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
+    const std::string missing =
+        Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3);
+    CHECK_THAT(missing, Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
+    CHECK_THAT(missing,
+               Catch::StartsWith("velt-trace: " +
+                                 velt::Utf8FromWide(folder.File(L"missing\\trace.txt")) + ": "));
     // A folder cannot be written as a file.
     CHECK_THAT(Fails(L"--save \"" + folder.Path() + L"\"", 3), Catch::Contains("0x00000005"));
     folder.Write(L"taken.txt", "what was there");

@@ -199,18 +199,20 @@ TEST_CASE("Viewer: options of the command line fill the filter bar", "[tools]")
     CHECK(viewer.TextOf(ViewerProcess::kLevel) == L"up to 2");
 }
 
-TEST_CASE("Viewer: a second one says that one is running", "[tools]")
+TEST_CASE("Viewer: a second one brings the first one to the front", "[tools]")
 {
     ViewerProcess first;
     first.AwaitWindow();
+    ::ShowWindow(first.Window(), SW_MINIMIZE);
+    REQUIRE(Eventually([&] { return ::IsIconic(first.Window()) != 0; }));
     {
         ViewerProcess second;
-        HWND box = nullptr;
-        REQUIRE(Eventually([&] { return (box = DialogOf(second.Id())) != nullptr; }));
-        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
         CHECK(second.AwaitExit() == 1);
         CHECK(second.Errors() == "velt-trace: A trace viewer is running already.\r\n");
     }
+    // It needs no answer, and what it said is to be seen.
+    CHECK(Eventually([&] { return !::IsIconic(first.Window()); }));
+    CHECK(Eventually([&] { return ::GetForegroundWindow() == first.Window(); }));
     ViewerProcess third(L"--console");
     CHECK(third.AwaitExit() == 1);
     CHECK(third.Errors() == "velt-trace: A trace viewer is running already.\r\n");
