@@ -6,7 +6,9 @@
 #include <windows.h>
 
 #include <commctrl.h>
+#include <shlobj.h>
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -125,9 +127,17 @@ void ViewerProcess::AwaitReceiver()
 void ViewerProcess::AwaitWindow()
 {
     AwaitReceiver();
+    AwaitFileWindow();
+}
+
+void ViewerProcess::AwaitFileWindow()
+{
     if (!Eventually([&] {
-            m_window = ::FindWindowW(L"VeltTraceViewer", nullptr);
-            return BelongsTo(m_window, m_id) && ::IsWindowVisible(m_window);
+            do
+            {
+                m_window = ::FindWindowExW(nullptr, m_window, L"VeltTraceViewer", nullptr);
+            } while (m_window && !BelongsTo(m_window, m_id));
+            return m_window && ::IsWindowVisible(m_window);
         }))
     {
         throw std::runtime_error("the viewer shows no window");
@@ -181,6 +191,26 @@ std::wstring ViewerProcess::TextOf(int child) const
 void ViewerProcess::Command(int id) const
 {
     ::SendMessageW(m_window, WM_COMMAND, static_cast<WPARAM>(id), 0);
+}
+
+void ViewerProcess::Drop(const std::wstring& path) const
+{
+    // In its own memory, where the message means it; it is given up there when it has been read.
+    struct Dropped
+    {
+        DROPFILES header{sizeof(DROPFILES), {}, FALSE, TRUE};
+        std::array<wchar_t, MAX_PATH + 2> names{}; // ends with two zeros
+    };
+    Dropped dropped;
+    std::copy(path.begin(), path.end(), dropped.names.begin());
+    void* const memory =
+        ::VirtualAllocEx(m_process.Get(), nullptr, sizeof(dropped), MEM_COMMIT, PAGE_READWRITE);
+    if (!memory || path.size() > MAX_PATH ||
+        !::WriteProcessMemory(m_process.Get(), memory, &dropped, sizeof(dropped), nullptr))
+    {
+        throw std::runtime_error("nothing can be dropped");
+    }
+    ::PostMessageW(m_window, WM_DROPFILES, reinterpret_cast<WPARAM>(memory), 0);
 }
 
 DWORD ViewerProcess::Close()

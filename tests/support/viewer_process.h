@@ -43,6 +43,9 @@ public:
     void AwaitWindow();
     void AwaitReceiver();
 
+    /// Waits until the window of one that shows saved files is there.
+    void AwaitFileWindow();
+
     HWND Window() const noexcept
     {
         return m_window;
@@ -87,6 +90,9 @@ public:
 
     /// Carries a command out, as its menu item does.
     void Command(int id) const;
+
+    /// Drops a file onto the window, as the desktop does.
+    void Drop(const std::wstring& path) const;
 
     /// Asks it to close and waits for its exit code.
     DWORD Close();

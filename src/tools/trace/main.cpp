@@ -5,6 +5,7 @@
 // for the window's sake it is given back at once; recent systems, told by the manifest, make none.
 
 #include "foundation/system_exception.h"
+#include "foundation/trace_record.h"
 #include "foundation/wide_text.h"
 #include "tools/common/console.h"
 #include "tools/common/search_path.h"
@@ -31,6 +32,7 @@ enum ExitCode
     kFailed = 3,
 };
 
+constexpr wchar_t kTitle[] = L"Trace viewer";
 constexpr wchar_t kRunning[] = L"A trace viewer is running already.";
 
 /// To standard error; where that cannot be written there is nobody to tell.
@@ -53,11 +55,26 @@ bool LeaveOwnConsole() noexcept
     return ::GetConsoleProcessList(others, 2) == 1 && ::FreeConsole();
 }
 
+/// The process of a window; 0 for none.
+DWORD ProcessOf(HWND window) noexcept
+{
+    DWORD process = 0;
+    ::GetWindowThreadProcessId(window, &process);
+    return process;
+}
+
 /// Brings the window of the viewer that runs to the front; false when it has none.
 bool ShowFirst() noexcept
 {
-    const HWND first = ::FindWindowW(velt::MainWindow::kClass, nullptr);
-    if (!first)
+    const HWND receiver = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+    const DWORD process = ProcessOf(receiver);
+    HWND first = nullptr;
+    do
+    {
+        // Windows that show saved files may be there as well.
+        first = ::FindWindowExW(nullptr, first, velt::MainWindow::kClass, nullptr);
+    } while (first && ProcessOf(first) != process);
+    if (!first || process == 0)
     {
         return false;
     }
@@ -69,6 +86,18 @@ bool ShowFirst() noexcept
     return true;
 }
 
+int RunWindow(const velt::TraceOptions& options)
+{
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    ::GetStartupInfoW(&startup);
+    velt::MainWindow window(options, (startup.dwFlags & STARTF_USESHOWWINDOW) != 0
+                                         ? startup.wShowWindow
+                                         : SW_SHOWDEFAULT);
+    window.Run();
+    return kDone;
+}
+
 int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
 {
     const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
@@ -78,18 +107,28 @@ int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& in
         if (!ShowFirst() && fromDesktop)
         {
             // The one that runs prints or records: nothing else would be seen.
-            ::MessageBoxW(nullptr, kRunning, L"Trace viewer", MB_OK | MB_ICONINFORMATION);
+            ::MessageBoxW(nullptr, kRunning, kTitle, MB_OK | MB_ICONINFORMATION);
         }
         return kNothing;
     }
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    ::GetStartupInfoW(&startup);
-    velt::MainWindow window(options, (startup.dwFlags & STARTF_USESHOWWINDOW) != 0
-                                         ? startup.wShowWindow
-                                         : SW_SHOWDEFAULT);
-    window.Run();
-    return kDone;
+    return RunWindow(options);
+}
+
+int ShowFiles(const velt::TraceOptions& options)
+{
+    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+    try
+    {
+        return RunWindow(options);
+    }
+    catch (...)
+    {
+        if (fromDesktop)
+        {
+            ::MessageBoxW(nullptr, velt::CurrentErrorText().c_str(), kTitle, MB_OK | MB_ICONERROR);
+        }
+        throw;
+    }
 }
 
 int Record(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
@@ -120,6 +159,10 @@ int Run(const std::vector<std::string>& arguments)
     {
         velt::Console(STD_OUTPUT_HANDLE).Write(velt::kTraceHelp);
         return kDone;
+    }
+    if (!options.files.empty())
+    {
+        return ShowFiles(options); // it receives nothing, so it is nobody's second
     }
     const velt::ViewerInstance instance;
     return options.console || !options.savePath.empty() ? Record(options, instance)

@@ -51,7 +51,8 @@ int HeightOf(HWND window) noexcept
 
 MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     : m_window(MakeFrame()),
-      m_session(*this, options.keep),
+      m_session(*this, options.keep,
+                options.files.empty() ? TraceSession::Kind::receiving : TraceSession::Kind::files),
       m_view(m_session.Store()),
       m_look(WindowLook::DpiOf(m_window)),
       m_toolbar(MakeCommandBar(m_window)),
@@ -69,6 +70,11 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     ShowStatus();
     ::ShowWindow(m_window, showCommand);
     ::UpdateWindow(m_window);
+    ::DragAcceptFiles(m_window, TRUE);
+    for (const std::string& file : options.files)
+    {
+        Open(WideFromUtf8(file));
+    }
 }
 
 MainWindow::~MainWindow()
@@ -201,6 +207,9 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
         reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {m_look.Scaled(640),
                                                                  m_look.Scaled(320)};
         return 0;
+    case WM_DROPFILES:
+        OnDrop(reinterpret_cast<HDROP>(wParam));
+        return 0;
     case WM_SETFOCUS:
         ::SetFocus(m_list.Window());
         return 0;
@@ -301,7 +310,13 @@ void MainWindow::OnTick()
 void MainWindow::OnSelection()
 {
     const std::string text = SelectionText(m_session, m_list);
-    m_status.Say(text);
+    const std::optional<std::uint64_t> focused = m_list.Focused();
+    if (text != m_selectionText || focused != m_selectionOf)
+    {
+        m_selectionText = text; // else what was last done stays to be read
+        m_selectionOf = focused;
+        m_status.Say(text);
+    }
     ::SetWindowTextW(m_details, WideFromUtf8(DetailsText(m_session, m_list, text)).c_str());
 }
 

@@ -10,8 +10,11 @@
 
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace velt
 {
@@ -67,6 +70,9 @@ private:
     void Copy();
     void SelectAll() noexcept;
     void Save();
+    void Open(const std::wstring& path);
+    void OpenAsked();
+    void OnDrop(HDROP drop);
     void Jump();
     void ShowHelp() const;
     void ShowStatus();
@@ -84,6 +90,8 @@ private:
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
+    std::string m_selectionText;                // what was last said about it...
+    std::optional<std::uint64_t> m_selectionOf; // ...and the record that had the focus
     int m_ticksWithoutSender = 0;
 };
 } // namespace velt

@@ -2,6 +2,7 @@
 
 #include "foundation/wide_text.h"
 #include "tools/trace/clipboard.h"
+#include "tools/trace/file_opener.h"
 #include "tools/trace/main_window.h"
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/row_saver.h"
@@ -11,6 +12,9 @@
 #include "tools/trace/wait_cursor.h"
 
 #include <commctrl.h>
+
+#include <utility>
+#include <vector>
 
 namespace velt
 {
@@ -24,6 +28,7 @@ constexpr wchar_t kHelp[] =
     L"Ctrl+E\tfollow the newest record\r\n"
     L"Ctrl+J, Enter\tjump between an entry line and its exit line\r\n"
     L"Ctrl+C\tcopy the selected records\r\n"
+    L"Ctrl+O\topen saved records; dropped files, too\r\n"
     L"Ctrl+S\tsave the shown records as text or CSV\r\n"
     L"Ctrl+L\tclear\r\n\r\n"
     L"velt-trace --help tells how to print or record without a window.";
@@ -41,6 +46,8 @@ void MainWindow::OnCommand(UINT command, UINT code)
         return code == EN_CHANGE ? m_list.SetHighlight(m_bar.Highlight()) : void();
     case VELT_COMMAND_SAVE:
         return Save();
+    case VELT_COMMAND_OPEN:
+        return OpenAsked();
     case VELT_COMMAND_EXIT:
         ::PostMessageW(m_window, WM_CLOSE, 0, 0);
         return;
@@ -182,6 +189,44 @@ void MainWindow::Save()
         m_list.Update(m_following); // what the store has dropped is no longer shown
         SaveRows(*path, m_session, m_view);
         m_status.Say(FormatCount(m_view.Size()) + " records saved");
+    }
+}
+
+void MainWindow::Open(const std::wstring& path)
+{
+    const WaitCursor wait;
+    m_session.Drain(0); // what has arrived before comes before
+    const bool empty = m_session.Store().Size() == 0;
+    const std::string outcome = OpenSavedFile(path, m_session);
+    if (empty)
+    {
+        SetFollowing(false); // one reads a file from its start
+    }
+    RefreshIn(kBusyMs);
+    m_status.Say(outcome);
+}
+
+void MainWindow::OpenAsked()
+{
+    if (const std::optional<std::wstring> path = AskForSavedFile(m_window))
+    {
+        Open(*path);
+    }
+}
+
+void MainWindow::OnDrop(HDROP drop)
+{
+    std::vector<std::wstring> paths(::DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0));
+    for (UINT i = 0; i < paths.size(); ++i)
+    {
+        std::wstring path(std::size_t{::DragQueryFileW(drop, i, nullptr, 0)} + 1, L'\0');
+        path.resize(::DragQueryFileW(drop, i, path.data(), static_cast<UINT>(path.size())));
+        paths[i] = std::move(path);
+    }
+    ::DragFinish(drop);
+    for (const std::wstring& path : paths)
+    {
+        Open(path);
     }
 }
 

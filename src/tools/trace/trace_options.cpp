@@ -9,12 +9,13 @@ namespace velt
 const char kTraceHelp[] =
     "Shows what VeltHTTPClient12OEM.dll and others trace.\n"
     "\n"
-    "usage: velt-trace [--level N] [--filter TEXT] [--keep N]\n"
+    "usage: velt-trace [--level N] [--filter TEXT] [--keep N] [FILE...]\n"
     "       velt-trace [--level N] [--filter TEXT] [--console] [--save FILE]\n"
     "       velt-trace --help\n"
     "\n"
     "Opens a window with the records as they arrive. Programs look for a viewer when\n"
-    "they load the component, so start this one before them.\n"
+    "they load the component, so start this one before them. With files that it has\n"
+    "saved it shows these instead, also while another viewer runs.\n"
     "\n"
     "  --console      print the records to standard output instead\n"
     "  --save FILE    record to a file without a window: as CSV when its name ends in\n"
@@ -60,6 +61,11 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
             options.console = true;
             continue;
         }
+        if (!name.empty() && name.front() != '-')
+        {
+            options.files.push_back(name);
+            continue;
+        }
         if (name != "--save" && name != "--level" && name != "--filter" && name != "--keep")
         {
             return TraceUsageError{"unknown argument: " + name};
@@ -93,6 +99,10 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         {
             options.keep.records = static_cast<std::size_t>(*number);
         }
+    }
+    if (!options.files.empty() && (options.console || !options.savePath.empty()))
+    {
+        return TraceUsageError{"a saved file is shown in the window: " + options.files.front()};
     }
     return options;
 }

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace velt
 {
@@ -14,7 +15,8 @@ struct TraceOptions
 {
     bool help = false;
     bool console = false;
-    std::string savePath; // empty: no file
+    std::string savePath;           // empty: no file
+    std::vector<std::string> files; // saved ones to be opened
     TraceFilter filter;
     TraceStoreLimits keep;
 

@@ -4,21 +4,31 @@
 #include "tools/common/to_utf8.h"
 #include "tools/common/trace_text.h"
 
+#include <map>
 #include <new>
+#include <string>
 
 namespace velt
 {
-TraceSession::TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits)
+TraceSession::TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits, Kind kind)
     : m_events(events),
-      m_store(limits),
-      m_receiver(*this)
+      m_store(limits)
 {
+    if (kind == Kind::receiving)
+    {
+        TraceReceiverEvents& own = *this; // a private base
+        m_receiver.emplace(own);
+    }
 }
 
 void TraceSession::Drain(DWORD senderLimitMs)
 {
+    if (!m_receiver)
+    {
+        return;
+    }
     m_finder.Wait(senderLimitMs); // without an answer the former one stands
-    const ArrivalQueue arrived = m_receiver.Take();
+    const ArrivalQueue arrived = m_receiver->Take();
     m_lost += arrived.Lost();
     std::map<std::uint32_t, std::uint32_t> numbers; // by process id
     arrived.ForEach([&](const Arrival& arrival, std::span<const std::byte> data) {
@@ -27,7 +37,7 @@ void TraceSession::Drain(DWORD senderLimitMs)
             auto known = numbers.find(arrival.processId);
             if (known == numbers.end())
             {
-                const std::uint32_t number = SenderNumber(
+                const std::uint32_t number = m_senders.Number(
                     arrival.processId == 0 ? m_finder.Describe()
                                            : SenderFinder::DescribeProcess(arrival.processId));
                 known = numbers.emplace(arrival.processId, number).first;
@@ -41,11 +51,18 @@ void TraceSession::Drain(DWORD senderLimitMs)
     });
 }
 
+void TraceSession::Add(const TraceEntry& entry, std::string_view process)
+{
+    TraceEntry named = entry;
+    named.sender = m_senders.Number(process);
+    m_store.Append(named);
+    m_malformed += entry.fault != TraceRecordFault::none ? 1 : 0;
+}
+
 void TraceSession::Clear() noexcept
 {
     m_store.Clear();
-    m_senders.clear();
-    m_senderNumbers.clear();
+    m_senders.Clear();
     m_malformed = 0;
     m_lost = 0;
 }
@@ -92,18 +109,5 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     entry.source = source;
     entry.text = text;
     m_store.Append(entry);
-}
-
-std::uint32_t TraceSession::SenderNumber(const std::string& name)
-{
-    const auto known = m_senderNumbers.find(name);
-    if (known != m_senderNumbers.end())
-    {
-        return known->second;
-    }
-    const auto number = static_cast<std::uint32_t>(m_senders.size());
-    m_senders.push_back(name); // first: one without its number does no harm
-    m_senderNumbers.emplace(name, number);
-    return number;
 }
 } // namespace velt

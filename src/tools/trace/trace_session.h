@@ -1,16 +1,15 @@
 #pragma once
 
 #include "tools/trace/sender_finder.h"
+#include "tools/trace/sender_names.h"
 #include "tools/trace/trace_receiver.h"
 #include "tools/trace/trace_store.h"
 
 #include <windows.h>
 
 #include <cstdint>
-#include <map>
-#include <string>
+#include <optional>
 #include <string_view>
-#include <vector>
 
 namespace velt
 {
@@ -19,8 +18,15 @@ namespace velt
 class TraceSession final : private TraceReceiverEvents
 {
 public:
+    enum class Kind : std::uint8_t
+    {
+        receiving, // what programs send
+        files,     // saved records alone: nobody sends to it
+    };
+
     /// `events` must outlive the session. Throws SystemException::Win32.
-    explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {});
+    explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {},
+                          Kind kind = Kind::receiving);
 
     /// Whether the look at who sends, which began with the first arrival, is done.
     bool KnowsSender() const noexcept
@@ -33,6 +39,10 @@ public:
     /// taken.
     void Drain(DWORD senderLimitMs);
 
+    /// Adds a record that was saved, behind all others, with the name of its process. Throws
+    /// std::bad_alloc.
+    void Add(const TraceEntry& entry, std::string_view process);
+
     /// Forgets all records and counts.
     void Clear() noexcept;
 
@@ -44,7 +54,7 @@ public:
     /// The process of an entry, such as "host.exe (12)".
     std::string_view Process(const TraceEntry& entry) const noexcept
     {
-        return entry.sender < m_senders.size() ? std::string_view(m_senders[entry.sender]) : "?";
+        return m_senders.Name(entry.sender);
     }
 
     std::uint64_t Malformed() const noexcept
@@ -62,15 +72,13 @@ private:
     void OnArrival() noexcept override;
     void OnCloseAsked() noexcept override;
     void Keep(const Arrival& arrival, std::span<const std::byte> data, std::uint32_t sender);
-    std::uint32_t SenderNumber(const std::string& name);
 
     TraceReceiverEvents& m_events;
     TraceStore m_store;
-    std::vector<std::string> m_senders; // by number
-    std::map<std::string, std::uint32_t> m_senderNumbers;
+    SenderNames m_senders;
     std::uint64_t m_malformed = 0;
     std::uint64_t m_lost = 0;
     SenderFinder m_finder;
-    TraceReceiver m_receiver; // last: its thread uses the others
+    std::optional<TraceReceiver> m_receiver; // last: its thread uses the others
 };
 } // namespace velt

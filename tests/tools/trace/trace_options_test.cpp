@@ -35,6 +35,8 @@ TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]"
     CHECK(options.filter.part == "--level"); // a value may look like an option
     CHECK(options.filter.highestLevel == -1);
     CHECK(options.keep == velt::TraceStoreLimits{});
+    CHECK(Parsed({"a.txt", "--level", "1", "b.csv"}).files ==
+          std::vector<std::string>{"a.txt", "b.csv"});
     CHECK(Parsed({"--keep", "1"}).keep.records == 1);
     CHECK(Parsed({"--keep", "1000000"}) == TraceOptions{});
 }
@@ -43,7 +45,9 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
 {
     const auto [arguments, message] = GENERATE(table<std::vector<std::string>, std::string>({
         {{"--nothing"}, "unknown argument: --nothing"},
-        {{"file.txt"}, "unknown argument: file.txt"},
+        {{"-file.txt"}, "unknown argument: -file.txt"},
+        {{"file.txt", "--console"}, "a saved file is shown in the window: file.txt"},
+        {{"--save", "a.txt", "b.txt"}, "a saved file is shown in the window: b.txt"},
         {{""}, "unknown argument: "},
         {{"--console", "--save"}, "--save needs a value"},
         {{"--save", ""}, "--save needs a value"},
