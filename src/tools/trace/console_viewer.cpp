@@ -118,11 +118,11 @@ void ConsoleViewer::WriteRecords()
     for (std::uint64_t at = store.First(); at < store.Next(); ++at)
     {
         const TraceEntry entry = store.At(at);
-        if (!m_options.filter.Accepts(entry))
+        const std::string_view process = m_session.Process(entry);
+        if (!m_options.filter.Accepts(entry, process))
         {
             continue;
         }
-        const std::string_view process = m_session.Process(entry);
         if (m_options.console)
         {
             AppendTextLine(printed, entry, process);

@@ -21,7 +21,8 @@ namespace
 {
 constexpr UINT_PTR kRefreshTimer = 1;
 constexpr UINT kArrivalMs = 100;       // so that many records make one change of the list
-constexpr std::size_t kSlice = 50'000; // records that are filtered between two messages
+constexpr std::size_t kSlice = 10'000; // records that are filtered between two looks at the keys
+constexpr DWORD kTickMs = 30;          // of filtering, then the window has its turn
 constexpr int kTicksForSender = 5;     // how often the list waits for the sender's name
 constexpr UINT kDpiChanged = 0x02E0;   // WM_DPICHANGED, since Windows 8.1
 
@@ -53,20 +54,22 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     : m_window(MakeFrame()),
       m_session(*this, options.keep,
                 options.files.empty() ? TraceSession::Kind::receiving : TraceSession::Kind::files),
-      m_view(m_session.Store()),
+      m_view(m_session.Store(), &m_session.Names()),
+      m_rules(options.filter.rules),
       m_look(WindowLook::DpiOf(m_window)),
       m_toolbar(MakeCommandBar(m_window)),
       m_bar(m_window, options.filter),
-      m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view),
+      m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view, m_marks),
       m_details(MakeDetails()),
-      m_status(m_window)
+      m_status(m_window),
+      m_rulesDialog([this](const TraceRules& rules) { SetRules(rules); })
 {
     m_built = true;
     ApplyLook();
     ::SetWindowPos(m_window, nullptr, 0, 0, m_look.Scaled(1100), m_look.Scaled(640),
                    SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
     SetFollowing(true);
-    ApplyFilter();
+    SetRules(m_rules);
     ShowStatus();
     ::ShowWindow(m_window, showCommand);
     ::UpdateWindow(m_window);
@@ -99,7 +102,7 @@ void MainWindow::Run()
         {
             SetFollowing(false); // who scrolls wants to stay there
         }
-        if (!::TranslateAcceleratorW(m_window, keys, &message) &&
+        if (!m_rulesDialog.Takes(message) && !::TranslateAcceleratorW(m_window, keys, &message) &&
             !::IsDialogMessageW(m_window, &message))
         {
             ::TranslateMessage(&message);
@@ -294,17 +297,31 @@ void MainWindow::OnTick()
         m_ticksWithoutSender = 0;
         m_session.Drain(0);
     }
-    const std::uint64_t end = m_session.Store().Next();
-    const std::uint64_t hidden = m_pausedAt ? end - std::min(*m_pausedAt, end) : 0;
-    const std::uint64_t waiting = m_view.Waiting();
-    m_view.Advance(static_cast<std::size_t>(
-        std::min<std::uint64_t>(kSlice, waiting - std::min(waiting, hidden))));
-    m_list.Update(m_following);
-    if (m_view.Waiting() > hidden)
+    if (FilterSome())
     {
         RefreshIn(kBusyMs);
     }
+    m_marks.LeaveOutBefore(m_session.Store().First());
     ShowStatus();
+}
+
+bool MainWindow::FilterSome()
+{
+    const std::uint64_t end = m_session.Store().Next();
+    const std::uint64_t hidden = m_pausedAt ? end - std::min(*m_pausedAt, end) : 0;
+    const std::uint64_t waiting = m_view.Waiting();
+    std::uint64_t left = waiting - std::min(waiting, hidden);
+    const DWORD startMs = ::GetTickCount();
+    do
+    {
+        const std::uint64_t slice = std::min<std::uint64_t>(kSlice, left);
+        m_view.Advance(static_cast<std::size_t>(slice));
+        left -= slice;
+        // A key waits for one slice at most, and what is there is shown soon.
+    } while (left > 0 && ::GetTickCount() - startMs < kTickMs &&
+             HIWORD(::GetQueueStatus(QS_INPUT)) == 0);
+    m_list.Update(m_following);
+    return m_view.Waiting() > hidden;
 }
 
 void MainWindow::OnSelection()

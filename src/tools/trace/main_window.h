@@ -2,7 +2,10 @@
 
 #include "tools/trace/filter_bar.h"
 #include "tools/trace/record_list.h"
+#include "tools/trace/row_search.h"
+#include "tools/trace/rules_dialog.h"
 #include "tools/trace/status_bar.h"
+#include "tools/trace/trace_marks.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
@@ -55,6 +58,7 @@ private:
     void OnCommand(UINT command, UINT code);
     std::optional<LRESULT> OnNotify(LPARAM notification);
     void OnTick();
+    bool FilterSome();
     void OnSelection();
     void OnEnter();
     void OnEscape();
@@ -63,6 +67,10 @@ private:
     void ApplyLook();
     void Layout() noexcept;
     void ApplyFilter();
+    void SetRules(const TraceRules& rules);
+    void Find(SearchDirection direction);
+    void ToggleMarks();
+    void GoToMark(SearchDirection direction);
     void SetPaused(bool paused);
     void SetFollowing(bool following) noexcept;
     void Check(UINT command, bool checked) const noexcept;
@@ -81,12 +89,15 @@ private:
     HWND m_window = nullptr;
     TraceSession m_session;
     TraceView m_view;
+    TraceMarks m_marks;
+    TraceRules m_rules;
     WindowLook m_look;
     HWND m_toolbar;
     FilterBar m_bar;
     RecordList m_list;
     HWND m_details;
     StatusBar m_status;
+    RulesDialog m_rulesDialog;
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;

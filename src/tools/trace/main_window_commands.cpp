@@ -23,7 +23,9 @@ namespace
 constexpr wchar_t kHelp[] =
     L"Programs that load the component after this viewer was started send it their trace.\r\n\r\n"
     L"Ctrl+F\tfilter by text or source\r\n"
-    L"Ctrl+H\thighlight a text\r\n"
+    L"Ctrl+D\tfilters and highlights, several at once\r\n"
+    L"Ctrl+H\thighlight a text; F3, Shift+F3 find it\r\n"
+    L"Ctrl+M\tmark records; F2, Shift+F2 go from mark to mark\r\n"
     L"Ctrl+P\tpause and go on; records are kept meanwhile\r\n"
     L"Ctrl+E\tfollow the newest record\r\n"
     L"Ctrl+J, Enter\tjump between an entry line and its exit line\r\n"
@@ -69,6 +71,21 @@ void MainWindow::OnCommand(UINT command, UINT code)
     case VELT_COMMAND_FIND_HIGHLIGHT:
         ::SetFocus(m_bar.HighlightField());
         return;
+    case VELT_COMMAND_RULES:
+        return m_rulesDialog.Show(m_window, m_rules);
+    case VELT_COMMAND_FIND_NEXT:
+        return Find(SearchDirection::forward);
+    case VELT_COMMAND_FIND_PREVIOUS:
+        return Find(SearchDirection::backward);
+    case VELT_COMMAND_MARK:
+        return ToggleMarks();
+    case VELT_COMMAND_NEXT_MARK:
+        return GoToMark(SearchDirection::forward);
+    case VELT_COMMAND_PREVIOUS_MARK:
+        return GoToMark(SearchDirection::backward);
+    case VELT_COMMAND_CLEAR_MARKS:
+        m_marks.Clear();
+        return m_list.ShowMarks();
     case VELT_COMMAND_HELP:
         return ShowHelp();
     case IDOK:
@@ -108,9 +125,78 @@ void MainWindow::OnEscape()
 void MainWindow::ApplyFilter()
 {
     m_list.KeepFocus();
-    m_view.SetFilter(m_bar.Filter());
-    m_list.Update(false);
+    TraceFilter filter = m_bar.Filter();
+    filter.rules = m_rules;
+    m_view.SetFilter(std::move(filter));
+    m_list.Update(false); // the former rows are no longer right
+    FilterSome(); // so that what there is soon follows the key without an empty list between
     RefreshIn(kBusyMs);
+}
+
+void MainWindow::SetRules(const TraceRules& rules)
+{
+    m_rules = rules;
+    m_session.SetRules(rules);
+    m_list.SetRules(rules);
+    TraceFilter filter = m_bar.Filter();
+    filter.rules = rules;
+    if (filter != m_view.Filter())
+    {
+        ApplyFilter();
+    }
+}
+
+void MainWindow::Find(SearchDirection direction)
+{
+    const TextPattern wanted = m_bar.Highlight();
+    if (wanted.IsEmpty())
+    {
+        ::SetFocus(m_bar.HighlightField()); // where one says what
+        return;
+    }
+    const WaitCursor wait;
+    const std::optional<std::size_t> row =
+        FindRow(m_session.Store(), m_view, wanted, m_list.FocusedRow(), direction);
+    if (!row)
+    {
+        m_status.Say("no shown record has this text");
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    SetFollowing(false);
+    m_list.Select(m_view.SequenceAt(*row));
+}
+
+void MainWindow::ToggleMarks()
+{
+    for (const std::uint64_t sequence : m_list.Selected())
+    {
+        m_marks.Toggle(sequence);
+    }
+    m_list.ShowMarks();
+}
+
+void MainWindow::GoToMark(SearchDirection direction)
+{
+    const bool forward = direction == SearchDirection::forward;
+    std::optional<std::uint64_t> from = m_list.Focused();
+    for (bool around = false;;)
+    {
+        const std::optional<std::uint64_t> mark =
+            forward ? m_marks.After(from) : m_marks.Before(from);
+        if (!mark && around)
+        {
+            break;
+        }
+        around = around || !mark;
+        from = mark; // none: on from the other end of the list, as finding goes
+        if (mark && m_list.Select(*mark))
+        {
+            return SetFollowing(false); // others the filter hides
+        }
+    }
+    m_status.Say("no shown record is marked");
+    ::MessageBeep(MB_OK);
 }
 
 void MainWindow::SetPaused(bool paused)
@@ -146,6 +232,7 @@ void MainWindow::Clear()
 {
     m_session.Drain(0); // what has arrived goes too
     m_session.Clear();
+    m_marks.Clear();
     if (m_pausedAt)
     {
         m_pausedAt = m_session.Store().Next();

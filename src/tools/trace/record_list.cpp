@@ -28,13 +28,14 @@ enum ColumnNumber
 };
 
 constexpr std::array<Column, 5> kColumns{{
-    {L"Time", 120},
+    {L"Time", 140},
     {L"Process", 170},
     {L"Level", 50},
     {L"Source", 90},
     {L"Text", 900},
 }};
 
+constexpr wchar_t kMarked[] = L"\u25BA ";
 constexpr std::size_t kDateLength = 11; // "2026-11-21 "
 
 // Beyond this many, a selection is not carried along when the oldest rows go.
@@ -43,7 +44,9 @@ constexpr std::size_t kMostMoved = 10'000;
 constexpr COLORREF kErrorColor = RGB(176, 0, 0);
 constexpr COLORREF kDetailColor = RGB(0, 80, 160);
 constexpr COLORREF kMalformedColor = RGB(160, 0, 160);
-constexpr COLORREF kHighlightColor = RGB(255, 243, 160);
+constexpr std::array<COLORREF, TraceRule::kColors> kHighlightColors{
+    RGB(255, 243, 160), RGB(200, 240, 200), RGB(200, 225, 255), RGB(255, 215, 210),
+    RGB(232, 215, 255)};
 
 bool IsHighContrast() noexcept
 {
@@ -65,9 +68,11 @@ COLORREF ColorOf(const TraceEntry& entry) noexcept
 }
 } // namespace
 
-RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view)
+RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view,
+                       const TraceMarks& marks)
     : m_session(session),
       m_view(view),
+      m_marks(marks),
       m_window(::CreateWindowExW(WS_EX_CLIENTEDGE, WC_LISTVIEWW, L"Trace records",
                                  WS_CHILD | WS_VISIBLE | WS_TABSTOP | LVS_REPORT | LVS_OWNERDATA |
                                      LVS_SHOWSELALWAYS,
@@ -100,9 +105,20 @@ void RecordList::SetLook(const WindowLook& look)
     }
 }
 
-void RecordList::SetHighlight(std::string part)
+void RecordList::SetHighlight(TextPattern part)
 {
     m_highlight = std::move(part);
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+void RecordList::SetRules(const TraceRules& rules)
+{
+    m_rules = rules;
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+void RecordList::ShowMarks() noexcept
+{
     ::InvalidateRect(m_window, nullptr, FALSE);
 }
 
@@ -137,8 +153,9 @@ void RecordList::Update(bool follow)
 
 void RecordList::KeepFocus() noexcept
 {
-    m_keep = Focused() ? Focused() : m_keep;
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    const std::optional<std::uint64_t> focused = Focused();
+    m_keep = focused ? focused : m_keep;
+    Deselect();
 }
 
 bool RecordList::Select(std::uint64_t sequence)
@@ -148,7 +165,7 @@ bool RecordList::Select(std::uint64_t sequence)
     {
         return false;
     }
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED);
+    Deselect();
     SelectRow(*row, LVIS_SELECTED | LVIS_FOCUSED);
     ListView_EnsureVisible(m_window, static_cast<int>(*row), FALSE);
     return true;
@@ -159,12 +176,18 @@ void RecordList::SelectAll() noexcept
     ListView_SetItemState(m_window, -1, LVIS_SELECTED, LVIS_SELECTED);
 }
 
-std::optional<std::uint64_t> RecordList::Focused() const noexcept
+std::optional<std::size_t> RecordList::FocusedRow() const noexcept
 {
     const int row = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);
     return row >= 0 && static_cast<std::size_t>(row) < m_view.Size()
-               ? std::optional(m_view.SequenceAt(static_cast<std::size_t>(row)))
+               ? std::optional(static_cast<std::size_t>(row))
                : std::nullopt;
+}
+
+std::optional<std::uint64_t> RecordList::Focused() const noexcept
+{
+    const std::optional<std::size_t> row = FocusedRow();
+    return row ? std::optional(m_view.SequenceAt(*row)) : std::nullopt;
 }
 
 std::vector<std::uint64_t> RecordList::Selected() const
@@ -208,6 +231,29 @@ void RecordList::SelectRow(std::size_t row, UINT state) noexcept
     ListView_SetItemState(m_window, static_cast<int>(row), state, state);
 }
 
+/// Takes selection and focus away row by row where they are few: told to do so for all rows, some
+/// list views walk through a million.
+void RecordList::Deselect() noexcept
+{
+    constexpr UINT kBoth = LVIS_SELECTED | LVIS_FOCUSED;
+    std::size_t selected = SelectedCount();
+    if (selected > kMostMoved)
+    {
+        ListView_SetItemState(m_window, -1, 0, kBoth);
+        return;
+    }
+    if (const std::optional<std::size_t> row = FocusedRow())
+    {
+        ListView_SetItemState(m_window, static_cast<int>(*row), 0, LVIS_FOCUSED);
+    }
+    for (int row = -1;
+         selected > 0 && (row = ListView_GetNextItem(m_window, row, LVNI_SELECTED)) >= 0;
+         --selected)
+    {
+        ListView_SetItemState(m_window, row, 0, LVIS_SELECTED);
+    }
+}
+
 void RecordList::MoveSelection(std::size_t gone)
 {
     // The list view knows rows only: what is selected stays where its record goes.
@@ -218,7 +264,7 @@ void RecordList::MoveSelection(std::size_t gone)
     {
         rows.push_back(row);
     }
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    Deselect();
     const auto moved = static_cast<int>(gone);
     for (const int row : rows)
     {
@@ -260,7 +306,9 @@ void RecordList::OnText(LVITEMW& item)
     switch (item.iSubItem)
     {
     case kTime:
-        m_text = WideFromUtf8(FormatArrival(entry.arrivalUs).substr(kDateLength));
+        // Before it, so that a mark can be seen in every colour and heard.
+        m_text = (m_marks.Has(sequence) ? kMarked : L"") +
+                 WideFromUtf8(FormatArrival(entry.arrivalUs).substr(kDateLength));
         break;
     case kProcess:
         m_text = WideFromUtf8(m_session.Process(entry));
@@ -282,7 +330,7 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
 {
     if (draw.nmcd.dwDrawStage == CDDS_PREPAINT)
     {
-        return IsHighContrast() ? CDRF_DODEFAULT : CDRF_NOTIFYITEMDRAW;
+        return CDRF_NOTIFYITEMDRAW;
     }
     const std::size_t row = draw.nmcd.dwItemSpec;
     if (draw.nmcd.dwDrawStage != CDDS_ITEMPREPAINT || row >= m_view.Size() ||
@@ -291,14 +339,32 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
         return CDRF_DODEFAULT;
     }
     const TraceEntry entry = m_session.Store().At(m_view.SequenceAt(row));
-    draw.clrText = ColorOf(entry);
-    if (!m_highlight.empty() && (ContainsIgnoringCase(entry.text, m_highlight) ||
-                                 ContainsIgnoringCase(entry.source, m_highlight)))
+    const std::optional<int> highlight = ColorBehind(entry);
+    if (IsHighContrast())
     {
-        draw.clrTextBk = kHighlightColor;
+        if (!highlight)
+        {
+            return CDRF_DODEFAULT;
+        }
+        draw.clrText = ::GetSysColor(COLOR_HOTLIGHT); // the one other colour that fits there
+        return CDRF_NEWFONT;
+    }
+    draw.clrText = ColorOf(entry);
+    if (highlight)
+    {
+        draw.clrTextBk = kHighlightColors[static_cast<std::size_t>(*highlight)];
         draw.clrText =
             entry.level <= 3 || entry.fault != TraceRecordFault::none ? draw.clrText : RGB(0, 0, 0);
     }
     return CDRF_NEWFONT;
+}
+
+std::optional<int> RecordList::ColorBehind(const TraceEntry& entry) const noexcept
+{
+    if (!m_highlight.IsEmpty() && (m_highlight.IsIn(entry.text) || m_highlight.IsIn(entry.source)))
+    {
+        return 0;
+    }
+    return HighlightOf(m_rules, entry, m_session.Process(entry));
 }
 } // namespace velt

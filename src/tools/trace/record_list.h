@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tools/trace/text_pattern.h"
+#include "tools/trace/trace_marks.h"
+#include "tools/trace/trace_rule.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
 #include "tools/trace/window_look.h"
@@ -21,8 +24,8 @@ namespace velt
 class RecordList
 {
 public:
-    /// Session and view must outlive the list. Throws SystemException::Win32.
-    RecordList(HWND parent, const TraceSession& session, TraceView& view);
+    /// Session, view and marks must outlive the list. Throws SystemException::Win32.
+    RecordList(HWND parent, const TraceSession& session, TraceView& view, const TraceMarks& marks);
 
     HWND Window() const noexcept
     {
@@ -31,8 +34,16 @@ public:
 
     void SetLook(const WindowLook& look);
 
-    /// Records with this in their text get another background; none for an empty part.
-    void SetHighlight(std::string part);
+    /// Records with this in their text or source get another background, before those that a rule
+    /// highlights; none for an empty part.
+    void SetHighlight(TextPattern part);
+    void SetRules(const TraceRules& rules);
+
+    /// Shows the marks that are there now.
+    void ShowMarks() noexcept;
+
+    /// The row with the focus.
+    std::optional<std::size_t> FocusedRow() const noexcept;
 
     /// Takes over the rows of the view after it has advanced. Throws std::bad_alloc.
     void Update(bool follow);
@@ -60,15 +71,19 @@ public:
 
 private:
     void SelectRow(std::size_t row, UINT state) noexcept;
+    void Deselect() noexcept;
     void MoveSelection(std::size_t gone);
     void ScrollBack(std::size_t gone) noexcept;
     void OnText(LVITEMW& item);
     LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
+    std::optional<int> ColorBehind(const TraceEntry& entry) const noexcept;
 
     const TraceSession& m_session;
     TraceView& m_view;
+    const TraceMarks& m_marks;
     HWND m_window;
-    std::string m_highlight;
+    TextPattern m_highlight;
+    TraceRules m_rules;
     std::optional<std::uint64_t> m_keep; // to be selected when it is shown
     std::wstring m_text;                 // of the last cell that was asked for
 };

@@ -56,6 +56,10 @@ void StatusBar::ShowCounts(const TraceSession& session, std::size_t shown, const
     {
         gone += ", " + FormatCount(session.Lost()) + " lost";
     }
+    if (session.Forgotten() != 0)
+    {
+        gone += ", " + FormatCount(session.Forgotten()) + " forgotten";
+    }
     Set(kGone, gone);
     Set(kMalformed, FormatCount(session.Malformed()) + " malformed");
 }

@@ -3,14 +3,15 @@
 #include <charconv>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 namespace velt
 {
 const char kTraceHelp[] =
     "Shows what VeltHTTPClient12OEM.dll and others trace.\n"
     "\n"
-    "usage: velt-trace [--level N] [--filter TEXT] [--keep N] [FILE...]\n"
-    "       velt-trace [--level N] [--filter TEXT] [--console] [--save FILE]\n"
+    "usage: velt-trace [FILTER...] [--keep N] [FILE...]\n"
+    "       velt-trace [FILTER...] [--console] [--save FILE]\n"
     "       velt-trace --help\n"
     "\n"
     "Opens a window with the records as they arrive. Programs look for a viewer when\n"
@@ -21,10 +22,18 @@ const char kTraceHelp[] =
     "  --save FILE    record to a file without a window: as CSV when its name ends in\n"
     "                 .csv, else as text; an existing file is replaced\n"
     "  --level N      only records up to level N: 1 errors, 3 details, 4 calls\n"
-    "  --filter TEXT  only records with this in their text or source, in any case\n"
+    "  --filter TEXT  only records with this in their text or source, in any case;\n"
+    "                 * stands for any characters, ? for one\n"
+    "  --include RULE only records that this rule, or another one like it, means\n"
+    "  --exclude RULE no records that this rule means\n"
+    "  --forget RULE  the same, and the window does not even keep them\n"
     "  --keep N       the window keeps the newest N records: 1 to 1000000, which it\n"
     "                 keeps without this option\n"
     "  --help         this text\n"
+    "\n"
+    "A rule is a text that records have in theirs, after any of level:N,\n"
+    "source:PATTERN and process:PATTERN, such as \"level:3 source:net* connected\".\n"
+    "--include, --exclude and --forget may be given several times.\n"
     "\n"
     "Without a window it ends at Ctrl+C.\n"
     "\n"
@@ -66,7 +75,9 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
             options.files.push_back(name);
             continue;
         }
-        if (name != "--save" && name != "--level" && name != "--filter" && name != "--keep")
+        const bool isRule = name == "--include" || name == "--exclude" || name == "--forget";
+        if (!isRule && name != "--save" && name != "--level" && name != "--filter" &&
+            name != "--keep")
         {
             return TraceUsageError{"unknown argument: " + name};
         }
@@ -75,7 +86,16 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
             return TraceUsageError{name + " needs a value"};
         }
         const std::string& value = arguments[i];
-        if (name == "--save")
+        if (isRule)
+        {
+            std::optional<TraceRule> rule = ParseRule("+" + name.substr(2) + " " + value);
+            if (!rule)
+            {
+                return TraceUsageError{name + " cannot be read: " + value};
+            }
+            options.filter.rules.push_back(std::move(*rule));
+        }
+        else if (name == "--save")
         {
             options.savePath = value;
         }

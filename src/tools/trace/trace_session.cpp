@@ -3,10 +3,14 @@
 #include "foundation/trace_record.h"
 #include "tools/common/to_utf8.h"
 #include "tools/common/trace_text.h"
+#include "tools/trace/trace_filter.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace velt
 {
@@ -56,7 +60,15 @@ void TraceSession::Add(const TraceEntry& entry, std::string_view process)
     TraceEntry named = entry;
     named.sender = m_senders.Number(process);
     m_store.Append(named);
-    m_malformed += entry.fault != TraceRecordFault::none ? 1 : 0;
+    m_malformed += entry.fault != TraceRecordFault::none ? 1u : 0u;
+}
+
+void TraceSession::SetRules(const TraceRules& rules)
+{
+    TraceRules forgetting;
+    std::copy_if(rules.begin(), rules.end(), std::back_inserter(forgetting),
+                 [](const TraceRule& rule) { return rule.kind == TraceRuleKind::forget; });
+    m_rules = std::move(forgetting);
 }
 
 void TraceSession::Clear() noexcept
@@ -64,6 +76,7 @@ void TraceSession::Clear() noexcept
     m_store.Clear();
     m_senders.Clear();
     m_malformed = 0;
+    m_forgotten = 0;
     m_lost = 0;
 }
 
@@ -99,8 +112,7 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     {
         const std::string text = DescribeMalformed(record.fault, arrival.sizeBytes, data);
         entry.text = text;
-        m_store.Append(entry);
-        ++m_malformed;
+        m_malformed += Append(entry) ? 1u : 0u;
         return;
     }
     const std::string source = ToUtf8(record.source);
@@ -108,6 +120,18 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     entry.level = record.level;
     entry.source = source;
     entry.text = text;
+    Append(entry);
+}
+
+/// False for one that a rule has forgotten.
+bool TraceSession::Append(const TraceEntry& entry)
+{
+    if (IsForgotten(m_rules, entry, m_senders.Name(entry.sender)))
+    {
+        ++m_forgotten;
+        return false;
+    }
     m_store.Append(entry);
+    return true;
 }
 } // namespace velt

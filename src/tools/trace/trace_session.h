@@ -3,6 +3,7 @@
 #include "tools/trace/sender_finder.h"
 #include "tools/trace/sender_names.h"
 #include "tools/trace/trace_receiver.h"
+#include "tools/trace/trace_rule.h"
 #include "tools/trace/trace_store.h"
 
 #include <windows.h>
@@ -43,6 +44,21 @@ public:
     /// std::bad_alloc.
     void Add(const TraceEntry& entry, std::string_view process);
 
+    /// Records that these rules mean to be forgotten are not kept when they arrive, but counted.
+    /// Throws std::bad_alloc.
+    void SetRules(const TraceRules& rules);
+
+    /// How many records a rule has had forgotten since the last Clear.
+    std::uint64_t Forgotten() const noexcept
+    {
+        return m_forgotten;
+    }
+
+    const SenderNames& Names() const noexcept
+    {
+        return m_senders;
+    }
+
     /// Forgets all records and counts.
     void Clear() noexcept;
 
@@ -71,11 +87,14 @@ public:
 private:
     void OnArrival() noexcept override;
     void OnCloseAsked() noexcept override;
+    bool Append(const TraceEntry& entry);
     void Keep(const Arrival& arrival, std::span<const std::byte> data, std::uint32_t sender);
 
     TraceReceiverEvents& m_events;
     TraceStore m_store;
     SenderNames m_senders;
+    TraceRules m_rules; // those that forget
+    std::uint64_t m_forgotten = 0;
     std::uint64_t m_malformed = 0;
     std::uint64_t m_lost = 0;
     SenderFinder m_finder;
