@@ -156,7 +156,12 @@ int ViewerProcess::Rows() const noexcept
 
 std::wstring ViewerProcess::Cell(int row, int column) const
 {
-    return RemoteText(Child(kList), LVM_GETITEMTEXTW, row, column);
+    return CellOf(Child(kList), row, column);
+}
+
+std::wstring ViewerProcess::CellOf(HWND list, int row, int column) const
+{
+    return RemoteText(list, LVM_GETITEMTEXTW, row, column);
 }
 
 std::vector<std::wstring> ViewerProcess::Texts() const

@@ -78,6 +78,9 @@ public:
     /// A cell of the list: time, process, level, source, text.
     std::wstring Cell(int row, int column) const;
 
+    /// A cell of another list of its.
+    std::wstring CellOf(HWND list, int row, int column) const;
+
     /// The texts of all rows.
     std::vector<std::wstring> Texts() const;
 

@@ -62,7 +62,9 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
       m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view, m_marks),
       m_details(MakeDetails()),
       m_status(m_window),
-      m_rulesDialog([this](const TraceRules& rules) { SetRules(rules); })
+      m_rulesDialog([this](const TraceRules& rules) { SetRules(rules); }),
+      m_callsDialog([this] { return CollectCalls(); },
+                    [this](std::uint64_t sequence) { GoTo(sequence); })
 {
     m_built = true;
     ApplyLook();
@@ -102,7 +104,8 @@ void MainWindow::Run()
         {
             SetFollowing(false); // who scrolls wants to stay there
         }
-        if (!m_rulesDialog.Takes(message) && !::TranslateAcceleratorW(m_window, keys, &message) &&
+        if (!m_rulesDialog.Takes(message) && !m_callsDialog.Takes(message) &&
+            !::TranslateAcceleratorW(m_window, keys, &message) &&
             !::IsDialogMessageW(m_window, &message))
         {
             ::TranslateMessage(&message);

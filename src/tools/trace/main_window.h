@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/trace/calls_dialog.h"
 #include "tools/trace/filter_bar.h"
 #include "tools/trace/record_list.h"
 #include "tools/trace/row_search.h"
@@ -71,6 +72,8 @@ private:
     void Find(SearchDirection direction);
     void ToggleMarks();
     void GoToMark(SearchDirection direction);
+    CallsDialog::Content CollectCalls() const;
+    void GoTo(std::uint64_t sequence);
     void SetPaused(bool paused);
     void SetFollowing(bool following) noexcept;
     void Check(UINT command, bool checked) const noexcept;
@@ -98,6 +101,7 @@ private:
     HWND m_details;
     StatusBar m_status;
     RulesDialog m_rulesDialog;
+    CallsDialog m_callsDialog;
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;

@@ -13,6 +13,7 @@
 
 #include <commctrl.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -29,6 +30,7 @@ constexpr wchar_t kHelp[] =
     L"Ctrl+P\tpause and go on; records are kept meanwhile\r\n"
     L"Ctrl+E\tfollow the newest record\r\n"
     L"Ctrl+J, Enter\tjump between an entry line and its exit line\r\n"
+    L"Ctrl+T\tslowest calls: times by function\r\n"
     L"Ctrl+C\tcopy the selected records\r\n"
     L"Ctrl+O\topen saved records; dropped files, too\r\n"
     L"Ctrl+S\tsave the shown records as text or CSV\r\n"
@@ -71,6 +73,8 @@ void MainWindow::OnCommand(UINT command, UINT code)
     case VELT_COMMAND_FIND_HIGHLIGHT:
         ::SetFocus(m_bar.HighlightField());
         return;
+    case VELT_COMMAND_CALLS:
+        return m_callsDialog.Show(m_window);
     case VELT_COMMAND_RULES:
         return m_rulesDialog.Show(m_window, m_rules);
     case VELT_COMMAND_FIND_NEXT:
@@ -270,7 +274,7 @@ void MainWindow::SelectAll() noexcept
 
 void MainWindow::Save()
 {
-    if (const std::optional<std::wstring> path = AskForFile(m_window))
+    if (const std::optional<std::wstring> path = AskForFile(m_window, SavedKind::textOrCsv))
     {
         const WaitCursor wait;
         m_list.Update(m_following); // what the store has dropped is no longer shown
@@ -315,6 +319,49 @@ void MainWindow::OnDrop(HDROP drop)
     {
         Open(path);
     }
+}
+
+/// The calls among the selected records, or among all that are shown when at most one is.
+CallsDialog::Content MainWindow::CollectCalls() const
+{
+    const TraceStore& store = m_session.Store();
+    CallTimesCollector collector;
+    const bool selected = m_list.SelectedCount() > 1;
+    const auto add = [&](std::uint64_t sequence) {
+        if (sequence >= store.First()) // not dropped since the last update
+        {
+            collector.Add(sequence, store.At(sequence));
+        }
+    };
+    if (selected)
+    {
+        const std::vector<std::uint64_t> sequences = m_list.Selected();
+        std::for_each(sequences.begin(), sequences.end(), add);
+    }
+    for (std::size_t row = 0; !selected && row < m_view.Size(); ++row)
+    {
+        add(m_view.SequenceAt(row));
+    }
+    CallsDialog::Content content;
+    content.times = collector.Take();
+    content.about = FormatCount(content.times.size()) +
+                    (content.times.size() == 1 ? " function" : " functions") + " among the " +
+                    (selected ? FormatCount(m_list.SelectedCount()) + " selected records"
+                              : FormatCount(m_view.Size()) + " shown records");
+    return content;
+}
+
+void MainWindow::GoTo(std::uint64_t sequence)
+{
+    SetFollowing(false);
+    if (!m_list.Select(sequence))
+    {
+        m_status.Say("this record is not shown any more");
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    ::SetForegroundWindow(m_window);
+    ::SetFocus(m_list.Window());
 }
 
 void MainWindow::Jump()

@@ -12,26 +12,6 @@ namespace velt
 namespace
 {
 using Buffer = std::array<char, 64>;
-
-void AppendCsvField(std::string& to, std::string_view field)
-{
-    const bool formula = LooksLikeFormula(field);
-    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
-    {
-        to += field;
-        return;
-    }
-    to += '"';
-    if (formula)
-    {
-        to += '\'';
-    }
-    for (const char c : field)
-    {
-        to.append(c == '"' ? 2 : 1, c);
-    }
-    to += '"';
-}
 } // namespace
 
 std::string FormatArrival(std::int64_t microseconds)
@@ -111,6 +91,26 @@ bool LooksLikeFormula(std::string_view field) noexcept
     const std::size_t start = std::min(field.find_first_not_of(' '), field.size());
     return start < field.size() &&
            std::string_view("=+-@\t\r").find(field[start]) != std::string_view::npos;
+}
+
+void AppendCsvField(std::string& to, std::string_view field)
+{
+    const bool formula = LooksLikeFormula(field);
+    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
+    {
+        to += field;
+        return;
+    }
+    to += '"';
+    if (formula)
+    {
+        to += '\'';
+    }
+    for (const char c : field)
+    {
+        to.append(c == '"' ? 2 : 1, c);
+    }
+    to += '"';
 }
 
 void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process)
