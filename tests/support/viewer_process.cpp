@@ -84,8 +84,13 @@ bool BelongsTo(HWND window, DWORD processId) noexcept
 }
 } // namespace
 
-ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& program)
+ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& program,
+                             Memory memory)
 {
+    if (memory == Memory::none)
+    {
+        ::RegDeleteKeyW(HKEY_CURRENT_USER, kSettings);
+    }
     auto [output, outputEnd] = MakePipe();
     auto [errors, errorsEnd] = MakePipe();
     STARTUPINFOW startup{};

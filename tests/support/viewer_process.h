@@ -29,9 +29,19 @@ public:
     static constexpr int kSaveCommand = 201;
     static constexpr int kPauseCommand = 206;
 
+    /// Where it keeps what it remembers, below the user's key.
+    static constexpr wchar_t kSettings[] = L"Software\\Velt\\TraceViewer";
+
+    enum class Memory
+    {
+        none, // of earlier tests
+        kept,
+    };
+
     /// Starts it with these arguments; its output is caught.
     explicit ViewerProcess(const std::wstring& arguments = L"",
-                           const std::wstring& program = ShippedFile(L"velt-trace.exe"));
+                           const std::wstring& program = ShippedFile(L"velt-trace.exe"),
+                           Memory memory = Memory::none);
 
     ViewerProcess(const ViewerProcess&) = delete;
     ViewerProcess& operator=(const ViewerProcess&) = delete;

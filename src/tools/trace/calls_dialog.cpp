@@ -52,6 +52,22 @@ void CallsDialog::Show(HWND owner)
     ::SetFocus(Item(VELT_ID_CALLS));
 }
 
+void CallsDialog::SetLook(const WindowLook& look) noexcept
+{
+    m_look = &look;
+    if (!m_window)
+    {
+        return;
+    }
+    const HWND list = Item(VELT_ID_CALLS);
+    ListView_SetBkColor(list, look.Colors().window);
+    ListView_SetTextBkColor(list, look.Colors().window);
+    ListView_SetTextColor(list, look.Colors().text);
+    look.ApplyTo(m_window);
+    look.ApplyTo(list);
+    ::RedrawWindow(m_window, nullptr, nullptr, RDW_ERASE | RDW_INVALIDATE | RDW_ALLCHILDREN);
+}
+
 INT_PTR CALLBACK CallsDialog::DialogProc(HWND window, UINT message, WPARAM wParam,
                                          LPARAM lParam) noexcept
 {
@@ -63,7 +79,7 @@ INT_PTR CALLBACK CallsDialog::DialogProc(HWND window, UINT message, WPARAM wPara
     auto* const self = reinterpret_cast<CallsDialog*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
     try
     {
-        return self && self->Handle(message, wParam, lParam) ? TRUE : FALSE;
+        return self ? self->Handle(message, wParam, lParam) : FALSE;
     }
     catch (...)
     {
@@ -72,25 +88,32 @@ INT_PTR CALLBACK CallsDialog::DialogProc(HWND window, UINT message, WPARAM wPara
     }
 }
 
-bool CallsDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
+INT_PTR CallsDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message)
     {
     case WM_INITDIALOG:
         Build();
-        return true;
+        SetLook(*m_look);
+        return TRUE;
     case WM_COMMAND:
         OnCommand(LOWORD(wParam), HIWORD(wParam));
-        return true;
+        return TRUE;
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+    case WM_CTLCOLORBTN:
+        return reinterpret_cast<INT_PTR>(m_look->ColorsFor(message, reinterpret_cast<HDC>(wParam)));
     case WM_NOTIFY:
         OnNotify(lParam);
-        return false;
+        return FALSE;
     case WM_DESTROY:
         m_window = nullptr;
         m_content = {};
-        return true;
+        return TRUE;
     default:
-        return false;
+        return FALSE;
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/trace/call_times.h"
+#include "tools/trace/window_look.h"
 
 #include <windows.h>
 
@@ -36,6 +37,9 @@ public:
     /// Shows it with what there is now. Throws SystemException::Win32 and std::bad_alloc.
     void Show(HWND owner);
 
+    /// The look must outlive its use here: until the next call.
+    void SetLook(const WindowLook& look) noexcept;
+
     /// Whether a message was for one of its controls.
     bool Takes(MSG& message) const noexcept
     {
@@ -45,7 +49,7 @@ public:
 private:
     static INT_PTR CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam,
                                        LPARAM lParam) noexcept;
-    bool Handle(UINT message, WPARAM wParam, LPARAM lParam);
+    INT_PTR Handle(UINT message, WPARAM wParam, LPARAM lParam);
     void Build();
     void OnCommand(UINT command, UINT code);
     void OnNotify(LPARAM notification);
@@ -65,5 +69,6 @@ private:
     Content m_content;
     CallTimesOrder m_order = CallTimesOrder::total;
     HWND m_window = nullptr;
+    const WindowLook* m_look = nullptr;
 };
 } // namespace velt

@@ -15,6 +15,7 @@
 #include "tools/trace/trace_export.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/viewer_instance.h"
+#include "tools/trace/viewer_settings.h"
 
 #include <windows.h>
 
@@ -159,6 +160,10 @@ int Run(const std::vector<std::string>& arguments)
     {
         velt::Console(STD_OUTPUT_HANDLE).Write(velt::kTraceHelp);
         return kDone;
+    }
+    if (options.defaults)
+    {
+        velt::ViewerSettings::Forget();
     }
     if (!options.files.empty())
     {

@@ -52,24 +52,40 @@ int HeightOf(HWND window) noexcept
 
 MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     : m_window(MakeFrame()),
+      m_settings(ViewerSettings::Load()),
       m_session(*this, options.keep,
                 options.files.empty() ? TraceSession::Kind::receiving : TraceSession::Kind::files),
       m_view(m_session.Store(), &m_session.Names()),
-      m_rules(options.filter.rules),
+      m_rules(options.filter.rules.empty() ? m_settings.rules : options.filter.rules),
+      m_rulesAreOptions(!options.filter.rules.empty()),
       m_look(WindowLook::DpiOf(m_window)),
       m_toolbar(MakeCommandBar(m_window)),
       m_bar(m_window, options.filter),
       m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view, m_marks),
       m_details(MakeDetails()),
       m_status(m_window),
-      m_rulesDialog([this](const TraceRules& rules) { SetRules(rules); }),
+      m_rulesDialog([this](const TraceRules& rules) {
+          m_rulesAreOptions = false;
+          SetRules(rules);
+      }),
       m_callsDialog([this] { return CollectCalls(); },
                     [this](std::uint64_t sequence) { GoTo(sequence); })
 {
     m_built = true;
+    m_list.SetColumns(m_settings.columnWidths, m_settings.columnOrder);
     ApplyLook();
     ::SetWindowPos(m_window, nullptr, 0, 0, m_look.Scaled(1100), m_look.Scaled(640),
                    SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    if (m_settings.place)
+    {
+        WINDOWPLACEMENT placement{};
+        placement.length = sizeof(placement);
+        placement.showCmd = SW_HIDE;
+        placement.rcNormalPosition = *m_settings.place;
+        ::SetWindowPlacement(m_window, &placement);
+        const bool normal = showCommand == SW_SHOWDEFAULT || showCommand == SW_SHOWNORMAL;
+        showCommand = m_settings.maximized && normal ? SW_SHOWMAXIMIZED : showCommand;
+    }
     SetFollowing(true);
     SetRules(m_rules);
     ShowStatus();
@@ -240,7 +256,30 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
             return 0;
         }
         return std::nullopt;
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLORLISTBOX:
+    case WM_CTLCOLORBTN:
+        if (const HBRUSH brush = m_look.ColorsFor(message, reinterpret_cast<HDC>(wParam)))
+        {
+            return reinterpret_cast<LRESULT>(brush);
+        }
+        return std::nullopt;
+    case WM_ERASEBKGND:
+    {
+        RECT client{};
+        ::GetClientRect(m_window, &client);
+        ::FillRect(reinterpret_cast<HDC>(wParam), &client, m_look.FaceBrush());
+        return TRUE;
+    }
+    case WM_ENDSESSION:
+        if (wParam != 0)
+        {
+            Remember();
+        }
+        return 0;
     case WM_DESTROY:
+        Remember();
         m_built = false;
         ::PostQuitMessage(0);
         return 0;
@@ -285,7 +324,34 @@ std::optional<LRESULT> MainWindow::OnNotify(LPARAM notification)
             break;
         }
     }
+    if (header.hwndFrom == m_toolbar && header.code == NM_CUSTOMDRAW)
+    {
+        return OnToolbarDraw(notification);
+    }
     return m_list.OnNotify(header, notification);
+}
+
+/// The dark look, which not every system gives a tool bar.
+std::optional<LRESULT> MainWindow::OnToolbarDraw(LPARAM notification) const noexcept
+{
+    if (!m_look.IsDark())
+    {
+        return std::nullopt;
+    }
+    auto& draw = *reinterpret_cast<NMTBCUSTOMDRAW*>(notification);
+    if (draw.nmcd.dwDrawStage == CDDS_PREPAINT)
+    {
+        ::FillRect(draw.nmcd.hdc, &draw.nmcd.rc, m_look.FaceBrush());
+        return CDRF_NOTIFYITEMDRAW;
+    }
+    if (draw.nmcd.dwDrawStage != CDDS_ITEMPREPAINT)
+    {
+        return CDRF_DODEFAULT;
+    }
+    const bool shown = (draw.nmcd.uItemState & (CDIS_HOT | CDIS_CHECKED | CDIS_SELECTED)) != 0;
+    ::FillRect(draw.nmcd.hdc, &draw.nmcd.rc, shown ? m_look.WindowBrush() : m_look.FaceBrush());
+    draw.clrText = m_look.Colors().faceText;
+    return TBCDRF_NOEDGES | TBCDRF_NOBACKGROUND | TBCDRF_NOETCHEDEFFECT;
 }
 
 void MainWindow::OnTick()
@@ -340,6 +406,26 @@ void MainWindow::OnSelection()
     ::SetWindowTextW(m_details, WideFromUtf8(DetailsText(m_session, m_list, text)).c_str());
 }
 
+void MainWindow::Remember()
+{
+    WINDOWPLACEMENT placement{};
+    placement.length = sizeof(placement);
+    if (::GetWindowPlacement(m_window, &placement))
+    {
+        m_settings.place = placement.rcNormalPosition;
+        m_settings.maximized = placement.showCmd == SW_SHOWMAXIMIZED ||
+                               (placement.showCmd == SW_SHOWMINIMIZED &&
+                                (placement.flags & WPF_RESTORETOMAXIMIZED) != 0);
+    }
+    m_settings.columnWidths = m_list.ColumnWidths();
+    m_settings.columnOrder = m_list.ColumnOrder();
+    if (!m_rulesAreOptions)
+    {
+        m_settings.rules = m_rules;
+    }
+    m_settings.Save();
+}
+
 void MainWindow::RefreshIn(UINT periodMs) noexcept
 {
     ::SetTimer(m_window, kRefreshTimer, periodMs, nullptr);
@@ -347,7 +433,9 @@ void MainWindow::RefreshIn(UINT periodMs) noexcept
 
 void MainWindow::ApplyLook()
 {
-    m_look = WindowLook(WindowLook::DpiOf(m_window));
+    m_look = WindowLook(WindowLook::DpiOf(m_window), m_settings.font);
+    m_look.ApplyTo(m_window);
+    m_look.ApplyTo(m_details);
     const auto font = reinterpret_cast<WPARAM>(m_look.Font());
     ::SendMessageW(m_toolbar, WM_SETFONT, font, TRUE);
     ::SendMessageW(m_details, WM_SETFONT, reinterpret_cast<WPARAM>(m_look.FixedFont()), TRUE);
@@ -355,6 +443,10 @@ void MainWindow::ApplyLook()
     m_bar.SetLook(m_look);
     m_list.SetLook(m_look);
     m_status.SetLook(m_look);
+    m_rulesDialog.SetLook(m_look);
+    m_callsDialog.SetLook(m_look);
+    ::RedrawWindow(m_window, nullptr, nullptr,
+                   RDW_ERASE | RDW_FRAME | RDW_INVALIDATE | RDW_ALLCHILDREN);
     Layout();
 }
 

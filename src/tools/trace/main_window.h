@@ -10,6 +10,7 @@
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
+#include "tools/trace/viewer_settings.h"
 #include "tools/trace/window_look.h"
 
 #include <windows.h>
@@ -64,6 +65,11 @@ private:
     void OnEnter();
     void OnEscape();
 
+    std::optional<LRESULT> OnToolbarDraw(LPARAM notification) const noexcept;
+    void Remember();
+    void ChooseRecordFont();
+    void ShowAbout() const;
+
     void RefreshIn(UINT periodMs) noexcept;
     void ApplyLook();
     void Layout() noexcept;
@@ -90,10 +96,12 @@ private:
 
     bool m_built = false; // first: making the windows already sends messages
     HWND m_window = nullptr;
+    ViewerSettings m_settings;
     TraceSession m_session;
     TraceView m_view;
     TraceMarks m_marks;
     TraceRules m_rules;
+    bool m_rulesAreOptions; // of the command line, and not to be remembered
     WindowLook m_look;
     HWND m_toolbar;
     FilterBar m_bar;

@@ -1,5 +1,6 @@
 // What the viewer's window does when it is told to: by its menu, its buttons and its keys.
 
+#include "foundation/velt_version.h"
 #include "foundation/wide_text.h"
 #include "tools/trace/clipboard.h"
 #include "tools/trace/file_opener.h"
@@ -12,6 +13,7 @@
 #include "tools/trace/wait_cursor.h"
 
 #include <commctrl.h>
+#include <commdlg.h>
 
 #include <algorithm>
 #include <utility>
@@ -90,6 +92,10 @@ void MainWindow::OnCommand(UINT command, UINT code)
     case VELT_COMMAND_CLEAR_MARKS:
         m_marks.Clear();
         return m_list.ShowMarks();
+    case VELT_COMMAND_FONT:
+        return ChooseRecordFont();
+    case VELT_COMMAND_ABOUT:
+        return ShowAbout();
     case VELT_COMMAND_HELP:
         return ShowHelp();
     case IDOK:
@@ -390,5 +396,33 @@ void MainWindow::Jump()
 void MainWindow::ShowHelp() const
 {
     ::MessageBoxW(m_window, kHelp, kMessageTitle, MB_OK | MB_ICONINFORMATION);
+}
+
+void MainWindow::ShowAbout() const
+{
+    std::wstring text =
+        L"" VELT_PRODUCT L" trace viewer\r\n" VELT_VERSION_TEXT L", " VELT_EDITION L"\r"
+                                                                                   L"\n" VELT_COPYRIGHT L"\r\n\r\nThe manual is docs\\trace.md in the developers' package; "
+        L"F1 tells the keys, velt-trace --help the options.";
+    ::MessageBoxW(m_window, text.c_str(), L"About the trace viewer", MB_OK | MB_ICONINFORMATION);
+}
+
+void MainWindow::ChooseRecordFont()
+{
+    LOGFONTW font{};
+    ::GetObjectW(m_look.FixedFont(), sizeof(font), &font);
+    CHOOSEFONTW question{};
+    question.lStructSize = sizeof(question);
+    question.hwndOwner = m_window;
+    question.lpLogFont = &font;
+    question.Flags = CF_SCREENFONTS | CF_INITTOLOGFONTSTRUCT | CF_NOSCRIPTSEL | CF_LIMITSIZE |
+                     CF_NOVERTFONTS | CF_FORCEFONTEXIST;
+    question.nSizeMin = FontChoice::kSmallest / 10;
+    question.nSizeMax = FontChoice::kLargest / 10;
+    if (::ChooseFontW(&question))
+    {
+        m_settings.font = FontChoice{font.lfFaceName, question.iPointSize};
+        ApplyLook();
+    }
 }
 } // namespace velt

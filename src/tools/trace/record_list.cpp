@@ -7,6 +7,8 @@
 #include "tools/trace/trace_filter.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 namespace velt
 {
@@ -40,32 +42,6 @@ constexpr std::size_t kDateLength = 11; // "2026-11-21 "
 
 // Beyond this many, a selection is not carried along when the oldest rows go.
 constexpr std::size_t kMostMoved = 10'000;
-
-constexpr COLORREF kErrorColor = RGB(176, 0, 0);
-constexpr COLORREF kDetailColor = RGB(0, 80, 160);
-constexpr COLORREF kMalformedColor = RGB(160, 0, 160);
-constexpr std::array<COLORREF, TraceRule::kColors> kHighlightColors{
-    RGB(255, 243, 160), RGB(200, 240, 200), RGB(200, 225, 255), RGB(255, 215, 210),
-    RGB(232, 215, 255)};
-
-bool IsHighContrast() noexcept
-{
-    HIGHCONTRASTW contrast{};
-    contrast.cbSize = sizeof(contrast);
-    return ::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(contrast), &contrast, 0) &&
-           (contrast.dwFlags & HCF_HIGHCONTRASTON) != 0;
-}
-
-COLORREF ColorOf(const TraceEntry& entry) noexcept
-{
-    if (entry.fault != TraceRecordFault::none)
-    {
-        return kMalformedColor;
-    }
-    return entry.level <= 1   ? kErrorColor
-           : entry.level <= 3 ? kDetailColor
-                              : ::GetSysColor(COLOR_WINDOWTEXT);
-}
 } // namespace
 
 RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view,
@@ -93,16 +69,61 @@ RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view
         column.pszText = const_cast<wchar_t*>(kColumns[i].name);
         column.iSubItem = static_cast<int>(i);
         ListView_InsertColumn(m_window, static_cast<int>(i), &column);
+        m_widths.push_back(kColumns[i].width);
     }
+    ::SetWindowSubclass(m_window, &RecordList::ListProc, 0, reinterpret_cast<DWORD_PTR>(this));
 }
 
 void RecordList::SetLook(const WindowLook& look)
 {
-    ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.FixedFont()), TRUE);
-    for (std::size_t i = 0; i < kColumns.size(); ++i)
+    if (m_dpi != 0)
     {
-        ListView_SetColumnWidth(m_window, static_cast<int>(i), look.Scaled(kColumns[i].width));
+        m_widths = ColumnWidths(); // as the user has left them
     }
+    m_dpi = look.Dpi();
+    m_look = &look;
+    ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.FixedFont()), TRUE);
+    for (std::size_t i = 0; i < m_widths.size(); ++i)
+    {
+        ListView_SetColumnWidth(m_window, static_cast<int>(i), look.Scaled(m_widths[i]));
+    }
+    const Palette& colors = look.Colors();
+    ListView_SetBkColor(m_window, colors.window);
+    ListView_SetTextBkColor(m_window, colors.window);
+    ListView_SetTextColor(m_window, colors.text);
+    look.ApplyTo(m_window);
+    ::InvalidateRect(m_window, nullptr, TRUE);
+}
+
+void RecordList::SetColumns(const std::optional<std::vector<int>>& widths,
+                            const std::optional<std::vector<int>>& order)
+{
+    m_widths = widths && widths->size() == m_widths.size() ? *widths : m_widths;
+    if (order && order->size() == m_widths.size())
+    {
+        std::vector<int> places = *order;
+        ListView_SetColumnOrderArray(m_window, static_cast<int>(places.size()), places.data());
+    }
+}
+
+std::vector<int> RecordList::ColumnWidths() const
+{
+    std::vector<int> widths(kColumns.size());
+    for (std::size_t i = 0; i < widths.size(); ++i)
+    {
+        const int width = ListView_GetColumnWidth(m_window, static_cast<int>(i));
+        // One that has not been moved stays what it was: there and back would round it.
+        widths[i] =
+            width == ::MulDiv(m_widths[i], m_dpi, 96) ? m_widths[i] : ::MulDiv(width, 96, m_dpi);
+    }
+    return widths;
+}
+
+std::vector<int> RecordList::ColumnOrder() const
+{
+    std::vector<int> order(kColumns.size());
+    ListView_GetColumnOrderArray(m_window, static_cast<int>(order.size()), order.data());
+    return order;
 }
 
 void RecordList::SetHighlight(TextPattern part)
@@ -340,7 +361,7 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
     }
     const TraceEntry entry = m_session.Store().At(m_view.SequenceAt(row));
     const std::optional<int> highlight = ColorBehind(entry);
-    if (IsHighContrast())
+    if (m_look->IsHighContrast())
     {
         if (!highlight)
         {
@@ -352,11 +373,80 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
     draw.clrText = ColorOf(entry);
     if (highlight)
     {
-        draw.clrTextBk = kHighlightColors[static_cast<std::size_t>(*highlight)];
-        draw.clrText =
-            entry.level <= 3 || entry.fault != TraceRecordFault::none ? draw.clrText : RGB(0, 0, 0);
+        draw.clrTextBk = m_look->Colors().highlights[static_cast<std::size_t>(*highlight)];
+        const bool plain = entry.level > 3 && entry.fault == TraceRecordFault::none;
+        draw.clrText = plain && !m_look->IsDark() ? RGB(0, 0, 0) : draw.clrText;
     }
     return CDRF_NEWFONT;
+}
+
+COLORREF RecordList::ColorOf(const TraceEntry& entry) const noexcept
+{
+    const Palette& colors = m_look->Colors();
+    if (entry.fault != TraceRecordFault::none)
+    {
+        return colors.malformed;
+    }
+    return entry.level <= 1 ? colors.error : entry.level <= 3 ? colors.detail : colors.text;
+}
+
+LRESULT CALLBACK RecordList::ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                      UINT_PTR id, DWORD_PTR self) noexcept
+{
+    if (message == WM_NOTIFY)
+    {
+        if (const std::optional<LRESULT> result =
+                reinterpret_cast<const RecordList*>(self)->OnHeader(lParam))
+        {
+            return *result;
+        }
+    }
+    if (message == WM_NCDESTROY)
+    {
+        ::RemoveWindowSubclass(window, &RecordList::ListProc, id);
+    }
+    return ::DefSubclassProc(window, message, wParam, lParam);
+}
+
+/// The names of the columns in the dark look, which not every system draws by itself.
+std::optional<LRESULT> RecordList::OnHeader(LPARAM notification) const noexcept
+{
+    NMHDR header;
+    std::memcpy(&header, reinterpret_cast<const void*>(notification), sizeof(header));
+    if (header.code != NM_CUSTOMDRAW || header.hwndFrom != ListView_GetHeader(m_window) ||
+        !m_look || !m_look->IsDark())
+    {
+        return std::nullopt;
+    }
+    const auto& draw = *reinterpret_cast<const NMCUSTOMDRAW*>(notification);
+    if (draw.dwDrawStage == CDDS_PREPAINT)
+    {
+        RECT whole{};
+        ::GetClientRect(header.hwndFrom, &whole);
+        ::FillRect(draw.hdc, &whole, m_look->FaceBrush());
+        return CDRF_NOTIFYITEMDRAW;
+    }
+    if (draw.dwDrawStage != CDDS_ITEMPREPAINT)
+    {
+        return CDRF_DODEFAULT;
+    }
+    std::array<wchar_t, 64> text{};
+    HDITEMW item{};
+    item.mask = HDI_TEXT;
+    item.pszText = text.data();
+    item.cchTextMax = static_cast<int>(text.size());
+    ::SendMessageW(header.hwndFrom, HDM_GETITEMW, draw.dwItemSpec, reinterpret_cast<LPARAM>(&item));
+    RECT place = draw.rc;
+    ::FillRect(draw.hdc, &place, m_look->FaceBrush());
+    RECT edge = place; // the line that divides it from the next
+    edge.left = edge.right - 1;
+    ::FillRect(draw.hdc, &edge, m_look->WindowBrush());
+    place.left += m_look->Scaled(6);
+    ::SetBkMode(draw.hdc, TRANSPARENT);
+    ::SetTextColor(draw.hdc, m_look->Colors().faceText);
+    ::DrawTextW(draw.hdc, text.data(), -1, &place,
+                DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
+    return CDRF_SKIPDEFAULT;
 }
 
 std::optional<int> RecordList::ColorBehind(const TraceEntry& entry) const noexcept

@@ -32,7 +32,14 @@ public:
         return m_window;
     }
 
+    /// The look must outlive its use here: until the next call.
     void SetLook(const WindowLook& look);
+
+    /// Columns as settings keep them: widths at 96 dots an inch, and their order from the left.
+    void SetColumns(const std::optional<std::vector<int>>& widths,
+                    const std::optional<std::vector<int>>& order);
+    std::vector<int> ColumnWidths() const;
+    std::vector<int> ColumnOrder() const;
 
     /// Records with this in their text or source get another background, before those that a rule
     /// highlights; none for an empty part.
@@ -75,13 +82,20 @@ private:
     void MoveSelection(std::size_t gone);
     void ScrollBack(std::size_t gone) noexcept;
     void OnText(LVITEMW& item);
+    static LRESULT CALLBACK ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                     UINT_PTR id, DWORD_PTR self) noexcept;
+    std::optional<LRESULT> OnHeader(LPARAM notification) const noexcept;
     LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
+    COLORREF ColorOf(const TraceEntry& entry) const noexcept;
     std::optional<int> ColorBehind(const TraceEntry& entry) const noexcept;
 
     const TraceSession& m_session;
     TraceView& m_view;
     const TraceMarks& m_marks;
     HWND m_window;
+    std::vector<int> m_widths; // at 96 dots an inch
+    int m_dpi = 0;             // that they are shown with
+    const WindowLook* m_look = nullptr;
     TextPattern m_highlight;
     TraceRules m_rules;
     std::optional<std::uint64_t> m_keep; // to be selected when it is shown

@@ -80,6 +80,22 @@ void RulesDialog::Show(HWND owner, const TraceRules& rules)
     ::SetForegroundWindow(m_window);
 }
 
+void RulesDialog::SetLook(const WindowLook& look) noexcept
+{
+    m_look = &look;
+    if (!m_window)
+    {
+        return;
+    }
+    const HWND list = Item(VELT_ID_RULES);
+    ListView_SetBkColor(list, look.Colors().window);
+    ListView_SetTextBkColor(list, look.Colors().window);
+    ListView_SetTextColor(list, look.Colors().text);
+    look.ApplyTo(m_window);
+    look.ApplyTo(list);
+    ::RedrawWindow(m_window, nullptr, nullptr, RDW_ERASE | RDW_INVALIDATE | RDW_ALLCHILDREN);
+}
+
 INT_PTR CALLBACK RulesDialog::DialogProc(HWND window, UINT message, WPARAM wParam,
                                          LPARAM lParam) noexcept
 {
@@ -91,7 +107,7 @@ INT_PTR CALLBACK RulesDialog::DialogProc(HWND window, UINT message, WPARAM wPara
     auto* const self = reinterpret_cast<RulesDialog*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
     try
     {
-        return self && self->Handle(message, wParam, lParam) ? TRUE : FALSE;
+        return self ? self->Handle(message, wParam, lParam) : FALSE;
     }
     catch (...)
     {
@@ -100,24 +116,31 @@ INT_PTR CALLBACK RulesDialog::DialogProc(HWND window, UINT message, WPARAM wPara
     }
 }
 
-bool RulesDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
+INT_PTR RulesDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message)
     {
     case WM_INITDIALOG:
         Build();
-        return true;
+        SetLook(*m_look);
+        return TRUE;
     case WM_COMMAND:
         OnCommand(LOWORD(wParam));
-        return true;
+        return TRUE;
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORLISTBOX:
+    case WM_CTLCOLORBTN:
+        return reinterpret_cast<INT_PTR>(m_look->ColorsFor(message, reinterpret_cast<HDC>(wParam)));
     case WM_NOTIFY:
         OnNotify(lParam);
-        return false;
+        return FALSE;
     case WM_DESTROY:
         m_window = nullptr;
-        return true;
+        return TRUE;
     default:
-        return false;
+        return FALSE;
     }
 }
 

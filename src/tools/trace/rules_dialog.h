@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/trace/trace_rule.h"
+#include "tools/trace/window_look.h"
 
 #include <windows.h>
 
@@ -28,6 +29,9 @@ public:
     /// Shows it, with these rules unless it is open already. Throws SystemException::Win32.
     void Show(HWND owner, const TraceRules& rules);
 
+    /// The look must outlive its use here: until the next call.
+    void SetLook(const WindowLook& look) noexcept;
+
     /// Whether a message was for one of its controls.
     bool Takes(MSG& message) const noexcept
     {
@@ -37,7 +41,7 @@ public:
 private:
     static INT_PTR CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam,
                                        LPARAM lParam) noexcept;
-    bool Handle(UINT message, WPARAM wParam, LPARAM lParam);
+    INT_PTR Handle(UINT message, WPARAM wParam, LPARAM lParam);
     void Build();
     void OnCommand(UINT command);
     void OnNotify(LPARAM notification);
@@ -63,6 +67,7 @@ private:
     Changed m_changed;
     TraceRules m_rules;
     HWND m_window = nullptr;
+    const WindowLook* m_look = nullptr;
     bool m_filling = false; // what the list tells meanwhile is our own doing
 };
 } // namespace velt

@@ -29,6 +29,7 @@ const char kTraceHelp[] =
     "  --forget RULE  the same, and the window does not even keep them\n"
     "  --keep N       the window keeps the newest N records: 1 to 1000000, which it\n"
     "                 keeps without this option\n"
+    "  --defaults     forget the window's place, columns, filters and font\n"
     "  --help         this text\n"
     "\n"
     "A rule is a text that records have in theirs, after any of level:N,\n"
@@ -63,6 +64,11 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         if (name == "--help" || name == "-h" || name == "/?")
         {
             options.help = true;
+            continue;
+        }
+        if (name == "--defaults")
+        {
+            options.defaults = true;
             continue;
         }
         if (name == "--console")

@@ -37,6 +37,13 @@ TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]"
     CHECK(options.keep == velt::TraceStoreLimits{});
     CHECK(Parsed({"a.txt", "--level", "1", "b.csv"}).files ==
           std::vector<std::string>{"a.txt", "b.csv"});
+    CHECK(Parsed({"--defaults"}).defaults);
+    const velt::TraceFilter rules =
+        Parsed({"--include", "level:3 a", "--exclude", "b", "--forget", "c"}).filter;
+    REQUIRE(rules.rules.size() == 3);
+    CHECK(velt::FormatRule(rules.rules[0]) == "+include level:3 a");
+    CHECK(velt::FormatRule(rules.rules[1]) == "+exclude b");
+    CHECK(velt::FormatRule(rules.rules[2]) == "+forget c");
     CHECK(Parsed({"--keep", "1"}).keep.records == 1);
     CHECK(Parsed({"--keep", "1000000"}) == TraceOptions{});
 }
@@ -58,6 +65,8 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
         {{"--keep", "many"}, "--keep needs a number, not: many"},
         {{"--keep", "0"}, "--keep is from 1 to 1000000, not: 0"},
         {{"--keep", "1000001"}, "--keep is from 1 to 1000000, not: 1000001"},
+        {{"--include", "level:x"}, "--include cannot be read: level:x"},
+        {{"--exclude"}, "--exclude needs a value"},
         {{"--Console"}, "unknown argument: --Console"},
     }));
     CHECK(std::get<TraceUsageError>(ParseTraceOptions(arguments)).message == message);
@@ -66,7 +75,8 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
 TEST_CASE("kTraceHelp: it names every option and exit code", "[tools]")
 {
     for (const char* part : {"--console", "--save FILE", "--level N", "--filter TEXT", "--keep N",
-                             "--help", "0 done", "1 nothing", "2 wrong usage", "3 failed"})
+                             "--help", "--include RULE", "--exclude RULE", "--forget RULE",
+                             "--defaults", "0 done", "1 nothing", "2 wrong usage", "3 failed"})
     {
         CHECK_THAT(std::string(velt::kTraceHelp), Catch::Contains(part));
     }
