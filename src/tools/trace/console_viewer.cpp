@@ -65,6 +65,7 @@ ConsoleViewer::ConsoleViewer(const TraceOptions& options)
         m_file = OpenForRecords(options.savePath);
         WriteAll(m_file.Get(), m_csv ? kCsvHeading : "");
     }
+    m_session.ListenToDebugOutput(options.debugOutput);
     LeftEvent(); // made before the handler can ask for it
     ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, TRUE);
 }

@@ -35,6 +35,12 @@ public:
     /// SystemException::Win32.
     Counts Run();
 
+    /// False when another program listens to the debugger output, which was asked for.
+    bool HearsAll() const noexcept
+    {
+        return m_session.ListensToDebugOutput() == m_options.debugOutput;
+    }
+
 private:
     static BOOL WINAPI OnControl(DWORD event) noexcept;
     void OnArrival() noexcept override;

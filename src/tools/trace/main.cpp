@@ -140,6 +140,10 @@ int Record(const velt::TraceOptions& options, const velt::ViewerInstance& instan
         return kNothing;
     }
     velt::ConsoleViewer viewer(options);
+    if (!viewer.HearsAll())
+    {
+        Complain("another program listens to the debugger output; the rest is recorded");
+    }
     const velt::ConsoleViewer::Counts counts = viewer.Run();
     Complain(velt::FormatCount(counts.written) + " records, " +
              velt::FormatCount(counts.malformed) + " malformed, " + velt::FormatCount(counts.lost) +

@@ -92,6 +92,12 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     ::ShowWindow(m_window, showCommand);
     ::UpdateWindow(m_window);
     ::DragAcceptFiles(m_window, TRUE);
+    ::EnableMenuItem(::GetMenu(m_window), VELT_COMMAND_DEBUG_OUTPUT,
+                     static_cast<UINT>(options.files.empty() ? MF_ENABLED : MF_GRAYED));
+    if (options.debugOutput)
+    {
+        ListenToDebugOutput(true);
+    }
     for (const std::string& file : options.files)
     {
         Open(WideFromUtf8(file));

@@ -69,6 +69,7 @@ private:
     void Remember();
     void ChooseRecordFont();
     void ShowAbout() const;
+    void ListenToDebugOutput(bool on);
 
     void RefreshIn(UINT periodMs) noexcept;
     void ApplyLook();

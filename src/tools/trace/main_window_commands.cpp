@@ -92,6 +92,8 @@ void MainWindow::OnCommand(UINT command, UINT code)
     case VELT_COMMAND_CLEAR_MARKS:
         m_marks.Clear();
         return m_list.ShowMarks();
+    case VELT_COMMAND_DEBUG_OUTPUT:
+        return ListenToDebugOutput(!m_session.ListensToDebugOutput());
     case VELT_COMMAND_FONT:
         return ChooseRecordFont();
     case VELT_COMMAND_ABOUT:
@@ -398,11 +400,21 @@ void MainWindow::ShowHelp() const
     ::MessageBoxW(m_window, kHelp, kMessageTitle, MB_OK | MB_ICONINFORMATION);
 }
 
+void MainWindow::ListenToDebugOutput(bool on)
+{
+    if (!m_session.ListenToDebugOutput(on))
+    {
+        m_status.Say("another program listens to the debugger output");
+        ::MessageBeep(MB_OK);
+    }
+    Check(VELT_COMMAND_DEBUG_OUTPUT, m_session.ListensToDebugOutput());
+}
+
 void MainWindow::ShowAbout() const
 {
     std::wstring text =
         L"" VELT_PRODUCT L" trace viewer\r\n" VELT_VERSION_TEXT L", " VELT_EDITION L"\r"
-                                                                                   L"\n" VELT_COPYRIGHT L"\r\n\r\nThe manual is docs\\trace.md in the developers' package; "
+        L"\n" VELT_COPYRIGHT L"\r\n\r\nThe manual is docs\\trace.md in the developers' package; "
         L"F1 tells the keys, velt-trace --help the options.";
     ::MessageBoxW(m_window, text.c_str(), L"About the trace viewer", MB_OK | MB_ICONINFORMATION);
 }

@@ -29,6 +29,8 @@ const char kTraceHelp[] =
     "  --forget RULE  the same, and the window does not even keep them\n"
     "  --keep N       the window keeps the newest N records: 1 to 1000000, which it\n"
     "                 keeps without this option\n"
+    "  --debug-output also what programs write for a debugger, as the source\n"
+    "                 \"debugger\"; one program at a time can listen to that\n"
     "  --defaults     forget the window's place, columns, filters and font\n"
     "  --help         this text\n"
     "\n"
@@ -64,6 +66,11 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         if (name == "--help" || name == "-h" || name == "/?")
         {
             options.help = true;
+            continue;
+        }
+        if (name == "--debug-output")
+        {
+            options.debugOutput = true;
             continue;
         }
         if (name == "--defaults")
@@ -129,6 +136,10 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
     if (!options.files.empty() && (options.console || !options.savePath.empty()))
     {
         return TraceUsageError{"a saved file is shown in the window: " + options.files.front()};
+    }
+    if (!options.files.empty() && options.debugOutput)
+    {
+        return TraceUsageError{"--debug-output is not for saved files"};
     }
     return options;
 }

@@ -15,6 +15,7 @@ struct TraceOptions
 {
     bool help = false;
     bool console = false;
+    bool debugOutput = false;       // listen to that, too
     bool defaults = false;          // forget what was remembered
     std::string savePath;           // empty: no file
     std::vector<std::string> files; // saved ones to be opened

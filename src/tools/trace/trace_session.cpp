@@ -14,6 +14,12 @@
 
 namespace velt
 {
+namespace
+{
+constexpr std::int32_t kDebugOutputLevel = 3; // details: nobody says which lines are more
+constexpr std::string_view kDebugOutputSource = "debugger";
+} // namespace
+
 TraceSession::TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits, Kind kind)
     : m_events(events),
       m_store(limits)
@@ -23,6 +29,20 @@ TraceSession::TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits,
         TraceReceiverEvents& own = *this; // a private base
         m_receiver.emplace(own);
     }
+}
+
+bool TraceSession::ListenToDebugOutput(bool on)
+{
+    if (!on || !m_receiver)
+    {
+        m_debugOutput.reset();
+        return !on;
+    }
+    if (!m_debugOutput)
+    {
+        m_debugOutput = DebugOutputReader::Start(*m_receiver);
+    }
+    return m_debugOutput != nullptr;
 }
 
 void TraceSession::Drain(DWORD senderLimitMs)
@@ -94,6 +114,21 @@ void TraceSession::OnCloseAsked() noexcept
 void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
                         std::uint32_t sender)
 {
+    if (arrival.origin == Arrival::Origin::debugOutput)
+    {
+        std::string_view written(reinterpret_cast<const char*>(data.data()), data.size());
+        written = written.substr(0, written.find_last_not_of("\r\n") + 1);
+        const std::string text = ToUtf8(written);
+        TraceEntry entry;
+        entry.arrivalUs = arrival.arrivalUs;
+        entry.sender = sender;
+        entry.process = arrival.processId;
+        entry.level = kDebugOutputLevel;
+        entry.source = kDebugOutputSource;
+        entry.text = text;
+        Append(entry);
+        return;
+    }
     DecodedTraceRecord record = DecodeTraceRecord(data);
     if (arrival.sizeBytes > data.size())
     {

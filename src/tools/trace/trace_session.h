@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/trace/debug_output_reader.h"
 #include "tools/trace/sender_finder.h"
 #include "tools/trace/sender_names.h"
 #include "tools/trace/trace_receiver.h"
@@ -9,6 +10,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -28,6 +30,15 @@ public:
     /// `events` must outlive the session. Throws SystemException::Win32.
     explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {},
                           Kind kind = Kind::receiving);
+
+    /// Starts or ends listening to what programs write for a debugger. False when another program
+    /// listens already, and for saved files. Throws SystemException::Win32.
+    bool ListenToDebugOutput(bool on);
+
+    bool ListensToDebugOutput() const noexcept
+    {
+        return m_debugOutput != nullptr;
+    }
 
     /// Whether the look at who sends, which began with the first arrival, is done.
     bool KnowsSender() const noexcept
@@ -98,6 +109,7 @@ private:
     std::uint64_t m_malformed = 0;
     std::uint64_t m_lost = 0;
     SenderFinder m_finder;
-    std::optional<TraceReceiver> m_receiver; // last: its thread uses the others
+    std::optional<TraceReceiver> m_receiver;          // its thread uses the others
+    std::unique_ptr<DebugOutputReader> m_debugOutput; // last: its thread uses the receiver
 };
 } // namespace velt

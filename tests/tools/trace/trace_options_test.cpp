@@ -38,6 +38,7 @@ TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]"
     CHECK(Parsed({"a.txt", "--level", "1", "b.csv"}).files ==
           std::vector<std::string>{"a.txt", "b.csv"});
     CHECK(Parsed({"--defaults"}).defaults);
+    CHECK(Parsed({"--debug-output"}).debugOutput);
     const velt::TraceFilter rules =
         Parsed({"--include", "level:3 a", "--exclude", "b", "--forget", "c"}).filter;
     REQUIRE(rules.rules.size() == 3);
@@ -67,6 +68,7 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
         {{"--keep", "1000001"}, "--keep is from 1 to 1000000, not: 1000001"},
         {{"--include", "level:x"}, "--include cannot be read: level:x"},
         {{"--exclude"}, "--exclude needs a value"},
+        {{"--debug-output", "a.txt"}, "--debug-output is not for saved files"},
         {{"--Console"}, "unknown argument: --Console"},
     }));
     CHECK(std::get<TraceUsageError>(ParseTraceOptions(arguments)).message == message);
@@ -74,9 +76,10 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
 
 TEST_CASE("kTraceHelp: it names every option and exit code", "[tools]")
 {
-    for (const char* part : {"--console", "--save FILE", "--level N", "--filter TEXT", "--keep N",
-                             "--help", "--include RULE", "--exclude RULE", "--forget RULE",
-                             "--defaults", "0 done", "1 nothing", "2 wrong usage", "3 failed"})
+    for (const char* part :
+         {"--console", "--save FILE", "--level N", "--filter TEXT", "--keep N", "--help",
+          "--include RULE", "--exclude RULE", "--forget RULE", "--defaults", "--debug-output",
+          "0 done", "1 nothing", "2 wrong usage", "3 failed"})
     {
         CHECK_THAT(std::string(velt::kTraceHelp), Catch::Contains(part));
     }
