@@ -12,6 +12,7 @@ namespace
 {
 constexpr DWORD kGatherMs = 20;       // so that fast programs make few, large writes
 constexpr DWORD kSenderLimitMs = 500; // a slow look at the processes does not hold the output up
+constexpr DWORD kLineLimitMs = 100;   // for the rest of a line of debugger output
 constexpr DWORD kLeaveLimitMs = 5000;
 
 UniqueKernelObject MakeEvent(bool manualReset)
@@ -81,9 +82,14 @@ ConsoleViewer::Counts ConsoleViewer::Run()
     bool ended = false;
     while (!ended)
     {
-        ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+        ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE,
+                                 m_session.WantsDrain() ? kLineLimitMs : INFINITE);
         ended = ::WaitForSingleObject(EndedEvent(), kGatherMs) == WAIT_OBJECT_0;
         WriteRecords();
+    }
+    while (m_session.WantsDrain())
+    {
+        WriteRecords(); // a line that nobody has ended
     }
     ::SetEvent(LeftEvent());
     return m_counts;

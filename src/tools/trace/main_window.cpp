@@ -376,6 +376,10 @@ void MainWindow::OnTick()
     {
         RefreshIn(kBusyMs);
     }
+    else if (m_session.WantsDrain())
+    {
+        RefreshIn(kArrivalMs);
+    }
     m_marks.LeaveOutBefore(m_session.Store().First());
     ShowStatus();
 }

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <map>
 #include <new>
 #include <string>
 #include <utility>
@@ -16,7 +15,6 @@ namespace velt
 {
 namespace
 {
-constexpr std::int32_t kDebugOutputLevel = 3; // details: nobody says which lines are more
 constexpr std::string_view kDebugOutputSource = "debugger";
 } // namespace
 
@@ -54,25 +52,18 @@ void TraceSession::Drain(DWORD senderLimitMs)
     m_finder.Wait(senderLimitMs); // without an answer the former one stands
     const ArrivalQueue arrived = m_receiver->Take();
     m_lost += arrived.Lost();
-    std::map<std::uint32_t, std::uint32_t> numbers; // by process id
+    m_processNumbers.clear(); // an id may be another process by now
     arrived.ForEach([&](const Arrival& arrival, std::span<const std::byte> data) {
         try
         {
-            auto known = numbers.find(arrival.processId);
-            if (known == numbers.end())
-            {
-                const std::uint32_t number = m_senders.Number(
-                    arrival.processId == 0 ? m_finder.Describe()
-                                           : SenderFinder::DescribeProcess(arrival.processId));
-                known = numbers.emplace(arrival.processId, number).first;
-            }
-            Keep(arrival, data, known->second);
+            Keep(arrival, data);
         }
         catch (const std::bad_alloc&)
         {
             ++m_lost; // this one; there may be memory for the next
         }
     });
+    KeepLines(m_debugLines.TakeOld());
 }
 
 void TraceSession::Add(const TraceEntry& entry, std::string_view process)
@@ -95,6 +86,7 @@ void TraceSession::Clear() noexcept
 {
     m_store.Clear();
     m_senders.Clear();
+    m_processNumbers.clear();
     m_malformed = 0;
     m_forgotten = 0;
     m_lost = 0;
@@ -111,23 +103,26 @@ void TraceSession::OnCloseAsked() noexcept
     m_events.OnCloseAsked();
 }
 
-void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
-                        std::uint32_t sender)
+/// The number of the name of a process, 0 for one that its message did not tell.
+std::uint32_t TraceSession::SenderOf(std::uint32_t process)
+{
+    const auto known = m_processNumbers.find(process);
+    if (known != m_processNumbers.end())
+    {
+        return known->second;
+    }
+    const std::uint32_t number = m_senders.Number(
+        process == 0 ? m_finder.Describe() : SenderFinder::DescribeProcess(process));
+    m_processNumbers.emplace(process, number);
+    return number;
+}
+
+void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data)
 {
     if (arrival.origin == Arrival::Origin::debugOutput)
     {
-        std::string_view written(reinterpret_cast<const char*>(data.data()), data.size());
-        written = written.substr(0, written.find_last_not_of("\r\n") + 1);
-        const std::string text = ToUtf8(written);
-        TraceEntry entry;
-        entry.arrivalUs = arrival.arrivalUs;
-        entry.sender = sender;
-        entry.process = arrival.processId;
-        entry.level = kDebugOutputLevel;
-        entry.source = kDebugOutputSource;
-        entry.text = text;
-        Append(entry);
-        return;
+        const std::string_view piece(reinterpret_cast<const char*>(data.data()), data.size());
+        return KeepLines(m_debugLines.Add(arrival.arrivalUs, arrival.processId, piece));
     }
     DecodedTraceRecord record = DecodeTraceRecord(data);
     if (arrival.sizeBytes > data.size())
@@ -140,7 +135,7 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     }
     TraceEntry entry;
     entry.arrivalUs = arrival.arrivalUs;
-    entry.sender = sender;
+    entry.sender = SenderOf(arrival.processId);
     entry.process = arrival.processId;
     entry.fault = record.fault;
     if (record.fault != TraceRecordFault::none)
@@ -156,6 +151,22 @@ void TraceSession::Keep(const Arrival& arrival, std::span<const std::byte> data,
     entry.source = source;
     entry.text = text;
     Append(entry);
+}
+
+void TraceSession::KeepLines(const std::vector<DebugLines::Line>& lines)
+{
+    for (const DebugLines::Line& line : lines)
+    {
+        const std::string text = ToUtf8(line.text);
+        TraceEntry entry;
+        entry.arrivalUs = line.arrivalUs;
+        entry.sender = SenderOf(line.process);
+        entry.process = line.process;
+        entry.level = DebugLines::LevelOf(text);
+        entry.source = kDebugOutputSource;
+        entry.text = text;
+        Append(entry);
+    }
 }
 
 /// False for one that a rule has forgotten.

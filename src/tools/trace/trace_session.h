@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/trace/debug_lines.h"
 #include "tools/trace/debug_output_reader.h"
 #include "tools/trace/sender_finder.h"
 #include "tools/trace/sender_names.h"
@@ -10,9 +11,11 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace velt
 {
@@ -38,6 +41,13 @@ public:
     bool ListensToDebugOutput() const noexcept
     {
         return m_debugOutput != nullptr;
+    }
+
+    /// Whether Drain is to be called again soon although nothing arrives: a line of debugger output
+    /// has begun that may have no end.
+    bool WantsDrain() const noexcept
+    {
+        return m_debugLines.HasBegun();
     }
 
     /// Whether the look at who sends, which began with the first arrival, is done.
@@ -98,12 +108,16 @@ public:
 private:
     void OnArrival() noexcept override;
     void OnCloseAsked() noexcept override;
+    void KeepLines(const std::vector<DebugLines::Line>& lines);
     bool Append(const TraceEntry& entry);
-    void Keep(const Arrival& arrival, std::span<const std::byte> data, std::uint32_t sender);
+    void Keep(const Arrival& arrival, std::span<const std::byte> data);
+    std::uint32_t SenderOf(std::uint32_t process);
 
     TraceReceiverEvents& m_events;
     TraceStore m_store;
     SenderNames m_senders;
+    std::map<std::uint32_t, std::uint32_t> m_processNumbers; // of this Drain
+    DebugLines m_debugLines;
     TraceRules m_rules; // those that forget
     std::uint64_t m_forgotten = 0;
     std::uint64_t m_malformed = 0;

@@ -235,13 +235,19 @@ TEST_CASE("Viewer: what programs write for a debugger is a source of its own, wh
     CHECK(viewer.Cell(0, 2) == L"3");
     CHECK(viewer.Cell(0, 1) ==
           L"tools_trace_viewer_test.exe (" + std::to_wstring(::GetCurrentProcessId()) + L")");
+    // As the component writes a line: in three, and its calls are known as such.
+    for (const char* piece : {"module: ", "A::B - enter", "\r\n"})
+    {
+        ::OutputDebugStringA(piece);
+    }
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(viewer.Cell(1, 4) == L"module: A::B - enter");
+    CHECK(viewer.Cell(1, 2) == L"4");
     const std::string longest(4091, 'x');
-    ::OutputDebugStringA(longest.c_str());
-    SendRecord(viewer.Receiver(), "a record");
+    ::OutputDebugStringA(longest.c_str()); // without an end
     REQUIRE(viewer.AwaitRows(3));
-    CHECK(viewer.Cell(2, 4) == L"a record");
-    CHECK(viewer.Cell(1, 4).size() > 1000);
-    CHECK(viewer.Cell(1, 4).find_first_not_of(L'x') == std::wstring::npos);
+    CHECK(viewer.Cell(2, 4).size() > 1000);
+    CHECK(viewer.Cell(2, 4).find_first_not_of(L'x') == std::wstring::npos);
     viewer.Command(223);
     ::OutputDebugStringA("nobody listens any more");
     SendRecord(viewer.Receiver(), "the last");
