@@ -91,6 +91,9 @@ ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& 
     {
         ::RegDeleteKeyW(HKEY_CURRENT_USER, kSettings);
     }
+    // Where the desktop has a process of its own, the first program with a window starts it, and it
+    // inherits: it must not be the viewer, whose output would then never end.
+    ::GetDesktopWindow();
     auto [output, outputEnd] = MakePipe();
     auto [errors, errorsEnd] = MakePipe();
     STARTUPINFOW startup{};

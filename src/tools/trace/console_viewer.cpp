@@ -1,7 +1,6 @@
 #include "tools/trace/console_viewer.h"
 
 #include "foundation/system_exception.h"
-#include "foundation/wide_text.h"
 #include "tools/trace/trace_export.h"
 
 #include <array>
@@ -39,32 +38,16 @@ HANDLE LeftEvent()
     static const HANDLE event = MakeEvent(true).Release();
     return event;
 }
-
-/// The file is written as records come, so that it is whole up to a crash of either program.
-UniqueFile OpenForRecords(const std::string& path)
-{
-    UniqueFile file(::CreateFileW(WideFromUtf8(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file)
-    {
-        SystemException::Win32 failure(::GetLastError());
-        failure.SetDetail(path);
-        throw failure;
-    }
-    return file;
-}
 } // namespace
 
 ConsoleViewer::ConsoleViewer(const TraceOptions& options)
     : m_options(options),
-      m_csv(EndsInCsv(options.savePath)),
       m_arrived(MakeEvent(false)),
       m_session(*this)
 {
     if (!options.savePath.empty())
     {
-        m_file = OpenForRecords(options.savePath);
-        WriteAll(m_file.Get(), m_csv ? kCsvHeading : "");
+        m_file.emplace(options.savePath, options.saveLimits);
     }
     m_session.ListenToDebugOutput(options.debugOutput);
     LeftEvent(); // made before the handler can ask for it
@@ -121,7 +104,6 @@ void ConsoleViewer::WriteRecords()
     m_session.Drain(kSenderLimitMs);
     const TraceStore& store = m_session.Store();
     std::string printed;
-    std::string saved;
     for (std::uint64_t at = store.First(); at < store.Next(); ++at)
     {
         const TraceEntry entry = store.At(at);
@@ -136,14 +118,17 @@ void ConsoleViewer::WriteRecords()
         }
         if (m_file)
         {
-            (m_csv ? AppendCsvLine : AppendTextLine)(saved, entry, process);
+            m_file->Add(entry, process);
         }
         ++m_counts.written;
     }
     m_counts.malformed += m_session.Malformed();
     m_counts.lost += m_session.Lost();
     m_session.Clear();
-    WriteAll(m_file.Get(), saved);
+    if (m_file)
+    {
+        m_file->Flush();
+    }
     m_output.Write(printed);
 }
 } // namespace velt

@@ -21,6 +21,9 @@ const char kTraceHelp[] =
     "  --console      print the records to standard output instead\n"
     "  --save FILE    record to a file without a window: as CSV when its name ends in\n"
     "                 .csv, else as text; an existing file is replaced\n"
+    "  --save-size M  no file becomes larger than M megabytes: the records go on in\n"
+    "                 numbered ones, FILE.txt, FILE.2.txt, FILE.3.txt and so on\n"
+    "  --save-files N keep the newest N of these files only\n"
     "  --level N      only records up to level N: 1 errors, 3 details, 4 calls\n"
     "  --filter TEXT  only records with this in their text or source, in any case;\n"
     "                 * stands for any characters, ? for one\n"
@@ -46,6 +49,7 @@ const char kTraceHelp[] =
 namespace
 {
 constexpr std::int32_t kMostKept = 1'000'000;
+constexpr std::int32_t kMostMegabytes = 1'000'000; // and files
 
 std::optional<std::int32_t> NumberFrom(const std::string& text) noexcept
 {
@@ -90,7 +94,7 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         }
         const bool isRule = name == "--include" || name == "--exclude" || name == "--forget";
         if (!isRule && name != "--save" && name != "--level" && name != "--filter" &&
-            name != "--keep")
+            name != "--keep" && name != "--save-size" && name != "--save-files")
         {
             return TraceUsageError{"unknown argument: " + name};
         }
@@ -124,6 +128,21 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         {
             options.filter.highestLevel = *number;
         }
+        else if (name == "--save-size" || name == "--save-files")
+        {
+            if (*number < 1 || *number > kMostMegabytes)
+            {
+                return TraceUsageError{name + " is from 1 to 1000000, not: " + value};
+            }
+            if (name == "--save-size")
+            {
+                options.saveLimits.bytes = static_cast<std::uint64_t>(*number) << 20;
+            }
+            else
+            {
+                options.saveLimits.files = *number;
+            }
+        }
         else if (*number < 1 || *number > kMostKept)
         {
             return TraceUsageError{"--keep is from 1 to 1000000, not: " + value};
@@ -136,6 +155,14 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
     if (!options.files.empty() && (options.console || !options.savePath.empty()))
     {
         return TraceUsageError{"a saved file is shown in the window: " + options.files.front()};
+    }
+    if (options.saveLimits != RecordFileLimits{} && options.savePath.empty())
+    {
+        return TraceUsageError{"--save-size and --save-files need --save"};
+    }
+    if (options.saveLimits.files != 0 && options.saveLimits.bytes == 0)
+    {
+        return TraceUsageError{"--save-files needs --save-size"};
     }
     if (!options.files.empty() && options.debugOutput)
     {

@@ -1,4 +1,5 @@
 #include "tools/trace/number_list.h"
+#include "tools/trace/numbered_name.h"
 
 #include <catch.hpp>
 
@@ -27,4 +28,14 @@ TEST_CASE("IsOrder: each place once", "[tools]")
     CHECK_FALSE(IsOrder(std::vector<int>{0, 0, 1}));
     CHECK_FALSE(IsOrder(std::vector<int>{1, 2, 3}));
     CHECK_FALSE(IsOrder(std::vector<int>{-1, 0, 1}));
+}
+
+TEST_CASE("NumberedName: the number stands before the ending", "[tools]")
+{
+    CHECK(NumberedName("C:\\a.b\\trace.csv", 1) == "C:\\a.b\\trace.csv");
+    CHECK(NumberedName("C:\\a.b\\trace.csv", 2) == "C:\\a.b\\trace.2.csv");
+    CHECK(NumberedName("C:\\a.b\\trace", 3) == "C:\\a.b\\trace.3");
+    CHECK(NumberedName("a/.trace", 3) == "a/.trace.3");
+    CHECK(NumberedName("a.b.c", 12) == "a.b.12.c");
+    CHECK(NumberedName("", 2) == ".2");
 }

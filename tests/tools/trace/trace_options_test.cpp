@@ -38,6 +38,8 @@ TEST_CASE("ParseTraceOptions: each option, together and in any order", "[tools]"
     CHECK(Parsed({"a.txt", "--level", "1", "b.csv"}).files ==
           std::vector<std::string>{"a.txt", "b.csv"});
     CHECK(Parsed({"--defaults"}).defaults);
+    CHECK(Parsed({"--save", "a", "--save-size", "1000000", "--save-files", "3"}).saveLimits ==
+          velt::RecordFileLimits{std::uint64_t{1'000'000} << 20, 3});
     CHECK(Parsed({"--debug-output"}).debugOutput);
     const velt::TraceFilter rules =
         Parsed({"--include", "level:3 a", "--exclude", "b", "--forget", "c"}).filter;
@@ -68,6 +70,10 @@ TEST_CASE("ParseTraceOptions: what cannot be followed is named", "[tools]")
         {{"--keep", "1000001"}, "--keep is from 1 to 1000000, not: 1000001"},
         {{"--include", "level:x"}, "--include cannot be read: level:x"},
         {{"--exclude"}, "--exclude needs a value"},
+        {{"--save", "a", "--save-size", "0"}, "--save-size is from 1 to 1000000, not: 0"},
+        {{"--save", "a", "--save-size", "x"}, "--save-size needs a number, not: x"},
+        {{"--save-size", "1"}, "--save-size and --save-files need --save"},
+        {{"--save", "a", "--save-files", "2"}, "--save-files needs --save-size"},
         {{"--debug-output", "a.txt"}, "--debug-output is not for saved files"},
         {{"--Console"}, "unknown argument: --Console"},
     }));
@@ -78,8 +84,8 @@ TEST_CASE("kTraceHelp: it names every option and exit code", "[tools]")
 {
     for (const char* part :
          {"--console", "--save FILE", "--level N", "--filter TEXT", "--keep N", "--help",
-          "--include RULE", "--exclude RULE", "--forget RULE", "--defaults", "--debug-output",
-          "0 done", "1 nothing", "2 wrong usage", "3 failed"})
+          "--include RULE", "--exclude RULE", "--forget RULE", "--save-size M", "--save-files N",
+          "--defaults", "--debug-output", "0 done", "1 nothing", "2 wrong usage", "3 failed"})
     {
         CHECK_THAT(std::string(velt::kTraceHelp), Catch::Contains(part));
     }
