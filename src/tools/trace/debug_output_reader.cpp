@@ -88,7 +88,7 @@ void DebugOutputReader::Run() noexcept
 void DebugOutputReader::Take() noexcept
 {
     // A copy first: whoever can open the buffer can change it meanwhile.
-    std::array<std::byte, kBufferBytes> copy;
+    std::array<std::byte, kBufferBytes> copy{};
     std::memcpy(copy.data(), m_view.Get(), copy.size());
     Arrival arrival;
     std::memcpy(&arrival.processId, copy.data(), kTextAt);

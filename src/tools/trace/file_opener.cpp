@@ -22,7 +22,7 @@ constexpr std::string_view kOwnSource = "velt-trace";
 {
     SystemException::Win32 failure(::GetLastError());
     failure.SetDetail(Utf8FromWide(path));
-    throw failure;
+    failure.Raise();
 }
 } // namespace
 

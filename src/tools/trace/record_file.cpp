@@ -57,7 +57,7 @@ void RecordFile::Open()
     {
         SystemException::Win32 failure(::GetLastError());
         failure.SetDetail(path);
-        throw failure;
+        failure.Raise();
     }
     m_written = 0;
     m_waiting = m_csv ? kCsvHeading : "";

@@ -180,6 +180,20 @@ void TraceFileReader::ReadPart(bool last)
         m_kind =
             m_rest.starts_with(kColumns.substr(0, kColumns.find('\r'))) ? Kind::csv : Kind::text;
     }
+    while (ReadRecords(last))
+    {
+    }
+    if (last && !m_rest.empty())
+    {
+        ReadRecord(m_rest);
+        m_rest.clear();
+    }
+}
+
+/// Reads the records that are whole; returns whether there may be others behind one that was given
+/// up.
+bool TraceFileReader::ReadRecords(bool last)
+{
     std::size_t from = 0;
     while (const std::optional<std::size_t> end = EndOfRecord(from))
     {
@@ -199,17 +213,12 @@ void TraceFileReader::ReadPart(bool last)
             ReadRecord(std::string_view(m_rest).substr(0, end));
             m_rest.erase(0, end + 1);
             m_looked = 0;
-            ReadPart(last);
-            return;
+            return true;
         }
         m_rest.resize(std::min<std::size_t>(m_rest.size(), 1));
         m_looked = m_rest.size();
     }
-    if (last && !m_rest.empty())
-    {
-        ReadRecord(m_rest);
-        m_rest.clear();
-    }
+    return false;
 }
 
 void TraceFileReader::ReadRecord(std::string_view record)

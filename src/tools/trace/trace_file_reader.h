@@ -59,6 +59,7 @@ private:
 
     std::optional<std::size_t> EndOfRecord(std::size_t from) noexcept;
     void ReadPart(bool last);
+    bool ReadRecords(bool last);
     void ReadRecord(std::string_view record);
     bool ReadText(std::string_view line);
     bool ReadCsv(std::string_view line);

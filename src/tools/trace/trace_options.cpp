@@ -58,6 +58,18 @@ std::optional<std::int32_t> NumberFrom(const std::string& text) noexcept
     const auto [end, error] = std::from_chars(text.data(), last, number);
     return error == std::errc() && end == last ? std::optional(number) : std::nullopt;
 }
+
+TraceUsageError Wrong(std::string option, const char* what, const std::string& value)
+{
+    return {option.append(what).append(value)};
+}
+
+/// The rule that an option such as --include gives.
+std::optional<TraceRule> RuleFrom(const std::string& option, const std::string& terms)
+{
+    std::string line = "+";
+    return ParseRule(line.append(option, 2).append(" ").append(terms));
+}
 } // namespace
 
 std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
@@ -105,10 +117,10 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         const std::string& value = arguments[i];
         if (isRule)
         {
-            std::optional<TraceRule> rule = ParseRule("+" + name.substr(2) + " " + value);
+            std::optional<TraceRule> rule = RuleFrom(name, value);
             if (!rule)
             {
-                return TraceUsageError{name + " cannot be read: " + value};
+                return Wrong(name, " cannot be read: ", value);
             }
             options.filter.rules.push_back(std::move(*rule));
         }
@@ -122,7 +134,7 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         }
         else if (const std::optional<std::int32_t> number = NumberFrom(value); !number)
         {
-            return TraceUsageError{name + " needs a number, not: " + value};
+            return Wrong(name, " needs a number, not: ", value);
         }
         else if (name == "--level")
         {
@@ -132,7 +144,7 @@ std::variant<TraceOptions, TraceUsageError> ParseTraceOptions(
         {
             if (*number < 1 || *number > kMostMegabytes)
             {
-                return TraceUsageError{name + " is from 1 to 1000000, not: " + value};
+                return Wrong(name, " is from 1 to 1000000, not: ", value);
             }
             if (name == "--save-size")
             {
