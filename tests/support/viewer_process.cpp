@@ -6,7 +6,9 @@
 #include <windows.h>
 
 #include <commctrl.h>
+#include <shlobj.h>
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -82,8 +84,16 @@ bool BelongsTo(HWND window, DWORD processId) noexcept
 }
 } // namespace
 
-ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& program)
+ViewerProcess::ViewerProcess(const std::wstring& arguments, const std::wstring& program,
+                             Memory memory)
 {
+    if (memory == Memory::none)
+    {
+        ::RegDeleteKeyW(HKEY_CURRENT_USER, kSettings);
+    }
+    // Where the desktop has a process of its own, the first program with a window starts it, and it
+    // inherits: it must not be the viewer, whose output would then never end.
+    ::GetDesktopWindow();
     auto [output, outputEnd] = MakePipe();
     auto [errors, errorsEnd] = MakePipe();
     STARTUPINFOW startup{};
@@ -125,9 +135,17 @@ void ViewerProcess::AwaitReceiver()
 void ViewerProcess::AwaitWindow()
 {
     AwaitReceiver();
+    AwaitFileWindow();
+}
+
+void ViewerProcess::AwaitFileWindow()
+{
     if (!Eventually([&] {
-            m_window = ::FindWindowW(L"VeltTraceViewer", nullptr);
-            return BelongsTo(m_window, m_id) && ::IsWindowVisible(m_window);
+            do
+            {
+                m_window = ::FindWindowExW(nullptr, m_window, L"VeltTraceViewer", nullptr);
+            } while (m_window && !BelongsTo(m_window, m_id));
+            return m_window && ::IsWindowVisible(m_window);
         }))
     {
         throw std::runtime_error("the viewer shows no window");
@@ -146,7 +164,12 @@ int ViewerProcess::Rows() const noexcept
 
 std::wstring ViewerProcess::Cell(int row, int column) const
 {
-    return RemoteText(Child(kList), LVM_GETITEMTEXTW, row, column);
+    return CellOf(Child(kList), row, column);
+}
+
+std::wstring ViewerProcess::CellOf(HWND list, int row, int column) const
+{
+    return RemoteText(list, LVM_GETITEMTEXTW, row, column);
 }
 
 std::vector<std::wstring> ViewerProcess::Texts() const
@@ -181,6 +204,26 @@ std::wstring ViewerProcess::TextOf(int child) const
 void ViewerProcess::Command(int id) const
 {
     ::SendMessageW(m_window, WM_COMMAND, static_cast<WPARAM>(id), 0);
+}
+
+void ViewerProcess::Drop(const std::wstring& path) const
+{
+    // In its own memory, where the message means it; it is given up there when it has been read.
+    struct Dropped
+    {
+        DROPFILES header{sizeof(DROPFILES), {}, FALSE, TRUE};
+        std::array<wchar_t, MAX_PATH + 2> names{}; // ends with two zeros
+    };
+    Dropped dropped;
+    std::copy(path.begin(), path.end(), dropped.names.begin());
+    void* const memory =
+        ::VirtualAllocEx(m_process.Get(), nullptr, sizeof(dropped), MEM_COMMIT, PAGE_READWRITE);
+    if (!memory || path.size() > MAX_PATH ||
+        !::WriteProcessMemory(m_process.Get(), memory, &dropped, sizeof(dropped), nullptr))
+    {
+        throw std::runtime_error("nothing can be dropped");
+    }
+    ::PostMessageW(m_window, WM_DROPFILES, reinterpret_cast<WPARAM>(memory), 0);
 }
 
 DWORD ViewerProcess::Close()

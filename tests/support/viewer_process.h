@@ -29,9 +29,19 @@ public:
     static constexpr int kSaveCommand = 201;
     static constexpr int kPauseCommand = 206;
 
+    /// Where it keeps what it remembers, below the user's key.
+    static constexpr wchar_t kSettings[] = L"Software\\Velt\\TraceViewer";
+
+    enum class Memory
+    {
+        none, // of earlier tests
+        kept,
+    };
+
     /// Starts it with these arguments; its output is caught.
     explicit ViewerProcess(const std::wstring& arguments = L"",
-                           const std::wstring& program = ShippedFile(L"velt-trace.exe"));
+                           const std::wstring& program = ShippedFile(L"velt-trace.exe"),
+                           Memory memory = Memory::none);
 
     ViewerProcess(const ViewerProcess&) = delete;
     ViewerProcess& operator=(const ViewerProcess&) = delete;
@@ -42,6 +52,9 @@ public:
     /// Waits until its window is there, or only the one that receives.
     void AwaitWindow();
     void AwaitReceiver();
+
+    /// Waits until the window of one that shows saved files is there.
+    void AwaitFileWindow();
 
     HWND Window() const noexcept
     {
@@ -75,6 +88,9 @@ public:
     /// A cell of the list: time, process, level, source, text.
     std::wstring Cell(int row, int column) const;
 
+    /// A cell of another list of its.
+    std::wstring CellOf(HWND list, int row, int column) const;
+
     /// The texts of all rows.
     std::vector<std::wstring> Texts() const;
 
@@ -87,6 +103,9 @@ public:
 
     /// Carries a command out, as its menu item does.
     void Command(int id) const;
+
+    /// Drops a file onto the window, as the desktop does.
+    void Drop(const std::wstring& path) const;
 
     /// Asks it to close and waits for its exit code.
     DWORD Close();

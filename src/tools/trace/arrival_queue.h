@@ -12,10 +12,17 @@ namespace velt
 /// What is known about a message when it arrives.
 struct Arrival
 {
+    enum class Origin : std::uint32_t
+    {
+        message,     // sent to the viewer's window
+        debugOutput, // written for a debugger: the data are the text
+    };
+
     std::int64_t arrivalUs = 0;  // local time, in microseconds since 1601
     std::uint32_t processId = 0; // of the sender; 0 when the message does not tell
     std::uint32_t sizeBytes = 0; // of the data, also of what was not kept
     std::uint32_t dataKind = 0;  // dwData of the COPYDATASTRUCT
+    Origin origin = Origin::message;
 };
 
 /// Messages as they arrived, waiting to be looked at: one thread appends, another one takes all at
@@ -25,7 +32,7 @@ class ArrivalQueue
 {
 public:
     /// More than the longest record, and enough to show what a malformed one was.
-    static constexpr std::size_t kMostKept = 2048;
+    static constexpr std::size_t kMostKept = 4096;
 
     explicit ArrivalQueue(std::size_t mostBytes = std::size_t{64} << 20) noexcept
         : m_mostBytes(mostBytes)

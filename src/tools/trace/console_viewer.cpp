@@ -1,7 +1,6 @@
 #include "tools/trace/console_viewer.h"
 
 #include "foundation/system_exception.h"
-#include "foundation/wide_text.h"
 #include "tools/trace/trace_export.h"
 
 #include <array>
@@ -12,6 +11,7 @@ namespace
 {
 constexpr DWORD kGatherMs = 20;       // so that fast programs make few, large writes
 constexpr DWORD kSenderLimitMs = 500; // a slow look at the processes does not hold the output up
+constexpr DWORD kLineLimitMs = 100;   // for the rest of a line of debugger output
 constexpr DWORD kLeaveLimitMs = 5000;
 
 UniqueKernelObject MakeEvent(bool manualReset)
@@ -38,31 +38,18 @@ HANDLE LeftEvent()
     static const HANDLE event = MakeEvent(true).Release();
     return event;
 }
-
-/// The file is written as records come, so that it is whole up to a crash of either program.
-UniqueFile OpenForRecords(const std::string& path)
-{
-    UniqueFile file(::CreateFileW(WideFromUtf8(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
-                                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file)
-    {
-        ThrowLastError();
-    }
-    return file;
-}
 } // namespace
 
 ConsoleViewer::ConsoleViewer(const TraceOptions& options)
     : m_options(options),
-      m_csv(EndsInCsv(options.savePath)),
       m_arrived(MakeEvent(false)),
       m_session(*this)
 {
     if (!options.savePath.empty())
     {
-        m_file = OpenForRecords(options.savePath);
-        WriteAll(m_file.Get(), m_csv ? kCsvHeading : "");
+        m_file.emplace(options.savePath, options.saveLimits);
     }
+    m_session.ListenToDebugOutput(options.debugOutput);
     LeftEvent(); // made before the handler can ask for it
     ::SetConsoleCtrlHandler(&ConsoleViewer::OnControl, TRUE);
 }
@@ -78,9 +65,14 @@ ConsoleViewer::Counts ConsoleViewer::Run()
     bool ended = false;
     while (!ended)
     {
-        ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, INFINITE);
+        ::WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE,
+                                 m_session.WantsDrain() ? kLineLimitMs : INFINITE);
         ended = ::WaitForSingleObject(EndedEvent(), kGatherMs) == WAIT_OBJECT_0;
         WriteRecords();
+    }
+    while (m_session.WantsDrain())
+    {
+        WriteRecords(); // a line that nobody has ended
     }
     ::SetEvent(LeftEvent());
     return m_counts;
@@ -112,29 +104,31 @@ void ConsoleViewer::WriteRecords()
     m_session.Drain(kSenderLimitMs);
     const TraceStore& store = m_session.Store();
     std::string printed;
-    std::string saved;
     for (std::uint64_t at = store.First(); at < store.Next(); ++at)
     {
         const TraceEntry entry = store.At(at);
-        if (!m_options.filter.Accepts(entry))
+        const std::string_view process = m_session.Process(entry);
+        if (!m_options.filter.Accepts(entry, process))
         {
             continue;
         }
-        const std::string_view process = m_session.Process(entry);
         if (m_options.console)
         {
             AppendTextLine(printed, entry, process);
         }
         if (m_file)
         {
-            (m_csv ? AppendCsvLine : AppendTextLine)(saved, entry, process);
+            m_file->Add(entry, process);
         }
         ++m_counts.written;
     }
     m_counts.malformed += m_session.Malformed();
     m_counts.lost += m_session.Lost();
     m_session.Clear();
-    WriteAll(m_file.Get(), saved);
+    if (m_file)
+    {
+        m_file->Flush();
+    }
     m_output.Write(printed);
 }
 } // namespace velt

@@ -1,13 +1,15 @@
 #pragma once
 
-#include "foundation/unique_file.h"
+#include "foundation/unique_handle.h"
 #include "tools/common/console.h"
+#include "tools/trace/record_file.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 
 #include <windows.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace velt
 {
@@ -35,6 +37,12 @@ public:
     /// SystemException::Win32.
     Counts Run();
 
+    /// False when another program listens to the debugger output, which was asked for.
+    bool HearsAll() const noexcept
+    {
+        return m_session.ListensToDebugOutput() == m_options.debugOutput;
+    }
+
 private:
     static BOOL WINAPI OnControl(DWORD event) noexcept;
     void OnArrival() noexcept override;
@@ -42,9 +50,8 @@ private:
     void WriteRecords();
 
     const TraceOptions m_options;
-    const bool m_csv;
     UniqueKernelObject m_arrived;
-    UniqueFile m_file;
+    std::optional<RecordFile> m_file;
     const Console m_output{STD_OUTPUT_HANDLE};
     Counts m_counts;
     TraceSession m_session; // last: its threads use the others

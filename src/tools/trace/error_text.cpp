@@ -4,6 +4,7 @@
 #include "foundation/wide_text.h"
 
 #include <new>
+#include <string>
 
 namespace velt
 {
@@ -17,7 +18,8 @@ std::wstring CurrentErrorText() noexcept
     {
         try
         {
-            return WideFromUtf8(e.GetMessage());
+            const std::string subject = e.GetDetail().empty() ? "" : e.GetDetail() + ": ";
+            return WideFromUtf8(subject + e.GetMessage());
         }
         catch (const std::bad_alloc&)
         {

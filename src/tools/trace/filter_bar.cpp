@@ -85,7 +85,7 @@ FilterBar::FilterBar(HWND parent, const TraceFilter& start)
       m_highlightLabel(MakeLabel(parent, L"Hi&ghlight:")),
       m_highlight(MakeField(parent, VELT_ID_HIGHLIGHT, L"text or source"))
 {
-    ::SetWindowTextW(m_filter, WideFromUtf8(start.part).c_str());
+    ::SetWindowTextW(m_filter, WideFromUtf8(start.part.Text()).c_str());
     WPARAM selected = kLevels.size();
     for (std::size_t i = 0; i < kLevels.size(); ++i)
     {
@@ -156,7 +156,7 @@ TraceFilter FilterBar::Filter() const
     return filter;
 }
 
-std::string FilterBar::Highlight() const
+TextPattern FilterBar::Highlight() const
 {
     return TextOf(m_highlight);
 }

@@ -24,7 +24,7 @@ public:
 
     /// What the fields say. Throws std::bad_alloc.
     TraceFilter Filter() const;
-    std::string Highlight() const;
+    TextPattern Highlight() const;
 
     HWND FilterField() const noexcept
     {

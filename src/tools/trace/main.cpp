@@ -5,6 +5,7 @@
 // for the window's sake it is given back at once; recent systems, told by the manifest, make none.
 
 #include "foundation/system_exception.h"
+#include "foundation/trace_record.h"
 #include "foundation/wide_text.h"
 #include "tools/common/console.h"
 #include "tools/common/search_path.h"
@@ -14,6 +15,7 @@
 #include "tools/trace/trace_export.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/viewer_instance.h"
+#include "tools/trace/viewer_settings.h"
 
 #include <windows.h>
 
@@ -31,6 +33,7 @@ enum ExitCode
     kFailed = 3,
 };
 
+constexpr wchar_t kTitle[] = L"Trace viewer";
 constexpr wchar_t kRunning[] = L"A trace viewer is running already.";
 
 /// To standard error; where that cannot be written there is nobody to tell.
@@ -46,29 +49,46 @@ void Complain(const std::string& text) noexcept
     }
 }
 
-/// Gives a console back that was made for this process alone.
-void LeaveOwnConsole() noexcept
+/// Gives a console back that was made for this process alone; returns whether it was.
+bool LeaveOwnConsole() noexcept
 {
     DWORD others[2];
-    if (::GetConsoleProcessList(others, 2) == 1)
-    {
-        ::FreeConsole();
-    }
+    return ::GetConsoleProcessList(others, 2) == 1 && ::FreeConsole();
 }
 
-int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
+/// The process of a window; 0 for none.
+DWORD ProcessOf(HWND window) noexcept
 {
-    LeaveOwnConsole();
-    if (!instance.IsFirst())
+    DWORD process = 0;
+    ::GetWindowThreadProcessId(window, &process);
+    return process;
+}
+
+/// Brings the window of the viewer that runs to the front; false when it has none.
+bool ShowFirst() noexcept
+{
+    const HWND receiver = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+    const DWORD process = ProcessOf(receiver);
+    HWND first = nullptr;
+    do
     {
-        Complain(velt::Utf8FromWide(kRunning));
-        if (const HWND first = ::FindWindowW(velt::MainWindow::kClass, nullptr))
-        {
-            ::SetForegroundWindow(first);
-        }
-        ::MessageBoxW(nullptr, kRunning, L"Trace viewer", MB_OK | MB_ICONINFORMATION);
-        return kNothing;
+        // Windows that show saved files may be there as well.
+        first = ::FindWindowExW(nullptr, first, velt::MainWindow::kClass, nullptr);
+    } while (first && ProcessOf(first) != process);
+    if (!first || process == 0)
+    {
+        return false;
     }
+    if (::IsIconic(first))
+    {
+        ::ShowWindowAsync(first, SW_RESTORE); // returns also while that viewer is busy
+    }
+    ::SetForegroundWindow(first);
+    return true;
+}
+
+int RunWindow(const velt::TraceOptions& options)
+{
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     ::GetStartupInfoW(&startup);
@@ -79,6 +99,39 @@ int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& in
     return kDone;
 }
 
+int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
+{
+    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+    if (!instance.IsFirst())
+    {
+        Complain(velt::Utf8FromWide(kRunning));
+        if (!ShowFirst() && fromDesktop)
+        {
+            // The one that runs prints or records: nothing else would be seen.
+            ::MessageBoxW(nullptr, kRunning, kTitle, MB_OK | MB_ICONINFORMATION);
+        }
+        return kNothing;
+    }
+    return RunWindow(options);
+}
+
+int ShowFiles(const velt::TraceOptions& options)
+{
+    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+    try
+    {
+        return RunWindow(options);
+    }
+    catch (...)
+    {
+        if (fromDesktop)
+        {
+            ::MessageBoxW(nullptr, velt::CurrentErrorText().c_str(), kTitle, MB_OK | MB_ICONERROR);
+        }
+        throw;
+    }
+}
+
 int Record(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
 {
     if (!instance.IsFirst())
@@ -87,6 +140,10 @@ int Record(const velt::TraceOptions& options, const velt::ViewerInstance& instan
         return kNothing;
     }
     velt::ConsoleViewer viewer(options);
+    if (!viewer.HearsAll())
+    {
+        Complain("another program listens to the debugger output; the rest is recorded");
+    }
     const velt::ConsoleViewer::Counts counts = viewer.Run();
     Complain(velt::FormatCount(counts.written) + " records, " +
              velt::FormatCount(counts.malformed) + " malformed, " + velt::FormatCount(counts.lost) +
@@ -107,6 +164,14 @@ int Run(const std::vector<std::string>& arguments)
     {
         velt::Console(STD_OUTPUT_HANDLE).Write(velt::kTraceHelp);
         return kDone;
+    }
+    if (options.defaults)
+    {
+        velt::ViewerSettings::Forget();
+    }
+    if (!options.files.empty())
+    {
+        return ShowFiles(options); // it receives nothing, so it is nobody's second
     }
     const velt::ViewerInstance instance;
     return options.console || !options.savePath.empty() ? Record(options, instance)

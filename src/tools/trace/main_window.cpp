@@ -21,7 +21,8 @@ namespace
 {
 constexpr UINT_PTR kRefreshTimer = 1;
 constexpr UINT kArrivalMs = 100;       // so that many records make one change of the list
-constexpr std::size_t kSlice = 50'000; // records that are filtered between two messages
+constexpr std::size_t kSlice = 10'000; // records that are filtered between two looks at the keys
+constexpr DWORD kTickMs = 30;          // of filtering, then the window has its turn
 constexpr int kTicksForSender = 5;     // how often the list waits for the sender's name
 constexpr UINT kDpiChanged = 0x02E0;   // WM_DPICHANGED, since Windows 8.1
 
@@ -51,24 +52,56 @@ int HeightOf(HWND window) noexcept
 
 MainWindow::MainWindow(const TraceOptions& options, int showCommand)
     : m_window(MakeFrame()),
-      m_session(*this, options.keep),
-      m_view(m_session.Store()),
+      m_settings(ViewerSettings::Load()),
+      m_session(*this, options.keep,
+                options.files.empty() ? TraceSession::Kind::receiving : TraceSession::Kind::files),
+      m_view(m_session.Store(), &m_session.Names()),
+      m_rules(options.filter.rules.empty() ? m_settings.rules : options.filter.rules),
+      m_rulesAreOptions(!options.filter.rules.empty()),
       m_look(WindowLook::DpiOf(m_window)),
       m_toolbar(MakeCommandBar(m_window)),
       m_bar(m_window, options.filter),
-      m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view),
+      m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view, m_marks),
       m_details(MakeDetails()),
-      m_status(m_window)
+      m_status(m_window),
+      m_rulesDialog([this](const TraceRules& rules) {
+          m_rulesAreOptions = false;
+          SetRules(rules);
+      }),
+      m_callsDialog([this] { return CollectCalls(); },
+                    [this](std::uint64_t sequence) { GoTo(sequence); })
 {
     m_built = true;
+    m_list.SetColumns(m_settings.columnWidths, m_settings.columnOrder);
     ApplyLook();
     ::SetWindowPos(m_window, nullptr, 0, 0, m_look.Scaled(1100), m_look.Scaled(640),
                    SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    if (m_settings.place)
+    {
+        WINDOWPLACEMENT placement{};
+        placement.length = sizeof(placement);
+        placement.showCmd = SW_HIDE;
+        placement.rcNormalPosition = *m_settings.place;
+        ::SetWindowPlacement(m_window, &placement);
+        const bool normal = showCommand == SW_SHOWDEFAULT || showCommand == SW_SHOWNORMAL;
+        showCommand = m_settings.maximized && normal ? SW_SHOWMAXIMIZED : showCommand;
+    }
     SetFollowing(true);
-    ApplyFilter();
+    SetRules(m_rules);
     ShowStatus();
     ::ShowWindow(m_window, showCommand);
     ::UpdateWindow(m_window);
+    ::DragAcceptFiles(m_window, TRUE);
+    ::EnableMenuItem(::GetMenu(m_window), VELT_COMMAND_DEBUG_OUTPUT,
+                     static_cast<UINT>(options.files.empty() ? MF_ENABLED : MF_GRAYED));
+    if (options.debugOutput)
+    {
+        ListenToDebugOutput(true);
+    }
+    for (const std::string& file : options.files)
+    {
+        Open(WideFromUtf8(file));
+    }
 }
 
 MainWindow::~MainWindow()
@@ -93,7 +126,8 @@ void MainWindow::Run()
         {
             SetFollowing(false); // who scrolls wants to stay there
         }
-        if (!::TranslateAcceleratorW(m_window, keys, &message) &&
+        if (!m_rulesDialog.Takes(message) && !m_callsDialog.Takes(message) &&
+            !::TranslateAcceleratorW(m_window, keys, &message) &&
             !::IsDialogMessageW(m_window, &message))
         {
             ::TranslateMessage(&message);
@@ -201,6 +235,9 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
         reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {m_look.Scaled(640),
                                                                  m_look.Scaled(320)};
         return 0;
+    case WM_DROPFILES:
+        OnDrop(reinterpret_cast<HDROP>(wParam));
+        return 0;
     case WM_SETFOCUS:
         ::SetFocus(m_list.Window());
         return 0;
@@ -225,7 +262,30 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
             return 0;
         }
         return std::nullopt;
+    case WM_CTLCOLOREDIT:
+    case WM_CTLCOLORSTATIC:
+    case WM_CTLCOLORLISTBOX:
+    case WM_CTLCOLORBTN:
+        if (const HBRUSH brush = m_look.ColorsFor(message, reinterpret_cast<HDC>(wParam)))
+        {
+            return reinterpret_cast<LRESULT>(brush);
+        }
+        return std::nullopt;
+    case WM_ERASEBKGND:
+    {
+        RECT client{};
+        ::GetClientRect(m_window, &client);
+        ::FillRect(reinterpret_cast<HDC>(wParam), &client, m_look.FaceBrush());
+        return TRUE;
+    }
+    case WM_ENDSESSION:
+        if (wParam != 0)
+        {
+            Remember();
+        }
+        return 0;
     case WM_DESTROY:
+        Remember();
         m_built = false;
         ::PostQuitMessage(0);
         return 0;
@@ -270,7 +330,34 @@ std::optional<LRESULT> MainWindow::OnNotify(LPARAM notification)
             break;
         }
     }
+    if (header.hwndFrom == m_toolbar && header.code == NM_CUSTOMDRAW)
+    {
+        return OnToolbarDraw(notification);
+    }
     return m_list.OnNotify(header, notification);
+}
+
+/// The dark look, which not every system gives a tool bar.
+std::optional<LRESULT> MainWindow::OnToolbarDraw(LPARAM notification) const noexcept
+{
+    if (!m_look.IsDark())
+    {
+        return std::nullopt;
+    }
+    auto& draw = *reinterpret_cast<NMTBCUSTOMDRAW*>(notification);
+    if (draw.nmcd.dwDrawStage == CDDS_PREPAINT)
+    {
+        ::FillRect(draw.nmcd.hdc, &draw.nmcd.rc, m_look.FaceBrush());
+        return CDRF_NOTIFYITEMDRAW;
+    }
+    if (draw.nmcd.dwDrawStage != CDDS_ITEMPREPAINT)
+    {
+        return CDRF_DODEFAULT;
+    }
+    const bool shown = (draw.nmcd.uItemState & (CDIS_HOT | CDIS_CHECKED | CDIS_SELECTED)) != 0;
+    ::FillRect(draw.nmcd.hdc, &draw.nmcd.rc, shown ? m_look.WindowBrush() : m_look.FaceBrush());
+    draw.clrText = m_look.Colors().faceText;
+    return TBCDRF_NOEDGES | TBCDRF_NOBACKGROUND | TBCDRF_NOETCHEDEFFECT;
 }
 
 void MainWindow::OnTick()
@@ -285,24 +372,68 @@ void MainWindow::OnTick()
         m_ticksWithoutSender = 0;
         m_session.Drain(0);
     }
-    const std::uint64_t end = m_session.Store().Next();
-    const std::uint64_t hidden = m_pausedAt ? end - std::min(*m_pausedAt, end) : 0;
-    const std::uint64_t waiting = m_view.Waiting();
-    m_view.Advance(static_cast<std::size_t>(
-        std::min<std::uint64_t>(kSlice, waiting - std::min(waiting, hidden))));
-    m_list.Update(m_following);
-    if (m_view.Waiting() > hidden)
+    if (FilterSome())
     {
         RefreshIn(kBusyMs);
     }
+    else if (m_session.WantsDrain())
+    {
+        RefreshIn(kArrivalMs);
+    }
+    m_marks.LeaveOutBefore(m_session.Store().First());
     ShowStatus();
+}
+
+bool MainWindow::FilterSome()
+{
+    const std::uint64_t end = m_session.Store().Next();
+    const std::uint64_t hidden = m_pausedAt ? end - std::min(*m_pausedAt, end) : 0;
+    const std::uint64_t waiting = m_view.Waiting();
+    std::uint64_t left = waiting - std::min(waiting, hidden);
+    const DWORD startMs = ::GetTickCount();
+    do
+    {
+        const std::uint64_t slice = std::min<std::uint64_t>(kSlice, left);
+        m_view.Advance(static_cast<std::size_t>(slice));
+        left -= slice;
+        // A key waits for one slice at most, and what is there is shown soon.
+    } while (left > 0 && ::GetTickCount() - startMs < kTickMs &&
+             HIWORD(::GetQueueStatus(QS_INPUT)) == 0);
+    m_list.Update(m_following);
+    return m_view.Waiting() > hidden;
 }
 
 void MainWindow::OnSelection()
 {
     const std::string text = SelectionText(m_session, m_list);
-    m_status.Say(text);
+    const std::optional<std::uint64_t> focused = m_list.Focused();
+    if (text != m_selectionText || focused != m_selectionOf)
+    {
+        m_selectionText = text; // else what was last done stays to be read
+        m_selectionOf = focused;
+        m_status.Say(text);
+    }
     ::SetWindowTextW(m_details, WideFromUtf8(DetailsText(m_session, m_list, text)).c_str());
+}
+
+void MainWindow::Remember()
+{
+    WINDOWPLACEMENT placement{};
+    placement.length = sizeof(placement);
+    if (::GetWindowPlacement(m_window, &placement))
+    {
+        m_settings.place = placement.rcNormalPosition;
+        m_settings.maximized = placement.showCmd == SW_SHOWMAXIMIZED ||
+                               (placement.showCmd == SW_SHOWMINIMIZED &&
+                                (placement.flags & WPF_RESTORETOMAXIMIZED) != 0);
+    }
+    m_settings.columnWidths = m_list.ColumnWidths();
+    m_settings.columnOrder = m_list.ColumnOrder();
+    if (!m_rulesAreOptions)
+    {
+        m_settings.rules = m_rules;
+    }
+    m_settings.Save();
 }
 
 void MainWindow::RefreshIn(UINT periodMs) noexcept
@@ -312,7 +443,9 @@ void MainWindow::RefreshIn(UINT periodMs) noexcept
 
 void MainWindow::ApplyLook()
 {
-    m_look = WindowLook(WindowLook::DpiOf(m_window));
+    m_look = WindowLook(WindowLook::DpiOf(m_window), m_settings.font);
+    m_look.ApplyTo(m_window);
+    m_look.ApplyTo(m_details);
     const auto font = reinterpret_cast<WPARAM>(m_look.Font());
     ::SendMessageW(m_toolbar, WM_SETFONT, font, TRUE);
     ::SendMessageW(m_details, WM_SETFONT, reinterpret_cast<WPARAM>(m_look.FixedFont()), TRUE);
@@ -320,6 +453,10 @@ void MainWindow::ApplyLook()
     m_bar.SetLook(m_look);
     m_list.SetLook(m_look);
     m_status.SetLook(m_look);
+    m_rulesDialog.SetLook(m_look);
+    m_callsDialog.SetLook(m_look);
+    ::RedrawWindow(m_window, nullptr, nullptr,
+                   RDW_ERASE | RDW_FRAME | RDW_INVALIDATE | RDW_ALLCHILDREN);
     Layout();
 }
 

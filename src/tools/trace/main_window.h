@@ -1,17 +1,25 @@
 #pragma once
 
+#include "tools/trace/calls_dialog.h"
 #include "tools/trace/filter_bar.h"
 #include "tools/trace/record_list.h"
+#include "tools/trace/row_search.h"
+#include "tools/trace/rules_dialog.h"
 #include "tools/trace/status_bar.h"
+#include "tools/trace/trace_marks.h"
 #include "tools/trace/trace_options.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
+#include "tools/trace/viewer_settings.h"
 #include "tools/trace/window_look.h"
 
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace velt
 {
@@ -52,14 +60,27 @@ private:
     void OnCommand(UINT command, UINT code);
     std::optional<LRESULT> OnNotify(LPARAM notification);
     void OnTick();
+    bool FilterSome();
     void OnSelection();
     void OnEnter();
     void OnEscape();
+
+    std::optional<LRESULT> OnToolbarDraw(LPARAM notification) const noexcept;
+    void Remember();
+    void ChooseRecordFont();
+    void ShowAbout() const;
+    void ListenToDebugOutput(bool on);
 
     void RefreshIn(UINT periodMs) noexcept;
     void ApplyLook();
     void Layout() noexcept;
     void ApplyFilter();
+    void SetRules(const TraceRules& rules);
+    void Find(SearchDirection direction);
+    void ToggleMarks();
+    void GoToMark(SearchDirection direction);
+    CallsDialog::Content CollectCalls() const;
+    void GoTo(std::uint64_t sequence);
     void SetPaused(bool paused);
     void SetFollowing(bool following) noexcept;
     void Check(UINT command, bool checked) const noexcept;
@@ -67,23 +88,34 @@ private:
     void Copy();
     void SelectAll() noexcept;
     void Save();
+    void Open(const std::wstring& path);
+    void OpenAsked();
+    void OnDrop(HDROP drop);
     void Jump();
     void ShowHelp() const;
     void ShowStatus();
 
     bool m_built = false; // first: making the windows already sends messages
     HWND m_window = nullptr;
+    ViewerSettings m_settings;
     TraceSession m_session;
     TraceView m_view;
+    TraceMarks m_marks;
+    TraceRules m_rules;
+    bool m_rulesAreOptions; // of the command line, and not to be remembered
     WindowLook m_look;
     HWND m_toolbar;
     FilterBar m_bar;
     RecordList m_list;
     HWND m_details;
     StatusBar m_status;
+    RulesDialog m_rulesDialog;
+    CallsDialog m_callsDialog;
     bool m_following = true;
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
+    std::string m_selectionText;                // what was last said about it...
+    std::optional<std::uint64_t> m_selectionOf; // ...and the record that had the focus
     int m_ticksWithoutSender = 0;
 };
 } // namespace velt

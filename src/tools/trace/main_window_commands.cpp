@@ -1,7 +1,9 @@
 // What the viewer's window does when it is told to: by its menu, its buttons and its keys.
 
+#include "foundation/velt_version.h"
 #include "foundation/wide_text.h"
 #include "tools/trace/clipboard.h"
+#include "tools/trace/file_opener.h"
 #include "tools/trace/main_window.h"
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/row_saver.h"
@@ -11,6 +13,11 @@
 #include "tools/trace/wait_cursor.h"
 
 #include <commctrl.h>
+#include <commdlg.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace velt
 {
@@ -19,11 +26,15 @@ namespace
 constexpr wchar_t kHelp[] =
     L"Programs that load the component after this viewer was started send it their trace.\r\n\r\n"
     L"Ctrl+F\tfilter by text or source\r\n"
-    L"Ctrl+H\thighlight a text\r\n"
+    L"Ctrl+D\tfilters and highlights, several at once\r\n"
+    L"Ctrl+H\thighlight a text; F3, Shift+F3 find it\r\n"
+    L"Ctrl+M\tmark records; F2, Shift+F2 go from mark to mark\r\n"
     L"Ctrl+P\tpause and go on; records are kept meanwhile\r\n"
     L"Ctrl+E\tfollow the newest record\r\n"
     L"Ctrl+J, Enter\tjump between an entry line and its exit line\r\n"
+    L"Ctrl+T\tslowest calls: times by function\r\n"
     L"Ctrl+C\tcopy the selected records\r\n"
+    L"Ctrl+O\topen saved records; dropped files, too\r\n"
     L"Ctrl+S\tsave the shown records as text or CSV\r\n"
     L"Ctrl+L\tclear\r\n\r\n"
     L"velt-trace --help tells how to print or record without a window.";
@@ -41,6 +52,8 @@ void MainWindow::OnCommand(UINT command, UINT code)
         return code == EN_CHANGE ? m_list.SetHighlight(m_bar.Highlight()) : void();
     case VELT_COMMAND_SAVE:
         return Save();
+    case VELT_COMMAND_OPEN:
+        return OpenAsked();
     case VELT_COMMAND_EXIT:
         ::PostMessageW(m_window, WM_CLOSE, 0, 0);
         return;
@@ -62,6 +75,29 @@ void MainWindow::OnCommand(UINT command, UINT code)
     case VELT_COMMAND_FIND_HIGHLIGHT:
         ::SetFocus(m_bar.HighlightField());
         return;
+    case VELT_COMMAND_CALLS:
+        return m_callsDialog.Show(m_window);
+    case VELT_COMMAND_RULES:
+        return m_rulesDialog.Show(m_window, m_rules);
+    case VELT_COMMAND_FIND_NEXT:
+        return Find(SearchDirection::forward);
+    case VELT_COMMAND_FIND_PREVIOUS:
+        return Find(SearchDirection::backward);
+    case VELT_COMMAND_MARK:
+        return ToggleMarks();
+    case VELT_COMMAND_NEXT_MARK:
+        return GoToMark(SearchDirection::forward);
+    case VELT_COMMAND_PREVIOUS_MARK:
+        return GoToMark(SearchDirection::backward);
+    case VELT_COMMAND_CLEAR_MARKS:
+        m_marks.Clear();
+        return m_list.ShowMarks();
+    case VELT_COMMAND_DEBUG_OUTPUT:
+        return ListenToDebugOutput(!m_session.ListensToDebugOutput());
+    case VELT_COMMAND_FONT:
+        return ChooseRecordFont();
+    case VELT_COMMAND_ABOUT:
+        return ShowAbout();
     case VELT_COMMAND_HELP:
         return ShowHelp();
     case IDOK:
@@ -101,9 +137,78 @@ void MainWindow::OnEscape()
 void MainWindow::ApplyFilter()
 {
     m_list.KeepFocus();
-    m_view.SetFilter(m_bar.Filter());
-    m_list.Update(false);
+    TraceFilter filter = m_bar.Filter();
+    filter.rules = m_rules;
+    m_view.SetFilter(std::move(filter));
+    m_list.Update(false); // the former rows are no longer right
+    FilterSome(); // so that what there is soon follows the key without an empty list between
     RefreshIn(kBusyMs);
+}
+
+void MainWindow::SetRules(const TraceRules& rules)
+{
+    m_rules = rules;
+    m_session.SetRules(rules);
+    m_list.SetRules(rules);
+    TraceFilter filter = m_bar.Filter();
+    filter.rules = rules;
+    if (filter != m_view.Filter())
+    {
+        ApplyFilter();
+    }
+}
+
+void MainWindow::Find(SearchDirection direction)
+{
+    const TextPattern wanted = m_bar.Highlight();
+    if (wanted.IsEmpty())
+    {
+        ::SetFocus(m_bar.HighlightField()); // where one says what
+        return;
+    }
+    const WaitCursor wait;
+    const std::optional<std::size_t> row =
+        FindRow(m_session.Store(), m_view, wanted, m_list.FocusedRow(), direction);
+    if (!row)
+    {
+        m_status.Say("no shown record has this text");
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    SetFollowing(false);
+    m_list.Select(m_view.SequenceAt(*row));
+}
+
+void MainWindow::ToggleMarks()
+{
+    for (const std::uint64_t sequence : m_list.Selected())
+    {
+        m_marks.Toggle(sequence);
+    }
+    m_list.ShowMarks();
+}
+
+void MainWindow::GoToMark(SearchDirection direction)
+{
+    const bool forward = direction == SearchDirection::forward;
+    std::optional<std::uint64_t> from = m_list.Focused();
+    for (bool around = false;;)
+    {
+        const std::optional<std::uint64_t> mark =
+            forward ? m_marks.After(from) : m_marks.Before(from);
+        if (!mark && around)
+        {
+            break;
+        }
+        around = around || !mark;
+        from = mark; // none: on from the other end of the list, as finding goes
+        if (mark && m_list.Select(*mark))
+        {
+            return SetFollowing(false); // others the filter hides
+        }
+    }
+    m_status.Say("no shown record is marked");
+    ::MessageBeep(MB_OK);
 }
 
 void MainWindow::SetPaused(bool paused)
@@ -139,6 +244,7 @@ void MainWindow::Clear()
 {
     m_session.Drain(0); // what has arrived goes too
     m_session.Clear();
+    m_marks.Clear();
     if (m_pausedAt)
     {
         m_pausedAt = m_session.Store().Next();
@@ -176,13 +282,94 @@ void MainWindow::SelectAll() noexcept
 
 void MainWindow::Save()
 {
-    if (const std::optional<std::wstring> path = AskForFile(m_window))
+    if (const std::optional<std::wstring> path = AskForFile(m_window, SavedKind::textOrCsv))
     {
         const WaitCursor wait;
         m_list.Update(m_following); // what the store has dropped is no longer shown
         SaveRows(*path, m_session, m_view);
         m_status.Say(FormatCount(m_view.Size()) + " records saved");
     }
+}
+
+void MainWindow::Open(const std::wstring& path)
+{
+    const WaitCursor wait;
+    m_session.Drain(0); // what has arrived before comes before
+    const bool empty = m_session.Store().Size() == 0;
+    const std::string outcome = OpenSavedFile(path, m_session);
+    if (empty)
+    {
+        SetFollowing(false); // one reads a file from its start
+    }
+    RefreshIn(kBusyMs);
+    m_status.Say(outcome);
+}
+
+void MainWindow::OpenAsked()
+{
+    if (const std::optional<std::wstring> path = AskForSavedFile(m_window))
+    {
+        Open(*path);
+    }
+}
+
+void MainWindow::OnDrop(HDROP drop)
+{
+    std::vector<std::wstring> paths(::DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0));
+    for (UINT i = 0; i < paths.size(); ++i)
+    {
+        std::wstring path(std::size_t{::DragQueryFileW(drop, i, nullptr, 0)} + 1, L'\0');
+        path.resize(::DragQueryFileW(drop, i, path.data(), static_cast<UINT>(path.size())));
+        paths[i] = std::move(path);
+    }
+    ::DragFinish(drop);
+    for (const std::wstring& path : paths)
+    {
+        Open(path);
+    }
+}
+
+/// The calls among the selected records, or among all that are shown when at most one is.
+CallsDialog::Content MainWindow::CollectCalls() const
+{
+    const TraceStore& store = m_session.Store();
+    CallTimesCollector collector;
+    const bool selected = m_list.SelectedCount() > 1;
+    const auto add = [&](std::uint64_t sequence) {
+        if (sequence >= store.First()) // not dropped since the last update
+        {
+            collector.Add(sequence, store.At(sequence));
+        }
+    };
+    if (selected)
+    {
+        const std::vector<std::uint64_t> sequences = m_list.Selected();
+        std::for_each(sequences.begin(), sequences.end(), add);
+    }
+    for (std::size_t row = 0; !selected && row < m_view.Size(); ++row)
+    {
+        add(m_view.SequenceAt(row));
+    }
+    CallsDialog::Content content;
+    content.times = collector.Take();
+    content.about = FormatCount(content.times.size()) +
+                    (content.times.size() == 1 ? " function" : " functions") + " among the " +
+                    (selected ? FormatCount(m_list.SelectedCount()) + " selected records"
+                              : FormatCount(m_view.Size()) + " shown records");
+    return content;
+}
+
+void MainWindow::GoTo(std::uint64_t sequence)
+{
+    SetFollowing(false);
+    if (!m_list.Select(sequence))
+    {
+        m_status.Say("this record is not shown any more");
+        ::MessageBeep(MB_OK);
+        return;
+    }
+    ::SetForegroundWindow(m_window);
+    ::SetFocus(m_list.Window());
 }
 
 void MainWindow::Jump()
@@ -211,5 +398,43 @@ void MainWindow::Jump()
 void MainWindow::ShowHelp() const
 {
     ::MessageBoxW(m_window, kHelp, kMessageTitle, MB_OK | MB_ICONINFORMATION);
+}
+
+void MainWindow::ListenToDebugOutput(bool on)
+{
+    if (!m_session.ListenToDebugOutput(on))
+    {
+        m_status.Say("another program listens to the debugger output");
+        ::MessageBeep(MB_OK);
+    }
+    Check(VELT_COMMAND_DEBUG_OUTPUT, m_session.ListensToDebugOutput());
+}
+
+void MainWindow::ShowAbout() const
+{
+    std::wstring text =
+        L"" VELT_PRODUCT L" trace viewer\r\n" VELT_VERSION_TEXT L", " VELT_EDITION L"\r"
+        L"\n" VELT_COPYRIGHT L"\r\n\r\nThe manual is docs\\trace.md in the developers' package; "
+        L"F1 tells the keys, velt-trace --help the options.";
+    ::MessageBoxW(m_window, text.c_str(), L"About the trace viewer", MB_OK | MB_ICONINFORMATION);
+}
+
+void MainWindow::ChooseRecordFont()
+{
+    LOGFONTW font{};
+    ::GetObjectW(m_look.FixedFont(), sizeof(font), &font);
+    CHOOSEFONTW question{};
+    question.lStructSize = sizeof(question);
+    question.hwndOwner = m_window;
+    question.lpLogFont = &font;
+    question.Flags = CF_SCREENFONTS | CF_INITTOLOGFONTSTRUCT | CF_NOSCRIPTSEL | CF_LIMITSIZE |
+                     CF_NOVERTFONTS | CF_FORCEFONTEXIST;
+    question.nSizeMin = FontChoice::kSmallest / 10;
+    question.nSizeMax = FontChoice::kLargest / 10;
+    if (::ChooseFontW(&question))
+    {
+        m_settings.font = FontChoice{font.lfFaceName, question.iPointSize};
+        ApplyLook();
+    }
 }
 } // namespace velt

@@ -7,6 +7,8 @@
 #include "tools/trace/trace_filter.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 namespace velt
 {
@@ -28,46 +30,25 @@ enum ColumnNumber
 };
 
 constexpr std::array<Column, 5> kColumns{{
-    {L"Time", 120},
+    {L"Time", 140},
     {L"Process", 170},
     {L"Level", 50},
     {L"Source", 90},
     {L"Text", 900},
 }};
 
+constexpr wchar_t kMarked[] = L"\u25BA ";
 constexpr std::size_t kDateLength = 11; // "2026-11-21 "
 
 // Beyond this many, a selection is not carried along when the oldest rows go.
 constexpr std::size_t kMostMoved = 10'000;
-
-constexpr COLORREF kErrorColor = RGB(176, 0, 0);
-constexpr COLORREF kDetailColor = RGB(0, 80, 160);
-constexpr COLORREF kMalformedColor = RGB(160, 0, 160);
-constexpr COLORREF kHighlightColor = RGB(255, 243, 160);
-
-bool IsHighContrast() noexcept
-{
-    HIGHCONTRASTW contrast{};
-    contrast.cbSize = sizeof(contrast);
-    return ::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(contrast), &contrast, 0) &&
-           (contrast.dwFlags & HCF_HIGHCONTRASTON) != 0;
-}
-
-COLORREF ColorOf(const TraceEntry& entry) noexcept
-{
-    if (entry.fault != TraceRecordFault::none)
-    {
-        return kMalformedColor;
-    }
-    return entry.level <= 1   ? kErrorColor
-           : entry.level <= 3 ? kDetailColor
-                              : ::GetSysColor(COLOR_WINDOWTEXT);
-}
 } // namespace
 
-RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view)
+RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view,
+                       const TraceMarks& marks)
     : m_session(session),
       m_view(view),
+      m_marks(marks),
       m_window(::CreateWindowExW(WS_EX_CLIENTEDGE, WC_LISTVIEWW, L"Trace records",
                                  WS_CHILD | WS_VISIBLE | WS_TABSTOP | LVS_REPORT | LVS_OWNERDATA |
                                      LVS_SHOWSELALWAYS,
@@ -88,21 +69,77 @@ RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view
         column.pszText = const_cast<wchar_t*>(kColumns[i].name);
         column.iSubItem = static_cast<int>(i);
         ListView_InsertColumn(m_window, static_cast<int>(i), &column);
+        m_widths.push_back(kColumns[i].width);
     }
+    ::SetWindowSubclass(m_window, &RecordList::ListProc, 0, reinterpret_cast<DWORD_PTR>(this));
 }
 
 void RecordList::SetLook(const WindowLook& look)
 {
-    ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.FixedFont()), TRUE);
-    for (std::size_t i = 0; i < kColumns.size(); ++i)
+    if (m_dpi != 0)
     {
-        ListView_SetColumnWidth(m_window, static_cast<int>(i), look.Scaled(kColumns[i].width));
+        m_widths = ColumnWidths(); // as the user has left them
+    }
+    m_dpi = look.Dpi();
+    m_look = &look;
+    ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.FixedFont()), TRUE);
+    for (std::size_t i = 0; i < m_widths.size(); ++i)
+    {
+        ListView_SetColumnWidth(m_window, static_cast<int>(i), look.Scaled(m_widths[i]));
+    }
+    const Palette& colors = look.Colors();
+    ListView_SetBkColor(m_window, colors.window);
+    ListView_SetTextBkColor(m_window, colors.window);
+    ListView_SetTextColor(m_window, colors.text);
+    look.ApplyTo(m_window);
+    ::InvalidateRect(m_window, nullptr, TRUE);
+}
+
+void RecordList::SetColumns(const std::optional<std::vector<int>>& widths,
+                            const std::optional<std::vector<int>>& order)
+{
+    m_widths = widths && widths->size() == m_widths.size() ? *widths : m_widths;
+    if (order && order->size() == m_widths.size())
+    {
+        std::vector<int> places = *order;
+        ListView_SetColumnOrderArray(m_window, static_cast<int>(places.size()), places.data());
     }
 }
 
-void RecordList::SetHighlight(std::string part)
+std::vector<int> RecordList::ColumnWidths() const
+{
+    std::vector<int> widths(kColumns.size());
+    for (std::size_t i = 0; i < widths.size(); ++i)
+    {
+        const int width = ListView_GetColumnWidth(m_window, static_cast<int>(i));
+        // One that has not been moved stays what it was: there and back would round it.
+        widths[i] =
+            width == ::MulDiv(m_widths[i], m_dpi, 96) ? m_widths[i] : ::MulDiv(width, 96, m_dpi);
+    }
+    return widths;
+}
+
+std::vector<int> RecordList::ColumnOrder() const
+{
+    std::vector<int> order(kColumns.size());
+    ListView_GetColumnOrderArray(m_window, static_cast<int>(order.size()), order.data());
+    return order;
+}
+
+void RecordList::SetHighlight(TextPattern part)
 {
     m_highlight = std::move(part);
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+void RecordList::SetRules(const TraceRules& rules)
+{
+    m_rules = rules;
+    ::InvalidateRect(m_window, nullptr, FALSE);
+}
+
+void RecordList::ShowMarks() noexcept
+{
     ::InvalidateRect(m_window, nullptr, FALSE);
 }
 
@@ -137,8 +174,9 @@ void RecordList::Update(bool follow)
 
 void RecordList::KeepFocus() noexcept
 {
-    m_keep = Focused() ? Focused() : m_keep;
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    const std::optional<std::uint64_t> focused = Focused();
+    m_keep = focused ? focused : m_keep;
+    Deselect();
 }
 
 bool RecordList::Select(std::uint64_t sequence)
@@ -148,7 +186,7 @@ bool RecordList::Select(std::uint64_t sequence)
     {
         return false;
     }
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED);
+    Deselect();
     SelectRow(*row, LVIS_SELECTED | LVIS_FOCUSED);
     ListView_EnsureVisible(m_window, static_cast<int>(*row), FALSE);
     return true;
@@ -159,12 +197,18 @@ void RecordList::SelectAll() noexcept
     ListView_SetItemState(m_window, -1, LVIS_SELECTED, LVIS_SELECTED);
 }
 
-std::optional<std::uint64_t> RecordList::Focused() const noexcept
+std::optional<std::size_t> RecordList::FocusedRow() const noexcept
 {
     const int row = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);
     return row >= 0 && static_cast<std::size_t>(row) < m_view.Size()
-               ? std::optional(m_view.SequenceAt(static_cast<std::size_t>(row)))
+               ? std::optional(static_cast<std::size_t>(row))
                : std::nullopt;
+}
+
+std::optional<std::uint64_t> RecordList::Focused() const noexcept
+{
+    const std::optional<std::size_t> row = FocusedRow();
+    return row ? std::optional(m_view.SequenceAt(*row)) : std::nullopt;
 }
 
 std::vector<std::uint64_t> RecordList::Selected() const
@@ -208,6 +252,29 @@ void RecordList::SelectRow(std::size_t row, UINT state) noexcept
     ListView_SetItemState(m_window, static_cast<int>(row), state, state);
 }
 
+/// Takes selection and focus away row by row where they are few: told to do so for all rows, some
+/// list views walk through a million.
+void RecordList::Deselect() noexcept
+{
+    constexpr UINT kBoth = LVIS_SELECTED | LVIS_FOCUSED;
+    std::size_t selected = SelectedCount();
+    if (selected > kMostMoved)
+    {
+        ListView_SetItemState(m_window, -1, 0, kBoth);
+        return;
+    }
+    if (const std::optional<std::size_t> row = FocusedRow())
+    {
+        ListView_SetItemState(m_window, static_cast<int>(*row), 0, LVIS_FOCUSED);
+    }
+    for (int row = -1;
+         selected > 0 && (row = ListView_GetNextItem(m_window, row, LVNI_SELECTED)) >= 0;
+         --selected)
+    {
+        ListView_SetItemState(m_window, row, 0, LVIS_SELECTED);
+    }
+}
+
 void RecordList::MoveSelection(std::size_t gone)
 {
     // The list view knows rows only: what is selected stays where its record goes.
@@ -218,7 +285,7 @@ void RecordList::MoveSelection(std::size_t gone)
     {
         rows.push_back(row);
     }
-    ListView_SetItemState(m_window, -1, 0, LVIS_SELECTED | LVIS_FOCUSED);
+    Deselect();
     const auto moved = static_cast<int>(gone);
     for (const int row : rows)
     {
@@ -260,7 +327,9 @@ void RecordList::OnText(LVITEMW& item)
     switch (item.iSubItem)
     {
     case kTime:
-        m_text = WideFromUtf8(FormatArrival(entry.arrivalUs).substr(kDateLength));
+        // Before it, so that a mark can be seen in every colour and heard.
+        m_text = (m_marks.Has(sequence) ? kMarked : L"") +
+                 WideFromUtf8(FormatArrival(entry.arrivalUs).substr(kDateLength));
         break;
     case kProcess:
         m_text = WideFromUtf8(m_session.Process(entry));
@@ -282,7 +351,7 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
 {
     if (draw.nmcd.dwDrawStage == CDDS_PREPAINT)
     {
-        return IsHighContrast() ? CDRF_DODEFAULT : CDRF_NOTIFYITEMDRAW;
+        return CDRF_NOTIFYITEMDRAW;
     }
     const std::size_t row = draw.nmcd.dwItemSpec;
     if (draw.nmcd.dwDrawStage != CDDS_ITEMPREPAINT || row >= m_view.Size() ||
@@ -291,14 +360,101 @@ LRESULT RecordList::OnDraw(NMLVCUSTOMDRAW& draw) const
         return CDRF_DODEFAULT;
     }
     const TraceEntry entry = m_session.Store().At(m_view.SequenceAt(row));
-    draw.clrText = ColorOf(entry);
-    if (!m_highlight.empty() && (ContainsIgnoringCase(entry.text, m_highlight) ||
-                                 ContainsIgnoringCase(entry.source, m_highlight)))
+    const std::optional<int> highlight = ColorBehind(entry);
+    if (m_look->IsHighContrast())
     {
-        draw.clrTextBk = kHighlightColor;
-        draw.clrText =
-            entry.level <= 3 || entry.fault != TraceRecordFault::none ? draw.clrText : RGB(0, 0, 0);
+        if (!highlight)
+        {
+            return CDRF_DODEFAULT;
+        }
+        draw.clrText = ::GetSysColor(COLOR_HOTLIGHT); // the one other colour that fits there
+        return CDRF_NEWFONT;
+    }
+    draw.clrText = ColorOf(entry);
+    if (highlight)
+    {
+        draw.clrTextBk = m_look->Colors().highlights[static_cast<std::size_t>(*highlight)];
+        const bool plain = entry.level > 3 && entry.fault == TraceRecordFault::none;
+        draw.clrText = plain && !m_look->IsDark() ? RGB(0, 0, 0) : draw.clrText;
     }
     return CDRF_NEWFONT;
+}
+
+COLORREF RecordList::ColorOf(const TraceEntry& entry) const noexcept
+{
+    const Palette& colors = m_look->Colors();
+    if (entry.fault != TraceRecordFault::none)
+    {
+        return colors.malformed;
+    }
+    return entry.level <= 1 ? colors.error : entry.level <= 3 ? colors.detail : colors.text;
+}
+
+LRESULT CALLBACK RecordList::ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                      UINT_PTR id, DWORD_PTR self) noexcept
+{
+    if (message == WM_NOTIFY)
+    {
+        if (const std::optional<LRESULT> result =
+                reinterpret_cast<const RecordList*>(self)->OnHeader(lParam))
+        {
+            return *result;
+        }
+    }
+    if (message == WM_NCDESTROY)
+    {
+        ::RemoveWindowSubclass(window, &RecordList::ListProc, id);
+    }
+    return ::DefSubclassProc(window, message, wParam, lParam);
+}
+
+/// The names of the columns in the dark look, which not every system draws by itself.
+std::optional<LRESULT> RecordList::OnHeader(LPARAM notification) const noexcept
+{
+    NMHDR header;
+    std::memcpy(&header, reinterpret_cast<const void*>(notification), sizeof(header));
+    if (header.code != NM_CUSTOMDRAW || header.hwndFrom != ListView_GetHeader(m_window) ||
+        !m_look || !m_look->IsDark())
+    {
+        return std::nullopt;
+    }
+    const auto& draw = *reinterpret_cast<const NMCUSTOMDRAW*>(notification);
+    if (draw.dwDrawStage == CDDS_PREPAINT)
+    {
+        RECT whole{};
+        ::GetClientRect(header.hwndFrom, &whole);
+        ::FillRect(draw.hdc, &whole, m_look->FaceBrush());
+        return CDRF_NOTIFYITEMDRAW;
+    }
+    if (draw.dwDrawStage != CDDS_ITEMPREPAINT)
+    {
+        return CDRF_DODEFAULT;
+    }
+    std::array<wchar_t, 64> text{};
+    HDITEMW item{};
+    item.mask = HDI_TEXT;
+    item.pszText = text.data();
+    item.cchTextMax = static_cast<int>(text.size());
+    ::SendMessageW(header.hwndFrom, HDM_GETITEMW, draw.dwItemSpec, reinterpret_cast<LPARAM>(&item));
+    RECT place = draw.rc;
+    ::FillRect(draw.hdc, &place, m_look->FaceBrush());
+    RECT edge = place; // the line that divides it from the next
+    edge.left = edge.right - 1;
+    ::FillRect(draw.hdc, &edge, m_look->WindowBrush());
+    place.left += m_look->Scaled(6);
+    ::SetBkMode(draw.hdc, TRANSPARENT);
+    ::SetTextColor(draw.hdc, m_look->Colors().faceText);
+    ::DrawTextW(draw.hdc, text.data(), -1, &place,
+                DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
+    return CDRF_SKIPDEFAULT;
+}
+
+std::optional<int> RecordList::ColorBehind(const TraceEntry& entry) const noexcept
+{
+    if (!m_highlight.IsEmpty() && (m_highlight.IsIn(entry.text) || m_highlight.IsIn(entry.source)))
+    {
+        return 0;
+    }
+    return HighlightOf(m_rules, entry, m_session.Process(entry));
 }
 } // namespace velt

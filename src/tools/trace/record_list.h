@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tools/trace/text_pattern.h"
+#include "tools/trace/trace_marks.h"
+#include "tools/trace/trace_rule.h"
 #include "tools/trace/trace_session.h"
 #include "tools/trace/trace_view.h"
 #include "tools/trace/window_look.h"
@@ -21,18 +24,33 @@ namespace velt
 class RecordList
 {
 public:
-    /// Session and view must outlive the list. Throws SystemException::Win32.
-    RecordList(HWND parent, const TraceSession& session, TraceView& view);
+    /// Session, view and marks must outlive the list. Throws SystemException::Win32.
+    RecordList(HWND parent, const TraceSession& session, TraceView& view, const TraceMarks& marks);
 
     HWND Window() const noexcept
     {
         return m_window;
     }
 
+    /// The look must outlive its use here: until the next call.
     void SetLook(const WindowLook& look);
 
-    /// Records with this in their text get another background; none for an empty part.
-    void SetHighlight(std::string part);
+    /// Columns as settings keep them: widths at 96 dots an inch, and their order from the left.
+    void SetColumns(const std::optional<std::vector<int>>& widths,
+                    const std::optional<std::vector<int>>& order);
+    std::vector<int> ColumnWidths() const;
+    std::vector<int> ColumnOrder() const;
+
+    /// Records with this in their text or source get another background, before those that a rule
+    /// highlights; none for an empty part.
+    void SetHighlight(TextPattern part);
+    void SetRules(const TraceRules& rules);
+
+    /// Shows the marks that are there now.
+    void ShowMarks() noexcept;
+
+    /// The row with the focus.
+    std::optional<std::size_t> FocusedRow() const noexcept;
 
     /// Takes over the rows of the view after it has advanced. Throws std::bad_alloc.
     void Update(bool follow);
@@ -60,15 +78,26 @@ public:
 
 private:
     void SelectRow(std::size_t row, UINT state) noexcept;
+    void Deselect() noexcept;
     void MoveSelection(std::size_t gone);
     void ScrollBack(std::size_t gone) noexcept;
     void OnText(LVITEMW& item);
+    static LRESULT CALLBACK ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                     UINT_PTR id, DWORD_PTR self) noexcept;
+    std::optional<LRESULT> OnHeader(LPARAM notification) const noexcept;
     LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
+    COLORREF ColorOf(const TraceEntry& entry) const noexcept;
+    std::optional<int> ColorBehind(const TraceEntry& entry) const noexcept;
 
     const TraceSession& m_session;
     TraceView& m_view;
+    const TraceMarks& m_marks;
     HWND m_window;
-    std::string m_highlight;
+    std::vector<int> m_widths; // at 96 dots an inch
+    int m_dpi = 0;             // that they are shown with
+    const WindowLook* m_look = nullptr;
+    TextPattern m_highlight;
+    TraceRules m_rules;
     std::optional<std::uint64_t> m_keep; // to be selected when it is shown
     std::wstring m_text;                 // of the last cell that was asked for
 };

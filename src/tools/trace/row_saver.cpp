@@ -10,18 +10,20 @@
 
 namespace velt
 {
-std::optional<std::wstring> AskForFile(HWND owner)
+std::optional<std::wstring> AskForFile(HWND owner, SavedKind kind)
 {
+    const bool csv = kind == SavedKind::csv;
     std::array<wchar_t, 4096> path{};
     OPENFILENAMEW question{};
     question.lStructSize = sizeof(question);
     question.hwndOwner = owner;
-    question.lpstrFilter = L"Text (*.txt)\0*.txt\0Comma-separated values (*.csv)\0*.csv\0";
+    question.lpstrFilter = csv ? L"Comma-separated values (*.csv)\0*.csv\0"
+                               : L"Text (*.txt)\0*.txt\0Comma-separated values (*.csv)\0*.csv\0";
     question.nFilterIndex = 1;
     question.lpstrFile = path.data();
     question.nMaxFile = static_cast<DWORD>(path.size());
-    question.lpstrDefExt = L"txt";
-    question.lpstrTitle = L"Save the shown records";
+    question.lpstrDefExt = csv ? L"csv" : L"txt";
+    question.lpstrTitle = csv ? L"Save the table" : L"Save the shown records";
     question.Flags =
         OFN_EXPLORER | OFN_HIDEREADONLY | OFN_NOCHANGEDIR | OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST;
     return ::GetSaveFileNameW(&question) ? std::optional<std::wstring>(path.data()) : std::nullopt;

@@ -33,10 +33,66 @@ StatusBar::StatusBar(HWND parent)
     {
         ThrowLastError();
     }
+    ::SetWindowSubclass(m_window, &StatusBar::BarProc, 0, reinterpret_cast<DWORD_PTR>(this));
+}
+
+LRESULT CALLBACK StatusBar::BarProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                    UINT_PTR id, DWORD_PTR self) noexcept
+{
+    const auto* const bar = reinterpret_cast<const StatusBar*>(self);
+    const bool dark = bar->m_look && bar->m_look->IsDark();
+    if (message == WM_PAINT && dark)
+    {
+        bar->PaintDark();
+        return 0;
+    }
+    if (message == WM_ERASEBKGND && dark)
+    {
+        return TRUE;
+    }
+    if (message == WM_NCDESTROY)
+    {
+        ::RemoveWindowSubclass(window, &StatusBar::BarProc, id);
+    }
+    return ::DefSubclassProc(window, message, wParam, lParam);
+}
+
+/// The bar knows no dark colours, and as one that its owner draws it would have no texts for a
+/// screen reader.
+void StatusBar::PaintDark() const noexcept
+{
+    PAINTSTRUCT paint{};
+    const HDC screen = ::BeginPaint(m_window, &paint);
+    RECT whole{};
+    ::GetClientRect(m_window, &whole);
+    ::FillRect(screen, &whole, m_look->FaceBrush());
+    const HGDIOBJ former = ::SelectObject(screen, m_look->Font());
+    ::SetBkMode(screen, TRANSPARENT);
+    ::SetTextColor(screen, m_look->Colors().faceText);
+    for (std::size_t part = 0; part < m_texts.size(); ++part)
+    {
+        RECT place{};
+        ::SendMessageW(m_window, SB_GETRECT, part, reinterpret_cast<LPARAM>(&place));
+        RECT edge = place;
+        edge.left = edge.right - 1;
+        ::FillRect(screen, &edge, m_look->WindowBrush());
+        std::array<wchar_t, 512> text{};
+        if (LOWORD(::SendMessageW(m_window, SB_GETTEXTLENGTHW, part, 0)) < text.size())
+        {
+            ::SendMessageW(m_window, SB_GETTEXTW, part, reinterpret_cast<LPARAM>(text.data()));
+        }
+        place.left += m_look->Scaled(3);
+        ::DrawTextW(screen, text.data(), -1, &place,
+                    DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
+    }
+    ::SelectObject(screen, former);
+    ::EndPaint(m_window, &paint);
 }
 
 void StatusBar::SetLook(const WindowLook& look)
 {
+    m_look = &look;
+    ::InvalidateRect(m_window, nullptr, TRUE);
     ::SendMessageW(m_window, WM_SETFONT, reinterpret_cast<WPARAM>(look.Font()), TRUE);
     std::array<int, kWidths.size()> edges{};
     int edge = 0;
@@ -55,6 +111,10 @@ void StatusBar::ShowCounts(const TraceSession& session, std::size_t shown, const
     if (session.Lost() != 0)
     {
         gone += ", " + FormatCount(session.Lost()) + " lost";
+    }
+    if (session.Forgotten() != 0)
+    {
+        gone += ", " + FormatCount(session.Forgotten()) + " forgotten";
     }
     Set(kGone, gone);
     Set(kMalformed, FormatCount(session.Malformed()) + " malformed");

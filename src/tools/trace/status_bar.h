@@ -19,11 +19,17 @@ public:
     /// The parent owns its window. Throws SystemException::Win32.
     explicit StatusBar(HWND parent);
 
+    StatusBar(const StatusBar&) = delete;
+    StatusBar& operator=(const StatusBar&) = delete;
+
+    ~StatusBar() = default;
+
     HWND Window() const noexcept
     {
         return m_window;
     }
 
+    /// The look must outlive its use here: until the next call.
     void SetLook(const WindowLook& look);
 
     /// Shows the counts; `shown` rows are in the list, and `state` says more about them.
@@ -33,9 +39,13 @@ public:
     void Say(const std::string& text);
 
 private:
+    static LRESULT CALLBACK BarProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
+                                    UINT_PTR id, DWORD_PTR self) noexcept;
+    void PaintDark() const noexcept;
     void Set(std::size_t part, const std::string& text);
 
     HWND m_window;
+    const WindowLook* m_look = nullptr;
     std::array<std::string, 5> m_texts; // as they are shown
 };
 } // namespace velt

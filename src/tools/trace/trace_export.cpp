@@ -12,28 +12,6 @@ namespace velt
 namespace
 {
 using Buffer = std::array<char, 64>;
-
-void AppendCsvField(std::string& to, std::string_view field)
-{
-    const std::size_t start = std::min(field.find_first_not_of(' '), field.size());
-    const bool formula = start < field.size() &&
-                         std::string_view("=+-@\t\r").find(field[start]) != std::string_view::npos;
-    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
-    {
-        to += field;
-        return;
-    }
-    to += '"';
-    if (formula)
-    {
-        to += '\'';
-    }
-    for (const char c : field)
-    {
-        to.append(c == '"' ? 2 : 1, c);
-    }
-    to += '"';
-}
 } // namespace
 
 std::string FormatArrival(std::int64_t microseconds)
@@ -106,6 +84,33 @@ bool EndsInCsv(std::string_view name) noexcept
     constexpr std::string_view kEnd = ".csv";
     return name.size() > kEnd.size() &&
            ContainsIgnoringCase(name.substr(name.size() - kEnd.size()), kEnd);
+}
+
+bool LooksLikeFormula(std::string_view field) noexcept
+{
+    const std::size_t start = std::min(field.find_first_not_of(' '), field.size());
+    return start < field.size() &&
+           std::string_view("=+-@\t\r").find(field[start]) != std::string_view::npos;
+}
+
+void AppendCsvField(std::string& to, std::string_view field)
+{
+    const bool formula = LooksLikeFormula(field);
+    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
+    {
+        to += field;
+        return;
+    }
+    to += '"';
+    if (formula)
+    {
+        to += '\'';
+    }
+    for (const char c : field)
+    {
+        to.append(c == '"' ? 2 : 1, c);
+    }
+    to += '"';
 }
 
 void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process)

@@ -28,10 +28,16 @@ void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view p
 /// Whether a file of this name is to hold CSV: the name ends in ".csv", in any case.
 bool EndsInCsv(std::string_view name) noexcept;
 
+/// Whether a spreadsheet would take a field for a formula.
+bool LooksLikeFormula(std::string_view field) noexcept;
+
 /// The first line of a CSV file, after the mark that tells spreadsheets that it is UTF-8.
 inline constexpr std::string_view kCsvHeading = "\xEF\xBB\xBFtime,process,level,source,text\r\n";
 
-/// Appends a record as a line of a CSV file: every field that needs it in quotation marks, those in
-/// it doubled. A text that a spreadsheet would take for a formula gets an apostrophe in front.
+/// Appends a field of a CSV file: in quotation marks if it needs them, those in it doubled. A text
+/// that a spreadsheet would take for a formula gets an apostrophe in front.
+void AppendCsvField(std::string& to, std::string_view field);
+
+/// Appends a record as a line of a CSV file.
 void AppendCsvLine(std::string& to, const TraceEntry& entry, std::string_view process);
 } // namespace velt

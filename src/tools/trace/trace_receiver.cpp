@@ -127,7 +127,6 @@ LRESULT CALLBACK TraceReceiver::WindowProc(HWND window, UINT message, WPARAM wPa
 void TraceReceiver::Receive(HWND sender, const COPYDATASTRUCT& data) noexcept
 {
     Arrival arrival;
-    arrival.arrivalUs = m_clock.Now();
     arrival.sizeBytes = data.lpData ? data.cbData : 0;
     // One that does not fit is no kind of ours, and neither is the largest.
     arrival.dataKind = static_cast<std::uint32_t>(std::min<ULONG_PTR>(data.dwData, 0xFFFFFFFF));
@@ -137,11 +136,17 @@ void TraceReceiver::Receive(HWND sender, const COPYDATASTRUCT& data) noexcept
         ::GetWindowThreadProcessId(sender, &process);
         arrival.processId = process;
     }
+    Add(arrival, {static_cast<const std::byte*>(data.lpData), arrival.sizeBytes});
+}
+
+void TraceReceiver::Add(Arrival arrival, std::span<const std::byte> data) noexcept
+{
     bool first = false;
     {
         const VeltAutoCriticalSection lock(&m_lock);
+        arrival.arrivalUs = m_clock.Now(); // here, so that times only rise
         first = m_queue.IsEmpty();
-        m_queue.Append(arrival, {static_cast<const std::byte*>(data.lpData), arrival.sizeBytes});
+        m_queue.Append(arrival, data);
     }
     if (first)
     {

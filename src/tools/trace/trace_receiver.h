@@ -7,6 +7,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <span>
+
 namespace velt
 {
 /// What a receiver tells its owner, on the receiver's thread. A sender waits meanwhile: be brief.
@@ -39,6 +42,10 @@ public:
 
     /// What has arrived since the last call. Any thread may call. Throws std::bad_alloc.
     ArrivalQueue Take();
+
+    /// Adds what has come on another way, and sets the time of its arrival: all of its
+    /// `sizeBytes`. Any thread may call.
+    void Add(Arrival arrival, std::span<const std::byte> data) noexcept;
 
 private:
     static constexpr UINT kEnd = WM_APP;

@@ -1,14 +1,19 @@
 #pragma once
 
+#include "tools/trace/debug_lines.h"
+#include "tools/trace/debug_output_reader.h"
 #include "tools/trace/sender_finder.h"
+#include "tools/trace/sender_names.h"
 #include "tools/trace/trace_receiver.h"
+#include "tools/trace/trace_rule.h"
 #include "tools/trace/trace_store.h"
 
 #include <windows.h>
 
 #include <cstdint>
 #include <map>
-#include <string>
+#include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -19,8 +24,31 @@ namespace velt
 class TraceSession final : private TraceReceiverEvents
 {
 public:
+    enum class Kind : std::uint8_t
+    {
+        receiving, // what programs send
+        files,     // saved records alone: nobody sends to it
+    };
+
     /// `events` must outlive the session. Throws SystemException::Win32.
-    explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {});
+    explicit TraceSession(TraceReceiverEvents& events, TraceStoreLimits limits = {},
+                          Kind kind = Kind::receiving);
+
+    /// Starts or ends listening to what programs write for a debugger. False when another program
+    /// listens already, and for saved files. Throws SystemException::Win32.
+    bool ListenToDebugOutput(bool on);
+
+    bool ListensToDebugOutput() const noexcept
+    {
+        return m_debugOutput != nullptr;
+    }
+
+    /// Whether Drain is to be called again soon although nothing arrives: a line of debugger output
+    /// has begun that may have no end.
+    bool WantsDrain() const noexcept
+    {
+        return m_debugLines.HasBegun();
+    }
 
     /// Whether the look at who sends, which began with the first arrival, is done.
     bool KnowsSender() const noexcept
@@ -33,6 +61,25 @@ public:
     /// taken.
     void Drain(DWORD senderLimitMs);
 
+    /// Adds a record that was saved, behind all others, with the name of its process. Throws
+    /// std::bad_alloc.
+    void Add(const TraceEntry& entry, std::string_view process);
+
+    /// Records that these rules mean to be forgotten are not kept when they arrive, but counted.
+    /// Throws std::bad_alloc.
+    void SetRules(const TraceRules& rules);
+
+    /// How many records a rule has had forgotten since the last Clear.
+    std::uint64_t Forgotten() const noexcept
+    {
+        return m_forgotten;
+    }
+
+    const SenderNames& Names() const noexcept
+    {
+        return m_senders;
+    }
+
     /// Forgets all records and counts.
     void Clear() noexcept;
 
@@ -44,7 +91,7 @@ public:
     /// The process of an entry, such as "host.exe (12)".
     std::string_view Process(const TraceEntry& entry) const noexcept
     {
-        return entry.sender < m_senders.size() ? std::string_view(m_senders[entry.sender]) : "?";
+        return m_senders.Name(entry.sender);
     }
 
     std::uint64_t Malformed() const noexcept
@@ -61,16 +108,22 @@ public:
 private:
     void OnArrival() noexcept override;
     void OnCloseAsked() noexcept override;
-    void Keep(const Arrival& arrival, std::span<const std::byte> data, std::uint32_t sender);
-    std::uint32_t SenderNumber(const std::string& name);
+    void KeepLines(const std::vector<DebugLines::Line>& lines);
+    bool Append(const TraceEntry& entry);
+    void Keep(const Arrival& arrival, std::span<const std::byte> data);
+    std::uint32_t SenderOf(std::uint32_t process);
 
     TraceReceiverEvents& m_events;
     TraceStore m_store;
-    std::vector<std::string> m_senders; // by number
-    std::map<std::string, std::uint32_t> m_senderNumbers;
+    SenderNames m_senders;
+    std::map<std::uint32_t, std::uint32_t> m_processNumbers; // of this Drain
+    DebugLines m_debugLines;
+    TraceRules m_rules; // those that forget
+    std::uint64_t m_forgotten = 0;
     std::uint64_t m_malformed = 0;
     std::uint64_t m_lost = 0;
     SenderFinder m_finder;
-    TraceReceiver m_receiver; // last: its thread uses the others
+    std::optional<TraceReceiver> m_receiver;          // its thread uses the others
+    std::unique_ptr<DebugOutputReader> m_debugOutput; // last: its thread uses the receiver
 };
 } // namespace velt

@@ -8,6 +8,7 @@ namespace velt
 void TraceView::SetFilter(TraceFilter filter)
 {
     m_filter = std::move(filter);
+    m_acceptsAll = m_filter.AcceptsAll();
     m_rows.clear();
     m_gone = 0;
     m_begin = m_store.First();
@@ -18,13 +19,14 @@ bool TraceView::Advance(std::size_t most)
 {
     LeaveOutDropped();
     const std::uint64_t end = m_end + std::min<std::uint64_t>(most, m_store.Next() - m_end);
-    if (m_filter.AcceptsAll())
+    if (m_acceptsAll)
     {
         m_end = end;
     }
     for (; m_end < end; ++m_end)
     {
-        if (m_filter.Accepts(m_store.At(m_end)))
+        const TraceEntry entry = m_store.At(m_end);
+        if (m_filter.Accepts(entry, m_names ? m_names->Name(entry.sender) : std::string_view()))
         {
             m_rows.push_back(m_end);
         }
@@ -50,7 +52,7 @@ void TraceView::LeaveOutDropped() noexcept
 
 std::optional<std::size_t> TraceView::RowOf(std::uint64_t sequence) const noexcept
 {
-    if (m_filter.AcceptsAll())
+    if (m_acceptsAll)
     {
         return sequence >= m_begin && sequence < m_end
                    ? std::optional(static_cast<std::size_t>(sequence - m_begin))

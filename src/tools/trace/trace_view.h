@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/trace/sender_names.h"
 #include "tools/trace/trace_filter.h"
 #include "tools/trace/trace_store.h"
 
@@ -11,13 +12,15 @@
 namespace velt
 {
 /// The rows of a list: the records of a store that pass a filter, oldest first. A new filter is
-/// carried out in slices, so that a window stays alive over a million records. The store must
+/// carried out in slices, so that a window stays alive over a million records. Store and names must
 /// outlive the view.
 class TraceView
 {
 public:
-    explicit TraceView(const TraceStore& store) noexcept
+    /// Without names, a rule finds no process.
+    explicit TraceView(const TraceStore& store, const SenderNames* names = nullptr) noexcept
         : m_store(store),
+          m_names(names),
           m_begin(store.First()),
           m_end(m_begin)
     {
@@ -40,13 +43,13 @@ public:
 
     std::size_t Size() const noexcept
     {
-        return m_filter.AcceptsAll() ? static_cast<std::size_t>(m_end - m_begin) : m_rows.size();
+        return m_acceptsAll ? static_cast<std::size_t>(m_end - m_begin) : m_rows.size();
     }
 
     /// Sequence number of the record in a row below Size(). Trim first when the store has changed.
     std::uint64_t SequenceAt(std::size_t row) const noexcept
     {
-        return m_filter.AcceptsAll() ? m_begin + row : m_rows[row];
+        return m_acceptsAll ? m_begin + row : m_rows[row];
     }
 
     /// The row of a record; none when the filter, or the store, does not have it.
@@ -62,7 +65,9 @@ private:
     void LeaveOutDropped() noexcept;
 
     const TraceStore& m_store;
+    const SenderNames* m_names;
     TraceFilter m_filter;
+    bool m_acceptsAll = true;
     std::uint64_t m_begin;             // records from here...
     std::uint64_t m_end;               // ...up to here have been looked at
     std::vector<std::uint64_t> m_rows; // sequence numbers; unused when all records pass

@@ -1,4 +1,5 @@
 #include "foundation/trace_record.h"
+#include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
@@ -116,11 +117,47 @@ TEST_CASE("velt-trace: --save records to a file without a window", "[tools]")
                Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
 }
 
+TEST_CASE("velt-trace: a recording with a limit goes on in numbered files", "[tools]")
+{
+    const TempFolder folder(L"recorded");
+    const auto has = [&](const wchar_t* name) {
+        return ::GetFileAttributesW(folder.File(name).c_str()) != INVALID_FILE_ATTRIBUTES;
+    };
+    constexpr std::size_t kLimit = std::size_t{1} << 20;
+    ViewerProcess viewer(L"--save \"" + folder.File(L"trace.csv") +
+                         L"\" --save-size 1 --save-files 2");
+    viewer.AwaitReceiver();
+    const std::string filling(1000, 'x');
+    int sent = 0;
+    for (; sent < 2500; ++sent) // some 2.6 MB
+    {
+        SendRecord(viewer.Receiver(), std::to_string(sent) + filling);
+    }
+    CHECK(viewer.Close() == 0);
+    CHECK_THAT(viewer.Errors(), Catch::Contains("2,500 records"));
+    CHECK_FALSE(has(L"trace.csv"));
+    CHECK_FALSE(has(L"trace.4.csv"));
+    const std::string second = ReadWhole(folder.File(L"trace.2.csv"));
+    const std::string third = ReadWhole(folder.File(L"trace.3.csv"));
+    CHECK(second.size() <= kLimit);
+    CHECK(second.size() > kLimit - 2000);
+    CHECK_THAT(second.substr(0, 50), Catch::StartsWith("\xEF\xBB\xBFtime,process,"));
+    CHECK_THAT(third.substr(0, 50), Catch::StartsWith("\xEF\xBB\xBFtime,process,"));
+    CHECK(third.ends_with(",2499" + filling + "\r\n"));
+    // Nothing is missing between them.
+    const std::size_t last = second.rfind(",,") + 2;
+    const int lastNumber = std::stoi(second.substr(last));
+    CHECK(third.find(",," + std::to_string(lastNumber + 1) + "x") != std::string::npos);
+}
+
 TEST_CASE("velt-trace: a file that cannot be made is a failure that says why", "[tools]")
 {
     const TempFolder folder(L"recorded");
-    CHECK_THAT(Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3),
-               Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
+    const std::string missing = Fails(L"--save \"" + folder.File(L"missing\\trace.txt") + L"\"", 3);
+    CHECK_THAT(missing, Catch::Contains("0x00000003")); // ERROR_PATH_NOT_FOUND
+    CHECK_THAT(missing,
+               Catch::StartsWith(
+                   "velt-trace: " + velt::Utf8FromWide(folder.File(L"missing\\trace.txt")) + ": "));
     // A folder cannot be written as a file.
     CHECK_THAT(Fails(L"--save \"" + folder.Path() + L"\"", 3), Catch::Contains("0x00000005"));
     folder.Write(L"taken.txt", "what was there");

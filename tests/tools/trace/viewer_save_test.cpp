@@ -1,4 +1,4 @@
-// The viewer's file: saving from its window.
+// The viewer's files: saving from its window, and opening what was saved.
 
 #include "foundation/unique_file.h"
 #include "tests/support/temp_folder.h"
@@ -148,4 +148,77 @@ TEST_CASE("Viewer: a disk that is full is told, and the viewer goes on", "[tools
     SendRecord(viewer.Receiver(), "after");
     CHECK(viewer.AwaitRows(2));
     CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: it opens what it saved, while another one receives", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    const bool csv = GENERATE(false, true);
+    const std::wstring path = folder.File(csv ? L"trace.csv" : L"trace.txt");
+    std::vector<std::wstring> cells;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "CName::Add - enter");
+    SendRecord(viewer.Receiver(), "  failed: 0x80070057", 1);
+    SendRecord(viewer.Receiver(), "a detail, too", 3, "module");
+    SendRecord(viewer.Receiver(), "CName::Add - return = 0");
+    SendBytes(viewer.Receiver(), "?");
+    REQUIRE(viewer.AwaitRows(5));
+    const auto cellsOf = [](const ViewerProcess& of) {
+        std::vector<std::wstring> all;
+        for (int row = 0; row < of.Rows(); ++row)
+        {
+            for (int column = 0; column < 5; ++column)
+            {
+                all.push_back(of.Cell(row, column));
+            }
+        }
+        return all;
+    };
+    CHECK(SaveAs(viewer, path).empty());
+
+    ViewerProcess reader(L"\"" + path + L"\"");
+    reader.AwaitFileWindow();
+    REQUIRE(reader.AwaitRows(5));
+    CHECK(cellsOf(reader) == cellsOf(viewer));
+    CHECK(reader.Status(3) == L"1 malformed");
+    CHECK(reader.Status(4) == (csv ? L"5 records of trace.csv" : L"5 records of trace.txt"));
+    SendRecord(viewer.Receiver(), "after"); // not for the one that reads
+    REQUIRE(viewer.AwaitRows(6));
+    CHECK(reader.Rows() == 5);
+
+    // Dropped, it comes behind what is there.
+    viewer.Drop(path);
+    REQUIRE(viewer.AwaitRows(11));
+    CHECK(viewer.Cell(6, 4) == L"CName::Add - enter");
+    CHECK(reader.Close() == 0);
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: what it cannot read of a file is told at the end", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    folder.Write(L"damaged.txt", "2024-02-29 12:34:56.000789  4  ?  first\r\nnot a record\r\n"
+                                 "2024-02-29 12:34:56.000790  4  ?  last\r\n");
+    ViewerProcess reader(L"\"" + folder.File(L"damaged.txt") + L"\"");
+    reader.AwaitFileWindow();
+    REQUIRE(reader.AwaitRows(3));
+    CHECK(reader.Cell(1, 4) == L"last");
+    CHECK(reader.Cell(2, 4) == L"1 line of damaged.txt could not be read: 2");
+    CHECK(reader.Cell(2, 3) == L"velt-trace");
+    CHECK(reader.Status(4) ==
+          L"2 records of damaged.txt; 1 line of damaged.txt could not be read: 2");
+    // Nobody finds it to send to.
+    CHECK(::FindWindowW(L"Pembrook Corporation::Trace::1.0", nullptr) == nullptr);
+    CHECK(reader.Close() == 0);
+}
+
+TEST_CASE("Viewer: a file that cannot be opened is named", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    ViewerProcess reader(L"\"" + folder.File(L"missing.txt") + L"\"");
+    CHECK(reader.AwaitExit() == 3);
+    const std::string errors = reader.Errors();
+    CHECK_THAT(errors, Catch::Contains("missing.txt: "));
+    CHECK_THAT(errors, Catch::Contains("0x00000002")); // ERROR_FILE_NOT_FOUND
 }

@@ -1,6 +1,7 @@
 // The viewer's window: what it receives and shows.
 
 #include "foundation/trace_record.h"
+#include "foundation/unique_handle.h"
 #include "tests/support/component_library.h"
 #include "tests/support/edition.h"
 #include "tests/support/variants.h"
@@ -199,21 +200,81 @@ TEST_CASE("Viewer: options of the command line fill the filter bar", "[tools]")
     CHECK(viewer.TextOf(ViewerProcess::kLevel) == L"up to 2");
 }
 
-TEST_CASE("Viewer: a second one says that one is running", "[tools]")
+TEST_CASE("Viewer: a second one brings the first one to the front", "[tools]")
 {
     ViewerProcess first;
     first.AwaitWindow();
+    ::ShowWindow(first.Window(), SW_MINIMIZE);
+    REQUIRE(Eventually([&] { return ::IsIconic(first.Window()) != 0; }));
     {
         ViewerProcess second;
-        HWND box = nullptr;
-        REQUIRE(Eventually([&] { return (box = DialogOf(second.Id())) != nullptr; }));
-        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
         CHECK(second.AwaitExit() == 1);
         CHECK(second.Errors() == "velt-trace: A trace viewer is running already.\r\n");
     }
+    // It needs no answer, and what it said is to be seen.
+    CHECK(Eventually([&] { return !::IsIconic(first.Window()); }));
+    CHECK(Eventually([&] { return ::GetForegroundWindow() == first.Window(); }));
     ViewerProcess third(L"--console");
     CHECK(third.AwaitExit() == 1);
     CHECK(third.Errors() == "velt-trace: A trace viewer is running already.\r\n");
     CHECK(third.Output().empty());
     CHECK(first.Close() == 0);
+}
+
+TEST_CASE("Viewer: what programs write for a debugger is a source of its own, when asked for",
+          "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    ::OutputDebugStringA("nobody listens");
+    viewer.Command(223);
+    ::OutputDebugStringA("a line for the debugger\r\n");
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(viewer.Cell(0, 4) == L"a line for the debugger");
+    CHECK(viewer.Cell(0, 3) == L"debugger");
+    CHECK(viewer.Cell(0, 2) == L"3");
+    CHECK(viewer.Cell(0, 1) ==
+          L"tools_trace_viewer_test.exe (" + std::to_wstring(::GetCurrentProcessId()) + L")");
+    // As the component writes a line: in three, and its calls are known as such.
+    for (const char* piece : {"module: ", "A::B - enter", "\r\n"})
+    {
+        ::OutputDebugStringA(piece);
+    }
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(viewer.Cell(1, 4) == L"module: A::B - enter");
+    CHECK(viewer.Cell(1, 2) == L"4");
+    const std::string longest(4091, 'x');
+    ::OutputDebugStringA(longest.c_str()); // without an end
+    REQUIRE(viewer.AwaitRows(3));
+    CHECK(viewer.Cell(2, 4).size() > 1000);
+    CHECK(viewer.Cell(2, 4).find_first_not_of(L'x') == std::wstring::npos);
+    viewer.Command(223);
+    ::OutputDebugStringA("nobody listens any more");
+    SendRecord(viewer.Receiver(), "the last");
+    REQUIRE(viewer.AwaitRows(4));
+    CHECK(viewer.Cell(3, 4) == L"the last");
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: it says when another program has the debugger output", "[tools]")
+{
+    const velt::UniqueKernelObject others(::CreateFileMappingW(
+        INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, L"DBWIN_BUFFER"));
+    REQUIRE(others);
+    {
+        ViewerProcess viewer(L"--debug-output");
+        viewer.AwaitWindow();
+        CHECK(Eventually(
+            [&] { return viewer.Status(4) == L"another program listens to the debugger output"; }));
+        SendRecord(viewer.Receiver(), "a record");
+        CHECK(viewer.AwaitRows(1)); // all else goes on
+        CHECK(viewer.Close() == 0);
+    }
+    ViewerProcess viewer(L"--console --debug-output");
+    viewer.AwaitReceiver();
+    SendRecord(viewer.Receiver(), "a record");
+    CHECK(Eventually([&] { return viewer.OutputWaiting().ends_with("  a record\r\n"); }));
+    CHECK(viewer.Close() == 0);
+    CHECK_THAT(viewer.Errors(),
+               Catch::StartsWith("velt-trace: another program listens to the debugger output"));
 }

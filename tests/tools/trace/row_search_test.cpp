@@ -1,0 +1,68 @@
+#include "tools/trace/row_search.h"
+#include "tools/trace/trace_marks.h"
+
+#include <catch.hpp>
+
+using namespace velt;
+
+TEST_CASE("FindRow: the nearest row on either side, and around the end", "[tools]")
+{
+    TraceStore store;
+    for (const char* text : {"hit 0", "miss", "hidden hit", "hit 3", "miss", "Hit 5"})
+    {
+        TraceEntry entry;
+        entry.text = text;
+        store.Append(entry);
+    }
+    TraceView view(store);
+    TraceFilter filter;
+    filter.rules.push_back({});
+    filter.rules.back().kind = TraceRuleKind::exclude;
+    filter.rules.back().text = "hidden";
+    view.SetFilter(filter);
+    view.Advance(100);
+    REQUIRE(view.Size() == 5);
+    const auto next = [&](std::optional<std::size_t> from) {
+        return FindRow(store, view, "hit", from, SearchDirection::forward);
+    };
+    const auto previous = [&](std::optional<std::size_t> from) {
+        return FindRow(store, view, "hit", from, SearchDirection::backward);
+    };
+    CHECK(next(std::nullopt) == 0u);
+    CHECK(next(0) == 2u);
+    CHECK(next(2) == 4u);
+    CHECK(next(4) == 0u);
+    CHECK(previous(std::nullopt) == 4u);
+    CHECK(previous(4) == 2u);
+    CHECK(previous(0) == 4u);
+    CHECK(FindRow(store, view, "hit 5", 4, SearchDirection::forward) == 4u); // the only one
+    CHECK_FALSE(FindRow(store, view, "hidden", 0, SearchDirection::forward));
+    CHECK_FALSE(FindRow(store, view, "", 0, SearchDirection::forward));
+    CHECK_FALSE(FindRow(store, TraceView(store), "hit", 0, SearchDirection::backward));
+}
+
+TEST_CASE("TraceMarks: they are found on either side until their records go", "[tools]")
+{
+    TraceMarks marks;
+    CHECK(marks.IsEmpty());
+    CHECK_FALSE(marks.After(0));
+    CHECK_FALSE(marks.Before(100));
+    marks.Toggle(3);
+    marks.Toggle(7);
+    marks.Toggle(9);
+    marks.Toggle(9);
+    CHECK(marks.Has(7));
+    CHECK_FALSE(marks.Has(9));
+    CHECK(marks.After(0) == 3u);
+    CHECK(marks.After(std::nullopt) == 3u);
+    CHECK(marks.Before(std::nullopt) == 7u);
+    CHECK(marks.After(3) == 7u);
+    CHECK_FALSE(marks.After(7));
+    CHECK(marks.Before(7) == 3u);
+    CHECK_FALSE(marks.Before(3));
+    marks.LeaveOutBefore(7);
+    CHECK_FALSE(marks.Before(7));
+    CHECK(marks.Has(7));
+    marks.Clear();
+    CHECK(marks.IsEmpty());
+}

@@ -1,0 +1,314 @@
+// The viewer's filters, highlights, finding and marks.
+
+#include "tests/support/temp_folder.h"
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+#include <psapi.h>
+
+#include <catch.hpp>
+
+#include <string>
+#include <vector>
+
+using namespace velt::test;
+
+namespace
+{
+using Texts = std::vector<std::wstring>;
+
+/// The window of the filters and highlights.
+class Rules
+{
+public:
+    static constexpr int kKind = 402;
+    static constexpr int kText = 403;
+    static constexpr int kLevel = 404;
+    static constexpr int kSource = 405;
+    static constexpr int kProcess = 406;
+    static constexpr int kAdd = 407;
+    static constexpr int kChange = 408;
+    static constexpr int kRemove = 409;
+    static constexpr int kSays = 410;
+
+    explicit Rules(const ViewerProcess& viewer)
+    {
+        ::PostMessageW(viewer.Window(), WM_COMMAND, 213, 0);
+        REQUIRE(Eventually([&] { return (m_window = DialogOf(viewer.Id())) != nullptr; }));
+    }
+
+    HWND Window() const noexcept
+    {
+        return m_window;
+    }
+
+    HWND Item(int id) const noexcept
+    {
+        return ::GetDlgItem(m_window, id);
+    }
+
+    HWND List() const noexcept
+    {
+        return Item(401);
+    }
+
+    void Fill(int kind, const std::wstring& text, const std::wstring& level = L"",
+              const std::wstring& source = L"", const std::wstring& process = L"") const
+    {
+        ::SendMessageW(Item(kKind), CB_SETCURSEL, static_cast<WPARAM>(kind), 0);
+        const auto type = [&](int id, const std::wstring& what) {
+            ::SendMessageW(Item(id), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(what.c_str()));
+        };
+        type(kText, text);
+        type(kLevel, level);
+        type(kSource, source);
+        type(kProcess, process);
+    }
+
+    void Push(int button) const
+    {
+        ::SendMessageW(Item(button), BM_CLICK, 0, 0);
+    }
+
+    int Count() const noexcept
+    {
+        return static_cast<int>(::SendMessageW(List(), LVM_GETITEMCOUNT, 0, 0));
+    }
+
+    std::wstring TextOf(int id) const
+    {
+        wchar_t text[200] = {};
+        ::SendMessageW(Item(id), WM_GETTEXT, 200, reinterpret_cast<LPARAM>(text));
+        return text;
+    }
+
+private:
+    HWND m_window = nullptr;
+};
+
+HWND FocusOf(HWND window)
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
+    return info.hwndFocus;
+}
+} // namespace
+
+TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "CName::Add - enter");
+    SendRecord(viewer.Receiver(), "CName::Remove - enter");
+    SendRecord(viewer.Receiver(), "added", 3, "noise");
+    SendRecord(viewer.Receiver(), "an error", 1);
+    REQUIRE(viewer.AwaitRows(4));
+    const Rules rules(viewer);
+    rules.Fill(0, L"add*"); // show only
+    rules.Push(Rules::kAdd);
+    REQUIRE(viewer.AwaitRows(2));
+    rules.Fill(0, L"", L"1");
+    rules.Push(Rules::kAdd);
+    REQUIRE(viewer.AwaitRows(3));
+    rules.Fill(1, L"", L"", L"no?se"); // hide
+    rules.Push(Rules::kAdd);
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(viewer.Texts() == Texts{L"CName::Add - enter", L"an error"});
+    rules.Fill(1, L"", L"", L"", L"no such process");
+    rules.Push(Rules::kAdd);
+    CHECK(rules.Count() == 4);
+    REQUIRE(viewer.AwaitRows(2));
+
+    // The last one that was added is selected, from the keyboard the others are.
+    ::SetForegroundWindow(rules.Window());
+    ::PostMessageW(rules.List(), WM_KEYDOWN, VK_HOME, 0);
+    REQUIRE(Eventually([&] { return rules.TextOf(Rules::kText) == L"add*"; }));
+    ::PostMessageW(rules.List(), WM_KEYDOWN, VK_SPACE, 0); // off
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(viewer.Texts() == Texts{L"an error"});
+    ::PostMessageW(rules.List(), WM_KEYDOWN, VK_SPACE, 0);
+    REQUIRE(viewer.AwaitRows(2));
+    rules.Fill(0, L"remove");
+    rules.Push(Rules::kChange);
+    REQUIRE(Eventually([&] {
+        return viewer.Texts() == Texts{L"CName::Remove - enter", L"an error"};
+    }));
+    rules.Push(Rules::kRemove);
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(rules.Count() == 3);
+    ::PostMessageW(rules.Window(), WM_COMMAND, IDCANCEL, 0);
+    REQUIRE(Eventually([&] { return !::IsWindow(rules.Window()); }));
+    CHECK(viewer.Rows() == 1);
+
+    const Rules again(viewer);
+    CHECK(again.Count() == 3);
+    Press(viewer.Window(), {VK_CONTROL, 'D'}); // it is there already, and comes to the front
+    CHECK(Eventually([&] { return ::GetForegroundWindow() == again.Window(); }));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: a filter that names nothing, or a wrong level, is not taken", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const Rules rules(viewer);
+    CHECK_FALSE(::IsWindowEnabled(rules.Item(Rules::kChange)));
+    CHECK_FALSE(::IsWindowEnabled(rules.Item(Rules::kRemove)));
+    rules.Push(Rules::kAdd);
+    CHECK(rules.TextOf(Rules::kSays) == L"Say what the records have.");
+    CHECK(FocusOf(rules.Window()) == rules.Item(Rules::kText));
+    rules.Fill(0, L"text", L"three");
+    rules.Push(Rules::kAdd);
+    CHECK(rules.TextOf(Rules::kSays) == L"The level is a number.");
+    CHECK(FocusOf(rules.Window()) == rules.Item(Rules::kLevel));
+    CHECK(rules.Count() == 0);
+    rules.Fill(0, L"text", L"3");
+    rules.Push(Rules::kAdd);
+    CHECK(rules.Count() == 1);
+    CHECK(rules.TextOf(Rules::kSays).empty());
+    CHECK(viewer.Close() == 0); // with this window open
+}
+
+TEST_CASE("Viewer: what a filter forgets takes no room", "[tools]")
+{
+    ViewerProcess viewer(L"--keep 16 --forget \"level:3 noise\"");
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "wanted");
+    for (int i = 0; i < 50; ++i)
+    {
+        SendRecord(viewer.Receiver(), "Noise", 3);
+    }
+    SendRecord(viewer.Receiver(), "noise of another level");
+    REQUIRE(viewer.AwaitRows(2));
+    CHECK(viewer.Status(0) == L"2 records");
+    CHECK(viewer.Status(2) == L"none dropped, 50 forgotten");
+    CHECK(viewer.Cell(0, 4) == L"wanted");
+}
+
+TEST_CASE("velt-trace: rules of the command line decide what is printed", "[tools]")
+{
+    ViewerProcess viewer(L"--console --include a*c --include level:1 --exclude \"source:no abc\"");
+    viewer.AwaitReceiver();
+    SendRecord(viewer.Receiver(), "abc");
+    SendRecord(viewer.Receiver(), "b");
+    SendRecord(viewer.Receiver(), "error", 1);
+    SendRecord(viewer.Receiver(), "abc", 4, "noise");
+    CHECK(Eventually([&] { return viewer.OutputWaiting().ends_with("error\r\n"); }));
+    CHECK(viewer.Close() == 0);
+    CHECK_THAT(viewer.Errors(), Catch::Contains("2 records"));
+}
+
+TEST_CASE("Viewer: the next and the previous record with a text", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    for (const char* text : {"one", "two", "three", "two and a half"})
+    {
+        SendRecord(viewer.Receiver(), text);
+    }
+    REQUIRE(viewer.AwaitRows(4));
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto focuses = [&](int row) {
+        return Eventually([&] {
+            return ::SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_FOCUSED) ==
+                   row;
+        });
+    };
+    Press(viewer.Window(), {VK_F3}); // nothing to find yet: there one says what
+    REQUIRE(Eventually(
+        [&] { return FocusOf(viewer.Window()) == viewer.Child(ViewerProcess::kHighlight); }));
+    viewer.Type(ViewerProcess::kHighlight, L"T?O");
+    Press(viewer.Window(), {VK_F3});
+    CHECK(focuses(1));
+    Press(viewer.Window(), {VK_F3});
+    CHECK(focuses(3));
+    Press(viewer.Window(), {VK_F3}); // around the end
+    CHECK(focuses(1));
+    Press(viewer.Window(), {VK_SHIFT, VK_F3});
+    CHECK(focuses(3));
+    viewer.Type(ViewerProcess::kHighlight, L"four");
+    Press(viewer.Window(), {VK_F3});
+    CHECK(Eventually([&] { return viewer.Status(4) == L"no shown record has this text"; }));
+    CHECK(focuses(3));
+}
+
+TEST_CASE("Viewer: marks stay with their records", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    for (const char* text : {"0", "1", "2", "3"})
+    {
+        SendRecord(viewer.Receiver(), text);
+    }
+    REQUIRE(viewer.AwaitRows(4));
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto isMarked = [&](int row) { return viewer.Cell(row, 0)[0] == L'\u25BA'; };
+    const auto focuses = [&](int row) {
+        return Eventually([&] {
+            return ::SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_FOCUSED) ==
+                   row;
+        });
+    };
+    Press(viewer.Window(), {VK_F2});
+    CHECK(Eventually([&] { return viewer.Status(4) == L"no shown record is marked"; }));
+    Press(viewer.Window(), {VK_HOME});
+    REQUIRE(focuses(0));
+    Press(viewer.Window(), {VK_CONTROL, 'M'});
+    REQUIRE(Eventually([&] { return isMarked(0); }));
+    Press(viewer.Window(), {VK_END});
+    REQUIRE(focuses(3));
+    Press(viewer.Window(), {VK_CONTROL, 'M'});
+    REQUIRE(Eventually([&] { return isMarked(3); }));
+    CHECK_FALSE(isMarked(1));
+    Press(viewer.Window(), {VK_F2});
+    CHECK(focuses(0));
+    Press(viewer.Window(), {VK_SHIFT, VK_F2});
+    CHECK(focuses(3));
+    viewer.Type(ViewerProcess::kFilter, L"3");
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(isMarked(0));
+    ::SetFocus(list);
+    Press(viewer.Window(), {VK_F2}); // the other one is hidden
+    CHECK(focuses(0));
+    viewer.Command(219); // clear all marks
+    CHECK(Eventually([&] { return !isMarked(0); }));
+}
+
+TEST_CASE("Viewer: a million records are filtered while one types", "[tools]")
+{
+    // What was saved comes fast enough to make so many.
+    const TempFolder folder(L"viewer");
+    {
+        std::string lines;
+        for (int i = 0; i < 1'000'000; ++i)
+        {
+            lines += "2024-02-29 12:34:56.000789  4  host.exe (12)  CEnumVariantCol::get_Item - "
+                     "return = " +
+                     std::to_string(i % 1000) + "\r\n";
+        }
+        folder.Write(L"million.txt", lines);
+    }
+    ViewerProcess viewer(L"\"" + folder.File(L"million.txt") + L"\"");
+    viewer.AwaitFileWindow();
+    REQUIRE(viewer.AwaitRows(1'000'000));
+    const DWORD start = ::GetTickCount();
+    viewer.Type(ViewerProcess::kFilter, L"r?turn*= 999");
+    REQUIRE(Eventually([&] { return viewer.Rows() > 0; }));
+    const DWORD first = ::GetTickCount() - start;
+    viewer.Type(ViewerProcess::kFilter, L"return = 999");
+    const DWORD typed = ::GetTickCount() - start;
+    REQUIRE(viewer.AwaitRows(1000));
+    const DWORD whole = ::GetTickCount() - start;
+    std::string measured = "first rows after " + std::to_string(first) + " ms, a key later " +
+                           std::to_string(typed) + " ms, all " + std::to_string(whole) + " ms";
+    WARN(measured); // the bench judges
+    CHECK(viewer.Cell(0, 4).ends_with(L"= 999"));
+    PROCESS_MEMORY_COUNTERS counters{};
+    ::GetProcessMemoryInfo(viewer.Process(), &counters, sizeof(counters));
+    CHECK(counters.PagefileUsage < 128u * 1024 * 1024);
+    CHECK(viewer.Close() == 0);
+}

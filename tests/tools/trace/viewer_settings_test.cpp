@@ -1,0 +1,258 @@
+// What the viewer remembers, and how it looks.
+
+#include "foundation/velt_version.h"
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <catch.hpp>
+
+#include <string>
+
+using namespace velt::test;
+
+namespace
+{
+constexpr auto kKept = ViewerProcess::Memory::kept;
+
+std::wstring Program()
+{
+    return ShippedFile(L"velt-trace.exe");
+}
+
+void SetText(const wchar_t* name, const std::wstring& text, DWORD type = REG_SZ)
+{
+    ::RegSetKeyValueW(HKEY_CURRENT_USER, ViewerProcess::kSettings, name, type, text.c_str(),
+                      static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+RECT PlaceOf(HWND window)
+{
+    RECT place{};
+    ::GetWindowRect(window, &place);
+    return place;
+}
+
+int WidthOf(const ViewerProcess& viewer, int column)
+{
+    return static_cast<int>(::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_GETCOLUMNWIDTH,
+                                           static_cast<WPARAM>(column), 0));
+}
+
+int RowsOnScreen(const ViewerProcess& viewer)
+{
+    return static_cast<int>(
+        ::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_GETCOUNTPERPAGE, 0, 0));
+}
+
+/// The choice of dark programs, as long as it lives.
+class DarkChoice
+{
+public:
+    DarkChoice()
+    {
+        Set(0);
+    }
+
+    DarkChoice(const DarkChoice&) = delete;
+    DarkChoice& operator=(const DarkChoice&) = delete;
+
+    ~DarkChoice()
+    {
+        Set(1);
+    }
+
+    static void Set(DWORD light)
+    {
+        ::RegSetKeyValueW(HKEY_CURRENT_USER,
+                          L"Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize",
+                          L"AppsUseLightTheme", REG_DWORD, &light, sizeof(light));
+    }
+};
+
+/// How light a place of a window is, 0 to 255.
+int LightnessAt(HWND window, int x, int y)
+{
+    POINT place{x, y};
+    ::ClientToScreen(window, &place);
+    const HDC screen = ::GetDC(nullptr);
+    const COLORREF color = ::GetPixel(screen, static_cast<int>(place.x), static_cast<int>(place.y));
+    ::ReleaseDC(nullptr, screen);
+    return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
+}
+} // namespace
+
+TEST_CASE("Viewer: it remembers window, columns and filters, until told to forget", "[tools]")
+{
+    RECT place{};
+    int width = 0;
+    int firstWidth = 0;
+    {
+        ViewerProcess viewer;
+        viewer.AwaitWindow();
+        width = WidthOf(viewer, 1);
+        firstWidth = width;
+        ::SetWindowPos(viewer.Window(), nullptr, 40, 60, 800, 500, SWP_NOZORDER);
+        REQUIRE(Eventually([&] { return PlaceOf(viewer.Window()).left == 40; }));
+        place = PlaceOf(viewer.Window());
+        ::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_SETCOLUMNWIDTH, 1, width + 33);
+        REQUIRE(viewer.Close() == 0);
+    }
+    SetText(L"Rules", std::wstring(L"+exclude hidden\0-exclude shown\0broken\0", 39), REG_MULTI_SZ);
+    SetText(L"ColumnOrder", L"4 0 1 2 3");
+    for (int i = 0; i < 2; ++i) // what was read is written again
+    {
+        ViewerProcess viewer(L"", Program(), kKept);
+        viewer.AwaitWindow();
+        const RECT now = PlaceOf(viewer.Window());
+        CHECK(::EqualRect(&now, &place));
+        CHECK(WidthOf(viewer, 1) == width + 33);
+        SendRecord(viewer.Receiver(), "hidden");
+        SendRecord(viewer.Receiver(), "shown");
+        REQUIRE(viewer.AwaitRows(1));
+        CHECK(viewer.Cell(0, 4) == L"shown");
+        REQUIRE(viewer.Close() == 0);
+    }
+    {
+        // Filters of the command line are for this once.
+        ViewerProcess viewer(L"--exclude shown", Program(), kKept);
+        viewer.AwaitWindow();
+        SendRecord(viewer.Receiver(), "hidden");
+        SendRecord(viewer.Receiver(), "shown");
+        REQUIRE(viewer.AwaitRows(1));
+        CHECK(viewer.Cell(0, 4) == L"hidden");
+        REQUIRE(viewer.Close() == 0);
+    }
+    {
+        ViewerProcess viewer(L"", Program(), kKept);
+        viewer.AwaitWindow();
+        SendRecord(viewer.Receiver(), "hidden");
+        SendRecord(viewer.Receiver(), "shown");
+        REQUIRE(viewer.AwaitRows(1));
+        REQUIRE(viewer.Close() == 0);
+    }
+    ViewerProcess viewer(L"--defaults", Program(), kKept);
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "hidden");
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(WidthOf(viewer, 1) == firstWidth);
+    const RECT now = PlaceOf(viewer.Window());
+    CHECK_FALSE(::EqualRect(&now, &place));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: what it cannot have remembered is as at first", "[tools]")
+{
+    int width = 0;
+    int rows = 0;
+    RECT place{};
+    {
+        ViewerProcess viewer;
+        viewer.AwaitWindow();
+        width = WidthOf(viewer, 1);
+        rows = RowsOnScreen(viewer);
+        place = PlaceOf(viewer.Window());
+        REQUIRE(viewer.Close() == 0);
+    }
+    SetText(L"Window", L"-90000 -90000 -89000 -89500 0"); // on no screen
+    SetText(L"ColumnWidths", L"1 2 3 4 99999");
+    SetText(L"ColumnOrder", L"0 0 1 2 3");
+    SetText(L"FontSize", L"99999");
+    SetText(L"FontName", std::wstring(500, L'x'));
+    SetText(L"Rules", L"+include nothing"); // another kind of value
+    ViewerProcess viewer(L"", Program(), kKept);
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+    CHECK(WidthOf(viewer, 1) == width);
+    CHECK(RowsOnScreen(viewer) == rows);
+    const RECT now = PlaceOf(viewer.Window());
+    CHECK(now.right - now.left == place.right - place.left);
+    CHECK(::MonitorFromRect(&now, MONITOR_DEFAULTTONULL));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: the font is chosen and remembered", "[tools]")
+{
+    int rows = 0;
+    {
+        ViewerProcess viewer;
+        viewer.AwaitWindow();
+        rows = RowsOnScreen(viewer);
+        ::PostMessageW(viewer.Window(), WM_COMMAND, 221, 0); // Font...
+        HWND dialog = nullptr;
+        REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+        constexpr int kSizeField = 0x472; // cmb3
+        constexpr int kNameField = 0x470; // cmb1
+        CHECK(::GetDlgItem(dialog, kNameField) != nullptr);
+        ::SendDlgItemMessageW(dialog, kSizeField, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"20"));
+        ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+        REQUIRE(Eventually([&] { return RowsOnScreen(viewer) < rows * 3 / 4; }));
+        REQUIRE(viewer.Close() == 0);
+    }
+    ViewerProcess viewer(L"", Program(), kKept);
+    viewer.AwaitWindow();
+    CHECK(RowsOnScreen(viewer) < rows * 3 / 4);
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
+{
+    ViewerProcess viewer;
+    const auto lightness = [&](int child) {
+        RECT client{};
+        const HWND window = viewer.Child(child);
+        ::GetClientRect(window, &client);
+        return LightnessAt(window, static_cast<int>(client.right) / 2,
+                           static_cast<int>(client.bottom) - 4);
+    };
+    viewer.AwaitWindow();
+    const auto is = [&](bool dark) {
+        return Eventually([&] {
+            for (const int child : {ViewerProcess::kList, ViewerProcess::kFilter,
+                                    ViewerProcess::kDetails, ViewerProcess::kStatus})
+            {
+                if ((lightness(child) < 64) != dark)
+                {
+                    return false;
+                }
+            }
+            return true;
+        });
+    };
+    CHECK(is(false));
+    {
+        const DarkChoice dark;
+        ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+        CHECK(is(true));
+        // What is drawn for the eye alone is still there to be read.
+        CHECK(viewer.Status(0) == L"0 records");
+    }
+    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+    CHECK(is(false));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: it says which version and edition it is", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    ::PostMessageW(viewer.Window(), WM_COMMAND, 222, 0); // About
+    HWND box = nullptr;
+    REQUIRE(Eventually([&] { return (box = DialogOf(viewer.Id())) != nullptr; }));
+    wchar_t text[1000] = {};
+    REQUIRE(Eventually([&] {
+        return ::SendDlgItemMessageW(box, 0xFFFF, WM_GETTEXT, 1000,
+                                     reinterpret_cast<LPARAM>(text)) > 0;
+    }));
+    const std::wstring about = text;
+    CHECK(about.find(L"" VELT_VERSION_TEXT) != std::wstring::npos);
+    CHECK(about.find(L"" VELT_EDITION) != std::wstring::npos);
+    CHECK(about.find(L"trace.md") != std::wstring::npos);
+    ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+    REQUIRE(Eventually([&] { return !::IsWindow(box); }));
+    CHECK(viewer.Close() == 0);
+}
