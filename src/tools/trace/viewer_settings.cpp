@@ -50,7 +50,7 @@ std::wstring Read(HKEY key, const wchar_t* name, DWORD type)
         return {};
     }
     std::wstring text(size / sizeof(wchar_t), L'\0');
-    size = static_cast<DWORD>(text.size()) * sizeof(wchar_t);
+    size = static_cast<DWORD>(text.size()) * DWORD{sizeof(wchar_t)};
     if (::RegQueryValueExW(key, name, nullptr, &found, reinterpret_cast<BYTE*>(text.data()),
                            &size) != ERROR_SUCCESS ||
         found != type)
@@ -71,7 +71,7 @@ void Write(HKEY key, const wchar_t* name, const std::wstring& text, DWORD type =
 {
     const std::size_t characters = text.size() + 1;
     ::RegSetValueExW(key, name, 0, type, reinterpret_cast<const BYTE*>(text.c_str()),
-                     static_cast<DWORD>(characters) * sizeof(wchar_t));
+                     static_cast<DWORD>(characters) * DWORD{sizeof(wchar_t)});
 }
 
 void WriteNumbers(HKEY key, const wchar_t* name, const std::optional<std::vector<int>>& numbers)

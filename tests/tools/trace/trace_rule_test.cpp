@@ -18,7 +18,7 @@ TraceRule Rule(TraceRuleKind kind, const char* terms)
     return rule;
 }
 
-TraceEntry Entry(std::int32_t level, std::string_view source, std::string_view text)
+TraceEntry RecordOf(std::int32_t level, std::string_view source, std::string_view text)
 {
     TraceEntry entry;
     entry.level = level;
@@ -30,7 +30,7 @@ TraceEntry Entry(std::int32_t level, std::string_view source, std::string_view t
 
 TEST_CASE("TraceRule: all that it names must fit", "[tools]")
 {
-    const TraceEntry entry = Entry(3, "network", "connected to a host");
+    const TraceEntry entry = RecordOf(3, "network", "connected to a host");
     const auto means = [&](const char* terms) {
         return Rule(TraceRuleKind::include, terms).Means(entry, "host.exe (12)");
     };
@@ -76,9 +76,9 @@ TEST_CASE("TraceRule: what is none is refused", "[tools]")
 TEST_CASE("TraceFilter: including rules add to each other, excluding ones take away", "[tools]")
 {
     TraceFilter filter;
-    const TraceEntry add = Entry(4, "", "Add");
-    const TraceEntry remove = Entry(4, "", "Remove");
-    const TraceEntry noise = Entry(3, "noise", "Add more");
+    const TraceEntry add = RecordOf(4, "", "Add");
+    const TraceEntry remove = RecordOf(4, "", "Remove");
+    const TraceEntry noise = RecordOf(3, "noise", "Add more");
     const auto shown = [&] {
         return std::string(filter.Accepts(add) ? "a" : "") + (filter.Accepts(remove) ? "r" : "") +
                (filter.Accepts(noise) ? "n" : "");
@@ -110,15 +110,15 @@ TEST_CASE("Rules: which records are forgotten, and which colour they have", "[to
                      Rule(TraceRuleKind::forget, "level:4 noise")};
     rules[0].color = 3;
     rules[1].color = 1;
-    CHECK(HighlightOf(rules, Entry(3, "", "blue"), "host.exe (1)") == 3);
-    CHECK(HighlightOf(rules, Entry(3, "", "red"), "host.exe (1)") == 1);
-    CHECK_FALSE(HighlightOf(rules, Entry(3, "", "red"), "?"));
+    CHECK(HighlightOf(rules, RecordOf(3, "", "blue"), "host.exe (1)") == 3);
+    CHECK(HighlightOf(rules, RecordOf(3, "", "red"), "host.exe (1)") == 1);
+    CHECK_FALSE(HighlightOf(rules, RecordOf(3, "", "red"), "?"));
     rules[0].on = false;
-    CHECK(HighlightOf(rules, Entry(3, "", "blue"), "host.exe (1)") == 1);
-    CHECK(IsForgotten(rules, Entry(4, "", "noise"), ""));
-    CHECK_FALSE(IsForgotten(rules, Entry(3, "", "noise"), ""));
+    CHECK(HighlightOf(rules, RecordOf(3, "", "blue"), "host.exe (1)") == 1);
+    CHECK(IsForgotten(rules, RecordOf(4, "", "noise"), ""));
+    CHECK_FALSE(IsForgotten(rules, RecordOf(3, "", "noise"), ""));
     rules[2].on = false;
-    CHECK_FALSE(IsForgotten(rules, Entry(4, "", "noise"), ""));
+    CHECK_FALSE(IsForgotten(rules, RecordOf(4, "", "noise"), ""));
 }
 
 TEST_CASE("TraceView: a rule finds records by the names of their processes", "[tools]")

@@ -88,14 +88,6 @@ public:
 private:
     HWND m_window = nullptr;
 };
-
-HWND FocusOf(HWND window)
-{
-    GUITHREADINFO info{};
-    info.cbSize = sizeof(info);
-    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
-    return info.hwndFocus;
-}
 } // namespace
 
 TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", "[tools]")

@@ -34,6 +34,14 @@ void Press(HWND window, std::initializer_list<WORD> keys)
     ::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
 }
 
+HWND FocusOf(HWND window) noexcept
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
+    return info.hwndFocus;
+}
+
 HWND DialogOf(DWORD processId)
 {
     HWND dialog = nullptr;

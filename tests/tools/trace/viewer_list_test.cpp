@@ -33,15 +33,6 @@ std::wstring ClipboardText()
     }
     return text;
 }
-
-/// The child of the viewer that has the keyboard.
-HWND FocusOf(HWND window)
-{
-    GUITHREADINFO info{};
-    info.cbSize = sizeof(info);
-    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
-    return info.hwndFocus;
-}
 } // namespace
 
 TEST_CASE("Viewer: a pause holds the list and keeps the records", "[tools]")
