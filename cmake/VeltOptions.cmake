@@ -46,9 +46,8 @@ if(WIN32)
 endif()
 
 # The headers that most sources of the product name first, read once for all of them. The checked
-# build of the 32-bit edition does without, so that a source that does not name what it needs is
-# found there.
-if(WIN32 AND NOT (VELT_CHECKED AND VELT_ARCHITECTURE STREQUAL x86))
+# build does without, so that a source that does not name what it needs is found there.
+if(WIN32 AND NOT VELT_CHECKED)
     add_library(velt_product_headers OBJECT "${PROJECT_SOURCE_DIR}/cmake/empty.cpp")
     target_link_libraries(velt_product_headers PRIVATE velt_shipped_options)
     target_precompile_headers(velt_product_headers PRIVATE
