@@ -57,10 +57,8 @@ inline const Scope kAllUsers = {"all users", L"", HKEY_LOCAL_MACHINE, HKEY_CURRE
 inline const Scope kCurrentUser = {"the current user", L" MSIINSTALLPERUSER=1 ALLUSERS=\"\"",
                                    HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE};
 
-/// What the installer ends with when an installation fails or is refused by the package, and when
-/// another one runs.
+/// What the installer ends with when an installation fails or is refused by the package.
 inline constexpr DWORD kFailed = ERROR_INSTALL_FAILURE;
-inline constexpr DWORD kOtherRuns = ERROR_INSTALL_ALREADY_RUNNING;
 
 /// A folder of the system's, a CSIDL.
 std::wstring KnownFolder(int id);
