@@ -188,6 +188,11 @@ std::wstring ViewerProcess::Status(int part) const
     return RemoteText(Child(kStatus), SB_GETTEXTW, part, 0);
 }
 
+bool ViewerProcess::AwaitStatus(int part, const std::wstring& text) const
+{
+    return Eventually([&] { return Status(part) == text; });
+}
+
 void ViewerProcess::Type(int field, const std::wstring& text) const
 {
     ::SendMessageW(Child(field), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text.c_str()));

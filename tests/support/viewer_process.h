@@ -97,6 +97,10 @@ public:
     /// A part of the status bar, from 0: records, shown, dropped, malformed, selection.
     std::wstring Status(int part) const;
 
+    /// Waits until a part of the status bar says this, which comes after the rows; returns whether
+    /// it does.
+    bool AwaitStatus(int part, const std::wstring& text) const;
+
     /// Types into a field: replaces its text and tells its parent, as the keyboard does.
     void Type(int field, const std::wstring& text) const;
     std::wstring TextOf(int child) const;

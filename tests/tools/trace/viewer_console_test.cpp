@@ -240,8 +240,8 @@ TEST_CASE("Viewer: it takes records as fast as one program sends them, and loses
                    "    CEnumVariantCol::get_Item - return = " + std::to_string(i));
     }
     REQUIRE(viewer.AwaitRows(kRecords));
-    CHECK(viewer.Status(0) == L"10,000 records");
-    CHECK(viewer.Status(2) == L"none dropped");
+    CHECK(viewer.AwaitStatus(0, L"10,000 records"));
+    CHECK(viewer.AwaitStatus(2, L"none dropped"));
     CHECK(viewer.Cell(kRecords - 1, 4) == L"    CEnumVariantCol::get_Item - return = 9999");
     CHECK(viewer.Cell(0, 4) == L"    CEnumVariantCol::get_Item - return = 0");
 

@@ -176,8 +176,8 @@ TEST_CASE("Viewer: what a filter forgets takes no room", "[tools]")
     }
     SendRecord(viewer.Receiver(), "noise of another level");
     REQUIRE(viewer.AwaitRows(2));
-    CHECK(viewer.Status(0) == L"2 records");
-    CHECK(viewer.Status(2) == L"none dropped, 50 forgotten");
+    CHECK(viewer.AwaitStatus(0, L"2 records"));
+    CHECK(viewer.AwaitStatus(2, L"none dropped, 50 forgotten"));
     CHECK(viewer.Cell(0, 4) == L"wanted");
 }
 
@@ -224,7 +224,7 @@ TEST_CASE("Viewer: the next and the previous record with a text", "[tools]")
     CHECK(focuses(3));
     viewer.Type(ViewerProcess::kHighlight, L"four");
     Press(viewer.Window(), {VK_F3});
-    CHECK(Eventually([&] { return viewer.Status(4) == L"no shown record has this text"; }));
+    CHECK(viewer.AwaitStatus(4, L"no shown record has this text"));
     CHECK(focuses(3));
 }
 
@@ -246,7 +246,7 @@ TEST_CASE("Viewer: marks stay with their records", "[tools]")
         });
     };
     Press(viewer.Window(), {VK_F2});
-    CHECK(Eventually([&] { return viewer.Status(4) == L"no shown record is marked"; }));
+    CHECK(viewer.AwaitStatus(4, L"no shown record is marked"));
     Press(viewer.Window(), {VK_HOME});
     REQUIRE(focuses(0));
     Press(viewer.Window(), {VK_CONTROL, 'M'});

@@ -42,9 +42,9 @@ TEST_CASE("Viewer: a pause holds the list and keeps the records", "[tools]")
     SendRecord(viewer.Receiver(), "before");
     REQUIRE(viewer.AwaitRows(1));
     Press(viewer.Window(), {VK_CONTROL, 'P'});
-    REQUIRE(Eventually([&] { return viewer.Status(1) == L"1 shown, paused"; }));
+    REQUIRE(viewer.AwaitStatus(1, L"1 shown, paused"));
     SendRecord(viewer.Receiver(), "meanwhile");
-    REQUIRE(Eventually([&] { return viewer.Status(0) == L"2 records"; }));
+    REQUIRE(viewer.AwaitStatus(0, L"2 records"));
     CHECK(viewer.Rows() == 1);
     viewer.Type(ViewerProcess::kFilter, L"e"); // in both
     REQUIRE(Eventually([&] { return viewer.Rows() == 1; }));
@@ -62,8 +62,8 @@ TEST_CASE("Viewer: clearing empties it and its counts", "[tools]")
     REQUIRE(viewer.AwaitRows(2));
     Press(viewer.Window(), {VK_CONTROL, 'L'});
     REQUIRE(viewer.AwaitRows(0));
-    CHECK(viewer.Status(0) == L"0 records");
-    CHECK(viewer.Status(3) == L"0 malformed");
+    CHECK(viewer.AwaitStatus(0, L"0 records"));
+    CHECK(viewer.AwaitStatus(3, L"0 malformed"));
     SendRecord(viewer.Receiver(), "after");
     REQUIRE(viewer.AwaitRows(1));
     CHECK(viewer.Texts() == Texts{L"after"});
@@ -203,11 +203,11 @@ TEST_CASE("Viewer: a full list drops the oldest, says so, and still follows the 
     };
     send(0, 1701); // with the sixteenth that goes at once
     REQUIRE(viewer.AwaitRows(1701));
-    CHECK(viewer.Status(2) == L"none dropped");
+    CHECK(viewer.AwaitStatus(2, L"none dropped"));
     send(1701, 1710);
     CHECK(showsLast(L"101 oldest dropped", L"record 1709"));
     CHECK(viewer.Rows() == 1609);
-    CHECK(viewer.Status(0) == L"1,609 records");
+    CHECK(viewer.AwaitStatus(0, L"1,609 records"));
     CHECK(viewer.Cell(0, 4) == L"record 101");
 
     // Who has moved away keeps the records before his eyes.
@@ -217,7 +217,7 @@ TEST_CASE("Viewer: a full list drops the oldest, says so, and still follows the 
     const int before = top();
     const std::wstring seen = viewer.Cell(before, 4);
     send(1710, 1810);
-    REQUIRE(Eventually([&] { return viewer.Status(2) == L"202 oldest dropped"; }));
+    REQUIRE(viewer.AwaitStatus(2, L"202 oldest dropped"));
     REQUIRE(viewer.AwaitRows(1608));
     CHECK(top() == before - 101);
     CHECK(viewer.Cell(top(), 4) == seen);

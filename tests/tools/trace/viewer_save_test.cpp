@@ -102,7 +102,7 @@ TEST_CASE("Viewer: it saves what it shows, as text or CSV", "[tools]")
     REQUIRE(viewer.AwaitRows(1));
 
     CHECK(SaveAs(viewer, folder.File(L"trace.txt")).empty());
-    CHECK(viewer.Status(4) == L"1 records saved");
+    CHECK(viewer.AwaitStatus(4, L"1 records saved"));
     CHECK_THAT(ReadFile(folder.File(L"trace.txt")),
                Catch::EndsWith("  3  ?    first, with a comma\r\n"));
 
@@ -181,8 +181,8 @@ TEST_CASE("Viewer: it opens what it saved, while another one receives", "[tools]
     reader.AwaitFileWindow();
     REQUIRE(reader.AwaitRows(5));
     CHECK(cellsOf(reader) == cellsOf(viewer));
-    CHECK(reader.Status(3) == L"1 malformed");
-    CHECK(reader.Status(4) == (csv ? L"5 records of trace.csv" : L"5 records of trace.txt"));
+    CHECK(reader.AwaitStatus(3, L"1 malformed"));
+    CHECK(reader.AwaitStatus(4, (csv ? L"5 records of trace.csv" : L"5 records of trace.txt")));
     SendRecord(viewer.Receiver(), "after"); // not for the one that reads
     REQUIRE(viewer.AwaitRows(6));
     CHECK(reader.Rows() == 5);
@@ -206,8 +206,8 @@ TEST_CASE("Viewer: what it cannot read of a file is told at the end", "[tools]")
     CHECK(reader.Cell(1, 4) == L"last");
     CHECK(reader.Cell(2, 4) == L"1 line of damaged.txt could not be read: 2");
     CHECK(reader.Cell(2, 3) == L"velt-trace");
-    CHECK(reader.Status(4) ==
-          L"2 records of damaged.txt; 1 line of damaged.txt could not be read: 2");
+    CHECK(reader.AwaitStatus(
+        4, L"2 records of damaged.txt; 1 line of damaged.txt could not be read: 2"));
     // Nobody finds it to send to.
     CHECK(::FindWindowW(L"Pembrook Corporation::Trace::1.0", nullptr) == nullptr);
     CHECK(reader.Close() == 0);

@@ -229,7 +229,7 @@ TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]
         ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
         CHECK(is(true));
         // What is drawn for the eye alone is still there to be read.
-        CHECK(viewer.Status(0) == L"0 records");
+        CHECK(viewer.AwaitStatus(0, L"0 records"));
     }
     ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
     CHECK(is(false));

@@ -54,10 +54,10 @@ TEST_CASE("Viewer: it shows what the component traces, and who does", "[tools]")
     CHECK(viewer.Cell(0, 3).empty());
     const std::wstring time = viewer.Cell(0, 0);
     CHECK(time.size() == std::wstring_view(L"09:05:03.000042").size());
-    CHECK(viewer.Status(0) == std::to_wstring(rows) + L" records");
-    CHECK(viewer.Status(1) == std::to_wstring(rows) + L" shown");
-    CHECK(viewer.Status(2) == L"none dropped");
-    CHECK(viewer.Status(3) == L"0 malformed");
+    CHECK(viewer.AwaitStatus(0, std::to_wstring(rows) + L" records"));
+    CHECK(viewer.AwaitStatus(1, std::to_wstring(rows) + L" shown"));
+    CHECK(viewer.AwaitStatus(2, L"none dropped"));
+    CHECK(viewer.AwaitStatus(3, L"0 malformed"));
     CHECK(viewer.Close() == 0);
 }
 
@@ -140,7 +140,7 @@ TEST_CASE("Viewer: malformed records are shown as such and counted", "[tools]")
     CHECK(texts[6].starts_with(L"malformed record (wrong magic), 86 bytes"));
     CHECK(texts[7] == L"text");
     CHECK(viewer.Cell(0, 2) == L"!");
-    CHECK(viewer.Status(3) == L"7 malformed");
+    CHECK(viewer.AwaitStatus(3, L"7 malformed"));
     CHECK(viewer.Close() == 0);
 }
 
@@ -173,8 +173,8 @@ TEST_CASE("Viewer: the filter works while one types, by text, source and level",
     viewer.Type(ViewerProcess::kFilter, L"ADD");
     REQUIRE(viewer.AwaitRows(2));
     CHECK(viewer.Texts() == Texts{L"CName::Add - enter", L"a detail"});
-    CHECK(viewer.Status(0) == L"3 records");
-    CHECK(viewer.Status(1) == L"2 shown");
+    CHECK(viewer.AwaitStatus(0, L"3 records"));
+    CHECK(viewer.AwaitStatus(1, L"2 shown"));
     SendRecord(viewer.Receiver(), "CName::Add - return");
     REQUIRE(viewer.AwaitRows(3));
     SendRecord(viewer.Receiver(), "not this one");
@@ -264,8 +264,7 @@ TEST_CASE("Viewer: it says when another program has the debugger output", "[tool
     {
         ViewerProcess viewer(L"--debug-output");
         viewer.AwaitWindow();
-        CHECK(Eventually(
-            [&] { return viewer.Status(4) == L"another program listens to the debugger output"; }));
+        CHECK(viewer.AwaitStatus(4, L"another program listens to the debugger output"));
         SendRecord(viewer.Receiver(), "a record");
         CHECK(viewer.AwaitRows(1)); // all else goes on
         CHECK(viewer.Close() == 0);
