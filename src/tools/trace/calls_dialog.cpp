@@ -1,9 +1,7 @@
 #include "tools/trace/calls_dialog.h"
 
-#include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
 #include "tools/common/output_file.h"
-#include "tools/trace/error_text.h"
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/row_saver.h"
 #include "tools/trace/trace_export.h"
@@ -19,122 +17,39 @@ namespace velt
 {
 namespace
 {
-struct Column
-{
-    const wchar_t* name;
-    int width; // in dialog units
-};
-
 // In the order of CallTimesOrder.
-constexpr std::array<Column, 5> kColumns{
-    {{L"Function", 160}, {L"Count", 40}, {L"Total", 60}, {L"Own", 60}, {L"Longest", 60}}};
+constexpr std::array<ListColumn, 5> kColumns{{{L"Function", 160},
+                                              {L"Count", 40, LVCFMT_RIGHT},
+                                              {L"Total", 60, LVCFMT_RIGHT},
+                                              {L"Own", 60, LVCFMT_RIGHT},
+                                              {L"Longest", 60, LVCFMT_RIGHT}}};
 } // namespace
-
-CallsDialog::~CallsDialog()
-{
-    if (m_window)
-    {
-        ::DestroyWindow(m_window);
-    }
-}
 
 void CallsDialog::Show(HWND owner)
 {
-    if (!m_window &&
-        !::CreateDialogParamW(::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(VELT_CALLS_DIALOG),
-                              owner, &CallsDialog::DialogProc, reinterpret_cast<LPARAM>(this)))
+    if (!Window())
     {
-        ThrowLastError();
+        Create(owner);
     }
     Collect();
-    ::ShowWindow(m_window, SW_SHOW);
-    ::SetForegroundWindow(m_window);
+    BringToFront();
     ::SetFocus(Item(VELT_ID_CALLS));
-}
-
-void CallsDialog::SetLook(const WindowLook& look) noexcept
-{
-    m_look = &look;
-    if (!m_window)
-    {
-        return;
-    }
-    const HWND list = Item(VELT_ID_CALLS);
-    ListView_SetBkColor(list, look.Colors().window);
-    ListView_SetTextBkColor(list, look.Colors().window);
-    ListView_SetTextColor(list, look.Colors().text);
-    look.ApplyTo(m_window);
-    look.ApplyTo(list);
-    ::RedrawWindow(m_window, nullptr, nullptr, RDW_ERASE | RDW_INVALIDATE | RDW_ALLCHILDREN);
-}
-
-INT_PTR CALLBACK CallsDialog::DialogProc(HWND window, UINT message, WPARAM wParam,
-                                         LPARAM lParam) noexcept
-{
-    if (message == WM_INITDIALOG)
-    {
-        ::SetWindowLongPtrW(window, GWLP_USERDATA, lParam);
-        reinterpret_cast<CallsDialog*>(lParam)->m_window = window;
-    }
-    auto* const self = reinterpret_cast<CallsDialog*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
-    try
-    {
-        return self ? self->Handle(message, wParam, lParam) : FALSE;
-    }
-    catch (...)
-    {
-        ::MessageBoxW(window, CurrentErrorText().c_str(), L"Trace viewer", MB_OK | MB_ICONERROR);
-        return TRUE;
-    }
-}
-
-INT_PTR CallsDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
-{
-    switch (message)
-    {
-    case WM_INITDIALOG:
-        Build();
-        SetLook(*m_look);
-        return TRUE;
-    case WM_COMMAND:
-        OnCommand(LOWORD(wParam), HIWORD(wParam));
-        return TRUE;
-    case WM_CTLCOLORDLG:
-    case WM_CTLCOLORSTATIC:
-    case WM_CTLCOLOREDIT:
-    case WM_CTLCOLORLISTBOX:
-    case WM_CTLCOLORBTN:
-        return reinterpret_cast<INT_PTR>(m_look->ColorsFor(message, reinterpret_cast<HDC>(wParam)));
-    case WM_NOTIFY:
-        OnNotify(lParam);
-        return FALSE;
-    case WM_DESTROY:
-        m_window = nullptr;
-        m_content = {};
-        return TRUE;
-    default:
-        return FALSE;
-    }
 }
 
 void CallsDialog::Build()
 {
-    const HWND list = Item(VELT_ID_CALLS);
-    ListView_SetExtendedListViewStyle(list, LVS_EX_FULLROWSELECT | LVS_EX_LABELTIP);
-    for (std::size_t i = 0; i < kColumns.size(); ++i)
+    ListView_SetExtendedListViewStyle(List(), LVS_EX_FULLROWSELECT | LVS_EX_LABELTIP);
+    InsertColumns(kColumns);
+    for (const ListColumn& column : kColumns)
     {
-        RECT width{0, 0, kColumns[i].width, 0};
-        ::MapDialogRect(m_window, &width);
-        LVCOLUMNW column{};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM | LVCF_FMT;
-        column.fmt = i == 0 ? LVCFMT_LEFT : LVCFMT_RIGHT;
-        column.cx = static_cast<int>(width.right);
-        column.pszText = const_cast<wchar_t*>(kColumns[i].name);
-        column.iSubItem = static_cast<int>(i);
-        ListView_InsertColumn(list, static_cast<int>(i), &column);
         ::SendMessageW(Item(VELT_ID_CALLS_ORDER), CB_ADDSTRING, 0,
-                       reinterpret_cast<LPARAM>(kColumns[i].name));
+                       reinterpret_cast<LPARAM>(column.name));
     }
+}
+
+void CallsDialog::OnClosed()
+{
+    m_content = {};
 }
 
 void CallsDialog::OnCommand(UINT command, UINT code)
@@ -152,7 +67,7 @@ void CallsDialog::OnCommand(UINT command, UINT code)
     case VELT_ID_CALLS_GO:
         return Go();
     case IDCANCEL:
-        ::DestroyWindow(m_window);
+        ::DestroyWindow(Window());
         return;
     default:
         return;
@@ -242,7 +157,7 @@ void CallsDialog::Go()
 
 void CallsDialog::Save()
 {
-    if (const std::optional<std::wstring> path = AskForFile(m_window, SavedKind::csv))
+    if (const std::optional<std::wstring> path = AskForFile(Window(), SavedKind::csv))
     {
         OutputFile file(*path);
         file.Write(CallTimesCsv(m_content.times));

@@ -1,8 +1,6 @@
 #include "tools/trace/rules_dialog.h"
 
-#include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
-#include "tools/trace/error_text.h"
 #include "tools/trace/resource_ids.h"
 
 #include <commctrl.h>
@@ -34,13 +32,7 @@ constexpr std::array<KindChoice, 8> kKinds{{
     {TraceRuleKind::highlight, 4, L"Highlight violet"},
 }};
 
-struct Column
-{
-    const wchar_t* name;
-    int width; // in dialog units
-};
-
-constexpr std::array<Column, 5> kColumns{
+constexpr std::array<ListColumn, 5> kColumns{
     {{L"What", 80}, {L"Text", 110}, {L"Level", 30}, {L"Source", 60}, {L"Process", 70}}};
 
 std::size_t KindOf(const TraceRule& rule) noexcept
@@ -57,108 +49,20 @@ std::size_t KindOf(const TraceRule& rule) noexcept
 }
 } // namespace
 
-RulesDialog::~RulesDialog()
-{
-    if (m_window)
-    {
-        ::DestroyWindow(m_window);
-    }
-}
-
 void RulesDialog::Show(HWND owner, const TraceRules& rules)
 {
-    if (!m_window)
+    if (!Window())
     {
         m_rules = rules;
-        if (!::CreateDialogParamW(::GetModuleHandleW(nullptr), MAKEINTRESOURCEW(VELT_RULES_DIALOG),
-                                  owner, &RulesDialog::DialogProc, reinterpret_cast<LPARAM>(this)))
-        {
-            ThrowLastError();
-        }
+        Create(owner);
     }
-    ::ShowWindow(m_window, SW_SHOW);
-    ::SetForegroundWindow(m_window);
-}
-
-void RulesDialog::SetLook(const WindowLook& look) noexcept
-{
-    m_look = &look;
-    if (!m_window)
-    {
-        return;
-    }
-    const HWND list = Item(VELT_ID_RULES);
-    ListView_SetBkColor(list, look.Colors().window);
-    ListView_SetTextBkColor(list, look.Colors().window);
-    ListView_SetTextColor(list, look.Colors().text);
-    look.ApplyTo(m_window);
-    look.ApplyTo(list);
-    ::RedrawWindow(m_window, nullptr, nullptr, RDW_ERASE | RDW_INVALIDATE | RDW_ALLCHILDREN);
-}
-
-INT_PTR CALLBACK RulesDialog::DialogProc(HWND window, UINT message, WPARAM wParam,
-                                         LPARAM lParam) noexcept
-{
-    if (message == WM_INITDIALOG)
-    {
-        ::SetWindowLongPtrW(window, GWLP_USERDATA, lParam);
-        reinterpret_cast<RulesDialog*>(lParam)->m_window = window;
-    }
-    auto* const self = reinterpret_cast<RulesDialog*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
-    try
-    {
-        return self ? self->Handle(message, wParam, lParam) : FALSE;
-    }
-    catch (...)
-    {
-        ::MessageBoxW(window, CurrentErrorText().c_str(), L"Trace viewer", MB_OK | MB_ICONERROR);
-        return TRUE;
-    }
-}
-
-INT_PTR RulesDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
-{
-    switch (message)
-    {
-    case WM_INITDIALOG:
-        Build();
-        SetLook(*m_look);
-        return TRUE;
-    case WM_COMMAND:
-        OnCommand(LOWORD(wParam));
-        return TRUE;
-    case WM_CTLCOLORDLG:
-    case WM_CTLCOLORSTATIC:
-    case WM_CTLCOLOREDIT:
-    case WM_CTLCOLORLISTBOX:
-    case WM_CTLCOLORBTN:
-        return reinterpret_cast<INT_PTR>(m_look->ColorsFor(message, reinterpret_cast<HDC>(wParam)));
-    case WM_NOTIFY:
-        OnNotify(lParam);
-        return FALSE;
-    case WM_DESTROY:
-        m_window = nullptr;
-        return TRUE;
-    default:
-        return FALSE;
-    }
+    BringToFront();
 }
 
 void RulesDialog::Build()
 {
-    const HWND list = Item(VELT_ID_RULES);
-    ListView_SetExtendedListViewStyle(list, LVS_EX_FULLROWSELECT | LVS_EX_CHECKBOXES);
-    for (std::size_t i = 0; i < kColumns.size(); ++i)
-    {
-        RECT width{0, 0, kColumns[i].width, 0};
-        ::MapDialogRect(m_window, &width);
-        LVCOLUMNW column{};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-        column.cx = static_cast<int>(width.right);
-        column.pszText = const_cast<wchar_t*>(kColumns[i].name);
-        column.iSubItem = static_cast<int>(i);
-        ListView_InsertColumn(list, static_cast<int>(i), &column);
-    }
+    ListView_SetExtendedListViewStyle(List(), LVS_EX_FULLROWSELECT | LVS_EX_CHECKBOXES);
+    InsertColumns(kColumns);
     for (const KindChoice& choice : kKinds)
     {
         ::SendMessageW(Item(VELT_ID_RULE_KIND), CB_ADDSTRING, 0,
@@ -172,7 +76,7 @@ void RulesDialog::Build()
     EnableButtons();
 }
 
-void RulesDialog::OnCommand(UINT command)
+void RulesDialog::OnCommand(UINT command, UINT)
 {
     switch (command)
     {
@@ -183,7 +87,7 @@ void RulesDialog::OnCommand(UINT command)
     case VELT_ID_RULE_REMOVE:
         return Remove();
     case IDCANCEL:
-        ::DestroyWindow(m_window);
+        ::DestroyWindow(Window());
         return;
     default:
         return;
@@ -311,7 +215,7 @@ std::optional<TraceRule> RulesDialog::RuleFromFields() const
         ::SetWindowTextW(Item(VELT_ID_RULE_SAYS), wrong == VELT_ID_RULE_LEVEL
                                                       ? L"The level is a number."
                                                       : L"Say what the records have.");
-        ::SendMessageW(m_window, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(Item(wrong)), TRUE);
+        ::SendMessageW(Window(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(Item(wrong)), TRUE);
         return std::nullopt;
     }
     ::SetWindowTextW(Item(VELT_ID_RULE_SAYS), L"");

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "tools/trace/list_dialog.h"
+#include "tools/trace/resource_ids.h"
 #include "tools/trace/trace_rule.h"
-#include "tools/trace/window_look.h"
 
 #include <windows.h>
 
@@ -14,45 +15,28 @@ namespace velt
 {
 /// The window where filters and highlights are switched, added, changed and removed. It stays open
 /// beside the main window, which hears of every change at once.
-class RulesDialog
+class RulesDialog final : public ListDialog
 {
 public:
     using Changed = std::function<void(const TraceRules& rules)>;
 
-    explicit RulesDialog(Changed changed) : m_changed(std::move(changed)) {}
-
-    RulesDialog(const RulesDialog&) = delete;
-    RulesDialog& operator=(const RulesDialog&) = delete;
-
-    ~RulesDialog();
+    explicit RulesDialog(Changed changed)
+        : ListDialog(VELT_RULES_DIALOG, VELT_ID_RULES),
+          m_changed(std::move(changed))
+    {
+    }
 
     /// Shows it, with these rules unless it is open already. Throws SystemException::Win32.
     void Show(HWND owner, const TraceRules& rules);
 
-    /// The look must outlive its use here: until the next call.
-    void SetLook(const WindowLook& look) noexcept;
-
-    /// Whether a message was for one of its controls.
-    bool Takes(MSG& message) const noexcept
-    {
-        return m_window && ::IsDialogMessageW(m_window, &message);
-    }
-
 private:
-    static INT_PTR CALLBACK DialogProc(HWND window, UINT message, WPARAM wParam,
-                                       LPARAM lParam) noexcept;
-    INT_PTR Handle(UINT message, WPARAM wParam, LPARAM lParam);
-    void Build();
-    void OnCommand(UINT command);
-    void OnNotify(LPARAM notification);
+    void Build() override;
+    void OnCommand(UINT command, UINT code) override;
+    void OnNotify(LPARAM notification) override;
+
     void Add();
     void Change();
     void Remove();
-
-    HWND Item(int id) const noexcept
-    {
-        return ::GetDlgItem(m_window, id);
-    }
 
     std::string TextOf(int id) const;
     std::optional<TraceRule> RuleFromFields() const;
@@ -66,8 +50,6 @@ private:
 
     Changed m_changed;
     TraceRules m_rules;
-    HWND m_window = nullptr;
-    const WindowLook* m_look = nullptr;
     bool m_filling = false; // what the list tells meanwhile is our own doing
 };
 } // namespace velt
