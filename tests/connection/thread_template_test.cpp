@@ -77,12 +77,12 @@ using SetEventPatch = ImportPatch<"SetEvent", decltype(::SetEvent)>;
 using TerminatePatch = ImportPatch<"TerminateThread", decltype(::TerminateThread)>;
 using UninitializePatch = ImportPatch<"CoUninitialize", decltype(::CoUninitialize)>;
 
-/// A handle of the test's own on the worker's thread.
+/// A handle of the test's own on the worker's thread, which must not end before.
 velt::UniqueKernelObject Duplicate(HANDLE thread)
 {
     HANDLE copy = nullptr;
-    ::DuplicateHandle(::GetCurrentProcess(), thread, ::GetCurrentProcess(), &copy, 0, FALSE,
-                      DUPLICATE_SAME_ACCESS);
+    REQUIRE(::DuplicateHandle(::GetCurrentProcess(), thread, ::GetCurrentProcess(), &copy, 0, FALSE,
+                              DUPLICATE_SAME_ACCESS));
     return velt::UniqueKernelObject(copy);
 }
 } // namespace
@@ -304,6 +304,7 @@ TEST_CASE("thread_template: a worker that ends as its grace does is left alone",
     // Its last act comes when stop has given it up: the event for it is still there.
     TestEvent isLast;
     TestEvent goOn;
+    TestEvent isCopied; // the worker closes its handle at its end
     std::atomic<int> failures = 0;
     std::atomic<DWORD> thread = 0;
     const SetEventPatch sets("kernel32.dll", [&](HANDLE event) -> WINBOOL {
@@ -322,8 +323,12 @@ TEST_CASE("thread_template: a worker that ends as its grace does is left alone",
     GraceWatch grace;
     velt::UniqueKernelObject copy;
     {
-        Worker worker([&](Worker&) { thread = ::GetCurrentThreadId(); });
+        Worker worker([&](Worker&) {
+            isCopied.Wait();
+            thread = ::GetCurrentThreadId();
+        });
         copy = Duplicate(worker.Start(&worker));
+        isCopied.Set();
         isLast.Wait();
         grace.isOver = true;
         worker.stop();
@@ -338,15 +343,18 @@ TEST_CASE("thread_template: a worker that ends as its grace does is left alone",
 TEST_CASE("thread_template: stop on the worker only asks", "[connection]")
 {
     TestEvent asked;
+    TestEvent isCopied; // the worker closes its handle at its end
     GraceWatch grace;
     const TerminatePatch ends("kernel32.dll", [](HANDLE, DWORD) -> WINBOOL { return TRUE; });
     std::atomic<bool> isSignalled = false;
     Worker worker([&](Worker& self) {
+        isCopied.Wait();
         self.stop();
         isSignalled = self.IsStopSignalled();
         asked.Set();
     });
     const velt::UniqueKernelObject thread = Duplicate(worker.Start(&worker));
+    isCopied.Set();
     asked.Wait();
     CHECK(isSignalled);
     CHECK(grace.waits == 0);

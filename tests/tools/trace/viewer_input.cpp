@@ -10,8 +10,16 @@ namespace velt::test
 {
 void Press(HWND window, std::initializer_list<WORD> keys)
 {
-    ::SetForegroundWindow(window);
-    if (!Eventually([&] { return ::GetForegroundWindow() == window; }))
+    // In front is not yet awake: until its thread has seen that, keys go where the focus was.
+    const auto isAwake = [&] {
+        if (::GetForegroundWindow() != window)
+        {
+            ::SetForegroundWindow(window);
+        }
+        const HWND focus = FocusOf(window);
+        return focus == window || ::IsChild(window, focus);
+    };
+    if (!Eventually(isAwake))
     {
         throw std::runtime_error("the window does not come to the front");
     }
