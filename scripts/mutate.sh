@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Measures what the tests would miss: makes small wrong edits of the product, one at a time, and says
+# which of them no test notices.
+#
+#   mutate.sh [--seed N] [--count N] [--workers N] [folder...]
+#
+# The folders are those below src/; all that are code by default. The same seed chooses the same edits
+# of the same text. Each edit is made in a copy of the work tree below build/mutants/, built, and given
+# to the tests with the label of its folder: native ones first, then the release's, quick ones first,
+# until one fails. What does not compile, or is the same program, is left out of the count. Results are
+# kept as they come: the same command goes on where it was ended. Exit code 1 for a failure of the run
+# itself, not for survivors.
+set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+velt_setup test
+exec python3 "$velt_root/scripts/mutate.py" "$@"

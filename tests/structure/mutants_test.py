@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Which edits are made of a text, and that nothing else is touched."""
+
+import pathlib
+import sys
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+import mutants  # noqa: E402
+
+
+def edits(text):
+    found = []
+    for mutant in mutants.mutants_of("src/a.cpp", text):
+        edited = mutant.apply(text)
+        assert edited != text
+        found.append(edited)
+    return found
+
+
+class Edits(unittest.TestCase):
+    def test_operators_are_swapped(self):
+        for old, new in mutants.SWAPS.items():
+            if not old[0].isalpha() and old not in ("++", "--"):
+                self.assertEqual(edits(f"return a {old} b;"), [f"return a {new} b;"])
+
+    def test_steps(self):
+        self.assertEqual(edits("return ++a;"), ["return --a;"])
+        self.assertEqual(edits("f(a--, b);"), ["f(a++, b);"])
+
+    def test_words(self):
+        self.assertEqual(edits("return true;"), ["return false;"])
+        self.assertEqual(edits("        break;"), ["        ;"])
+
+    def test_negations(self):
+        self.assertEqual(edits("return !a;"), ["return a;"])
+
+    def test_numbers(self):
+        self.assertEqual(edits("return 9;"), ["return 10;"])
+        self.assertEqual(edits("return 0x10 + b2;"), ["return 0x10 - b2;"])
+
+    def test_conditions(self):
+        self.assertEqual(edits("    if (a.b())\n"), ["    if (!(a.b()))\n"])
+
+    def test_statements(self):
+        self.assertEqual(edits("    a->b(c);\n    d = e;\n"), ["    ;\n    d = e;\n", "    a->b(c);\n    ;\n"])
+        self.assertEqual(edits('    a("1 + 2");\n'), ["    ;\n"])
+        self.assertEqual(edits("    const A b = c;\n    return f(a);\n    A b(c);\n"), [])
+
+    def test_what_is_no_code_stays(self):
+        for text in (
+            "// a + b",
+            "/* a + b\n 1 */",
+            'f("a + b")',
+            'R"(1 + 2)"',
+            "#if A + 1\n",
+            "template <int a = 1>\n",
+            "[[nodiscard(1)]]",
+            "    virtual void f() = 0;\n",
+            "vector<A> b;",
+            "A* b;",
+            "void f(A&& b);",
+        ):
+            self.assertEqual(edits(text), [], text)
+
+    def test_a_character_is_no_text(self):
+        self.assertEqual(edits("return a == '\"' || b;"), ["return a != '\"' || b;", "return a == '\"' && b;"])
+
+    def test_the_place(self):
+        (mutant,) = mutants.mutants_of("src/a.cpp", "a;\nreturn b < c;\n")
+        self.assertEqual(str(mutant), "src/a.cpp:2:10: < -> <=")
+
+
+class Choice(unittest.TestCase):
+    root = pathlib.Path(__file__).resolve().parents[2]
+
+    def test_the_seed_decides(self):
+        first = mutants.choose(self.root, ["foundation", "update"], 50, 1)
+        self.assertEqual(first, mutants.choose(self.root, ["update", "foundation"], 50, 1))
+        self.assertNotEqual(first, mutants.choose(self.root, ["foundation", "update"], 50, 2))
+        self.assertEqual(len(set(map(str, first))), 50)
+        self.assertEqual({m.path.split("/")[1] for m in first}, {"foundation", "update"})
+
+
+if __name__ == "__main__":
+    unittest.main()
