@@ -10,7 +10,7 @@ declare -A velt_packages=(
         libwine-dev wine32:i386 wine64"
     [wine]="wine xvfb fonts-liberation fonts-droid-fallback nginx-light tinyproxy-bin"
     [pictures]="xdotool imagemagick"
-    [native]="clang libclang-rt-dev"
+    [native]="clang libclang-rt-dev nlohmann-json3-dev"
     [tests]="catch2 clang-format python3 python3-jsonschema iproute2"
     [packing]="msitools gcab zip python3"
     [unpacking]="unzip"

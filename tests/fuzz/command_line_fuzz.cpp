@@ -1,6 +1,7 @@
 // Feeds what velt.exe reads from its command line, from URLs, from headers and from script files
 // with any bytes.
 
+#include "tests/fuzz/require.h"
 #include "tests/support/well_formed_utf8.h"
 #include "tools/velt/command_line.h"
 #include "tools/velt/help_text.h"
@@ -12,23 +13,15 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 using namespace velt::tool;
+using velt::test::Require;
 
 namespace
 {
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
-
 /// Arguments are divided by line feeds.
 void CheckCommandLine(std::string_view bytes)
 {

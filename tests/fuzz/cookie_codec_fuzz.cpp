@@ -1,22 +1,16 @@
 #include "service/cookie_codec.h"
 #include "service/scrambled_text.h"
+#include "tests/fuzz/require.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+using velt::test::Require;
+
 namespace
 {
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
-
 /// One content has one text, and the text gives it back.
 void CheckContent(const velt::SafeContent& content, std::string_view value)
 {

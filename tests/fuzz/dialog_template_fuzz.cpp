@@ -2,22 +2,13 @@
 // with nothing left to split off. The same bytes serve as initial data of its ActiveX controls:
 // what these get lies within the bytes.
 
+#include "tests/fuzz/require.h"
 #include "ui/dialog_init_data.h"
 #include "ui/dialog_template.h"
 
-#include <cstdlib>
 #include <cstring>
 
-namespace
-{
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
-} // namespace
+using velt::test::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

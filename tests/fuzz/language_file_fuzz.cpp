@@ -1,23 +1,17 @@
 #include "foundation/language_file.h"
 #include "foundation/utf.h"
+#include "tests/fuzz/require.h"
 #include "tests/support/well_formed_utf8.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+using velt::test::Require;
+
 namespace
 {
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
-
 /// What every text of a language file is, whatever the file's bytes were.
 void CheckEntry(std::int32_t id, std::string_view text)
 {

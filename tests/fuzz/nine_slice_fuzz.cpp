@@ -1,22 +1,16 @@
 // Places nine slices for any sizes: whatever they are, the slices fit together.
 
+#include "tests/fuzz/require.h"
 #include "ui/nine_slice.h"
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
+
+using velt::test::Require;
 
 namespace
 {
 using velt::SliceCopy;
-
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
 
 /// Sixteen bits when `wide` is false, which are what windows have; all of the range otherwise.
 std::int32_t Next(const std::uint8_t*& data, bool wide)

@@ -1,22 +1,16 @@
 // Finds the runs of any picture, in blocks of any size: painted again from them, it is the same.
 
+#include "tests/fuzz/require.h"
 #include "ui/pixel_runs.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <vector>
+
+using velt::test::Require;
 
 namespace
 {
 constexpr std::uint32_t kKey = 0x00FF0000;
-
-void Require(bool kept)
-{
-    if (!kept)
-    {
-        std::abort();
-    }
-}
 
 /// Two bits a pixel: the key, nearly the key, the key with a topmost byte, another colour.
 std::vector<std::uint32_t> PictureFrom(const std::uint8_t* data, std::size_t size)

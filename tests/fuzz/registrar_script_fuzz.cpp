@@ -2,24 +2,16 @@
 // the error lies in the text.
 
 #include "server/registrar_script.h"
+#include "tests/fuzz/require.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
+
+using velt::test::Require;
 
 namespace
 {
 using velt::RegistrarError;
 using velt::RegistryOperation;
-
-void Require(bool condition, const char* what)
-{
-    if (!condition)
-    {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
 
 /// Two bytes a character when the first byte is odd, so that all of UTF-16 is reached; one byte
 /// otherwise, which is easier to mutate.

@@ -2,23 +2,12 @@
 // back when it is encoded again.
 
 #include "foundation/trace_record.h"
+#include "tests/fuzz/require.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
-namespace
-{
-void Require(bool condition, const char* what)
-{
-    if (!condition)
-    {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
-} // namespace
+using velt::test::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -28,24 +28,58 @@ bool BeginsWithTerm(std::string_view line) noexcept
 
 void AppendTerm(std::string& line, std::string_view name, const std::string& value)
 {
-    const bool quoted = value.find(' ') != std::string::npos || value.starts_with('"');
-    line.append(name).append(quoted ? "\"" : "").append(value).append(quoted ? "\" " : " ");
+    line += name;
+    if (value.find(' ') == std::string::npos && !value.starts_with('"'))
+    {
+        line.append(value) += ' ';
+        return;
+    }
+    line += '"';
+    for (const char c : value)
+    {
+        line.append(c == '"' ? 2 : 1, c);
+    }
+    line += "\" ";
+}
+
+/// Takes what stands between quotation marks, of which two stand for one; none when the last one is
+/// missing.
+std::optional<std::string> TakeQuoted(std::string_view& line)
+{
+    std::string value;
+    for (std::size_t at = 1; at < line.size(); ++at)
+    {
+        if (line[at] != '"')
+        {
+            value += line[at];
+        }
+        else if (line.substr(at + 1).starts_with('"'))
+        {
+            value += line[at++];
+        }
+        else
+        {
+            line.remove_prefix(at + 1);
+            return value;
+        }
+    }
+    return std::nullopt;
 }
 
 /// Takes what stands behind a term's name, with the blank that follows; none when a quotation mark
 /// stays open.
-std::optional<std::string_view> TakeValue(std::string_view& line) noexcept
+std::optional<std::string> TakeValue(std::string_view& line)
 {
-    const bool quoted = line.starts_with('"');
-    line.remove_prefix(quoted ? 1 : 0);
-    const std::size_t end = line.find(quoted ? '"' : ' ');
-    if (quoted && end == std::string_view::npos)
+    std::optional<std::string> value;
+    if (line.starts_with('"'))
     {
-        return std::nullopt;
+        value = TakeQuoted(line);
     }
-    const std::string_view value = line.substr(0, end);
-    line.remove_prefix(value.size());
-    line.remove_prefix(quoted ? 1 : 0);
+    else
+    {
+        value = line.substr(0, line.find(' '));
+        line.remove_prefix(value->size());
+    }
     line.remove_prefix(line.starts_with(' ') ? 1 : 0);
     return value;
 }
@@ -98,14 +132,14 @@ bool ParseRuleTerms(std::string_view line, TraceRule& rule)
         const std::size_t colon = line.find(':') + 1;
         const std::string_view name = line.substr(0, colon);
         line.remove_prefix(colon);
-        const std::optional<std::string_view> value = TakeValue(line);
+        const std::optional<std::string> value = TakeValue(line);
         if (!value)
         {
             return false;
         }
         if (name != kLevel)
         {
-            (name == kSource ? parsed.source : parsed.process) = std::string(*value);
+            (name == kSource ? parsed.source : parsed.process) = *value;
             continue;
         }
         std::int32_t level = 0;

@@ -50,8 +50,8 @@ struct TraceRule
 using TraceRules = std::vector<TraceRule>;
 
 /// What a rule means, on one line: `level:3 source:net* process:"host.exe (12)" the text`. What is
-/// empty is left out; a text that itself begins with such a word has `text:` in front. Throws
-/// std::bad_alloc.
+/// empty is left out; a text that itself begins with such a word has `text:` in front. Between
+/// quotation marks, two of them stand for one. Throws std::bad_alloc.
 std::string FormatRuleTerms(const TraceRule& rule);
 
 /// The reverse: takes the terms into a rule, whose kind and switch stay. False for a level that is

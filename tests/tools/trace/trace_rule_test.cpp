@@ -52,10 +52,11 @@ TEST_CASE("TraceRule: all that it names must fit", "[tools]")
 
 TEST_CASE("TraceRule: written down and read again it is the same", "[tools]")
 {
-    const std::string line =
-        GENERATE(as<std::string>(), "+include text", "-exclude level:-1 source:a*b", "+forget ",
-                 "+highlight1 process:\"host.exe (12)\" a \"b\"", "-highlight5 level:4",
-                 "+include text:level:3", "+include text:text:x", "+exclude  two  blanks ");
+    const std::string line = GENERATE(
+        as<std::string>(), "+include text", "-exclude level:-1 source:a*b", "+forget ",
+        "+highlight1 process:\"host.exe (12)\" a \"b\"", "-highlight5 level:4",
+        "+include text:level:3", "+include text:text:x", "+exclude  two  blanks ",
+        "+include source:\"a \"\"b\"\"\" c", "+include process:\"\"\"a\"", "+include source:a\"b");
     CAPTURE(line);
     const std::optional<TraceRule> rule = ParseRule(line);
     REQUIRE(rule);
