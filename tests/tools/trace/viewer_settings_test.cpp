@@ -188,7 +188,11 @@ TEST_CASE("Viewer: the font is chosen and remembered", "[tools]")
         constexpr int kSizeField = 0x472; // cmb3
         constexpr int kNameField = 0x470; // cmb1
         CHECK(::GetDlgItem(dialog, kNameField) != nullptr);
-        ::SendDlgItemMessageW(dialog, kSizeField, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L"20"));
+        const HWND sizes = ::GetDlgItem(dialog, kSizeField);
+        REQUIRE(::SendMessageW(sizes, CB_SELECTSTRING, static_cast<WPARAM>(-1),
+                               reinterpret_cast<LPARAM>(L"20")) != CB_ERR);
+        ::SendMessageW(dialog, WM_COMMAND, MAKEWPARAM(kSizeField, CBN_SELCHANGE),
+                       reinterpret_cast<LPARAM>(sizes)); // as the list does when a user chooses
         ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
         REQUIRE(Eventually([&] { return RowsOnScreen(viewer) < rows * 3 / 4; }));
         REQUIRE(viewer.Close() == 0);
