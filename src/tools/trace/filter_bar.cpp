@@ -2,6 +2,7 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
+#include "tools/trace/dark_controls.h"
 #include "tools/trace/resource_ids.h"
 
 #include <windows.h>
@@ -109,6 +110,7 @@ void FilterBar::SetLook(const WindowLook& look)
     {
         ::SendMessageW(window, WM_SETFONT, reinterpret_cast<WPARAM>(look.Font()), TRUE);
     }
+    PaintByLook(m_level, look);
 }
 
 int FilterBar::Place(int left, int top, int width, const WindowLook& look) noexcept

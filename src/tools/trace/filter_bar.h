@@ -17,6 +17,7 @@ public:
     /// Throws SystemException::Win32.
     FilterBar(HWND parent, const TraceFilter& start);
 
+    /// The look must outlive its use here: until the next call.
     void SetLook(const WindowLook& look);
 
     /// Puts the fields into a row that starts here; returns its height.

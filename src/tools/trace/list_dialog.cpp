@@ -1,7 +1,10 @@
 #include "tools/trace/list_dialog.h"
 
 #include "foundation/system_exception.h"
+#include "tools/trace/dark_controls.h"
 #include "tools/trace/error_text.h"
+
+#include <optional>
 
 namespace velt
 {
@@ -53,6 +56,11 @@ void ListDialog::SetLook(const WindowLook& look) noexcept
         return;
     }
     const HWND list = List();
+    for (HWND control = ::GetWindow(m_window, GW_CHILD); control;
+         control = ::GetWindow(control, GW_HWNDNEXT))
+    {
+        PaintByLook(control, look);
+    }
     ListView_SetBkColor(list, look.Colors().window);
     ListView_SetTextBkColor(list, look.Colors().window);
     ListView_SetTextColor(list, look.Colors().text);
@@ -99,6 +107,11 @@ INT_PTR ListDialog::Handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_CTLCOLORBTN:
         return reinterpret_cast<INT_PTR>(m_look->ColorsFor(message, reinterpret_cast<HDC>(wParam)));
     case WM_NOTIFY:
+        if (const std::optional<LRESULT> painted = PaintButton(lParam, *m_look))
+        {
+            ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, *painted);
+            return TRUE;
+        }
         OnNotify(lParam);
         return FALSE;
     case WM_DESTROY:

@@ -59,6 +59,7 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
       m_rules(options.filter.rules.empty() ? m_settings.rules : options.filter.rules),
       m_rulesAreOptions(!options.filter.rules.empty()),
       m_look(WindowLook::DpiOf(m_window)),
+      m_menu(m_window),
       m_toolbar(MakeCommandBar(m_window)),
       m_bar(m_window, options.filter),
       m_list((MakeHiddenLabel(m_window, L"Trace records"), m_window), m_session, m_view, m_marks),
@@ -290,7 +291,7 @@ std::optional<LRESULT> MainWindow::Handle(UINT message, WPARAM wParam, LPARAM lP
         ::PostQuitMessage(0);
         return 0;
     default:
-        return std::nullopt;
+        return m_menu.Handle(message, wParam, lParam);
     }
 }
 
@@ -450,6 +451,7 @@ void MainWindow::ApplyLook()
     ::SendMessageW(m_toolbar, WM_SETFONT, font, TRUE);
     ::SendMessageW(m_details, WM_SETFONT, reinterpret_cast<WPARAM>(m_look.FixedFont()), TRUE);
     ::SendMessageW(m_toolbar, TB_SETPADDING, 0, MAKELPARAM(m_look.Scaled(12), m_look.Scaled(8)));
+    m_menu.SetLook(m_look);
     m_bar.SetLook(m_look);
     m_list.SetLook(m_look);
     m_status.SetLook(m_look);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/trace/calls_dialog.h"
+#include "tools/trace/dark_menu.h"
 #include "tools/trace/filter_bar.h"
 #include "tools/trace/record_list.h"
 #include "tools/trace/row_search.h"
@@ -104,6 +105,7 @@ private:
     TraceRules m_rules;
     bool m_rulesAreOptions; // of the command line, and not to be remembered
     WindowLook m_look;
+    DarkMenu m_menu;
     HWND m_toolbar;
     FilterBar m_bar;
     RecordList m_list;

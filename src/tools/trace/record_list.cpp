@@ -2,12 +2,12 @@
 
 #include "foundation/system_exception.h"
 #include "foundation/wide_text.h"
+#include "tools/trace/dark_controls.h"
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/trace_export.h"
 #include "tools/trace/trace_filter.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace velt
@@ -71,7 +71,6 @@ RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view
         ListView_InsertColumn(m_window, static_cast<int>(i), &column);
         m_widths.push_back(kColumns[i].width);
     }
-    ::SetWindowSubclass(m_window, &RecordList::ListProc, 0, reinterpret_cast<DWORD_PTR>(this));
 }
 
 void RecordList::SetLook(const WindowLook& look)
@@ -92,6 +91,7 @@ void RecordList::SetLook(const WindowLook& look)
     ListView_SetTextBkColor(m_window, colors.window);
     ListView_SetTextColor(m_window, colors.text);
     look.ApplyTo(m_window);
+    PaintByLook(m_window, look);
     ::InvalidateRect(m_window, nullptr, TRUE);
 }
 
@@ -388,65 +388,6 @@ COLORREF RecordList::ColorOf(const TraceEntry& entry) const noexcept
         return colors.malformed;
     }
     return entry.level <= 1 ? colors.error : entry.level <= 3 ? colors.detail : colors.text;
-}
-
-LRESULT CALLBACK RecordList::ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
-                                      UINT_PTR id, DWORD_PTR self) noexcept
-{
-    if (message == WM_NOTIFY)
-    {
-        if (const std::optional<LRESULT> result =
-                reinterpret_cast<const RecordList*>(self)->OnHeader(lParam))
-        {
-            return *result;
-        }
-    }
-    if (message == WM_NCDESTROY)
-    {
-        ::RemoveWindowSubclass(window, &RecordList::ListProc, id);
-    }
-    return ::DefSubclassProc(window, message, wParam, lParam);
-}
-
-/// The names of the columns in the dark look, which not every system draws by itself.
-std::optional<LRESULT> RecordList::OnHeader(LPARAM notification) const noexcept
-{
-    NMHDR header;
-    std::memcpy(&header, reinterpret_cast<const void*>(notification), sizeof(header));
-    if (header.code != NM_CUSTOMDRAW || header.hwndFrom != ListView_GetHeader(m_window) ||
-        !m_look || !m_look->IsDark())
-    {
-        return std::nullopt;
-    }
-    const auto& draw = *reinterpret_cast<const NMCUSTOMDRAW*>(notification);
-    if (draw.dwDrawStage == CDDS_PREPAINT)
-    {
-        RECT whole{};
-        ::GetClientRect(header.hwndFrom, &whole);
-        ::FillRect(draw.hdc, &whole, m_look->FaceBrush());
-        return CDRF_NOTIFYITEMDRAW;
-    }
-    if (draw.dwDrawStage != CDDS_ITEMPREPAINT)
-    {
-        return CDRF_DODEFAULT;
-    }
-    std::array<wchar_t, 64> text{};
-    HDITEMW item{};
-    item.mask = HDI_TEXT;
-    item.pszText = text.data();
-    item.cchTextMax = static_cast<int>(text.size());
-    ::SendMessageW(header.hwndFrom, HDM_GETITEMW, draw.dwItemSpec, reinterpret_cast<LPARAM>(&item));
-    RECT place = draw.rc;
-    ::FillRect(draw.hdc, &place, m_look->FaceBrush());
-    RECT edge = place; // the line that divides it from the next
-    edge.left = edge.right - 1;
-    ::FillRect(draw.hdc, &edge, m_look->WindowBrush());
-    place.left += m_look->Scaled(6);
-    ::SetBkMode(draw.hdc, TRANSPARENT);
-    ::SetTextColor(draw.hdc, m_look->Colors().faceText);
-    ::DrawTextW(draw.hdc, text.data(), -1, &place,
-                DT_LEFT | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
-    return CDRF_SKIPDEFAULT;
 }
 
 std::optional<int> RecordList::ColorBehind(const TraceEntry& entry) const noexcept

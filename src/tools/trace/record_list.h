@@ -82,9 +82,6 @@ private:
     void MoveSelection(std::size_t gone);
     void ScrollBack(std::size_t gone) noexcept;
     void OnText(LVITEMW& item);
-    static LRESULT CALLBACK ListProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam,
-                                     UINT_PTR id, DWORD_PTR self) noexcept;
-    std::optional<LRESULT> OnHeader(LPARAM notification) const noexcept;
     LRESULT OnDraw(NMLVCUSTOMDRAW& draw) const;
     COLORREF ColorOf(const TraceEntry& entry) const noexcept;
     std::optional<int> ColorBehind(const TraceEntry& entry) const noexcept;

@@ -64,6 +64,9 @@ struct Palette
     COLORREF text;
     COLORREF face; // behind all else
     COLORREF faceText;
+    COLORREF control; // of buttons, choices and menus in the dark look
+    COLORREF edge;    // around them, and behind what the mouse is on
+    COLORREF faint;   // their text when they cannot be used
     COLORREF error;
     COLORREF detail;
     COLORREF malformed;
