@@ -119,7 +119,8 @@ int FilterBar::Place(int left, int top, int width, const WindowLook& look) noexc
     const int levelWidth = look.Scaled(130);
     RECT level{};
     ::GetWindowRect(m_level, &level);
-    const int height = std::max<int>(static_cast<int>(level.bottom - level.top), look.Scaled(22));
+    // A choice is as high as its font needs, and no other height can be had.
+    const int height = static_cast<int>(level.bottom - level.top);
 
     int labels = 0;
     for (const HWND label : {m_filterLabel, m_levelLabel, m_highlightLabel})

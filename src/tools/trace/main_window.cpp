@@ -448,9 +448,10 @@ void MainWindow::ApplyLook()
     m_look.ApplyTo(m_window);
     m_look.ApplyTo(m_details);
     const auto font = reinterpret_cast<WPARAM>(m_look.Font());
+    // In this order: the font has the buttons' sizes made anew.
+    ::SendMessageW(m_toolbar, TB_SETPADDING, 0, MAKELPARAM(m_look.Scaled(12), m_look.Scaled(8)));
     ::SendMessageW(m_toolbar, WM_SETFONT, font, TRUE);
     ::SendMessageW(m_details, WM_SETFONT, reinterpret_cast<WPARAM>(m_look.FixedFont()), TRUE);
-    ::SendMessageW(m_toolbar, TB_SETPADDING, 0, MAKELPARAM(m_look.Scaled(12), m_look.Scaled(8)));
     m_menu.SetLook(m_look);
     m_bar.SetLook(m_look);
     m_list.SetLook(m_look);

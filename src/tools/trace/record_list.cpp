@@ -32,7 +32,7 @@ enum ColumnNumber
 constexpr std::array<Column, 5> kColumns{{
     {L"Time", 140},
     {L"Process", 170},
-    {L"Level", 50},
+    {L"Level", 60},
     {L"Source", 90},
     {L"Text", 900},
 }};

@@ -55,6 +55,17 @@ Palette LightPalette() noexcept
              RGB(232, 215, 255)}};
 }
 
+/// The system's colours alone: what the user has chosen to be able to read.
+Palette HighContrastPalette() noexcept
+{
+    Palette palette = LightPalette();
+    palette.error = palette.text;
+    palette.detail = palette.text;
+    palette.malformed = palette.text;
+    palette.highlights.fill(palette.window); // a colour of the text stands for them
+    return palette;
+}
+
 Palette DarkPalette() noexcept
 {
     return {RGB(25, 25, 25),
@@ -75,7 +86,9 @@ WindowLook::WindowLook(int dpi, const std::optional<FontChoice>& choice)
     : m_dpi(dpi),
       m_highContrast(IsHighContrastOn()),
       m_dark(!m_highContrast && WantsDark()),
-      m_palette(m_dark ? DarkPalette() : LightPalette()),
+      m_palette(m_highContrast ? HighContrastPalette()
+                : m_dark       ? DarkPalette()
+                               : LightPalette()),
       m_faceBrush(::CreateSolidBrush(m_palette.face)),
       m_windowBrush(::CreateSolidBrush(m_palette.window))
 {

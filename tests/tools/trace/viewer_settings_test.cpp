@@ -1,4 +1,4 @@
-// What the viewer remembers, and how it looks.
+// What the viewer remembers.
 
 #include "foundation/velt_version.h"
 #include "tests/support/viewer_process.h"
@@ -46,65 +46,6 @@ int RowsOnScreen(const ViewerProcess& viewer)
 {
     return static_cast<int>(
         ::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_GETCOUNTPERPAGE, 0, 0));
-}
-
-/// The choice of dark programs, as long as it lives.
-class DarkChoice
-{
-public:
-    DarkChoice()
-    {
-        Set(0);
-    }
-
-    DarkChoice(const DarkChoice&) = delete;
-    DarkChoice& operator=(const DarkChoice&) = delete;
-
-    ~DarkChoice()
-    {
-        Set(1);
-    }
-
-    static void Set(DWORD light)
-    {
-        ::RegSetKeyValueW(HKEY_CURRENT_USER,
-                          L"Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize",
-                          L"AppsUseLightTheme", REG_DWORD, &light, sizeof(light));
-    }
-};
-
-/// How light a place on the screen is, 0 to 255.
-int LightnessAt(const POINT& place)
-{
-    const HDC screen = ::GetDC(nullptr);
-    const COLORREF color = ::GetPixel(screen, static_cast<int>(place.x), static_cast<int>(place.y));
-    ::ReleaseDC(nullptr, screen);
-    return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
-}
-
-/// How light a place of a window is, 0 to 255.
-int LightnessAt(HWND window, int x, int y)
-{
-    POINT place{x, y};
-    ::ClientToScreen(window, &place);
-    return LightnessAt(place);
-}
-
-/// The face of a button or a choice: near its right edge, above what it says.
-int LightnessOfFace(HWND control)
-{
-    RECT client{};
-    ::GetClientRect(control, &client);
-    return LightnessAt(control, static_cast<int>(client.right) - 5, 4);
-}
-
-/// The menu bar, which ends where the client area begins: at the first menu's name, or right of the
-/// last one.
-int LightnessOfMenu(HWND window, bool first)
-{
-    RECT client{};
-    ::GetClientRect(window, &client);
-    return LightnessAt(window, first ? 3 : static_cast<int>(client.right) - 20, -4);
 }
 } // namespace
 
@@ -223,103 +164,6 @@ TEST_CASE("Viewer: the font is chosen and remembered", "[tools]")
     ViewerProcess viewer(L"", Program(), kKept);
     viewer.AwaitWindow();
     CHECK(RowsOnScreen(viewer) < rows * 3 / 4);
-    CHECK(viewer.Close() == 0);
-}
-
-TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
-{
-    ViewerProcess viewer;
-    const auto lightness = [&](int child) {
-        RECT client{};
-        const HWND window = viewer.Child(child);
-        ::GetClientRect(window, &client);
-        return LightnessAt(window, static_cast<int>(client.right) / 2,
-                           static_cast<int>(client.bottom) - 4);
-    };
-    viewer.AwaitWindow();
-    const auto is = [&](bool dark) {
-        return Eventually([&] {
-            for (const int child : {ViewerProcess::kList, ViewerProcess::kFilter,
-                                    ViewerProcess::kDetails, ViewerProcess::kStatus})
-            {
-                if ((lightness(child) < 64) != dark)
-                {
-                    return false;
-                }
-            }
-            return (LightnessOfFace(viewer.Child(ViewerProcess::kLevel)) < 100) == dark &&
-                   (LightnessOfMenu(viewer.Window(), true) < 64) == dark &&
-                   (LightnessOfMenu(viewer.Window(), false) < 64) == dark;
-        });
-    };
-    CHECK(is(false));
-    {
-        const DarkChoice dark;
-        ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
-        CHECK(is(true));
-        // What is drawn for the eye alone is still there to be read.
-        CHECK(viewer.AwaitStatus(0, L"0 records"));
-    }
-    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
-    CHECK(is(false));
-    CHECK(viewer.Close() == 0);
-}
-
-TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them", "[tools]")
-{
-    static constexpr int kCallsCommand = 220;
-    static constexpr int kRulesCommand = 213;
-    const auto [command, list, choice, button] = GENERATE(table<int, int, int, int>({
-        {kRulesCommand, 401, 402, IDCANCEL},
-        {kCallsCommand, 421, 422, 424},
-    }));
-    ViewerProcess viewer;
-    viewer.AwaitWindow();
-    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
-    HWND dialog = nullptr;
-    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
-    const HWND header =
-        reinterpret_cast<HWND>(::SendDlgItemMessageW(dialog, list, LVM_GETHEADER, 0, 0));
-    REQUIRE(header);
-    const auto is = [&](bool dark) {
-        return Eventually([&] {
-            return (LightnessAt(dialog, 2, 2) < 64) == dark &&
-                   (LightnessAt(::GetDlgItem(dialog, list), 20, 60) < 64) == dark &&
-                   (LightnessAt(header, 4, 3) < 64) == dark &&
-                   (LightnessOfFace(::GetDlgItem(dialog, choice)) < 100) == dark &&
-                   (LightnessOfFace(::GetDlgItem(dialog, button)) < 100) == dark;
-        });
-    };
-    CHECK(is(false));
-    {
-        const DarkChoice dark;
-        ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
-        CHECK(is(true));
-    }
-    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
-    CHECK(is(false));
-    CHECK(viewer.Close() == 0);
-}
-
-TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]")
-{
-    const DarkChoice dark;
-    ViewerProcess viewer;
-    viewer.AwaitWindow();
-    SendRecord(viewer.Receiver(), "text");
-    REQUIRE(viewer.AwaitRows(1));
-    // View, Pause: the check mark says that it has happened.
-    const auto isPaused = [&] { return viewer.AwaitStatus(1, L"1 shown, paused"); };
-    Press(viewer.Window(), {VK_MENU, 'V'});
-    const auto isOpen = [&] {
-        GUITHREADINFO info{};
-        info.cbSize = sizeof(info);
-        ::GetGUIThreadInfo(::GetWindowThreadProcessId(viewer.Window(), nullptr), &info);
-        return (info.flags & GUI_POPUPMENUMODE) != 0 || (info.flags & GUI_INMENUMODE) != 0;
-    };
-    REQUIRE(Eventually(isOpen));
-    Press(viewer.Window(), {'P'});
-    CHECK(isPaused());
     CHECK(viewer.Close() == 0);
 }
 

@@ -1,0 +1,417 @@
+// How the viewer looks: dark or light, with high contrast, and on screens with many dots an inch.
+
+#include "foundation/find_function.h"
+#include "foundation/wide_text.h"
+#include "tests/support/eventually.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
+#include "tools/trace/record_list.h"
+#include "tools/trace/window_look.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <catch.hpp>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+using namespace velt::test;
+
+namespace
+{
+/// The choice of dark programs, as long as it lives.
+class DarkChoice
+{
+public:
+    DarkChoice()
+    {
+        Set(0);
+    }
+
+    DarkChoice(const DarkChoice&) = delete;
+    DarkChoice& operator=(const DarkChoice&) = delete;
+
+    ~DarkChoice()
+    {
+        Set(1);
+    }
+
+    static void Set(DWORD light)
+    {
+        ::RegSetKeyValueW(HKEY_CURRENT_USER,
+                          L"Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize",
+                          L"AppsUseLightTheme", REG_DWORD, &light, sizeof(light));
+    }
+};
+
+/// How light a place on the screen is, 0 to 255.
+int LightnessAt(const POINT& place)
+{
+    const HDC screen = ::GetDC(nullptr);
+    const COLORREF color = ::GetPixel(screen, static_cast<int>(place.x), static_cast<int>(place.y));
+    ::ReleaseDC(nullptr, screen);
+    return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
+}
+
+/// How light a place of a window is, 0 to 255.
+int LightnessAt(HWND window, int x, int y)
+{
+    POINT place{x, y};
+    ::ClientToScreen(window, &place);
+    return LightnessAt(place);
+}
+
+/// The face of a button or a choice: near its right edge, above what it says.
+int LightnessOfFace(HWND control)
+{
+    RECT client{};
+    ::GetClientRect(control, &client);
+    return LightnessAt(control, static_cast<int>(client.right) - 5, 4);
+}
+
+/// The menu bar, which ends where the client area begins: at the first menu's name, or right of the
+/// last one.
+int LightnessOfMenu(HWND window, bool first)
+{
+    RECT client{};
+    ::GetClientRect(window, &client);
+    return LightnessAt(window, first ? 3 : static_cast<int>(client.right) - 20, -4);
+}
+
+/// As many dots an inch for programs that start while it lives.
+class ScreenDots
+{
+public:
+    explicit ScreenDots(DWORD dots)
+    {
+        ::RegSetKeyValueW(HKEY_CURRENT_USER, kDesktop, kDots, REG_DWORD, &dots, sizeof(dots));
+    }
+
+    ScreenDots(const ScreenDots&) = delete;
+    ScreenDots& operator=(const ScreenDots&) = delete;
+
+    ~ScreenDots()
+    {
+        ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktop, kDots);
+    }
+
+private:
+    static constexpr wchar_t kDesktop[] = L"Control Panel\\Desktop";
+    static constexpr wchar_t kDots[] = L"LogPixels";
+};
+
+/// Has this thread see other programs' windows in the dots of the screen, while it lives.
+class DotsOfScreen
+{
+public:
+    DotsOfScreen()
+        : m_set(velt::FindFunction<Set>(::GetModuleHandleW(L"user32.dll"),
+                                        "SetThreadDpiAwarenessContext")), // since Windows 10
+          m_former(m_set ? m_set(reinterpret_cast<HANDLE>(kPerMonitor)) : nullptr)
+    {
+    }
+
+    DotsOfScreen(const DotsOfScreen&) = delete;
+    DotsOfScreen& operator=(const DotsOfScreen&) = delete;
+
+    ~DotsOfScreen()
+    {
+        if (m_former)
+        {
+            m_set(m_former);
+        }
+    }
+
+private:
+    using Set = HANDLE(WINAPI*)(HANDLE);
+    static constexpr INT_PTR kPerMonitor = -4; // DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2
+
+    Set m_set;
+    HANDLE m_former;
+};
+
+SIZE SizeOf(const std::wstring& text, HFONT font)
+{
+    const HDC screen = ::GetDC(nullptr);
+    const HGDIOBJ former = ::SelectObject(screen, font);
+    RECT place{};
+    ::DrawTextW(screen, text.c_str(), -1, &place, DT_CALCRECT | DT_SINGLELINE);
+    ::SelectObject(screen, former);
+    ::ReleaseDC(nullptr, screen);
+    return {place.right, place.bottom};
+}
+
+std::wstring TextOf(HWND window)
+{
+    std::vector<wchar_t> text(500);
+    const LRESULT length =
+        ::SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+    return {text.data(), static_cast<std::size_t>(length)};
+}
+
+SIZE ClientOf(HWND window)
+{
+    RECT client{};
+    ::GetClientRect(window, &client);
+    return {client.right, client.bottom};
+}
+
+/// The children of a window that say something for good or hold what is typed.
+std::vector<HWND> ControlsOf(HWND window)
+{
+    std::vector<HWND> all;
+    for (HWND child = ::GetWindow(window, GW_CHILD); child; child = ::GetWindow(child, GW_HWNDNEXT))
+    {
+        wchar_t type[32] = {};
+        ::GetClassNameW(child, type, 32);
+        for (const wchar_t* const wanted : {WC_BUTTONW, WC_STATICW, WC_EDITW, WC_COMBOBOXW})
+        {
+            if (::lstrcmpiW(type, wanted) == 0 && ::IsWindowVisible(child))
+            {
+                all.push_back(child);
+            }
+        }
+    }
+    return all;
+}
+
+void CheckNothingIsCut(HWND window, HFONT font)
+{
+    const std::vector<HWND> controls = ControlsOf(window);
+    REQUIRE(controls.size() > 4);
+    for (const HWND control : controls)
+    {
+        const std::wstring text = TextOf(control);
+        const SIZE needed = SizeOf(text.empty() ? L"Xg" : text, font);
+        const SIZE there = ClientOf(control);
+        INFO("control " << ::GetDlgCtrlID(control) << " with "
+                        << velt::Utf8FromWide(text.empty() ? L"nothing" : text));
+        CHECK(there.cy >= needed.cy);
+        if (::SendMessageW(control, WM_GETDLGCODE, 0, 0) & DLGC_HASSETSEL &&
+            (::GetWindowLongPtrW(control, GWL_STYLE) & ES_MULTILINE) == 0)
+        {
+            CHECK(there.cy * 5 <= needed.cy * 8); // a line stands at the top of its field
+        }
+        CHECK((text.empty() || there.cx >= needed.cx));
+    }
+}
+
+class NoEvents final : public velt::TraceReceiverEvents
+{
+public:
+    void OnArrival() noexcept override {}
+    void OnCloseAsked() noexcept override {}
+};
+} // namespace
+
+TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
+{
+    ViewerProcess viewer;
+    const auto lightness = [&](int child) {
+        RECT client{};
+        const HWND window = viewer.Child(child);
+        ::GetClientRect(window, &client);
+        return LightnessAt(window, static_cast<int>(client.right) / 2,
+                           static_cast<int>(client.bottom) - 4);
+    };
+    viewer.AwaitWindow();
+    const auto is = [&](bool dark) {
+        return Eventually([&] {
+            for (const int child : {ViewerProcess::kList, ViewerProcess::kFilter,
+                                    ViewerProcess::kDetails, ViewerProcess::kStatus})
+            {
+                if ((lightness(child) < 64) != dark)
+                {
+                    return false;
+                }
+            }
+            return (LightnessOfFace(viewer.Child(ViewerProcess::kLevel)) < 100) == dark &&
+                   (LightnessOfMenu(viewer.Window(), true) < 64) == dark &&
+                   (LightnessOfMenu(viewer.Window(), false) < 64) == dark;
+        });
+    };
+    CHECK(is(false));
+    {
+        const DarkChoice dark;
+        ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+        CHECK(is(true));
+        // What is drawn for the eye alone is still there to be read.
+        CHECK(viewer.AwaitStatus(0, L"0 records"));
+    }
+    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+    CHECK(is(false));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them", "[tools]")
+{
+    static constexpr int kCallsCommand = 220;
+    static constexpr int kRulesCommand = 213;
+    const auto [command, list, choice, button] = GENERATE(table<int, int, int, int>({
+        {kRulesCommand, 401, 402, IDCANCEL},
+        {kCallsCommand, 421, 422, 424},
+    }));
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
+    HWND dialog = nullptr;
+    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+    const HWND header =
+        reinterpret_cast<HWND>(::SendDlgItemMessageW(dialog, list, LVM_GETHEADER, 0, 0));
+    REQUIRE(header);
+    const auto is = [&](bool dark) {
+        return Eventually([&] {
+            return (LightnessAt(dialog, 2, 2) < 64) == dark &&
+                   (LightnessAt(::GetDlgItem(dialog, list), 20, 60) < 64) == dark &&
+                   (LightnessAt(header, 4, 3) < 64) == dark &&
+                   (LightnessOfFace(::GetDlgItem(dialog, choice)) < 100) == dark &&
+                   (LightnessOfFace(::GetDlgItem(dialog, button)) < 100) == dark;
+        });
+    };
+    CHECK(is(false));
+    {
+        const DarkChoice dark;
+        ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+        CHECK(is(true));
+    }
+    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+    CHECK(is(false));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]")
+{
+    const DarkChoice dark;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+    // View, Pause: the check mark says that it has happened.
+    const auto isPaused = [&] { return viewer.AwaitStatus(1, L"1 shown, paused"); };
+    Press(viewer.Window(), {VK_MENU, 'V'});
+    const auto isOpen = [&] {
+        GUITHREADINFO info{};
+        info.cbSize = sizeof(info);
+        ::GetGUIThreadInfo(::GetWindowThreadProcessId(viewer.Window(), nullptr), &info);
+        return (info.flags & GUI_POPUPMENUMODE) != 0 || (info.flags & GUI_INMENUMODE) != 0;
+    };
+    REQUIRE(Eventually(isOpen));
+    Press(viewer.Window(), {'P'});
+    CHECK(isPaused());
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: on a screen with many dots an inch nothing is cut off", "[tools]")
+{
+    const int percent = GENERATE(200, 300);
+    const int dpi = 96 * percent / 100;
+    const int unscaled = 170; // of the second column
+    const ScreenDots dots(static_cast<DWORD>(dpi));
+    const DotsOfScreen aware;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto width = [&](int column) {
+        return static_cast<int>(
+            ::SendMessageW(list, LVM_GETCOLUMNWIDTH, static_cast<WPARAM>(column), 0));
+    };
+    if (width(1) == unscaled)
+    {
+        WARN("the system takes another scale for users that log on later only");
+        return;
+    }
+    CHECK(width(1) == ::MulDiv(unscaled, percent, 100));
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+    const velt::WindowLook look(dpi);
+    CheckNothingIsCut(viewer.Window(), look.Font());
+
+    const auto heightOf = [&](WPARAM rows) {
+        return static_cast<int>(
+            HIWORD(::SendMessageW(list, LVM_APPROXIMATEVIEWRECT, rows, MAKELPARAM(-1, -1))));
+    };
+    CHECK(heightOf(11) - heightOf(1) >= 10 * SizeOf(L"Xg", look.FixedFont()).cy);
+    CHECK(width(0) > SizeOf(L"\u25BA 09:05:03.000042", look.FixedFont()).cx);
+    CHECK(width(2) > SizeOf(L"Level", look.FixedFont()).cx + 2 * look.Scaled(6));
+    CHECK(ClientOf(viewer.Child(ViewerProcess::kStatus)).cy >= SizeOf(L"Xg", look.Font()).cy);
+    CHECK(ClientOf(viewer.Child(ViewerProcess::kToolbar)).cy >= SizeOf(L"Xg", look.Font()).cy);
+    // Three lines of a record.
+    CHECK(ClientOf(viewer.Child(ViewerProcess::kDetails)).cy >=
+          3 * SizeOf(L"Xg", look.FixedFont()).cy);
+
+    LOGFONTW shell{};
+    shell.lfHeight = -::MulDiv(8, dpi, 72);
+    ::lstrcpyW(shell.lfFaceName, L"MS Shell Dlg");
+    const velt::UniqueFont font(::CreateFontIndirectW(&shell));
+    for (const int command : {213, 220}) // filters and highlights, slowest calls
+    {
+        ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
+        HWND dialog = nullptr;
+        REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+        CheckNothingIsCut(dialog, font.Get());
+        ::PostMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+        REQUIRE(Eventually([&] { return !::IsWindow(dialog); }));
+    }
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: with high contrast its colours are the system's, also in the dark", "[tools]")
+{
+    const DarkChoice dark;
+    const ImportPatch<"SystemParametersInfoW", decltype(::SystemParametersInfoW)> patch(
+        "user32.dll", [](UINT what, UINT size, void* value, UINT flags) -> BOOL {
+            if (what != SPI_GETHIGHCONTRAST)
+            {
+                return decltype(patch)::Original(what, size, value, flags);
+            }
+            static_cast<HIGHCONTRASTW*>(value)->dwFlags = HCF_AVAILABLE | HCF_HIGHCONTRASTON;
+            return TRUE;
+        });
+    const velt::WindowLook look(96);
+    REQUIRE(look.IsHighContrast());
+    CHECK_FALSE(look.IsDark());
+    CHECK(look.ColorsFor(WM_CTLCOLOREDIT, nullptr) == nullptr); // left to the system
+    std::vector<COLORREF> systems;
+    for (int i = 0; i <= COLOR_MENUBAR; ++i)
+    {
+        systems.push_back(::GetSysColor(i));
+    }
+    const velt::Palette& colors = look.Colors();
+    std::vector<COLORREF> ours{colors.window, colors.text,   colors.face,      colors.faceText,
+                               colors.error,  colors.detail, colors.malformed, colors.control,
+                               colors.edge,   colors.faint};
+    ours.insert(ours.end(), colors.highlights.begin(), colors.highlights.end());
+    for (const COLORREF color : ours)
+    {
+        CHECK(std::find(systems.begin(), systems.end(), color) != systems.end());
+    }
+
+    const HWND parent =
+        ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    NoEvents events;
+    velt::TraceSession session(events, {}, velt::TraceSession::Kind::files);
+    velt::TraceView view(session.Store());
+    const velt::TraceMarks marks;
+    velt::TraceEntry entry;
+    entry.level = 1;
+    entry.text = "failed";
+    session.Add(entry, "");
+    view.Advance(1);
+    velt::RecordList list(parent, session, view, marks);
+    list.SetLook(look);
+    NMLVCUSTOMDRAW draw{};
+    draw.nmcd.hdr = {list.Window(), 0, static_cast<UINT>(NM_CUSTOMDRAW)};
+    draw.nmcd.dwDrawStage = CDDS_ITEMPREPAINT;
+    const auto answer = [&] {
+        return list.OnNotify(draw.nmcd.hdr, reinterpret_cast<LPARAM>(&draw));
+    };
+    CHECK(answer() == CDRF_DODEFAULT);
+    list.SetHighlight(velt::TextPattern("failed"));
+    CHECK(answer() == CDRF_NEWFONT);
+    CHECK(draw.clrText == ::GetSysColor(COLOR_HOTLIGHT));
+    ::DestroyWindow(parent);
+}
