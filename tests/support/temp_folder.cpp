@@ -87,4 +87,18 @@ void TempFolder::Write(const std::wstring& name, std::string_view bytes) const
         throw std::runtime_error("a file cannot be written");
     }
 }
+
+std::string TempFolder::Read(const std::wstring& name) const
+{
+    const UniqueFile file(::CreateFileW(File(name).c_str(), GENERIC_READ,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                        0, nullptr));
+    std::string text(file ? ::GetFileSize(file.Get(), nullptr) : 0, '\0');
+    DWORD read = 0;
+    if (file)
+    {
+        ::ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
+    }
+    return text;
+}
 } // namespace velt::test

@@ -33,6 +33,10 @@ public:
     /// Writes a file in the folder; an existing one is replaced.
     void Write(const std::wstring& name, std::string_view bytes) const;
 
+    /// What is in a file of the folder, also while it is being written; nothing for one that is not
+    /// there.
+    std::string Read(const std::wstring& name) const;
+
 private:
     std::wstring m_path;
 };

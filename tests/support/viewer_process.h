@@ -28,6 +28,7 @@ public:
     static constexpr int kToolbar = 307;
     static constexpr int kSaveCommand = 201;
     static constexpr int kPauseCommand = 206;
+    static constexpr int kOpenCommand = 212;
 
     /// Where it keeps what it remembers, below the user's key.
     static constexpr wchar_t kSettings[] = L"Software\\Velt\\TraceViewer";

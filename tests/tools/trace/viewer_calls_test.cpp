@@ -84,6 +84,15 @@ TEST_CASE("Viewer: the slowest calls of what is shown or selected", "[tools]")
     CHECK(cell(0, 0) == L"B");
     CHECK(cell(0, 2) == L"3.000 ms");
 
+    // Saved as it is sorted, in microseconds.
+    ::PostMessageW(::GetDlgItem(dialog, kSave), BM_CLICK, 0, 0);
+    const HWND files = NameFile(viewer.Id(), folder.File(L"calls.csv"), dialog);
+    REQUIRE(files);
+    REQUIRE(Eventually([&] { return !::IsWindow(files) && ::IsWindowEnabled(dialog); }));
+    CHECK(folder.Read(L"calls.csv") == "\xEF\xBB\xBF"
+                                       "function,count,total us,own us,longest us\r\n"
+                                       "B,1,3000,3000,3000\r\n");
+
     viewer.Type(ViewerProcess::kFilter, L"nothing");
     REQUIRE(viewer.AwaitRows(0));
     ::SendMessageW(::GetDlgItem(dialog, kRefresh), BM_CLICK, 0, 0);

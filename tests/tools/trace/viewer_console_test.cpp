@@ -18,20 +18,6 @@ using namespace velt::test;
 
 namespace
 {
-std::string ReadWhole(const std::wstring& path)
-{
-    const velt::UniqueFile file(::CreateFileW(path.c_str(), GENERIC_READ,
-                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
-    std::string text(file ? ::GetFileSize(file.Get(), nullptr) : 0, '\0');
-    DWORD read = 0;
-    if (file)
-    {
-        ::ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
-    }
-    return text;
-}
-
 /// Starts it, and waits for its end; what it says on standard error.
 std::string Fails(const std::wstring& arguments, DWORD code)
 {
@@ -107,13 +93,12 @@ TEST_CASE("velt-trace: --save records to a file without a window", "[tools]")
     SendRecord(viewer.Receiver(), "a \"detail\"", 3);
     SendRecord(viewer.Receiver(), "a call", 4);
     // Records are in the file while the recording goes on.
-    CHECK(Eventually([&] {
-        return ReadWhole(folder.File(L"trace.csv")).ends_with(",?,3,,\"a \"\"detail\"\"\"\r\n");
-    }));
+    CHECK(Eventually(
+        [&] { return folder.Read(L"trace.csv").ends_with(",?,3,,\"a \"\"detail\"\"\"\r\n"); }));
     CHECK(::FindWindowW(L"VeltTraceViewer", nullptr) == nullptr);
     CHECK(viewer.Close() == 0);
     CHECK(viewer.Output().empty());
-    CHECK_THAT(ReadWhole(folder.File(L"trace.csv")),
+    CHECK_THAT(folder.Read(L"trace.csv"),
                Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
 }
 
@@ -137,8 +122,8 @@ TEST_CASE("velt-trace: a recording with a limit goes on in numbered files", "[to
     CHECK_THAT(viewer.Errors(), Catch::Contains("2,500 records"));
     CHECK_FALSE(has(L"trace.csv"));
     CHECK_FALSE(has(L"trace.4.csv"));
-    const std::string second = ReadWhole(folder.File(L"trace.2.csv"));
-    const std::string third = ReadWhole(folder.File(L"trace.3.csv"));
+    const std::string second = folder.Read(L"trace.2.csv");
+    const std::string third = folder.Read(L"trace.3.csv");
     CHECK(second.size() <= kLimit);
     CHECK(second.size() > kLimit - 2000);
     CHECK_THAT(second.substr(0, 50), Catch::StartsWith("\xEF\xBB\xBFtime,process,"));
@@ -185,14 +170,14 @@ TEST_CASE("OutputFile: until it is committed the former file stays", "[tools]")
     {
         velt::OutputFile file(folder.File(L"file.txt"));
         file.Write("half");
-        CHECK(ReadWhole(folder.File(L"file.txt")) == "former");
+        CHECK(folder.Read(L"file.txt") == "former");
     }
-    CHECK(ReadWhole(folder.File(L"file.txt")) == "former");
+    CHECK(folder.Read(L"file.txt") == "former");
     velt::OutputFile file(folder.File(L"file.txt"));
     file.Write("");
     file.Write("new");
     file.Commit();
-    CHECK(ReadWhole(folder.File(L"file.txt")) == "new");
+    CHECK(folder.Read(L"file.txt") == "new");
     CHECK(::DeleteFileW(folder.File(L"file.txt").c_str()) != 0); // nobody has it open
 }
 
@@ -216,8 +201,8 @@ TEST_CASE("OutputFile: on its way it has a name of its own, which nobody else ha
     }
     CHECK_FALSE(exists(begin + L"3.part"));
     CHECK_FALSE(exists(L"second.txt"));
-    CHECK(ReadWhole(folder.File(L"first.txt")) == "first");
-    CHECK(ReadWhole(folder.File(begin + L"1.part")) == "somebody's");
+    CHECK(folder.Read(L"first.txt") == "first");
+    CHECK(folder.Read(begin + L"1.part") == "somebody's");
 }
 
 TEST_CASE("OutputFile: a device is written and never replaced", "[tools]")

@@ -50,16 +50,61 @@ HWND FocusOf(HWND window) noexcept
     return info.hwndFocus;
 }
 
-HWND DialogOf(DWORD processId)
+HWND DialogOf(DWORD processId, HWND other)
 {
     HWND dialog = nullptr;
     while ((dialog = ::FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr)
     {
         DWORD owner = 0;
         ::GetWindowThreadProcessId(dialog, &owner);
-        if (owner == processId && ::IsWindowVisible(dialog))
+        if (owner == processId && dialog != other && ::IsWindowVisible(dialog))
         {
             return dialog;
+        }
+    }
+    return nullptr;
+}
+
+HWND NameFile(DWORD processId, const std::wstring& path, HWND other)
+{
+    constexpr int kNameField = 0x47C;    // cmb13: a combo box, with an edit field inside
+    constexpr int kOldNameField = 0x480; // edt1
+    HWND dialog = nullptr;
+    HWND field = nullptr;
+    const bool there = Eventually([&] {
+        dialog = DialogOf(processId, other);
+        field = dialog ? ::GetDlgItem(dialog, kNameField) : nullptr;
+        field = dialog && !field ? ::GetDlgItem(dialog, kOldNameField) : field;
+        return field != nullptr;
+    });
+    if (!there)
+    {
+        return nullptr;
+    }
+    ::SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(path.c_str()));
+    ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
+    return dialog;
+}
+
+HWND BoxOf(DWORD processId, std::wstring& text)
+{
+    constexpr int kMessageText = 0xFFFF;
+    HWND box = nullptr;
+    while ((box = ::FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr)
+    {
+        DWORD owner = 0;
+        ::GetWindowThreadProcessId(box, &owner);
+        const HWND message = owner == processId && ::IsWindowVisible(box) &&
+                                     (::GetDlgItem(box, IDOK) || ::GetDlgItem(box, IDYES))
+                                 ? ::GetDlgItem(box, kMessageText)
+                                 : nullptr;
+        if (message)
+        {
+            std::vector<wchar_t> characters(1000);
+            const LRESULT length = ::SendMessageW(message, WM_GETTEXT, characters.size(),
+                                                  reinterpret_cast<LPARAM>(characters.data()));
+            text.assign(characters.data(), static_cast<std::size_t>(length));
+            return box;
         }
     }
     return nullptr;

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <initializer_list>
+#include <string>
 
 namespace velt::test
 {
@@ -12,6 +13,14 @@ void Press(HWND window, std::initializer_list<WORD> keys);
 /// The child of a window of another process that has the keyboard.
 HWND FocusOf(HWND window) noexcept;
 
-/// The visible dialog of a process; null when there is none.
-HWND DialogOf(DWORD processId);
+/// A visible dialog of a process, but not this one; null when there is none.
+HWND DialogOf(DWORD processId, HWND other = nullptr);
+
+/// Names a file in the system's dialog for files, once it is there, and confirms; returns the
+/// dialog, or null when it does not come. `other` is another dialog of the process.
+HWND NameFile(DWORD processId, const std::wstring& path, HWND other = nullptr);
+
+/// The message box of a process, and what it says; null when there is none. `others` are dialogs of
+/// the process that are none.
+HWND BoxOf(DWORD processId, std::wstring& text);
 } // namespace velt::test

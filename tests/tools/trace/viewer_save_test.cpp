@@ -16,56 +16,21 @@ using namespace velt::test;
 
 namespace
 {
-std::string ReadFile(const std::wstring& path)
-{
-    const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                      OPEN_EXISTING, 0, nullptr);
-    std::string text(file == INVALID_HANDLE_VALUE ? 0 : ::GetFileSize(file, nullptr), '\0');
-    DWORD read = 0;
-    ::ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
-    ::CloseHandle(file);
-    return text;
-}
-
-/// The message box of a process, and what it says.
-HWND BoxOf(DWORD processId, HWND other, std::wstring& text)
-{
-    constexpr int kMessageText = 0xFFFF;
-    const HWND box = DialogOf(processId);
-    const HWND message = box && box != other ? ::GetDlgItem(box, kMessageText) : nullptr;
-    if (!message)
-    {
-        return nullptr;
-    }
-    std::vector<wchar_t> characters(1000);
-    const LRESULT length = ::SendMessageW(message, WM_GETTEXT, characters.size(),
-                                          reinterpret_cast<LPARAM>(characters.data()));
-    text.assign(characters.data(), static_cast<std::size_t>(length));
-    return box;
-}
-
 /// Saves through the system's dialog, replacing what exists; returns the text of the error box that
 /// follows, if one does.
 std::wstring SaveAs(const ViewerProcess& viewer, const std::wstring& path)
 {
     ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kSaveCommand, 0);
-    HWND dialog = nullptr;
-    if (!Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }))
+    if (!NameFile(viewer.Id(), path))
     {
         return L"no dialog";
     }
-    constexpr int kNameField = 0x47C;    // cmb13: a combo box, with an edit field inside
-    constexpr int kOldNameField = 0x480; // edt1
-    HWND field = ::GetDlgItem(dialog, kNameField);
-    field = field ? field : ::GetDlgItem(dialog, kOldNameField);
-    ::SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(path.c_str()));
-    ::PostMessageW(dialog, WM_COMMAND, IDOK, 0);
     for (;;)
     {
         HWND box = nullptr;
         std::wstring text;
         if (!Eventually([&] {
-                box = BoxOf(viewer.Id(), dialog, text);
+                box = BoxOf(viewer.Id(), text);
                 return box || (DialogOf(viewer.Id()) == nullptr &&
                                viewer.Status(4).ends_with(L"records saved"));
             }))
@@ -103,13 +68,12 @@ TEST_CASE("Viewer: it saves what it shows, as text or CSV", "[tools]")
 
     CHECK(SaveAs(viewer, folder.File(L"trace.txt")).empty());
     CHECK(viewer.AwaitStatus(4, L"1 records saved"));
-    CHECK_THAT(ReadFile(folder.File(L"trace.txt")),
-               Catch::EndsWith("  3  ?    first, with a comma\r\n"));
+    CHECK_THAT(folder.Read(L"trace.txt"), Catch::EndsWith("  3  ?    first, with a comma\r\n"));
 
     viewer.Type(ViewerProcess::kFilter, L"");
     REQUIRE(viewer.AwaitRows(2));
     CHECK(SaveAs(viewer, folder.File(L"trace.csv")).empty());
-    const std::string csv = ReadFile(folder.File(L"trace.csv"));
+    const std::string csv = folder.Read(L"trace.csv");
     CHECK_THAT(csv, Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
     CHECK_THAT(csv, Catch::Contains(",?,3,,\"  first, with a comma\"\r\n"));
     CHECK_THAT(csv, Catch::EndsWith(",?,1,,hidden\r\n"));
@@ -132,7 +96,7 @@ TEST_CASE("Viewer: a save that fails says why and leaves what was there", "[tool
         CHECK(SaveAs(viewer, folder.File(L"kept.txt")).find(L"0x00000020") !=
               std::wstring::npos); // ERROR_SHARING_VIOLATION
     }
-    CHECK(ReadFile(folder.File(L"kept.txt")) == "what was there");
+    CHECK(folder.Read(L"kept.txt") == "what was there");
     CHECK(viewer.Close() == 0);
 }
 
@@ -192,6 +156,55 @@ TEST_CASE("Viewer: it opens what it saved, while another one receives", "[tools]
     REQUIRE(viewer.AwaitRows(11));
     CHECK(viewer.Cell(6, 4) == L"CName::Add - enter");
     CHECK(reader.Close() == 0);
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: the dialog opens a file, and says what is wrong with another one", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    folder.Write(L"trace.txt", "2024-02-29 12:34:56.000789  4  ?  first\r\n"
+                               "2024-02-29 12:34:56.000790  1  ?  last\r\n");
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "before");
+    REQUIRE(viewer.AwaitRows(1));
+    Press(viewer.Window(), {VK_CONTROL, 'O'});
+    REQUIRE(NameFile(viewer.Id(), folder.File(L"trace.txt")));
+    REQUIRE(viewer.AwaitRows(3));
+    CHECK(viewer.Texts() == std::vector<std::wstring>{L"before", L"first", L"last"});
+    CHECK(viewer.AwaitStatus(4, L"2 records of trace.txt"));
+
+    // One that another program has and shares with nobody.
+    {
+        const velt::UniqueFile open(::CreateFileW(folder.File(L"trace.txt").c_str(), GENERIC_READ,
+                                                  0, nullptr, OPEN_EXISTING, 0, nullptr));
+        REQUIRE(open);
+        ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kOpenCommand, 0);
+        REQUIRE(NameFile(viewer.Id(), folder.File(L"trace.txt")));
+        HWND box = nullptr;
+        std::wstring text;
+        REQUIRE(Eventually([&] { return (box = BoxOf(viewer.Id(), text)) != nullptr; }));
+        CHECK(text.find(L"trace.txt") != std::wstring::npos);
+        if (text.find(L"0x00000020") == std::wstring::npos) // ERROR_SHARING_VIOLATION
+        {
+            WARN("the system's dialog says itself that the file is in use");
+        }
+        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+        REQUIRE(Eventually([&] { return !::IsWindow(box); }));
+        if (const HWND dialog = DialogOf(viewer.Id()))
+        {
+            ::PostMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+            REQUIRE(Eventually([&] { return !::IsWindow(dialog); }));
+        }
+    }
+    // One that is no trace at all.
+    folder.Write(L"picture.txt", std::string("\x89PNG\r\n\x1A\n\0\0", 10));
+    ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kOpenCommand, 0);
+    REQUIRE(NameFile(viewer.Id(), folder.File(L"picture.txt")));
+    REQUIRE(viewer.AwaitRows(4));
+    CHECK(viewer.Cell(3, 4).find(L"of picture.txt could not be read") != std::wstring::npos);
+    SendRecord(viewer.Receiver(), "after");
+    CHECK(viewer.AwaitRows(5));
     CHECK(viewer.Close() == 0);
 }
 
