@@ -1,7 +1,9 @@
 #include "foundation/unique_handle.h"
+#include "foundation/wide_text.h"
 #include "tests/facts/fact.h"
 #include "tests/facts/helpers.h"
 #include "tests/support/activation_context.h"
+#include "tests/support/known_libraries.h"
 
 #include <winsock2.h>
 
@@ -15,6 +17,7 @@
 #include <tlhelp32.h>
 
 #include <cstddef>
+#include <set>
 #include <vector>
 
 namespace velt::facts
@@ -235,6 +238,17 @@ std::string LibraryOfWorkFolder()
     return Choose(module != nullptr, "loaded", "not loaded");
 }
 
+std::string KnownLibraries()
+{
+    const std::set<std::wstring> known = test::KnownLibraries();
+    std::string missing;
+    for (const wchar_t* const library : test::kImportedLibraries)
+    {
+        missing += known.count(library) == 1 ? "" : " " + Utf8FromWide(library);
+    }
+    return known.empty() ? "none" : missing.empty() ? "all" : "without" + missing;
+}
+
 std::string OtherKindsModules()
 {
     if (sizeof(void*) != 8)
@@ -397,6 +411,7 @@ constexpr Fact kFacts[] = {
     {"loader.missing-assembly", &MissingAssembly},
     {"loader.missing-library", &MissingLibrary},
     {"loader.library-of-current-folder", &LibraryOfWorkFolder},
+    {"loader.known-libraries", &KnownLibraries},
     {"loader.other-kinds-modules", &OtherKindsModules},
     {"loader.echo-as-asked", &SmallEcho},
     {"loader.echo-as-documented", &DocumentedEcho},
