@@ -3,6 +3,7 @@
 #include "tests/facts/fact.h"
 #include "tests/facts/helpers.h"
 #include "tests/support/activation_context.h"
+#include "tests/support/component_library.h"
 #include "tests/support/known_libraries.h"
 
 #include <winsock2.h>
@@ -350,21 +351,17 @@ std::string TwoListeners()
     return !first ? "none hears" : Choose(second, "both hear", "one hears");
 }
 
-/// The component beside this program, or where a build has it.
+/// The component of the build or of the kit.
 std::wstring FindComponent()
 {
-    const std::wstring program = ThisProgram();
-    const std::wstring folder = program.substr(0, program.find_last_of(L'\\') + 1);
-    for (const wchar_t* place : {L"", L"..\\..\\bin\\"})
+    try
     {
-        std::wstring path = folder;
-        path.append(place).append(L"VeltHTTPClient12OEM.dll");
-        if (::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
-        {
-            return path;
-        }
+        return test::ShippedFile(L"VeltHTTPClient12OEM.dll");
     }
-    throw NotAsked("the component is not beside this program");
+    catch (const std::runtime_error&)
+    {
+        throw NotAsked("the component is not beside this program");
+    }
 }
 
 std::string ControlFlowGuard()
