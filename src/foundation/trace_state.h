@@ -19,6 +19,7 @@ using FilterHook = bool (*)(std::int32_t level, const char* source, const char* 
 inline constexpr std::uint32_t kFlagDebugger = 1;  // write to the debugger output
 inline constexpr std::uint32_t kFlagAllLevels = 2; // emit level messages whatever the threshold
 inline constexpr std::uint32_t kFlagTime = 4;      // prefix each line with a time stamp
+inline constexpr std::uint32_t kFlagNoViewer = 8;  // send nothing to a viewer
 
 /// Answers of the search for a viewer.
 inline constexpr std::int32_t kViewerNotLookedUp = -1;
@@ -63,7 +64,7 @@ public:
     {
         return s_current && s_current->initialised &&
                ((s_current->flags & kFlagDebugger) != 0 || s_current->filter != nullptr ||
-                s_current->viewerState != kViewerNone);
+                (s_current->viewerState != kViewerNone && (s_current->flags & kFlagNoViewer) == 0));
     }
 
     /// Serialises entry lines, exit lines and level messages.

@@ -103,6 +103,10 @@ void TraceEmit(State& state, const char* source, std::int32_t level, std::uint32
         {
             return;
         }
+        if ((state.flags & kFlagNoViewer) != 0)
+        {
+            return; // any window of the class would be sent the line, whoever made it
+        }
         if (state.viewerState == kViewerNotLookedUp)
         {
             state.viewerState = FindTraceViewer() ? kViewerFound : kViewerNone;

@@ -3,9 +3,10 @@
 
     make_check_kit.py <output.zip> <build folder>... [--tests <regular expression>]
 
-For each build: facts.exe, the component beside it, and the test programs that need no more than
-themselves. What is left out is named in left_out.txt: programs that name a folder of this machine, or
-need a server or arguments, and tests that are scripts. With --tests, only tests of such names.
+For each build: facts.exe, the component with its programs, and the test programs, in folders as in the
+build, with the files that they look for there. What needs an administrator lies apart. What is left out
+is named in left_out.txt: programs that name a folder of this machine, need a server or arguments, or do
+what a user's machine is not for, and tests that are scripts. With --tests, only tests of such names.
 SOURCE_DATE_EPOCH sets the time that the files carry.
 """
 
@@ -21,7 +22,32 @@ import time
 import zipfile
 
 HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parents[1]
 COMPONENT = "VeltHTTPClient12OEM.dll"
+
+# Why tests that could run are left out: nothing may stay behind that cannot be taken back when the check
+# is ended midway.
+NOT_FOR_USERS = {
+    "facts_test": "is about the facts under Wine",
+    "documents_test": "is about the documents",
+    "server_library_test": "takes libraries of the system away, by a setting of Wine's",
+    "server_module_test": "denies rights to the machine's classes",
+    "server_registration_test": "denies rights to the machine's classes",
+    "service_registered_test": "keeps cookies for the user",
+    "service_soak_test": "keeps cookies for the user",
+    "service_test": "keeps cookies for the user",
+    "velt_program_test": "takes libraries away and denies rights to the machine's classes",
+    "velt_service_test": "keeps cookies for the user",
+}
+ADMINISTRATORS = {"server_lifetime_test"} # sets a flag of the machine's for its own program
+
+# What tests look for beside or above them, by its place in the kit: of the build, and of the source.
+OF_THE_BUILD = {
+    "samples/update_agent/sample_agent.exe": "samples/update_agent/sample_agent.exe",
+    "tests/connection_thread_library.dll": "tests/connection/connection_thread_library.dll",
+    "tests/support/velt_empty_module.dll": "tests/support/velt_empty_module.dll",
+}
+OF_THE_SOURCE = ["samples/eula"]
 
 
 def cached(build, name):
@@ -40,8 +66,8 @@ def kind_of(program):
 def names_folder(program, build):
     """Whether a program's bytes name the build's folder, as this system writes it or as Windows."""
     image = program.read_bytes()
-    for path in (str(build), str(build).replace("/", "\\"), str(HERE.parents[1]),
-                 str(HERE.parents[1]).replace("/", "\\")):
+    for path in (str(build), str(build).replace("/", "\\"), str(ROOT),
+                 str(ROOT).replace("/", "\\")):
         if path.encode() in image or path.encode("utf-16-le") in image:
             return True
     return False
@@ -59,6 +85,8 @@ def tests_of(build):
             yield test["name"], None, "is a script, or takes arguments"
         elif not os.path.exists(command[-1]):
             yield test["name"], None, "is not built"
+        elif test["name"] in NOT_FOR_USERS:
+            yield test["name"], None, NOT_FOR_USERS[test["name"]]
         elif names_folder(pathlib.Path(command[-1]), build):
             yield test["name"], None, "needs files of the build's folder"
         else:
@@ -74,19 +102,25 @@ def main():
     moment = time.gmtime(int(os.environ.get("SOURCE_DATE_EPOCH", "946684800")))[:6]
     left_out = []
     files = {"check.cmd": HERE / "check_kit/check.cmd"}
+    for folder in OF_THE_SOURCE:
+        files |= {str(file.relative_to(ROOT)): file
+                  for file in sorted((ROOT / folder).rglob("*")) if file.is_file()}
     with tempfile.TemporaryDirectory() as work:
         for build in (build.resolve() for build in options.builds):
             facts = build / "tests/facts/facts.exe"
             if not facts.exists():
                 sys.exit(f"{build} has no tests; build the target tests")
             kind = kind_of(facts)
-            files[f"{kind}/{COMPONENT}"] = build / "bin" / COMPONENT
+            files |= {f"{kind}/bin/{file.name}": file for file in (build / "bin").iterdir()
+                      if file.suffix in (".dll", ".exe", ".manifest", ".tlb")}
+            files |= {f"{kind}/{place}": build / name for place, name in OF_THE_BUILD.items()}
             programs = {f"{kind}/facts.exe": facts}
             for name, program, why in tests_of(build):
                 if program and re.search(options.tests, name):
-                    programs[f"{kind}/tests/{program.name}"] = program
+                    folder = "tests/admin" if name in ADMINISTRATORS else "tests"
+                    programs[f"{kind}/{folder}/{program.name}"] = program
                 elif not program:
-                    left_out.append(f"{kind}  {name}: {why}")
+                    left_out.append(f"{kind} {name}: {why}")
             for name, program in programs.items():
                 stripped = pathlib.Path(work) / name
                 stripped.parent.mkdir(parents=True, exist_ok=True)
@@ -94,7 +128,7 @@ def main():
                                check=True, env=os.environ | {"SOURCE_DATE_EPOCH": "946684800"})
                 files[name] = stripped
         listed = pathlib.Path(work) / "left_out.txt"
-        listed.write_text("\r\n".join(["Left out of this kit:", ""] + sorted(left_out)) + "\r\n")
+        listed.write_text("".join(f"left out {line}\r\n" for line in sorted(left_out)))
         files["left_out.txt"] = listed
         folder = f"VeltHTTPClient-{cached(options.builds[0], 'CMAKE_PROJECT_VERSION')}-check"
         options.output.parent.mkdir(parents=True, exist_ok=True)
@@ -102,7 +136,7 @@ def main():
             for name, file in sorted(files.items()):
                 kit.writestr(zipfile.ZipInfo(f"{folder}/{name}", moment), file.read_bytes(),
                              zipfile.ZIP_DEFLATED)
-        print(f"{options.output}: {sum(name.count('/tests/') for name in files)} test programs, "
+        print(f"{options.output}: {sum(name.endswith('_test.exe') for name in files)} test programs, "
               f"{len(left_out)} tests left out")
 
 

@@ -140,11 +140,15 @@ SilentApartment DoWithSilentApartment(bool revoke)
                  "not found");
         });
     }
-    // Both have their own half from here on: the calling thread only waits.
+    // Both have their own half from here on: the calling thread only waits. A call that came before
+    // the silence would be taken.
+    const UniqueKernelObject silent(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
     home.Begin([&] {
+        ::SetEvent(silent.Get());
         seen.answered = ::WaitForSingleObject(done.Get(), kSilenceMs) == WAIT_OBJECT_0;
         ApartmentThread::WaitPumping(done.Get(), INFINITE);
     });
+    ::WaitForSingleObject(silent.Get(), INFINITE);
     other.Begin([&] {
         if (revoke)
         {

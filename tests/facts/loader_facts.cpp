@@ -1,7 +1,10 @@
 #include "foundation/unique_handle.h"
+#include "foundation/wide_text.h"
 #include "tests/facts/fact.h"
 #include "tests/facts/helpers.h"
 #include "tests/support/activation_context.h"
+#include "tests/support/component_library.h"
+#include "tests/support/known_libraries.h"
 
 #include <winsock2.h>
 
@@ -15,6 +18,7 @@
 #include <tlhelp32.h>
 
 #include <cstddef>
+#include <set>
 #include <vector>
 
 namespace velt::facts
@@ -235,6 +239,17 @@ std::string LibraryOfWorkFolder()
     return Choose(module != nullptr, "loaded", "not loaded");
 }
 
+std::string KnownLibraries()
+{
+    const std::set<std::wstring> known = test::KnownLibraries();
+    std::string missing;
+    for (const wchar_t* const library : test::kImportedLibraries)
+    {
+        missing += known.count(library) == 1 ? "" : " " + Utf8FromWide(library);
+    }
+    return known.empty() ? "none" : missing.empty() ? "all" : "without" + missing;
+}
+
 std::string OtherKindsModules()
 {
     if (sizeof(void*) != 8)
@@ -336,21 +351,17 @@ std::string TwoListeners()
     return !first ? "none hears" : Choose(second, "both hear", "one hears");
 }
 
-/// The component beside this program, or where a build has it.
+/// The component of the build or of the kit.
 std::wstring FindComponent()
 {
-    const std::wstring program = ThisProgram();
-    const std::wstring folder = program.substr(0, program.find_last_of(L'\\') + 1);
-    for (const wchar_t* place : {L"", L"..\\..\\bin\\"})
+    try
     {
-        std::wstring path = folder;
-        path.append(place).append(L"VeltHTTPClient12OEM.dll");
-        if (::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
-        {
-            return path;
-        }
+        return test::ShippedFile(L"VeltHTTPClient12OEM.dll");
     }
-    throw NotAsked("the component is not beside this program");
+    catch (const std::runtime_error&)
+    {
+        throw NotAsked("the component is not beside this program");
+    }
 }
 
 std::string ControlFlowGuard()
@@ -397,6 +408,7 @@ constexpr Fact kFacts[] = {
     {"loader.missing-assembly", &MissingAssembly},
     {"loader.missing-library", &MissingLibrary},
     {"loader.library-of-current-folder", &LibraryOfWorkFolder},
+    {"loader.known-libraries", &KnownLibraries},
     {"loader.other-kinds-modules", &OtherKindsModules},
     {"loader.echo-as-asked", &SmallEcho},
     {"loader.echo-as-documented", &DocumentedEcho},

@@ -8,9 +8,13 @@
 //   --limit  for each fact, 120 seconds by default
 //   --check  ends with 1 when a fact is not as the list says of this very system
 //
+//   facts.exe --run PROGRAM    runs a test, and makes the registry what it was; ends with its code
+//   facts.exe --elevated       ends with 0 when it is, else with 1
+//
 // Each fact is asked in a process of its own (--ask), and what it wrote is taken back in another
 // one
-// (--undo), so a fact that crashes or hangs costs its own answer alone.
+// (--undo), so a fact that crashes or hangs costs its own answer alone. What is left by a run that
+// is ended midway, a third one takes back (--guard).
 
 #include "foundation/unique_handle.h"
 #include "foundation/wide_text.h"
@@ -18,6 +22,7 @@
 #include "tests/facts/fact_list.h"
 #include "tests/facts/facts_resources.h"
 #include "tests/facts/helpers.h"
+#include "tests/facts/machine_state.h"
 #include "tests/support/temp_folder.h"
 
 #include <windows.h>
@@ -25,11 +30,13 @@
 #include <shellapi.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velt::facts
@@ -188,11 +195,10 @@ HANDLE MakeJob()
     return job;
 }
 
-/// Runs this program again, with arguments and in a folder; its exit code, or WAIT_TIMEOUT when it
-/// was ended with all that it had started.
-DWORD RunSelf(const std::wstring& arguments, const std::wstring& folder, DWORD limitMs)
+/// Runs a program in a folder; its exit code, or WAIT_TIMEOUT when it was ended with all that it
+/// had started. It does not outlive this process.
+DWORD RunProgram(std::wstring command, const std::wstring& folder, DWORD limitMs)
 {
-    std::wstring command = L"\"" + ThisProgram() + L"\" " + arguments;
     const UniqueKernelObject job(MakeJob());
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
@@ -218,25 +224,80 @@ DWORD RunSelf(const std::wstring& arguments, const std::wstring& folder, DWORD l
     return exitCode;
 }
 
-/// Takes back what is left when this process is ended midway: another process waits for its end.
+/// Runs this program again.
+DWORD RunSelf(const std::wstring& arguments, const std::wstring& folder, DWORD limitMs)
+{
+    return RunProgram(L"\"" + ThisProgram() + L"\" " + arguments, folder, limitMs);
+}
+
+/// A folder for temporary files, which goes away with this object.
+class WorkFolder
+{
+public:
+    explicit WorkFolder(std::wstring path) : m_path(std::move(path))
+    {
+        ::CreateDirectoryW(m_path.c_str(), nullptr);
+        ::SetEnvironmentVariableW(L"TEMP", m_path.c_str());
+        ::SetEnvironmentVariableW(L"TMP", m_path.c_str());
+    }
+
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+
+    ~WorkFolder()
+    {
+        Remove(m_path);
+    }
+
+    /// What ended a moment ago may still hold files.
+    static void Remove(const std::wstring& path)
+    {
+        for (int i = 0; i < 100 && ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+             ++i)
+        {
+            test::RemoveFolder(path);
+            ::Sleep(i == 0 ? 0 : 100);
+        }
+    }
+
+    /// Where this process's is to be.
+    static std::wstring OwnPath()
+    {
+        std::array<wchar_t, MAX_PATH + 1> temp{};
+        ::GetTempPathW(static_cast<DWORD>(temp.size()), temp.data());
+        return std::wstring(temp.data()) + L"velt-facts-" +
+               std::to_wstring(::GetCurrentProcessId());
+    }
+
+private:
+    std::wstring m_path;
+};
+
+/// Takes back what is left when this process is ended midway: another process waits for its end. It
+/// is ready when this object is made.
 class Guard
 {
 public:
     /// `folder` goes away as well.
     explicit Guard(const std::wstring& folder)
     {
+        const UniqueKernelObject ready(::CreateEventW(
+            nullptr, TRUE, FALSE, EventName(kReady, ::GetCurrentProcessId()).c_str()));
         std::wstring command = L"\"" + ThisProgram() + L"\" --guard " +
                                std::to_wstring(::GetCurrentProcessId()) + L" \"" + folder + L"\"";
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION process{};
         // Without a console, so that closing this one's window does not end it.
-        if (::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS,
-                             nullptr, nullptr, &startup, &process))
-        {
-            m_process.Reset(process.hProcess);
-            ::CloseHandle(process.hThread);
-        }
+        Need(ready && ::CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE,
+                                       DETACHED_PROCESS, nullptr, nullptr, &startup, &process),
+             "no guard");
+        m_process.Reset(process.hProcess);
+        ::CloseHandle(process.hThread);
+        const std::array<HANDLE, 2> either{ready.Get(), m_process.Get()};
+        Need(::WaitForMultipleObjects(static_cast<DWORD>(either.size()), either.data(), FALSE,
+                                      INFINITE) == WAIT_OBJECT_0,
+             "the guard has ended");
     }
 
     Guard(const Guard&) = delete;
@@ -252,22 +313,34 @@ public:
     static int Wait(DWORD processId, const wchar_t* folder)
     {
         const UniqueKernelObject process(::OpenProcess(SYNCHRONIZE, FALSE, processId));
-        if (process)
+        // By this, others know which processes are guards.
+        const UniqueKernelObject mark(::CreateEventW(
+            nullptr, TRUE, FALSE, EventName(kIsGuard, ::GetCurrentProcessId()).c_str()));
+        const MachineState state;
+        const UniqueKernelObject ready(
+            ::OpenEventW(EVENT_MODIFY_STATE, FALSE, EventName(kReady, processId).c_str()));
+        if (!process || !ready)
         {
-            ::WaitForSingleObject(process.Get(), INFINITE);
+            return 1; // it has done nothing yet
         }
+        ::SetEvent(ready.Get());
+        ::WaitForSingleObject(process.Get(), INFINITE);
+        WorkFolder::Remove(folder); // first: until it can go, something still runs
         Undo("all");
         ::RegDeleteTreeW(HKEY_CURRENT_USER, kFactsKey);
-        // What was asked last may still hold files for a moment.
-        for (int i = 0; i < 100 && ::GetFileAttributesW(folder) != INVALID_FILE_ATTRIBUTES; ++i)
-        {
-            ::Sleep(100);
-            test::RemoveFolder(folder);
-        }
+        state.Restore();
         return 0;
     }
 
 private:
+    static constexpr wchar_t kReady[] = L"VeltFactsGuardReady-";
+    static constexpr wchar_t kIsGuard[] = L"VeltFactsGuard-";
+
+    static std::wstring EventName(const wchar_t* kind, DWORD processId)
+    {
+        return kind + std::to_wstring(processId);
+    }
+
     UniqueKernelObject m_process;
 };
 
@@ -400,10 +473,9 @@ int Run(const Options& options)
     std::printf("%s, version %s, %s, code page %s, %s\n\n", place.system.c_str(),
                 place.version.c_str(), place.edition.c_str(), place.codePage.c_str(),
                 place.rights.c_str());
-    const test::TempFolder folder(L"facts");
-    const Guard guard(folder.Path());
-    ::SetEnvironmentVariableW(L"TEMP", folder.Path().c_str());
-    ::SetEnvironmentVariableW(L"TMP", folder.Path().c_str());
+    const std::wstring path = WorkFolder::OwnPath();
+    const Guard guard(path);
+    const WorkFolder folder(path);
     // An earlier run may have been cut off together with its guard.
     RunSelf(L"--undo all", L".", options.limitMs);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kFactsKey);
@@ -462,6 +534,20 @@ int Run(const Options& options)
     return options.check && missing > 0 ? 1 : 0;
 }
 
+/// Runs one of the component's tests; its exit code. The registry and the temporary files are as
+/// before, whatever becomes of it.
+int RunTest(const std::wstring& program)
+{
+    constexpr DWORD kLimitMs = 1'200'000;
+    const std::wstring path = WorkFolder::OwnPath();
+    const Guard guard(path);
+    const MachineState state;
+    const WorkFolder folder(path);
+    const DWORD code = RunProgram(L"\"" + program + L"\"", L".", kLimitMs);
+    state.Restore();
+    return static_cast<int>(code);
+}
+
 int Main(int count, wchar_t** arguments)
 {
     // Nothing that fails shows a window and waits.
@@ -478,6 +564,14 @@ int Main(int count, wchar_t** arguments)
         else if (name == L"--guard" && i + 2 < count)
         {
             return Guard::Wait(std::wcstoul(arguments[i + 1], nullptr, 10), arguments[i + 2]);
+        }
+        else if (name == L"--run" && hasValue)
+        {
+            return RunTest(arguments[i + 1]);
+        }
+        else if (name == L"--elevated")
+        {
+            return IsElevated() ? 0 : 1;
         }
         else if (name == L"--receive")
         {

@@ -336,6 +336,14 @@ TEST_CASE("Trace at the debugger: VELT_TRACE with bit 2 puts the time before eac
     }
 }
 
+TEST_CASE("Trace at the debugger: VELT_TRACE with bit 3 leaves it its lines", "[foundation]")
+{
+    const EnvironmentVariable trace("VELT_TRACE", GENERATE("9", "0xB"));
+    const DebuggeeRun run = RunUnderDebugger(kSession);
+    CHECK(run.exitCode == 0);
+    CHECK(CallsOf(run) == AsCalls(kSessionLines));
+}
+
 TEST_CASE("Trace at the debugger: a VELT_TRACE that is no number is ignored", "[foundation]")
 {
     const EnvironmentVariable trace(

@@ -223,3 +223,12 @@ TEST_CASE("Trace viewer: VELT_TRACE with bit 2 puts the time before each line", 
     CHECK_THAT(texts[0], Catch::Matches("[0-9]+:[0-9]{1,2}:[0-9]{1,2}\\.[0-9]{3} : "
                                         "DllCanUnloadNow - enter"));
 }
+
+TEST_CASE("Trace viewer: VELT_TRACE with bit 3 leaves it out", "[foundation]")
+{
+    const EnvironmentVariable trace("VELT_TRACE", GENERATE("8", "0xA", "12"));
+    TraceViewerWindow viewer;
+    const ComponentLibrary library;
+    library.CanUnloadNow();
+    CHECK(viewer.Take().empty());
+}

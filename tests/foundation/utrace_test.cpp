@@ -567,6 +567,44 @@ TEST_CASE("UTrace: a viewer that was not looked for and is not there is not ther
     CHECK(state.viewerState == 0);
 }
 
+TEST_CASE("UTrace: a viewer that the flags leave out hears nothing until they let it",
+          "[foundation]")
+{
+    TraceViewerWindow viewer;
+    UTrace::State state;
+    REQUIRE(UTrace::TraceInitialise());
+    UTrace::TraceSetFlags(2 | 8);
+    CHECK_FALSE(UTrace::State::IsAnybodyListening());
+    const auto trace = [] {
+        const UTrace::Function scope("Scope");
+        UTrace::TraceLevel1("message");
+    };
+    trace();
+    CHECK(viewer.Take().empty());
+
+    UTrace::TraceSetFlags(2);
+    CHECK(UTrace::State::IsAnybodyListening());
+    trace();
+    CHECK(viewer.TakeTexts() == Texts{"Scope - enter", "  message", "Scope - return"});
+}
+
+TEST_CASE("UTrace: the filter is asked also where the flags leave the viewer out", "[foundation]")
+{
+    TraceViewerWindow viewer;
+    UTrace::State state;
+    REQUIRE(UTrace::TraceInitialise());
+    UTrace::TraceSetFlags(2 | 8);
+    static unsigned asked;
+    asked = 0;
+    state.filter = [](std::int32_t, const char*, const char*) {
+        ++asked;
+        return true;
+    };
+    UTrace::TraceLevel1("message");
+    CHECK(asked == 1);
+    CHECK(viewer.Take().empty());
+}
+
 TEST_CASE("UTrace: FindTraceViewer looks at most once in 3000 ms", "[foundation]")
 {
     UTrace::State state;

@@ -1,6 +1,7 @@
 // What the component's containers throw with, in a library of its own.
 
 #include "foundation/library_utils.h"
+#include "tests/support/built_file.h"
 
 #include <windows.h>
 
@@ -23,7 +24,8 @@ TEST_CASE("The component's containers: what they throw is caught by its base", "
         {5, 2, ""},
     }));
     CAPTURE(what);
-    const CLibraryUtilsImpl library(::LoadLibraryW(VELT_THROWING_LIBRARY));
+    const CLibraryUtilsImpl library(
+        ::LoadLibraryW(velt::test::BuiltFile(L"tests\\server\\throwing_library.dll").c_str()));
     REQUIRE(library.GetModule());
     const auto caughtFrom = reinterpret_cast<int (*)(int, char*, std::size_t)>(
         reinterpret_cast<void*>(::GetProcAddress(library.GetModule(), "CaughtFrom")));

@@ -5,6 +5,7 @@
 #include "foundation/wide_text.h"
 #include "tests/service/service_objects.h"
 #include "tests/support/apartment_thread.h"
+#include "tests/support/built_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/late_bound.h"
@@ -171,8 +172,9 @@ TEST_CASE("The registered service: scripts use all of its members", "[service]")
             {L"members.vbs", "True", "False", "String"},
         }));
     DWORD exitCode = 99;
-    std::string output =
-        OutputOf(L"cscript.exe //nologo \"" VELT_SCRIPTS_DIR "\\" + script + L"\"", exitCode);
+    std::string output = OutputOf(L"cscript.exe //nologo \"" +
+                                      BuiltFile(L"tests\\service\\scripts\\" + script) + L"\"",
+                                  exitCode);
     INFO(output);
     CHECK(exitCode == 0);
     CHECK(output == "none: []\nread: name=value\nsafe: " + yes +

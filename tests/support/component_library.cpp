@@ -1,5 +1,7 @@
 #include "tests/support/component_library.h"
 
+#include "tests/support/built_file.h"
+
 #include <cstdio>
 #include <stdexcept>
 
@@ -21,7 +23,8 @@ void Find(HMODULE module, const char* name, Function& function)
 
 std::wstring ShippedFile(const wchar_t* name)
 {
-    return std::wstring(VELT_BIN_DIR) + L"\\" + name;
+    static const std::wstring s_folder = BuiltFile(L"bin\\VeltHTTPClient12OEM.dll");
+    return s_folder.substr(0, s_folder.rfind(L'\\') + 1) + name;
 }
 
 ComponentLibrary::ComponentLibrary()

@@ -177,6 +177,16 @@ RegistryTree ExpectedTypeLibraryKeys(const std::wstring& library)
     return tree;
 }
 
+std::vector<std::wstring> OwnClassesKeys()
+{
+    std::vector<std::wstring> keys = OwnKeys();
+    for (const std::wstring& key : OwnKeys())
+    {
+        keys.push_back(kOtherView.data() + key);
+    }
+    return keys;
+}
+
 RegistryTree ComponentKeys(HKEY root, const std::wstring& path)
 {
     RegistryTree tree;
@@ -218,10 +228,9 @@ RegistryTree ViewsOnce(RegistryTree tree)
 
 void DeleteComponentKeys(HKEY root, const std::wstring& path)
 {
-    for (const std::wstring& key : OwnKeys())
+    for (const std::wstring& key : OwnClassesKeys())
     {
         ::RegDeleteTreeW(root, Below(path, key).c_str());
-        ::RegDeleteTreeW(root, Below(path, kOtherView.data() + key).c_str());
     }
 }
 

@@ -19,6 +19,9 @@ RegistryTree ExpectedTypeLibraryKeys(const std::wstring& library);
 /// The keys of the component's interfaces, below HKEY_CLASSES_ROOT.
 std::vector<std::wstring> OwnInterfaceKeys();
 
+/// Every key that the component could write, below the classes key, in both views.
+std::vector<std::wstring> OwnClassesKeys();
+
 /// The component's own keys below the classes key `path` of `root`: every key that it could write,
 /// with what is below it. What differs between platforms in how the system registers a type library
 /// is evened out: the case of "TypeLib", the flag that says that it came from a file, and the key

@@ -1,5 +1,7 @@
 #include "tests/support/message_module.h"
 
+#include "tests/support/built_file.h"
+
 #include <array>
 #include <cstdint>
 #include <stdexcept>
@@ -10,6 +12,8 @@ namespace velt::test
 {
 namespace
 {
+constexpr wchar_t kEmptyModule[] = L"tests\\support\\velt_empty_module.dll";
+
 void Put16(std::vector<std::uint8_t>& to, std::size_t value)
 {
     to.push_back(static_cast<std::uint8_t>(value & 0xFF));
@@ -46,7 +50,7 @@ std::vector<std::uint8_t> MessageTable(DWORD id, const std::wstring& text)
 MessageModule::MessageModule(std::wstring path, DWORD id, const std::wstring& text)
     : m_path(std::move(path))
 {
-    if (!::CopyFileW(VELT_EMPTY_MODULE, m_path.c_str(), TRUE))
+    if (!::CopyFileW(BuiltFile(kEmptyModule).c_str(), m_path.c_str(), TRUE))
     {
         throw std::runtime_error("the module cannot be copied");
     }

@@ -93,6 +93,55 @@ RegistryTree SnapshotRegistry(HKEY root, const std::wstring& path)
     return tree;
 }
 
+void RestoreValues(HKEY root, const std::wstring& path, const RegistryValues& before)
+{
+    CRegKeyW key;
+    if (key.Create(root, path.c_str()) != ERROR_SUCCESS)
+    {
+        return;
+    }
+    const RegistryValues now = ReadValues(key.GetKey(), ExtentOf(key.GetKey()));
+    for (const auto& [name, value] : now)
+    {
+        if (!before.contains(name))
+        {
+            ::RegDeleteValueW(key.GetKey(), name.c_str());
+        }
+    }
+    for (const auto& [name, value] : before)
+    {
+        const auto found = now.find(name);
+        if (found == now.end() || found->second != value)
+        {
+            ::RegSetValueExW(key.GetKey(), name.c_str(), 0, value.type, value.data.data(),
+                             static_cast<DWORD>(value.data.size()));
+        }
+    }
+}
+
+void RestoreRegistry(HKEY root, const std::wstring& path, const RegistryTree& before)
+{
+    const auto full = [&](const std::wstring& below) {
+        return below.empty() ? path : path + L'\\' + below;
+    };
+    const RegistryTree now = SnapshotRegistry(root, path);
+    for (const auto& [below, values] : now)
+    {
+        if (!before.contains(below))
+        {
+            ::RegDeleteTreeW(root, full(below).c_str()); // again for those below it
+        }
+    }
+    for (const auto& [below, values] : before)
+    {
+        const auto found = now.find(below);
+        if (found == now.end() || found->second != values)
+        {
+            RestoreValues(root, full(below), values);
+        }
+    }
+}
+
 std::string RegistryDifference(const RegistryTree& before, const RegistryTree& after)
 {
     std::wstring text;

@@ -30,6 +30,13 @@ using RegistryTree = std::map<std::wstring, RegistryValues>;
 /// Throws std::runtime_error when a key cannot be read.
 RegistryTree SnapshotRegistry(HKEY root, const std::wstring& path = {});
 
+/// Makes what is below a key what it was at the snapshot: only what differs is touched. What may
+/// not be written stays.
+void RestoreRegistry(HKEY root, const std::wstring& path, const RegistryTree& before);
+
+/// The same for the values of the key itself alone.
+void RestoreValues(HKEY root, const std::wstring& path, const RegistryValues& before);
+
 /// What differs, one line a key or value: "+ key", "- key", "~ key [value]". For messages.
 std::string RegistryDifference(const RegistryTree& before, const RegistryTree& after);
 

@@ -1,6 +1,7 @@
 #include "tests/support/sample_agent_server.h"
 
 #include "foundation/unique_handle.h"
+#include "tests/support/built_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_thread.h"
 
@@ -54,7 +55,7 @@ std::vector<UniqueKernelObject> Processes(const std::vector<std::string>& lines)
 
 std::wstring SampleAgentProgram()
 {
-    return VELT_SAMPLE_AGENT;
+    return BuiltFile(L"samples\\update_agent\\sample_agent.exe");
 }
 
 SampleAgentServer::SampleAgentServer(const std::string& settings)

@@ -1,3 +1,4 @@
+#include "tests/support/built_file.h"
 #include "tests/support/temp_folder.h"
 #include "tests/ui/eula_files.h"
 #include "tests/ui/eula_session.h"
@@ -313,8 +314,8 @@ TEST_CASE("CEulaDialog: whatever the agreement is, the dialog works", "[ui]")
 TEST_CASE("CEulaDialog: the sample agreement is shown with its formats", "[ui]")
 {
     const ComponentLibrary library;
-    EulaSession session(library, VELT_EULA_SAMPLES L"\\agreement.rtf",
-                        VELT_EULA_SAMPLES L"\\texts\\ENU.xml");
+    EulaSession session(library, BuiltFile(L"samples\\eula\\agreement.rtf"),
+                        BuiltFile(L"samples\\eula\\texts\\ENU.xml"));
     session.Dialog();
     const std::wstring text = UnicodeText(session.Item(VELT_EULA_VIEW));
     CHECK(text.find(L"Velt Online Services") != std::wstring::npos);
@@ -343,7 +344,7 @@ TEST_CASE("CEulaDialog: the samples of German and Japanese are whole, and in the
          L"\u540C\u610F\u3057\u307E\u305B\u3093"},
     }));
     const ComponentLibrary library;
-    const std::wstring samples = VELT_EULA_SAMPLES;
+    const std::wstring samples = BuiltFile(L"samples\\eula");
     EulaSession session(library, samples + L"\\agreement_" + language + L".rtf",
                         samples + L"\\texts\\" + language + L".xml");
     session.Dialog();

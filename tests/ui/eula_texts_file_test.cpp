@@ -2,6 +2,7 @@
 
 #include "foundation/language_table.h"
 #include "foundation/wide_text.h"
+#include "tests/support/built_file.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/http_server.h"
 #include "tests/support/temp_folder.h"
@@ -167,7 +168,7 @@ TEST_CASE("ReadEulaTexts: the sample texts of every language of the table", "[ui
     {
         CAPTURE(language.code);
         const std::wstring code = velt::WideFromUtf8(language.code);
-        const EulaTexts texts = ReadFile(VELT_EULA_SAMPLES L"\\texts\\" + code + L".xml");
+        const EulaTexts texts = ReadFile(BuiltFile(L"samples\\eula\\texts\\" + code + L".xml"));
         for (const auto* text : {&texts.title, &texts.decline, &texts.accept, &texts.ok})
         {
             REQUIRE(text->has_value());

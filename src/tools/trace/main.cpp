@@ -19,6 +19,8 @@
 
 #include <windows.h>
 
+#include <uxtheme.h>
+
 #include <string>
 #include <variant>
 #include <vector>
@@ -92,6 +94,8 @@ int RunWindow(const velt::TraceOptions& options)
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     ::GetStartupInfoW(&startup);
+    // Loaded late, and from here on there: where it is missing this throws, which windows must not.
+    ::IsAppThemed();
     velt::MainWindow window(options, (startup.dwFlags & STARTF_USESHOWWINDOW) != 0
                                          ? startup.wShowWindow
                                          : SW_SHOWDEFAULT);

@@ -3,7 +3,7 @@
 #include "foundation/system_exception.h"
 #include "foundation/unique_file.h"
 #include "foundation/velt_auto_critical_section.h"
-#include "foundation/wide_text.h"
+#include "tools/trace/process_names.h"
 
 #include <windows.h>
 
@@ -58,11 +58,6 @@ bool IsWow64() noexcept
 {
     BOOL is = FALSE;
     return ::IsWow64Process(::GetCurrentProcess(), &is) && is;
-}
-
-std::string Label(std::wstring_view name, DWORD processId)
-{
-    return Utf8FromWide(name) + " (" + std::to_string(processId) + ")";
 }
 } // namespace
 
@@ -131,20 +126,6 @@ std::string SenderFinder::Describe() const
     return m_seesOneKind ? text + " or a 64-bit program" : text;
 }
 
-std::string SenderFinder::DescribeProcess(DWORD processId)
-{
-    const UniqueKernelObject process(
-        ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
-    std::array<wchar_t, 1024> path{};
-    auto length = static_cast<DWORD>(path.size());
-    if (!process || !::QueryFullProcessImageNameW(process.Get(), 0, path.data(), &length))
-    {
-        return Label(L"?", processId);
-    }
-    const std::wstring_view whole(path.data(), length);
-    return Label(whole.substr(whole.rfind(L'\\') + 1), processId);
-}
-
 DWORD WINAPI SenderFinder::ThreadEntry(void* self) noexcept
 {
     static_cast<SenderFinder*>(self)->Run();
@@ -193,7 +174,7 @@ void SenderFinder::Scan()
         const Finding finding = LookInto(id);
         if (finding == Finding::has)
         {
-            found.emplace(id, Label(process.szExeFile, id));
+            found.emplace(id, ProcessLabel(process.szExeFile, id));
         }
         else if (finding == Finding::cannotSay)
         {

@@ -39,9 +39,6 @@ public:
     /// std::bad_alloc.
     std::string Describe() const;
 
-    /// "host.exe (12)" of a process. Throws std::bad_alloc.
-    static std::string DescribeProcess(DWORD processId);
-
 private:
     static DWORD WINAPI ThreadEntry(void* self) noexcept;
     void Run() noexcept;

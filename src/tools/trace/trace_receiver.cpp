@@ -40,6 +40,7 @@ TraceReceiver::~TraceReceiver()
 ArrivalQueue TraceReceiver::Take()
 {
     const VeltAutoCriticalSection lock(&m_lock);
+    m_unknownSenderSaid = false;
     return m_queue.Take();
 }
 
@@ -144,11 +145,18 @@ void TraceReceiver::Receive(HWND sender, const COPYDATASTRUCT& data) noexcept
 void TraceReceiver::Add(Arrival arrival, std::span<const std::byte> data) noexcept
 {
     bool first = false;
+    bool firstUnknown = false;
     {
         const VeltAutoCriticalSection lock(&m_lock);
         arrival.arrivalUs = m_clock.Now(); // here, so that times only rise
         first = m_queue.IsEmpty();
+        firstUnknown = arrival.processId == 0 && !m_unknownSenderSaid;
+        m_unknownSenderSaid = m_unknownSenderSaid || firstUnknown;
         m_queue.Append(arrival, data);
+    }
+    if (firstUnknown)
+    {
+        m_events.OnUnknownSender(); // first: whoever takes the message waits for what it begins
     }
     if (first)
     {

@@ -19,6 +19,9 @@ public:
     /// A message has come into the empty queue.
     virtual void OnArrival() noexcept = 0;
 
+    /// A message does not say which process it is of; once for all that one Take gets.
+    virtual void OnUnknownSender() noexcept {}
+
     /// Somebody asks the receiver's window to close (the system's task list, for example).
     virtual void OnCloseAsked() noexcept = 0;
 
@@ -65,7 +68,8 @@ private:
     DWORD m_error = ERROR_SUCCESS;
 
     VeltCriticalSection m_lock;
-    ArrivalQueue m_queue; // guarded by m_lock
+    ArrivalQueue m_queue;             // guarded by m_lock
+    bool m_unknownSenderSaid = false; // guarded by m_lock: since the last Take
 
     UniqueKernelObject m_thread;
 };

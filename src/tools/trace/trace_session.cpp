@@ -50,6 +50,7 @@ void TraceSession::Drain(DWORD senderLimitMs)
         return;
     }
     m_finder.Wait(senderLimitMs); // without an answer the former one stands
+    m_processNames.MarkEnded();   // before: all that they have sent is taken now
     const ArrivalQueue arrived = m_receiver->Take();
     m_lost += arrived.Lost();
     m_processNumbers.clear(); // an id may be another process by now
@@ -64,6 +65,7 @@ void TraceSession::Drain(DWORD senderLimitMs)
         }
     });
     KeepLines(m_debugLines.TakeOld());
+    m_processNames.ForgetMarked();
 }
 
 void TraceSession::Add(const TraceEntry& entry, std::string_view process)
@@ -94,8 +96,12 @@ void TraceSession::Clear() noexcept
 
 void TraceSession::OnArrival() noexcept
 {
-    m_finder.Look();
     m_events.OnArrival();
+}
+
+void TraceSession::OnUnknownSender() noexcept
+{
+    m_finder.Look();
 }
 
 void TraceSession::OnCloseAsked() noexcept
@@ -111,8 +117,8 @@ std::uint32_t TraceSession::SenderOf(std::uint32_t process)
     {
         return known->second;
     }
-    const std::uint32_t number = m_senders.Number(
-        process == 0 ? m_finder.Describe() : SenderFinder::DescribeProcess(process));
+    const std::uint32_t number =
+        m_senders.Number(process == 0 ? m_finder.Describe() : m_processNames.NameOf(process));
     m_processNumbers.emplace(process, number);
     return number;
 }

@@ -2,6 +2,7 @@
 
 #include "tools/trace/debug_lines.h"
 #include "tools/trace/debug_output_reader.h"
+#include "tools/trace/process_names.h"
 #include "tools/trace/sender_finder.h"
 #include "tools/trace/sender_names.h"
 #include "tools/trace/trace_receiver.h"
@@ -50,7 +51,7 @@ public:
         return m_debugLines.HasBegun();
     }
 
-    /// Whether the look at who sends, which began with the first arrival, is done.
+    /// Whether the look at who sends is done, which begins with an arrival that does not say so.
     bool KnowsSender() const noexcept
     {
         return m_finder.Wait(0);
@@ -107,6 +108,7 @@ public:
 
 private:
     void OnArrival() noexcept override;
+    void OnUnknownSender() noexcept override;
     void OnCloseAsked() noexcept override;
     void KeepLines(const std::vector<DebugLines::Line>& lines);
     bool Append(const TraceEntry& entry);
@@ -122,6 +124,7 @@ private:
     std::uint64_t m_forgotten = 0;
     std::uint64_t m_malformed = 0;
     std::uint64_t m_lost = 0;
+    ProcessNames m_processNames;
     SenderFinder m_finder;
     std::optional<TraceReceiver> m_receiver;          // its thread uses the others
     std::unique_ptr<DebugOutputReader> m_debugOutput; // last: its thread uses the receiver

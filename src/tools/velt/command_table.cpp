@@ -229,7 +229,7 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      kPingOptions, kPingExamples, false},
     {CommandId::registerComponent, "register", "", 0, 0, "register the component",
      "For the machine, or for the current user when the machine's classes cannot be\n"
-     "written.\n",
+     "written. Programs that run elevated do not see a user's registration.\n",
      kUserOption, kRegisterComponentExamples, false},
     {CommandId::unregisterComponent, "unregister", "", 0, 0, "take the registration back",
      "Removes the keys, values and type library that registration wrote, and nothing\n"

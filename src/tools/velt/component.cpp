@@ -103,8 +103,13 @@ private:
 
 HMODULE Load(const std::wstring& path)
 {
-    // What the library needs comes from its own folder or the system's, never from the current one.
-    const HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    // What the library needs comes from the system's folder alone, whatever lies beside it.
+    HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    if (!module && ::GetLastError() == ERROR_INVALID_PARAMETER)
+    {
+        // Windows 7 without an update does not know the flag: never from the current folder.
+        module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    }
     if (!module)
     {
         const CommandFailure failure = LastFailure(path);

@@ -3,6 +3,7 @@
 #include "server/registration.h"
 #include "tools/velt/commands.h"
 #include "tools/velt/component_registry.h"
+#include "tools/velt/registered_copy.h"
 
 namespace velt::tool
 {
@@ -33,8 +34,17 @@ ExitCode RunRegister(const CommandLine& line, CommandContext& context)
     {
         Require(component.Register(), L"DllRegisterServer");
     }
-    context.Results().Add("scope", NameOf(scope));
-    context.Results().Add("library", Utf8FromWide(component.Path()));
+    const bool elevatedSees = IsSeenByElevated(scope);
+    Report& results = context.Results();
+    results.Add("scope", NameOf(scope));
+    results.Add("library", Utf8FromWide(component.Path()));
+    results.Add("elevatedSees", elevatedSees);
+    if (!elevatedSees)
+    {
+        context.Message(
+            L"programs that run elevated do not see a user's registration; velt register "
+            L"by an administrator registers for the machine");
+    }
     return ExitCode::done;
 }
 

@@ -29,6 +29,13 @@ struct RegisteredCopy
     }
 };
 
+/// Whether programs that run elevated find what is registered in a scope: of them COM looks at the
+/// machine's classes only.
+constexpr bool IsSeenByElevated(RegistrationScope scope) noexcept
+{
+    return scope == RegistrationScope::machine;
+}
+
 /// Each kind of programs that the system runs, and each scope. Of several files the one at `own` is
 /// named when it is among them. Throws std::bad_alloc only.
 std::vector<RegisteredCopy> FindRegisteredCopies(const std::wstring& own);

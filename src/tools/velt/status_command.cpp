@@ -147,7 +147,13 @@ private:
                      copy.Name() + L": hides the machine's registration from programs that run "
                                    L"without elevation; velt unregister --user takes it back");
             }
-            else if (!copy.library && !machineHasOne)
+            else if (copy.library)
+            {
+                Find(Level::warning, "registration",
+                     copy.Name() + L": programs that run elevated do not see it; velt register by "
+                                   L"an administrator registers for the machine");
+            }
+            else if (!machineHasOne)
             {
                 LookAtMissing(copy);
             }
@@ -178,6 +184,7 @@ private:
             std::wstring(L"; register the copy that is to be used: velt register") +
             (copy.scope == RegistrationScope::user ? L" --user" : L"");
         const bool present = IsFile(*copy.library);
+        part.Add("elevatedSees", IsSeenByElevated(copy.scope));
         part.Add("present", present);
         if (!present)
         {

@@ -39,6 +39,13 @@ std::string Lower(std::string_view text)
     return lower;
 }
 
+/// What the system takes for the number of a port: a digit, or a superscript one of Latin-1.
+bool IsPortNumber(std::string_view text) noexcept
+{
+    return (text.size() == 1 && text[0] >= '0' && text[0] <= '9') || text == "\xC2\xB9" ||
+           text == "\xC2\xB2" || text == "\xC2\xB3";
+}
+
 /// Names that the system takes for devices, whatever their extension.
 bool IsDevice(std::string_view name)
 {
@@ -46,8 +53,8 @@ bool IsDevice(std::string_view name)
                                                           "nul", "conin$", "conout$"};
     std::string stem = Lower(name.substr(0, name.find('.')));
     stem.erase(stem.find_last_not_of(' ') + 1);
-    const bool port = stem.size() == 4 && (stem.starts_with("com") || stem.starts_with("lpt")) &&
-                      stem[3] >= '0' && stem[3] <= '9';
+    const bool port = (stem.starts_with("com") || stem.starts_with("lpt")) &&
+                      IsPortNumber(std::string_view(stem).substr(3));
     return port || std::find(kDevices.begin(), kDevices.end(), stem) != kDevices.end();
 }
 } // namespace

@@ -5,6 +5,7 @@
 #include "foundation/wide_text.h"
 #include "tests/support/component_library.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/known_libraries.h"
 #include "tests/support/message_module.h"
 #include "tests/support/missing_system_library.h"
 #include "tests/support/press_button.h"
@@ -15,8 +16,13 @@
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
 
+#include <tlhelp32.h>
+
 #include <catch.hpp>
 
+#include <algorithm>
+#include <iterator>
+#include <set>
 #include <string>
 
 using namespace velt::test;
@@ -58,6 +64,60 @@ std::vector<std::vector<std::wstring>> LibraryCommands(const TempFolder& folder)
             {L"--json", L"unregister"},
             {L"--json", L"safe", L"get", L"http://velt.example/", L"name"},
             {L"--json", L"script", folder.File(L"x.js")}};
+}
+
+/// The file names of the libraries in the system's folder.
+std::set<std::wstring> SystemLibraries()
+{
+    std::set<std::wstring> names;
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = ::FindFirstFileW(InSystemFolder(L"*.dll").c_str(), &found);
+    REQUIRE(search != INVALID_HANDLE_VALUE);
+    do
+    {
+        names.insert(LowerCase(found.cFileName));
+    } while (::FindNextFileW(search, &found));
+    ::FindClose(search);
+    return names;
+}
+
+/// The names of the libraries that a program's file has the system load at its start.
+std::set<std::wstring> ImportsOf(const std::wstring& path)
+{
+    const HMODULE module = ::LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+    REQUIRE(module);
+    // The lowest bits of the handle say how it is mapped.
+    const auto* const image =
+        reinterpret_cast<const char*>(reinterpret_cast<UINT_PTR>(module) & ~UINT_PTR{3});
+    const auto* const start = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
+    const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(image + start->e_lfanew);
+    const auto& table = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    std::set<std::wstring> names;
+    for (const auto* row =
+             reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(image + table.VirtualAddress);
+         row->Name != 0; ++row)
+    {
+        names.insert(LowerCase(velt::WideFromUtf8(image + row->Name)));
+    }
+    ::FreeLibrary(module);
+    return names;
+}
+
+/// The paths of what a process has loaded, in small letters.
+std::vector<std::wstring> ModulesOf(DWORD process)
+{
+    std::vector<std::wstring> paths;
+    const HANDLE modules = ::CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process);
+    REQUIRE(modules != INVALID_HANDLE_VALUE);
+    MODULEENTRY32W module{};
+    module.dwSize = sizeof(module);
+    for (BOOL more = ::Module32FirstW(modules, &module); more;
+         more = ::Module32NextW(modules, &module))
+    {
+        paths.push_back(LowerCase(module.szExePath));
+    }
+    ::CloseHandle(modules);
+    return paths;
 }
 
 bool Contains(const std::string& text, const std::string& part)
@@ -236,6 +296,8 @@ TEST_CASE("The programs: what their manifests tell the system", "[tools]")
         CHECK(Contains(manifest, "version=\"" VELT_VERSION_TEXT "\""));
         CHECK(Contains(manifest, "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}")); // Windows 10 and 11
         CHECK(Contains(manifest, ">true</longPathAware>"));
+        CHECK(Contains(manifest, ">true/pm</dpiAware>")); // before Windows 10 1607
+        CHECK(Contains(manifest, ">PerMonitorV2, PerMonitor</dpiAwareness>"));
         // The classes are the process's, whatever thread a script's event arrives on.
         const bool scripts = std::wstring(name) == L"velt.exe";
         CHECK(Contains(manifest, "name=\"VeltHTTPClient12OEM.Assembly\"") == scripts);
@@ -313,6 +375,127 @@ TEST_CASE("velt: libraries of the system come from the system's folder or not at
     INFO(velt::Utf8FromWide(library) + "\n" + result.output + result.messages);
     CHECK(result.exitCode == 3);
     CHECK(Contains(result.messages, "(0x8007007E)"));
+}
+
+TEST_CASE("The programs: what is loaded at their start cannot lie beside them", "[tools]")
+{
+    // Of the common controls there are several versions; the manifest asks for one, which comes
+    // from the system's assemblies.
+    const std::set<std::wstring> known(std::begin(kImportedLibraries),
+                                       std::end(kImportedLibraries));
+    for (const wchar_t* const name : {L"velt.exe", L"velt-trace.exe", L"VeltHTTPClient12OEM.dll"})
+    {
+        std::set<std::wstring> imports = ImportsOf(ShippedFile(name));
+        CHECK(imports.count(L"kernel32.dll") == 1);
+        if (std::wstring(name) == L"velt-trace.exe")
+        {
+            imports.erase(L"comctl32.dll");
+        }
+        for (const std::wstring& import : imports)
+        {
+            CAPTURE(velt::Utf8FromWide(name), velt::Utf8FromWide(import));
+            CHECK(known.count(import) == 1);
+        }
+    }
+    const std::set<std::wstring> here = KnownLibraries();
+    if (here.empty())
+    {
+        WARN("this system has no known libraries");
+        return;
+    }
+    for (const std::wstring& name : known)
+    {
+        CAPTURE(velt::Utf8FromWide(name));
+        CHECK(here.count(name) == 1);
+    }
+}
+
+TEST_CASE("velt: no library beside it is taken for one of the system's", "[tools]")
+{
+    const CopiedProgram program;
+    for (const wchar_t* const name :
+         {L"VeltHTTPClient12OEM.dll", L"VeltHTTPClient12OEM.Assembly.manifest"})
+    {
+        REQUIRE(::CopyFileW(ShippedFile(name).c_str(), program.Folder().File(name).c_str(), TRUE));
+    }
+    program.Folder().Write(L"x.js", "new ActiveXObject('VeltHTTPClient.VeltHTTPService12OEM');"
+                                    "new ActiveXObject('Scripting.FileSystemObject');"
+                                    "WScript.Echo('made');");
+    const std::vector<std::vector<std::wstring>> commands = {
+        {L"collection", L"x"},
+        {L"status"},
+        {L"ping", L"http://host.invalid/"},
+        {L"script", program.Folder().File(L"x.js")}};
+    std::vector<ProgramResult> before;
+    before.reserve(commands.size());
+    for (const auto& arguments : commands)
+    {
+        before.push_back(RunVelt(arguments, program.Path()));
+    }
+    CHECK(before[0].exitCode == 0);
+    CHECK(before[3].output == "made\n");
+
+    std::set<std::wstring> planted = SystemLibraries();
+    if (KnownLibraries().empty())
+    {
+        WARN("this system has no known libraries: what the program imports, and what the system's "
+             "own libraries load late, is looked for beside it");
+        for (const wchar_t* const name :
+             {L"advapi32", L"dhcpcsvc", L"dnsapi", L"iphlpapi", L"kernel32", L"kernelbase",
+              L"msvcrt", L"nsi", L"ntdll", L"sechost", L"ucrtbase"})
+        {
+            planted.erase(std::wstring(name) + L".dll");
+        }
+    }
+    for (const std::wstring& name : planted)
+    {
+        program.Folder().Write(name, "no library");
+    }
+    for (std::size_t i = 0; i < commands.size(); ++i)
+    {
+        const ProgramResult result = RunVelt(commands[i], program.Path());
+        CAPTURE(i, result.output, result.messages);
+        CHECK(result.exitCode == before[i].exitCode);
+        CHECK(result.output == before[i].output);
+        CHECK(result.messages == before[i].messages);
+    }
+}
+
+TEST_CASE("velt-trace: no library beside it is taken for one of the system's", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    const std::wstring program = folder.File(L"velt-trace.exe");
+    REQUIRE(::CopyFileW(ShippedFile(L"velt-trace.exe").c_str(), program.c_str(), FALSE));
+    folder.Write(L"t.txt", "one line\n");
+    // True ones, so that one that is loaded is seen. What else the program imports is known.
+    std::vector<std::wstring> planted{L"dwmapi.dll", L"propsys.dll"};
+    if (KnownLibraries().empty())
+    {
+        WARN("this system's common controls load UxTheme before the program's first instruction, "
+             "from wherever it lies");
+    }
+    else
+    {
+        planted.emplace_back(L"uxtheme.dll");
+    }
+    for (const std::wstring& name : planted)
+    {
+        REQUIRE(::CopyFileW(InSystemFolder(name).c_str(), folder.File(name).c_str(), FALSE));
+    }
+    ViewerProcess viewer(L"\"" + folder.File(L"t.txt") + L"\"", program);
+    viewer.AwaitFileWindow();
+    CHECK(viewer.AwaitRows(1));
+    const std::wstring own = LowerCase(folder.Path());
+    const std::vector<std::wstring> modules = ModulesOf(viewer.Id());
+    CHECK(std::count_if(modules.begin(), modules.end(), [&](const std::wstring& path) {
+              return path.ends_with(L"\\dwmapi.dll");
+          }) == 1);
+    for (const std::wstring& path : modules)
+    {
+        CAPTURE(velt::Utf8FromWide(path));
+        CHECK((!path.starts_with(own) || path == LowerCase(program)));
+    }
+    CHECK(viewer.Close() == 0);
 }
 
 TEST_CASE("velt: a library of the wrong kind fails with its own code", "[tools]")

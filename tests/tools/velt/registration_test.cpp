@@ -48,6 +48,10 @@ void CheckSame(const Classes& before)
     CheckSame(before.user, after.user);
 }
 
+constexpr const char* kUnseenByElevated =
+    "velt: programs that run elevated do not see a user's registration; velt register by an "
+    "administrator registers for the machine\n";
+
 /// velt register where it registers for the user.
 ProgramResult RegisterForUser(const std::vector<std::wstring>& arguments)
 {
@@ -77,6 +81,9 @@ TEST_CASE("velt unregister: the registry is as it was before register", "[tools]
     ProgramResult result = user ? RegisterForUser(with(L"register")) : RunVelt(with(L"register"));
     REQUIRE(result.exitCode == 0);
     CHECK(result.output.starts_with(user ? "scope: user\n" : "scope: machine\n"));
+    CHECK(result.output.find(user ? "\nelevatedSees: no\n" : "\nelevatedSees: yes\n") !=
+          std::string::npos);
+    CHECK(result.messages == (user ? kUnseenByElevated : ""));
     const std::wstring library = ShippedFile(L"VeltHTTPClient12OEM.dll");
     const HKEY root = user ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
     CheckSame(Merge(ExpectedClassKeys(library), ExpectedTypeLibraryKeys(library)),
@@ -217,6 +224,7 @@ TEST_CASE("velt register: without the right to the machine's classes, for the us
         const ProgramResult result = RegisterForUser({L"register"});
         CHECK(result.exitCode == 0);
         CHECK(result.output.starts_with("scope: user\n"));
+        CHECK(result.messages == kUnseenByElevated);
         CHECK_FALSE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses).empty());
         CHECK(RunVelt({L"unregister"}).exitCode == 0);
     }

@@ -102,6 +102,12 @@ TEST_CASE("velt status: what the component and its registration are", "[tools]")
     result = RunVelt({L"status", L"--json"});
     CHECK(Contains(result.output, "\"registeredForMachine\":null,\"registeredForUser\":\""));
     CHECK(Contains(result.output, "\"userHidesMachine\":false"));
+    CHECK(Contains(result.output, "\"elevatedSees\":false"));
+    CHECK_FALSE(Contains(result.output, "\"elevatedSees\":true"));
+    result = RunVelt({L"status"});
+    CHECK(Contains(result.output, "\nwarning  " + EditionName() +
+                                      ", user: programs that run elevated do not see it; velt "
+                                      "register by an administrator registers for the machine\n"));
     REQUIRE(RunVelt({L"unregister", L"--user"}).exitCode == 0);
 
     // The user's own, registered over the machine's, is what this user's programs get.
@@ -111,6 +117,7 @@ TEST_CASE("velt status: what the component and its registration are", "[tools]")
     CHECK(Contains(result.output, "userHidesMachine: no\n"));
     CHECK(Contains(result.output, "\nok       " + EditionName() + ", machine: "));
     CHECK(Contains(result.output, ": makes objects\n"));
+    CHECK_FALSE(Contains(result.output, "elevated"));
     REQUIRE(RunVelt({L"register", L"--user"}).exitCode == 0);
     result = RunVelt({L"status"});
     CHECK(result.exitCode == 0);

@@ -42,6 +42,12 @@ TEST_CASE("FileNameFromUrl: never leads out of its folder or to a device", "[too
         {"http://h/Com1 .x", "_Com1 .x"},
         {"http://h/lpt9", "_lpt9"},
         {"http://h/CONOUT$", "_CONOUT$"},
+        {"http://h/com%C2%B9", "_com\xC2\xB9"}, // superscript one, two and three count as digits
+        {"http://h/LPT%C2%B2.txt", "_LPT\xC2\xB2.txt"},
+        {"http://h/Com%C2%B3 .x", "_Com\xC2\xB3 .x"},
+        {"http://h/com%E2%81%B4", "com\xE2\x81\xB4"}, // superscript four does not
+        {"http://h/com%C2%B9%C2%B9", "com\xC2\xB9\xC2\xB9"},
+        {"http://h/com%C2%B4", "com\xC2\xB4"},
         {"http://h/COM", "COM"},
         {"http://h/conx", "conx"},
         {"http://h/name. .", "name"},
