@@ -4,6 +4,9 @@
 #include "foundation/win_critical_section.h"
 #include "tests/support/import_patch.h"
 
+#include <objbase.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -75,6 +78,7 @@ volatile LONG g_callCount = 0;
 volatile LONG g_injected = 0;
 volatile LONG g_isRunning = FALSE;
 volatile LONG g_liveBlocks = 0;
+volatile LONG g_missingClasses = 0;
 bool g_keepsCallers = false;
 std::array<LiveBlock, 4096> g_live;
 
@@ -320,6 +324,17 @@ void* __cdecl Realloc(void* block, std::size_t size) noexcept
     std::abort();
 }
 
+HRESULT WINAPI Create(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid,
+                      void** object) noexcept
+{
+    const HRESULT hr = ::CoCreateInstance(clsid, outer, context, iid, object);
+    if (hr == REGDB_E_CLASSNOTREG)
+    {
+        ::InterlockedIncrement(&g_missingClasses);
+    }
+    return hr;
+}
+
 BOOL WINAPI SetTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period, PTIMERAPCROUTINE routine,
                      void* argument, BOOL resume) noexcept
 {
@@ -373,6 +388,7 @@ void* ReplacementOf(std::string_view name) noexcept
            : name == "free"             ? address(&Free)
            : name == "abort"            ? address(&Abort)
            : name == "SetWaitableTimer" ? address(&SetTimer)
+           : name == "CoCreateInstance" ? address(&Create)
            : name == "FormatMessageW"   ? address(&Format)
            : name == "VirtualProtect"   ? address(&Protect)
            : name == "GetProcAddress"   ? address(&FindFunction)
@@ -542,6 +558,11 @@ std::size_t Injected() noexcept
 LONG LiveBlocks() noexcept
 {
     return g_liveBlocks;
+}
+
+LONG MissingClasses() noexcept
+{
+    return g_missingClasses;
 }
 
 void KeepCallers(bool keep) noexcept

@@ -58,6 +58,9 @@ std::size_t Injected() noexcept;
 /// Blocks that the modules have taken from the C++ run-time and not given back.
 LONG LiveBlocks() noexcept;
 
+/// How often the modules have asked for an object of a class that the system does not know.
+LONG MissingClasses() noexcept;
+
 /// Has the engine keep, and print, who called: for one run that is looked at.
 void KeepCallers(bool keep) noexcept;
 void PrintLiveBlocks();
