@@ -13,6 +13,7 @@
 #include <comdef.h>
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <utility>
 
@@ -48,16 +49,16 @@ public:
 
     void OnThreadEnd() noexcept override
     {
-        std::shared_ptr<velt::UniqueKernelObject> ended;
+        std::shared_ptr<Ending> ending;
         {
             const VeltAutoCriticalSection lock(&m_handleLock);
             CloseThread();
             m_hStopEvent.Reset();
-            ended = m_hWaitThreadEvent;
+            ending = m_ending;
         }
-        if (ended)
+        if (ending)
         {
-            ::SetEvent(ended->Get()); // from here on the object may be gone, but not the event
+            ending->Tell(); // from here on the object may be gone, but not the ending
         }
     }
 
@@ -66,12 +67,12 @@ public:
     /// or no thread, and std::bad_alloc.
     virtual HANDLE Start(Worker* parameter)
     {
-        auto ended = std::make_shared<velt::UniqueKernelObject>();
+        auto ending = std::make_shared<Ending>();
         const VeltAutoCriticalSection lock(&m_handleLock);
         m_parameter = parameter;
         m_hStopEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        ended->Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        m_hWaitThreadEvent = *ended ? std::move(ended) : nullptr;
+        ending->event.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        m_ending = std::move(ending);
         if (m_hStopEvent && !m_hThread)
         {
             m_hThread = BeginThread();
@@ -79,7 +80,7 @@ public:
         if (!m_hThread)
         {
             m_hStopEvent.Reset(); // idle again: there is nothing that stop could wait for
-            m_hWaitThreadEvent.reset();
+            m_ending.reset();
         }
         if (!m_hStopEvent || !m_hThread)
         {
@@ -112,13 +113,12 @@ public:
         {
             SignalStop();
         }
-        if (const auto ended = WaitThreadEvent();
-            ended && ::WaitForSingleObject(ended->Get(), kGraceMs) == WAIT_TIMEOUT)
+        if (const auto ending = CurrentEnding(); ending && !ending->Await(kGraceMs))
         {
             EndByForce();
         }
         const VeltAutoCriticalSection lock(&m_handleLock);
-        m_hWaitThreadEvent.reset();
+        m_ending.reset();
         m_hStopEvent.Reset();
         m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
     }
@@ -133,12 +133,12 @@ public:
         {
             return true;
         }
-        const auto ended = WaitThreadEvent();
-        if (IsWorker() || !ended || ::WaitForSingleObject(ended->Get(), waitMs) != WAIT_OBJECT_0)
+        const auto ending = CurrentEnding();
+        if (IsWorker() || !ending || !ending->Await(waitMs))
         {
             return false;
         }
-        ::SetEvent(ended->Get()); // the wait has reset it; stop needs it too
+        ending->Tell(); // the wait has reset the event; stop needs it too
         return true;
     }
 
@@ -187,6 +187,40 @@ private:
     static constexpr DWORD kGraceMs = 5000;
     static constexpr DWORD kTerminationMs = 1000;
 
+    /// By what the owner learns that the worker has left the object. Shared by both, because the
+    /// worker tells of it when the object may be going.
+    struct Ending
+    {
+        void Tell() noexcept
+        {
+            isOver = true;
+            if (event)
+            {
+                ::SetEvent(event.Get());
+            }
+        }
+
+        /// Whether it came within so many milliseconds. By design a thread goes without the event
+        /// when the system has none left, and gets no wait for one then; but its object must not
+        /// go before it, so it is asked for its end all the same.
+        bool Await(DWORD limitMs) const noexcept
+        {
+            if (event)
+            {
+                return ::WaitForSingleObject(event.Get(), limitMs) == WAIT_OBJECT_0;
+            }
+            const ULONGLONG start = ::GetTickCount64();
+            while (!isOver && ::GetTickCount64() - start < limitMs)
+            {
+                ::Sleep(1);
+            }
+            return isOver;
+        }
+
+        velt::UniqueKernelObject event; // auto-reset; null when there is none
+        std::atomic<bool> isOver = false;
+    };
+
     bool IsThreadSet()
     {
         const VeltAutoCriticalSection lock(&m_handleLock);
@@ -202,10 +236,10 @@ private:
         }
     }
 
-    std::shared_ptr<velt::UniqueKernelObject> WaitThreadEvent()
+    std::shared_ptr<Ending> CurrentEnding()
     {
         const VeltAutoCriticalSection lock(&m_handleLock);
-        return m_hWaitThreadEvent;
+        return m_ending;
     }
 
     void EndByForce()
@@ -234,8 +268,8 @@ private:
     VeltCriticalSection m_handleLock; // cheaper than the mutex for what the worker polls
 
     // guarded by m_handleLock, as is the thread's handle
-    velt::UniqueKernelObject m_hStopEvent;                        // auto-reset
-    std::shared_ptr<velt::UniqueKernelObject> m_hWaitThreadEvent; // auto-reset; null for none
+    velt::UniqueKernelObject m_hStopEvent; // auto-reset
+    std::shared_ptr<Ending> m_ending;      // null when idle
     Worker* m_parameter = nullptr;
 };
 } // namespace ONLINE_THREADS

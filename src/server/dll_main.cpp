@@ -35,6 +35,10 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* reserved)
     {
         return velt::HasExceptionState() && g_module.Initialise(instance) ? TRUE : FALSE;
     }
+    if (reason == DLL_THREAD_DETACH)
+    {
+        velt::EndExceptionStateOfThread();
+    }
     if (reason == DLL_PROCESS_DETACH && reserved)
     {
         g_module.OnProcessEnd(); // the tear-down itself is the module's destructor

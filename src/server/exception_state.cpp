@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -43,6 +45,19 @@ struct alignas(std::max_align_t) Copy
     Copy* previous;
 };
 
+/// A copy for a thread that finds no memory, or no place at its thread-local index, for one of its
+/// own: what is thrown then is mostly that there is no memory. Held from then on until the thread
+/// ends.
+struct Spare
+{
+    static constexpr std::size_t kMostBytes = 64; // of a variable; the run-time's have 16
+
+    std::atomic<DWORD> thread = 0; // 0 for none
+    Copy copy{};
+    std::array<std::byte, kMostBytes> bytes{};
+};
+static_assert(offsetof(Spare, bytes) == offsetof(Spare, copy) + sizeof(Copy));
+
 /// The copies of all threads.
 class ExceptionState
 {
@@ -78,8 +93,8 @@ public:
         return m_index != TLS_OUT_OF_INDEXES;
     }
 
-    /// The calling thread's copy. Ends the process when it cannot be made, because this is asked
-    /// for while an exception is thrown.
+    /// The calling thread's copy. Ends the process when there is not even a spare one, because this
+    /// is asked for while an exception is thrown.
     void* Find(const EmulatedVariable& variable) noexcept
     {
         const DWORD lastError = ::GetLastError();
@@ -91,10 +106,28 @@ public:
         }
         if (!copy)
         {
+            copy = FindSpare(variable);
+        }
+        if (!copy)
+        {
             copy = Make(variable, ofThread);
         }
         ::SetLastError(lastError);
         return copy + 1;
+    }
+
+    /// Gives back the spare copies of the calling thread, which ends.
+    void EndSpares() noexcept
+    {
+        const DWORD thread = ::GetCurrentThreadId();
+        for (Spare& spare : m_spares)
+        {
+            DWORD expected = thread;
+            if (m_takenSpares > 0 && spare.thread.compare_exchange_strong(expected, 0))
+            {
+                --m_takenSpares;
+            }
+        }
     }
 
 private:
@@ -103,7 +136,8 @@ private:
         auto* const copy = static_cast<Copy*>(std::calloc(1, sizeof(Copy) + variable.sizeBytes));
         if (!copy || !::TlsSetValue(m_index, copy))
         {
-            std::abort();
+            std::free(copy);
+            return TakeSpare(variable);
         }
         if (variable.initialBytes)
         {
@@ -122,6 +156,48 @@ private:
         return copy;
     }
 
+    /// The calling thread's spare copy; null when it has none.
+    Copy* FindSpare(const EmulatedVariable& variable) noexcept
+    {
+        if (m_takenSpares == 0)
+        {
+            return nullptr;
+        }
+        const DWORD thread = ::GetCurrentThreadId();
+        for (Spare& spare : m_spares)
+        {
+            if (spare.thread == thread && spare.copy.variable == &variable)
+            {
+                return &spare.copy;
+            }
+        }
+        return nullptr;
+    }
+
+    Copy* TakeSpare(const EmulatedVariable& variable) noexcept
+    {
+        if (variable.sizeBytes <= Spare::kMostBytes)
+        {
+            const DWORD thread = ::GetCurrentThreadId();
+            for (Spare& spare : m_spares)
+            {
+                DWORD expected = 0;
+                if (spare.thread.compare_exchange_strong(expected, thread))
+                {
+                    ++m_takenSpares;
+                    spare.copy.variable = &variable;
+                    spare.bytes.fill(std::byte{0});
+                    if (variable.initialBytes)
+                    {
+                        std::memcpy(&spare.copy + 1, variable.initialBytes, variable.sizeBytes);
+                    }
+                    return &spare.copy;
+                }
+            }
+        }
+        std::abort(); // as many threads as that have found no memory, and live
+    }
+
     void Free(Copy* copy) noexcept
     {
         ::AcquireSRWLockExclusive(&m_lock);
@@ -136,8 +212,14 @@ private:
 
     static void EndThread(void* value);
 
+    static constexpr std::size_t kSpares = 32;
+
     // constant after construction
     DWORD m_index;
+
+    // each belongs to the thread that has taken it
+    std::array<Spare, kSpares> m_spares{};
+    std::atomic<int> m_takenSpares = 0; // how many are taken
 
     // guarded by m_lock
     SRWLOCK m_lock = SRWLOCK_INIT;
@@ -169,5 +251,10 @@ namespace velt
 bool HasExceptionState() noexcept
 {
     return g_exceptionState.IsValid();
+}
+
+void EndExceptionStateOfThread() noexcept
+{
+    g_exceptionState.EndSpares();
 }
 } // namespace velt

@@ -1,10 +1,12 @@
 #include "ui/halden_style_button.h"
 
+#include "foundation/exception_to_hresult.h"
 #include "ui/button_painter.h"
 #include "ui/drawing_scopes.h"
 
 #include <commctrl.h>
 
+#include <exception>
 #include <utility>
 
 namespace
@@ -216,7 +218,14 @@ void CHaldenStyleButton::OnMouseMove(LPARAM point) noexcept
         leave.cbSize = sizeof(leave);
         leave.dwFlags = TME_LEAVE;
         leave.hwndTrack = window;
-        ::_TrackMouseEvent(&leave);
+        try
+        {
+            ::_TrackMouseEvent(&leave);
+        }
+        catch (const std::exception&) // loaded late
+        {
+            velt::TraceCurrentException(); // it stays hot, as where the system cannot follow
+        }
     }
 }
 

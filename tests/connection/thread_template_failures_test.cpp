@@ -35,9 +35,10 @@ using TerminatePatch = ImportPatch<"TerminateThread", decltype(::TerminateThread
 class NoThreads
 {
 public:
-    NoThreads() : m_slot(ImportSlot("msvcrt.dll", "_beginthreadex")), m_original(*m_slot)
+    NoThreads()
+        : m_slot(ImportSlot("msvcrt.dll", "_beginthreadex")),
+          m_original(ExchangeSlot(m_slot, reinterpret_cast<void*>(&NoThreads::Refuse)))
     {
-        Write(reinterpret_cast<void*>(&NoThreads::Refuse));
     }
 
     NoThreads(const NoThreads&) = delete;
@@ -45,7 +46,7 @@ public:
 
     ~NoThreads()
     {
-        Write(m_original);
+        ExchangeSlot(m_slot, m_original);
     }
 
 private:
@@ -53,14 +54,6 @@ private:
                                          unsigned, unsigned*)
     {
         return 0;
-    }
-
-    void Write(void* function) noexcept
-    {
-        DWORD protection = 0;
-        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
-        *m_slot = function;
-        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
     }
 
     void** m_slot;
@@ -226,6 +219,37 @@ TEST_CASE("thread_template: without a wait event stop does not wait", "[connecti
     CHECK(grace.waits == 0);
     worker.ended.Wait(); // before the object goes
     ::Sleep(50);         // and past its last act
+}
+
+TEST_CASE("thread_template: without a wait event the object does not go before its worker",
+          "[connection]")
+{
+    std::atomic<bool> isEntered = false;
+    std::atomic<bool> isLeft = false;
+    {
+        using ClosePatch = ImportPatch<"CloseHandle", decltype(::CloseHandle)>;
+        Worker worker;
+        LONG calls = 0;
+        const EventPatch events("kernel32.dll", [&](auto... arguments) -> HANDLE {
+            return ++calls == 2 ? nullptr : EventPatch::Original(arguments...);
+        });
+        CHECK(CodeOfStart(worker) == std::nullopt);
+        // The worker closes its handle in its last act on the object.
+        const DWORD owner = ::GetCurrentThreadId();
+        const ClosePatch close("kernel32.dll", [&](HANDLE handle) {
+            if (::GetCurrentThreadId() != owner && !isEntered.exchange(true))
+            {
+                ::Sleep(100); // time for an owner that does not wait
+                isLeft = true;
+            }
+            return ClosePatch::Original(handle);
+        });
+        worker.isDone = true;
+        worker.stop();
+        CHECK(isEntered);
+        CHECK(isLeft);
+        worker.ended.Wait();
+    }
 }
 
 TEST_CASE("thread_template: a worker stopped in time never sees TerminateThread", "[connection]")

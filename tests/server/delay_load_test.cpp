@@ -6,15 +6,19 @@
 #include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
 #include "tests/support/component_library.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/message_module.h"
 #include "tests/support/missing_system_library.h"
 #include "tests/support/temp_folder.h"
+#include "tests/ui/eula_files.h"
+#include "ui/resources/resource_ids.h"
 
 #include <provider_lib.h>
 
 #include <comutil.h>
 
 #include <array>
+#include <string_view>
 
 #include <catch.hpp>
 
@@ -146,4 +150,52 @@ TEST_CASE("The library: what is wrong with a library of the system is the member
     const Host host(L"wininet.dll");
     CHECK(host.Run(L"late loading: a system's library that is no library is a failure too") == 0);
     CHECK(host.Run(L"late loading: a function that the system's library lacks is a failure") == 0);
+}
+
+namespace
+{
+/// Moves the mouse over the dialog's OK button and presses it. A timer of the dialog's own thread.
+void CALLBACK MoveAndPress(HWND, UINT, UINT_PTR, DWORD) noexcept
+{
+    const auto press = [](HWND window, LPARAM) WINAPI -> BOOL {
+        const HWND ok = ::GetDlgItem(window, VELT_EULA_OK);
+        if (ok && ::IsWindowVisible(window))
+        {
+            ::SendMessageW(ok, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
+            ::PostMessageW(window, WM_COMMAND, IDOK, reinterpret_cast<LPARAM>(ok));
+        }
+        return TRUE;
+    };
+    ::EnumThreadWindows(::GetCurrentThreadId(), press, 0);
+}
+} // namespace
+
+TEST_CASE("late loading: a button whose mouse cannot be followed works", "[server]")
+{
+    const velt::test::ComApartment apartment;
+    const ComponentLibrary library;
+    using FindPatch = velt::test::ImportPatch<"GetProcAddress", decltype(::GetProcAddress)>;
+    bool isAsked = false;
+    const FindPatch find(
+        "kernel32.dll",
+        [&](HMODULE module, const char* name) -> FARPROC {
+            if (!IS_INTRESOURCE(name) && std::string_view(name) == "_TrackMouseEvent")
+            {
+                isAsked = true;
+                ::SetLastError(ERROR_PROC_NOT_FOUND);
+                return nullptr;
+            }
+            return FindPatch::Original(module, name);
+        },
+        library.Module());
+    const TempFolder folder(L"followed");
+    folder.Write(L"agreement.rtf", velt::test::kSmallAgreement);
+    const _bstr_t agreement(folder.File(L"agreement.rtf").c_str());
+    const auto dialog = library.Create<IVeltEulaDlg>(CLSID_CVeltEulaDlg);
+    const UINT_PTR timer = ::SetTimer(nullptr, 0, 20, &MoveAndPress);
+    VARIANT_BOOL accepted = 0x5555;
+    CHECK(dialog->LaunchEula(agreement, nullptr, &accepted) == S_OK);
+    ::KillTimer(nullptr, timer);
+    CHECK(isAsked);
+    CHECK(accepted == VARIANT_FALSE);
 }

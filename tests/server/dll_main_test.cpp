@@ -4,6 +4,7 @@
 #include "tests/server/poison.h"
 #include "tests/support/component_library.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/test_thread.h"
 #include "tests/support/thread_group.h"
 
 #include <provider_lib.h>
@@ -31,11 +32,14 @@ class NoMemory
 {
 public:
     explicit NoMemory(HMODULE library, std::size_t size = 0)
-        : m_slot(velt::test::ImportSlot("msvcrt.dll", "malloc", library))
+        : m_malloc(velt::test::ImportSlot("msvcrt.dll", "malloc", library)),
+          m_calloc(velt::test::ImportSlot("msvcrt.dll", "calloc", library))
     {
         s_size = size;
-        s_original = reinterpret_cast<decltype(s_original)>(Exchange(
-            reinterpret_cast<void*>(static_cast<decltype(s_original)>(&NoMemory::Allocate))));
+        s_original = reinterpret_cast<Malloc>(velt::test::ExchangeSlot(
+            m_malloc, reinterpret_cast<void*>(static_cast<Malloc>(&NoMemory::Allocate))));
+        s_originalCalloc = reinterpret_cast<Calloc>(velt::test::ExchangeSlot(
+            m_calloc, reinterpret_cast<void*>(static_cast<Calloc>(&NoMemory::AllocateZeros))));
     }
 
     NoMemory(const NoMemory&) = delete;
@@ -43,28 +47,30 @@ public:
 
     ~NoMemory()
     {
-        Exchange(reinterpret_cast<void*>(s_original));
+        velt::test::ExchangeSlot(m_malloc, reinterpret_cast<void*>(s_original));
+        velt::test::ExchangeSlot(m_calloc, reinterpret_cast<void*>(s_originalCalloc));
     }
 
 private:
+    using Malloc = void*(__cdecl*)(std::size_t);
+    using Calloc = void*(__cdecl*)(std::size_t, std::size_t);
+
     static void* __cdecl Allocate(std::size_t size)
     {
         return s_size == 0 || s_size == size ? nullptr : s_original(size);
     }
 
-    void* Exchange(void* function) noexcept
+    static void* __cdecl AllocateZeros(std::size_t count, std::size_t size)
     {
-        DWORD protection = 0;
-        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
-        void* const before = std::exchange(*m_slot, function);
-        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
-        return before;
+        return s_size == 0 ? nullptr : s_originalCalloc(count, size);
     }
 
     inline static std::size_t s_size = 0;
-    inline static void*(__cdecl* s_original)(std::size_t) = nullptr;
+    inline static Malloc s_original = nullptr;
+    inline static Calloc s_originalCalloc = nullptr;
 
-    void** m_slot;
+    void** m_malloc;
+    void** m_calloc;
 };
 
 /// One of the library's classes, and whether this library can make it.
@@ -310,6 +316,31 @@ TEST_CASE("The library: it cannot unregister itself", "[server]")
     const ComponentLibrary library;
     CHECK(::GetProcAddress(library.Module(), "DllUnregisterServer") == nullptr);
     CHECK(::GetProcAddress(library.Module(), "DllMain") == nullptr);
+}
+
+TEST_CASE("The library: a thread's first exception needs no memory, and no place for its state",
+          "[server]")
+{
+    const ComponentLibrary library;
+    const bool hasPlace = GENERATE(true, false);
+    constexpr int kThreads = 100; // more than could throw without memory at a time
+    for (int thread = 0; thread < kThreads; ++thread)
+    {
+        const HRESULT result = velt::test::OnOtherThread([&] {
+            const auto collection = library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol);
+            const velt::test::ImportPatch<"TlsSetValue", decltype(::TlsSetValue)> place(
+                "kernel32.dll",
+                [&](DWORD index, void* value) {
+                    return hasPlace ? ::TlsSetValue(index, value) : FALSE;
+                },
+                library.Module());
+            const NoMemory noMemory(library.Module());
+            const VARIANT value{};
+            const HRESULT first = collection->Add(value);
+            return first == E_OUTOFMEMORY ? collection->Add(value) : first;
+        });
+        REQUIRE(result == E_OUTOFMEMORY);
+    }
 }
 
 TEST_CASE("DllMain: without a thread-local index the library cannot be loaded", "[server]")

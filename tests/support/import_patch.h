@@ -17,9 +17,10 @@
 
 namespace velt::test
 {
-/// The place in a module's import table where the address of a function stands; null is this
-/// program. Throws std::runtime_error when the module does not import it by that name.
-inline void** ImportSlot(const char* dll, const char* function, HMODULE module = nullptr)
+/// Calls `each(dll, function, slot)` for everything that a module imports by name: the slot is the
+/// place where the address stands. Null is this program. Ends early once `each` has returned true.
+template <class Each>
+void ForEachImport(HMODULE module, Each&& each)
 {
     auto* const image = reinterpret_cast<std::byte*>(module ? module : ::GetModuleHandleW(nullptr));
     const auto at = [image](ULONGLONG offset) { return image + offset; };
@@ -32,10 +33,7 @@ inline void** ImportSlot(const char* dll, const char* function, HMODULE module =
              reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(at(directory.VirtualAddress));
          library->Name != 0; ++library)
     {
-        if (::lstrcmpiA(reinterpret_cast<const char*>(at(library->Name)), dll) != 0)
-        {
-            continue;
-        }
+        const auto* const dll = reinterpret_cast<const char*>(at(library->Name));
         const auto* name =
             reinterpret_cast<const IMAGE_THUNK_DATA*>(at(library->OriginalFirstThunk));
         auto* address = reinterpret_cast<IMAGE_THUNK_DATA*>(at(library->FirstThunk));
@@ -47,13 +45,40 @@ inline void** ImportSlot(const char* dll, const char* function, HMODULE module =
             }
             const auto* const import =
                 reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(at(name->u1.AddressOfData));
-            if (std::strcmp(reinterpret_cast<const char*>(import->Name), function) == 0)
+            if (each(dll, reinterpret_cast<const char*>(import->Name),
+                     reinterpret_cast<void**>(&address->u1.Function)))
             {
-                return reinterpret_cast<void**>(&address->u1.Function);
+                return;
             }
         }
     }
-    throw std::runtime_error(std::string("not imported: ") + dll + " " + function);
+}
+
+/// The place in a module's import table where the address of a function stands; null is this
+/// program. Throws std::runtime_error when the module does not import it by that name.
+inline void** ImportSlot(const char* dll, const char* function, HMODULE module = nullptr)
+{
+    void** found = nullptr;
+    ForEachImport(module, [&](const char* library, const char* name, void** slot) {
+        const bool isIt = ::lstrcmpiA(library, dll) == 0 && std::strcmp(name, function) == 0;
+        found = isIt ? slot : nullptr;
+        return isIt;
+    });
+    if (!found)
+    {
+        throw std::runtime_error(std::string("not imported: ") + dll + " " + function);
+    }
+    return found;
+}
+
+/// Puts an address into such a place and returns the one that stood there.
+inline void* ExchangeSlot(void** slot, void* function) noexcept
+{
+    DWORD protection = 0;
+    ::VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
+    void* const before = std::exchange(*slot, function);
+    ::VirtualProtect(slot, sizeof(*slot), protection, &protection);
+    return before;
 }
 
 /// A function's name as an argument of a template.
@@ -93,7 +118,7 @@ public:
         }
         s_current = this;
         s_original = reinterpret_cast<Function>(*m_slot);
-        Write(reinterpret_cast<void*>(&ImportPatch::Call));
+        ExchangeSlot(m_slot, reinterpret_cast<void*>(&ImportPatch::Call));
     }
 
     ImportPatch(const ImportPatch&) = delete;
@@ -101,7 +126,7 @@ public:
 
     ~ImportPatch()
     {
-        Write(reinterpret_cast<void*>(s_original));
+        ExchangeSlot(m_slot, reinterpret_cast<void*>(s_original));
         s_current = nullptr;
     }
 
@@ -122,14 +147,6 @@ private:
     {
         ::InterlockedIncrement(&s_current->m_calls);
         return s_current->m_body(arguments...);
-    }
-
-    void Write(void* function) noexcept
-    {
-        DWORD protection = 0;
-        ::VirtualProtect(m_slot, sizeof(*m_slot), PAGE_READWRITE, &protection);
-        *m_slot = function;
-        ::VirtualProtect(m_slot, sizeof(*m_slot), protection, &protection);
     }
 
     inline static ImportPatch* s_current = nullptr;
