@@ -54,7 +54,7 @@ public:
             const VeltAutoCriticalSection lock(&m_handleLock);
             CloseThread();
             m_hStopEvent.Reset();
-            ending = m_ending;
+            ending = m_hWaitThreadEvent;
         }
         if (ending)
         {
@@ -72,7 +72,7 @@ public:
         m_parameter = parameter;
         m_hStopEvent.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
         ending->event.Reset(::CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        m_ending = std::move(ending);
+        m_hWaitThreadEvent = std::move(ending);
         if (m_hStopEvent && !m_hThread)
         {
             m_hThread = BeginThread();
@@ -80,7 +80,7 @@ public:
         if (!m_hThread)
         {
             m_hStopEvent.Reset(); // idle again: there is nothing that stop could wait for
-            m_ending.reset();
+            m_hWaitThreadEvent.reset();
         }
         if (!m_hStopEvent || !m_hThread)
         {
@@ -113,12 +113,12 @@ public:
         {
             SignalStop();
         }
-        if (const auto ending = CurrentEnding(); ending && !ending->Await(kGraceMs))
+        if (const auto ending = WaitThreadEvent(); ending && !ending->Await(kGraceMs))
         {
             EndByForce();
         }
         const VeltAutoCriticalSection lock(&m_handleLock);
-        m_ending.reset();
+        m_hWaitThreadEvent.reset();
         m_hStopEvent.Reset();
         m_hThread = nullptr; // by design not closed: a thread that has ended has closed it itself
     }
@@ -133,7 +133,7 @@ public:
         {
             return true;
         }
-        const auto ending = CurrentEnding();
+        const auto ending = WaitThreadEvent();
         if (IsWorker() || !ending || !ending->Await(waitMs))
         {
             return false;
@@ -236,10 +236,10 @@ private:
         }
     }
 
-    std::shared_ptr<Ending> CurrentEnding()
+    std::shared_ptr<Ending> WaitThreadEvent()
     {
         const VeltAutoCriticalSection lock(&m_handleLock);
-        return m_ending;
+        return m_hWaitThreadEvent;
     }
 
     void EndByForce()
@@ -268,8 +268,8 @@ private:
     VeltCriticalSection m_handleLock; // cheaper than the mutex for what the worker polls
 
     // guarded by m_handleLock, as is the thread's handle
-    velt::UniqueKernelObject m_hStopEvent; // auto-reset
-    std::shared_ptr<Ending> m_ending;      // null when idle
+    velt::UniqueKernelObject m_hStopEvent;      // auto-reset
+    std::shared_ptr<Ending> m_hWaitThreadEvent; // null when idle
     Worker* m_parameter = nullptr;
 };
 } // namespace ONLINE_THREADS
