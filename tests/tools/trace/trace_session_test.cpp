@@ -5,6 +5,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/viewer_process.h"
+#include "tests/tools/trace/no_receiver_events.h"
 
 #include <tlhelp32.h>
 
@@ -18,13 +19,6 @@ using namespace velt::test;
 
 namespace
 {
-class NoEvents final : public velt::TraceReceiverEvents
-{
-public:
-    void OnArrival() noexcept override {}
-    void OnCloseAsked() noexcept override {}
-};
-
 /// What a session looks up of other processes, by process id.
 class Looks
 {
@@ -88,7 +82,7 @@ std::string ProcessOf(const velt::TraceSession& session, std::size_t entry)
 TEST_CASE("TraceSession: a sender that says who it is is opened once, and nobody is looked for",
           "[tools]")
 {
-    NoEvents events;
+    NoReceiverEvents events;
     velt::TraceSession session(events);
     const Looks looks;
     const HWND own = ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
@@ -110,7 +104,7 @@ TEST_CASE("TraceSession: a sender that says who it is is opened once, and nobody
 
 TEST_CASE("TraceSession: for a sender that does not, each process is looked into once", "[tools]")
 {
-    NoEvents events;
+    NoReceiverEvents events;
     velt::TraceSession session(events);
     const Looks looks;
     Send(session, nullptr);

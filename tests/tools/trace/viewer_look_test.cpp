@@ -5,6 +5,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
 #include "tests/support/viewer_process.h"
+#include "tests/tools/trace/no_receiver_events.h"
 #include "tests/tools/trace/viewer_input.h"
 #include "tools/trace/record_list.h"
 #include "tools/trace/window_look.h"
@@ -199,13 +200,6 @@ void CheckNothingIsCut(HWND window, HFONT font)
         CHECK((text.empty() || there.cx >= needed.cx));
     }
 }
-
-class NoEvents final : public velt::TraceReceiverEvents
-{
-public:
-    void OnArrival() noexcept override {}
-    void OnCloseAsked() noexcept override {}
-};
 } // namespace
 
 TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
@@ -392,7 +386,7 @@ TEST_CASE("Viewer: with high contrast its colours are the system's, also in the 
 
     const HWND parent =
         ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
-    NoEvents events;
+    NoReceiverEvents events;
     velt::TraceSession session(events, {}, velt::TraceSession::Kind::files);
     velt::TraceView view(session.Store());
     const velt::TraceMarks marks;
