@@ -364,6 +364,7 @@ std::optional<LRESULT> MainWindow::OnToolbarDraw(LPARAM notification) const noex
 void MainWindow::OnTick()
 {
     ::KillTimer(m_window, kRefreshTimer);
+    m_refreshMs.reset();
     if (!m_session.KnowsSender() && ++m_ticksWithoutSender < kTicksForSender)
     {
         RefreshIn(kArrivalMs);
@@ -391,6 +392,8 @@ bool MainWindow::FilterSome()
     const std::uint64_t hidden = m_pausedAt ? end - std::min(*m_pausedAt, end) : 0;
     const std::uint64_t waiting = m_view.Waiting();
     std::uint64_t left = waiting - std::min(waiting, hidden);
+    // The first screen of a new filter comes before anything else is looked at.
+    const std::size_t screen = m_view.Size() == 0 ? m_list.RowsOnScreen() : 0;
     const DWORD startMs = ::GetTickCount();
     do
     {
@@ -398,10 +401,17 @@ bool MainWindow::FilterSome()
         m_view.Advance(static_cast<std::size_t>(slice));
         left -= slice;
         // A key waits for one slice at most, and what is there is shown soon.
-    } while (left > 0 && ::GetTickCount() - startMs < kTickMs &&
-             HIWORD(::GetQueueStatus(QS_INPUT)) == 0);
-    m_list.Update(m_following);
-    return m_view.Waiting() > hidden;
+    } while (left > 0 && (screen == 0 || m_view.Size() < screen) &&
+             ::GetTickCount() - startMs < kTickMs && HIWORD(::GetQueueStatus(QS_INPUT)) == 0);
+    const bool more = m_view.Waiting() > hidden;
+    // To the newest only when all are there: until then each look would paint another screen.
+    m_list.Update(m_following && !more);
+    if (m_following && m_filtering && !more)
+    {
+        SetFollowing(true);
+    }
+    m_filtering = more;
+    return more;
 }
 
 void MainWindow::OnSelection()
@@ -439,7 +449,11 @@ void MainWindow::Remember()
 
 void MainWindow::RefreshIn(UINT periodMs) noexcept
 {
-    ::SetTimer(m_window, kRefreshTimer, periodMs, nullptr);
+    if (!m_refreshMs || periodMs < *m_refreshMs) // what comes sooner is not put off
+    {
+        m_refreshMs = periodMs;
+        ::SetTimer(m_window, kRefreshTimer, periodMs, nullptr);
+    }
 }
 
 void MainWindow::ApplyLook()

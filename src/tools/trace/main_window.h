@@ -114,6 +114,8 @@ private:
     RulesDialog m_rulesDialog;
     CallsDialog m_callsDialog;
     bool m_following = true;
+    bool m_filtering = false;                // not all rows of the filter are there yet
+    std::optional<UINT> m_refreshMs;         // of the timer that runs
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
     std::string m_selectionText;                // what was last said about it...

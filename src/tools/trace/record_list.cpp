@@ -197,6 +197,11 @@ void RecordList::SelectAll() noexcept
     ListView_SetItemState(m_window, -1, LVIS_SELECTED, LVIS_SELECTED);
 }
 
+std::size_t RecordList::RowsOnScreen() const noexcept
+{
+    return static_cast<std::size_t>(ListView_GetCountPerPage(m_window)) + 1; // the last one in part
+}
+
 std::optional<std::size_t> RecordList::FocusedRow() const noexcept
 {
     const int row = ListView_GetNextItem(m_window, -1, LVNI_FOCUSED);

@@ -49,6 +49,9 @@ public:
     /// Shows the marks that are there now.
     void ShowMarks() noexcept;
 
+    /// How many rows the window has room for.
+    std::size_t RowsOnScreen() const noexcept;
+
     /// The row with the focus.
     std::optional<std::size_t> FocusedRow() const noexcept;
 

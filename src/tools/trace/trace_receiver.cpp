@@ -51,6 +51,8 @@ DWORD WINAPI TraceReceiver::ThreadEntry(void* self) noexcept
 
 void TraceReceiver::Run() noexcept
 {
+    // Senders wait for this thread, and it only copies: it comes before painting and filtering.
+    ::SetThreadPriority(::GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
     m_error = MakeWindow();
     const bool made = m_error == ERROR_SUCCESS;
     ::SetEvent(m_ready.Get());

@@ -49,7 +49,7 @@ public:
     /// Sequence number of the record in a row below Size(). Trim first when the store has changed.
     std::uint64_t SequenceAt(std::size_t row) const noexcept
     {
-        return m_acceptsAll ? m_begin + row : m_rows[row];
+        return m_acceptsAll ? m_begin + row : m_base + m_rows[row];
     }
 
     /// The row of a record; none when the filter, or the store, does not have it.
@@ -63,6 +63,7 @@ public:
 
 private:
     void LeaveOutDropped() noexcept;
+    std::vector<std::uint32_t>::const_iterator FirstRowFrom(std::uint64_t sequence) const noexcept;
 
     const TraceStore& m_store;
     const SenderNames* m_names;
@@ -70,7 +71,8 @@ private:
     bool m_acceptsAll = true;
     std::uint64_t m_begin;             // records from here...
     std::uint64_t m_end;               // ...up to here have been looked at
-    std::vector<std::uint64_t> m_rows; // sequence numbers; unused when all records pass
+    std::uint64_t m_base = 0;          // what the rows are counted from
+    std::vector<std::uint32_t> m_rows; // sequence numbers beyond it; unused when all records pass
     std::size_t m_gone = 0;            // rows that have gone since Trim told
 };
 } // namespace velt
