@@ -5,13 +5,13 @@
 #include "tools/trace/resource_ids.h"
 #include "tools/trace/row_saver.h"
 #include "tools/trace/trace_export.h"
-#include "tools/trace/wait_cursor.h"
 
 #include <commctrl.h>
 
 #include <array>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 namespace velt
 {
@@ -96,10 +96,18 @@ void CallsDialog::OnNotify(LPARAM notification)
 
 void CallsDialog::Collect()
 {
-    const WaitCursor wait;
-    m_content = m_collect();
-    ::SetWindowTextW(Item(VELT_ID_CALLS_ABOUT), WideFromUtf8(m_content.about).c_str());
-    SortBy(static_cast<int>(m_order));
+    ::SetWindowTextW(Item(VELT_ID_CALLS_ABOUT), L"adding up...");
+    m_collect();
+}
+
+void CallsDialog::SetContent(Content content)
+{
+    if (Window())
+    {
+        m_content = std::move(content);
+        ::SetWindowTextW(Item(VELT_ID_CALLS_ABOUT), WideFromUtf8(m_content.about).c_str());
+        SortBy(static_cast<int>(m_order));
+    }
 }
 
 void CallsDialog::SortBy(int column)

@@ -23,16 +23,20 @@ public:
         std::vector<CallTimes> times;
     };
 
-    /// `collect` is asked for the content, `go` told which record somebody wants to see.
-    CallsDialog(std::function<Content()> collect, std::function<void(std::uint64_t)> go)
+    /// `collect` is asked to have SetContent called, soon or at once; `go` is told which record
+    /// somebody wants to see.
+    CallsDialog(std::function<void()> collect, std::function<void(std::uint64_t)> go)
         : ListDialog(VELT_CALLS_DIALOG, VELT_ID_CALLS),
           m_collect(std::move(collect)),
           m_go(std::move(go))
     {
     }
 
-    /// Shows it with what there is now. Throws SystemException::Win32 and std::bad_alloc.
+    /// Shows it and asks for its content. Throws SystemException::Win32 and std::bad_alloc.
     void Show(HWND owner);
+
+    /// Shows these; nothing happens when the window is closed. Throws std::bad_alloc.
+    void SetContent(Content content);
 
 private:
     void Build() override;
@@ -46,7 +50,7 @@ private:
     void Go();
     void Save();
 
-    std::function<Content()> m_collect;
+    std::function<void()> m_collect;
     std::function<void(std::uint64_t)> m_go;
     Content m_content;
     CallTimesOrder m_order = CallTimesOrder::total;

@@ -1,15 +1,13 @@
 #include "tools/trace/file_opener.h"
 
 #include "foundation/system_exception.h"
-#include "foundation/unique_file.h"
 #include "foundation/wide_text.h"
 #include "tools/trace/trace_export.h"
-#include "tools/trace/trace_file_reader.h"
 
 #include <commdlg.h>
 
 #include <array>
-#include <vector>
+#include <utility>
 
 namespace velt
 {
@@ -41,45 +39,56 @@ std::optional<std::wstring> AskForSavedFile(HWND owner)
     return ::GetOpenFileNameW(&question) ? std::optional<std::wstring>(path.data()) : std::nullopt;
 }
 
-std::string OpenSavedFile(const std::wstring& path, TraceSession& session)
+SavedFileOpening::SavedFileOpening(std::wstring path, TraceSession& session)
+    : m_path(std::move(path)),
+      m_session(session),
+      // A recording may go on into it.
+      m_file(::CreateFileW(m_path.c_str(), GENERIC_READ,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr)),
+      m_name(Utf8FromWide(m_path.substr(m_path.find_last_of(L"\\/:") + 1))),
+      m_part(kPart),
+      m_reader([this](const TraceEntry& entry, std::string_view process) {
+          m_lastUs = entry.arrivalUs;
+          m_session.Add(entry, process);
+      })
 {
-    // A recording may go on into it.
-    const UniqueFile file(::CreateFileW(
-        path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-        OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file)
+    if (!m_file)
     {
-        ThrowFor(path);
+        ThrowFor(m_path);
     }
-    std::int64_t lastUs = 0;
-    TraceFileReader reader([&](const TraceEntry& entry, std::string_view process) {
-        lastUs = entry.arrivalUs;
-        session.Add(entry, process);
-    });
-    std::vector<char> part(kPart);
-    DWORD size = 0;
-    do
-    {
-        if (!::ReadFile(file.Get(), part.data(), kPart, &size, nullptr))
-        {
-            ThrowFor(path);
-        }
-        reader.Read({part.data(), size});
-    } while (size > 0);
-    reader.Finish();
+}
 
-    const std::string name = Utf8FromWide(path.substr(path.find_last_of(L"\\/:") + 1));
-    const std::string note = reader.Note(name);
+bool SavedFileOpening::ReadPart()
+{
+    DWORD size = 0;
+    if (!::ReadFile(m_file.Get(), m_part.data(), kPart, &size, nullptr))
+    {
+        ThrowFor(m_path);
+    }
+    if (size == 0)
+    {
+        Finish();
+        return true;
+    }
+    m_reader.Read({m_part.data(), size});
+    return false;
+}
+
+void SavedFileOpening::Finish()
+{
+    m_reader.Finish();
+    const std::string note = m_reader.Note(m_name);
     if (!note.empty())
     {
         TraceEntry entry;
-        entry.arrivalUs = lastUs;
+        entry.arrivalUs = m_lastUs;
         entry.level = 1;
         entry.source = kOwnSource;
         entry.text = note;
-        session.Add(entry, "");
+        m_session.Add(entry, "");
     }
-    const std::string read = FormatCount(reader.Records()) + " records of " + name;
-    return note.empty() ? read : read + "; " + note;
+    const std::string read = FormatCount(m_reader.Records()) + " records of " + m_name;
+    m_outcome = note.empty() ? read : read + "; " + note;
 }
 } // namespace velt

@@ -14,17 +14,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace velt
 {
 namespace
 {
 constexpr UINT_PTR kRefreshTimer = 1;
-constexpr UINT kArrivalMs = 100;       // so that many records make one change of the list
-constexpr std::size_t kSlice = 10'000; // records that are filtered between two looks at the keys
-constexpr DWORD kTickMs = 30;          // of filtering, then the window has its turn
-constexpr int kTicksForSender = 5;     // how often the list waits for the sender's name
-constexpr UINT kDpiChanged = 0x02E0;   // WM_DPICHANGED, since Windows 8.1
+constexpr UINT kArrivalMs = 100;     // so that many records make one change of the list
+constexpr DWORD kTickMs = 30;        // of filtering, then the window has its turn
+constexpr int kTicksForSender = 5;   // how often the list waits for the sender's name
+constexpr UINT kDpiChanged = 0x02E0; // WM_DPICHANGED, since Windows 8.1
 
 /// A label that nobody sees, for the screen reader to name the next window by.
 void MakeHiddenLabel(HWND parent, const wchar_t* text)
@@ -69,8 +69,7 @@ MainWindow::MainWindow(const TraceOptions& options, int showCommand)
           m_rulesAreOptions = false;
           SetRules(rules);
       }),
-      m_callsDialog([this] { return CollectCalls(); },
-                    [this](std::uint64_t sequence) { GoTo(sequence); })
+      m_callsDialog([this] { CollectCalls(); }, [this](std::uint64_t sequence) { GoTo(sequence); })
 {
     m_built = true;
     m_list.SetColumns(m_settings.columnWidths, m_settings.columnOrder);
@@ -365,16 +364,23 @@ void MainWindow::OnTick()
 {
     ::KillTimer(m_window, kRefreshTimer);
     m_refreshMs.reset();
-    if (!m_session.KnowsSender() && ++m_ticksWithoutSender < kTicksForSender)
+    const bool working = !m_work.empty();
+    if (!working && !m_session.KnowsSender() && ++m_ticksWithoutSender < kTicksForSender)
     {
         RefreshIn(kArrivalMs);
     }
-    else
+    else if (!working)
     {
         m_ticksWithoutSender = 0;
         m_session.Drain(0);
     }
-    if (FilterSome())
+    const bool filtering = FilterSome();
+    if (working)
+    {
+        RefreshIn(kBusyMs); // first: work that fails throws
+        WorkSome();
+    }
+    if (filtering)
     {
         RefreshIn(kBusyMs);
     }
@@ -384,6 +390,40 @@ void MainWindow::OnTick()
     }
     m_marks.LeaveOutBefore(m_session.Store().First());
     ShowStatus();
+}
+
+void MainWindow::Begin(std::function<bool()> work)
+{
+    m_work.push_back(std::move(work));
+    RefreshIn(kBusyMs);
+    if (m_work.size() == 1)
+    {
+        WorkSome(); // what is soon done needs no second look
+    }
+}
+
+void MainWindow::WorkSome()
+{
+    const DWORD startMs = ::GetTickCount();
+    do
+    {
+        // Taken out while it is at work, so that work that fails is gone.
+        std::function<bool()> work = std::move(m_work.front());
+        m_work.pop_front();
+        try
+        {
+            if (!work())
+            {
+                m_work.push_front(std::move(work));
+            }
+        }
+        catch (...)
+        {
+            m_collecting = false; // if it was that
+            throw;
+        }
+    } while (!m_work.empty() && ::GetTickCount() - startMs < kTickMs &&
+             HIWORD(::GetQueueStatus(QS_INPUT)) == 0);
 }
 
 bool MainWindow::FilterSome()

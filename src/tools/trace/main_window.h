@@ -18,7 +18,10 @@
 
 #include <shellapi.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -47,6 +50,7 @@ private:
     static constexpr UINT kArrived = WM_APP;
     static constexpr UINT kSelectionChanged = WM_APP + 1;
     static constexpr UINT kBusyMs = USER_TIMER_MINIMUM;
+    static constexpr std::size_t kSlice = 10'000; // records between two looks at the keys
     static constexpr wchar_t kMessageTitle[] = L"Trace viewer";
 
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam,
@@ -62,6 +66,8 @@ private:
     std::optional<LRESULT> OnNotify(LPARAM notification);
     void OnTick();
     bool FilterSome();
+    void Begin(std::function<bool()> work);
+    void WorkSome();
     void OnSelection();
     void OnEnter();
     void OnEscape();
@@ -80,8 +86,9 @@ private:
     void Find(SearchDirection direction);
     void ToggleMarks();
     void GoToMark(SearchDirection direction);
-    CallsDialog::Content CollectCalls() const;
+    void CollectCalls();
     void GoTo(std::uint64_t sequence);
+    bool Show(std::uint64_t sequence);
     void SetPaused(bool paused);
     void SetFollowing(bool following) noexcept;
     void Check(UINT command, bool checked) const noexcept;
@@ -114,8 +121,16 @@ private:
     RulesDialog m_rulesDialog;
     CallsDialog m_callsDialog;
     bool m_following = true;
-    bool m_filtering = false;                // not all rows of the filter are there yet
-    std::optional<UINT> m_refreshMs;         // of the timer that runs
+    bool m_filtering = false;        // not all rows of the filter are there yet
+    std::optional<UINT> m_refreshMs; // of the timer that runs
+
+    // What goes over many records, one after the other: each is called again and again, does some
+    // milliseconds of its work, and returns whether that was all. Between two calls the window does
+    // everything else, so that nobody who types waits; only what arrives waits in the receiver, so
+    // that the store drops nothing meanwhile.
+    std::deque<std::function<bool()>> m_work;
+    bool m_collecting = false; // one of them is for the calls
+
     std::optional<std::uint64_t> m_pausedAt; // the first record that is not shown until it goes on
     bool m_selectionPosted = false;
     std::string m_selectionText;                // what was last said about it...

@@ -16,6 +16,7 @@
 #include <commdlg.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -166,17 +167,25 @@ void MainWindow::Find(SearchDirection direction)
         ::SetFocus(m_bar.HighlightField()); // where one says what
         return;
     }
-    const WaitCursor wait;
-    const std::optional<std::size_t> row =
-        FindRow(m_session.Store(), m_view, wanted, m_list.FocusedRow(), direction);
-    if (!row)
-    {
+    std::optional<RowSearch> search; // begins where the one before it has led to
+    Begin([this, wanted, direction, search]() mutable {
+        if (!search)
+        {
+            search.emplace(m_session.Store(), m_view, wanted, m_list.FocusedRow(), direction);
+        }
+        if (!search->Look(kSlice))
+        {
+            return false;
+        }
+        if (search->Found())
+        {
+            Show(*search->Found());
+            return true;
+        }
         m_status.Say("no shown record has this text");
         ::MessageBeep(MB_OK);
-        return;
-    }
-    SetFollowing(false);
-    m_list.Select(m_view.SequenceAt(*row));
+        return true;
+    });
 }
 
 void MainWindow::ToggleMarks()
@@ -242,6 +251,7 @@ void MainWindow::Check(UINT command, bool checked) const noexcept
 
 void MainWindow::Clear()
 {
+    m_work.clear();
     m_session.Drain(0); // what has arrived goes too
     m_session.Clear();
     m_marks.Clear();
@@ -252,6 +262,10 @@ void MainWindow::Clear()
     m_list.Update(false);
     OnSelection();
     ShowStatus();
+    if (std::exchange(m_collecting, false))
+    {
+        CollectCalls(); // somebody waits for the answer
+    }
 }
 
 void MainWindow::Copy()
@@ -293,16 +307,24 @@ void MainWindow::Save()
 
 void MainWindow::Open(const std::wstring& path)
 {
-    const WaitCursor wait;
-    m_session.Drain(0); // what has arrived before comes before
-    const bool empty = m_session.Store().Size() == 0;
-    const std::string outcome = OpenSavedFile(path, m_session);
-    if (empty)
+    const auto opening = std::make_shared<SavedFileOpening>(path, m_session);
+    if (m_work.empty())
     {
-        SetFollowing(false); // one reads a file from its start
+        m_session.Drain(0); // what has arrived before comes before
     }
-    RefreshIn(kBusyMs);
-    m_status.Say(outcome);
+    m_status.Say("opening " + opening->Name());
+    Begin([this, opening] {
+        if (m_session.Store().Size() == 0)
+        {
+            SetFollowing(false); // one reads a file from its start
+        }
+        if (!opening->ReadPart())
+        {
+            return false;
+        }
+        m_status.Say(opening->Outcome());
+        return true;
+    });
 }
 
 void MainWindow::OpenAsked()
@@ -330,46 +352,82 @@ void MainWindow::OnDrop(HDROP drop)
 }
 
 /// The calls among the selected records, or among all that are shown when at most one is.
-CallsDialog::Content MainWindow::CollectCalls() const
+void MainWindow::CollectCalls()
 {
-    const TraceStore& store = m_session.Store();
-    CallTimesCollector collector;
-    const bool selected = m_list.SelectedCount() > 1;
-    const auto add = [&](std::uint64_t sequence) {
-        if (sequence >= store.First()) // not dropped since the last update
+    if (m_collecting)
+    {
+        return;
+    }
+    struct Collection
+    {
+        std::optional<TraceView> view; // a copy: another filter changes nothing
+        std::vector<std::uint64_t> selected;
+        std::size_t next = 0;
+        CallTimesCollector collector;
+
+        std::size_t Size() const noexcept
         {
-            collector.Add(sequence, store.At(sequence));
+            return view ? view->Size() : selected.size();
         }
     };
-    if (selected)
+    const auto collection = std::make_shared<Collection>();
+    if (m_list.SelectedCount() > 1)
     {
-        const std::vector<std::uint64_t> sequences = m_list.Selected();
-        std::for_each(sequences.begin(), sequences.end(), add);
+        collection->selected = m_list.Selected();
     }
-    for (std::size_t row = 0; !selected && row < m_view.Size(); ++row)
+    else
     {
-        add(m_view.SequenceAt(row));
+        collection->view.emplace(m_view);
     }
-    CallsDialog::Content content;
-    content.times = collector.Take();
-    content.about = FormatCount(content.times.size()) +
-                    (content.times.size() == 1 ? " function" : " functions") + " among the " +
-                    (selected ? FormatCount(m_list.SelectedCount()) + " selected records"
-                              : FormatCount(m_view.Size()) + " shown records");
-    return content;
+    m_collecting = true;
+    Begin([this, collection] {
+        Collection& of = *collection;
+        const TraceStore& store = m_session.Store();
+        const std::size_t end = std::min(of.Size(), of.next + kSlice);
+        for (; of.next < end; ++of.next)
+        {
+            const std::uint64_t sequence =
+                of.view ? of.view->SequenceAt(of.next) : of.selected[of.next];
+            if (sequence >= store.First()) // not dropped since the last update
+            {
+                of.collector.Add(sequence, store.At(sequence));
+            }
+        }
+        if (of.next < of.Size())
+        {
+            return false;
+        }
+        m_collecting = false;
+        CallsDialog::Content content;
+        content.times = of.collector.Take();
+        content.about = FormatCount(content.times.size()) +
+                        (content.times.size() == 1 ? " function" : " functions") + " among the " +
+                        FormatCount(of.Size()) + (of.view ? " shown" : " selected") + " records";
+        m_callsDialog.SetContent(std::move(content));
+        return true;
+    });
 }
 
 void MainWindow::GoTo(std::uint64_t sequence)
 {
-    SetFollowing(false);
-    if (!m_list.Select(sequence))
+    if (Show(sequence))
     {
-        m_status.Say("this record is not shown any more");
-        ::MessageBeep(MB_OK);
-        return;
+        ::SetForegroundWindow(m_window);
+        ::SetFocus(m_list.Window());
     }
-    ::SetForegroundWindow(m_window);
-    ::SetFocus(m_list.Window());
+}
+
+/// False, and it is said, for a record that another filter hides by now or that was dropped.
+bool MainWindow::Show(std::uint64_t sequence)
+{
+    SetFollowing(false);
+    if (m_list.Select(sequence))
+    {
+        return true;
+    }
+    m_status.Say("this record is not shown any more");
+    ::MessageBeep(MB_OK);
+    return false;
 }
 
 void MainWindow::Jump()

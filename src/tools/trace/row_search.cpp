@@ -1,32 +1,43 @@
 #include "tools/trace/row_search.h"
 
+#include <utility>
+
 namespace velt
 {
-std::optional<std::size_t> FindRow(const TraceStore& store, const TraceView& view,
-                                   const TextPattern& pattern, std::optional<std::size_t> from,
-                                   SearchDirection direction) noexcept
+RowSearch::RowSearch(const TraceStore& store, const TraceView& view, TextPattern pattern,
+                     std::optional<std::size_t> from, SearchDirection direction)
+    : m_store(store),
+      m_view(view),
+      m_pattern(std::move(pattern)),
+      m_forward(direction == SearchDirection::forward)
 {
-    const std::size_t rows = view.Size();
-    if (pattern.IsEmpty() || rows == 0)
+    const std::size_t rows = m_view.Size();
+    if (!m_pattern.IsEmpty() && rows != 0)
     {
-        return std::nullopt;
+        m_left = rows;
+        m_row = from && *from < rows ? *from : m_forward ? rows - 1 : 0;
     }
-    const bool forward = direction == SearchDirection::forward;
-    std::size_t row = from && *from < rows ? *from : forward ? rows - 1 : 0;
-    for (std::size_t looked = 0; looked < rows; ++looked)
+}
+
+bool RowSearch::Look(std::size_t most) noexcept
+{
+    const std::size_t rows = m_view.Size();
+    for (; most > 0 && m_left > 0; --most)
     {
-        row = forward ? (row + 1 < rows ? row + 1 : 0) : (row > 0 ? row - 1 : rows - 1);
-        const std::uint64_t sequence = view.SequenceAt(row);
-        if (sequence < store.First())
+        --m_left;
+        m_row = m_forward ? (m_row + 1 < rows ? m_row + 1 : 0) : (m_row > 0 ? m_row : rows) - 1;
+        const std::uint64_t sequence = m_view.SequenceAt(m_row);
+        if (sequence < m_store.First())
         {
             continue; // dropped since the view has looked
         }
-        const TraceEntry entry = store.At(sequence);
-        if (pattern.IsIn(entry.text) || pattern.IsIn(entry.source))
+        const TraceEntry entry = m_store.At(sequence);
+        if (m_pattern.IsIn(entry.text) || m_pattern.IsIn(entry.source))
         {
-            return row;
+            m_found = sequence;
+            m_left = 0;
         }
     }
-    return std::nullopt;
+    return m_left == 0;
 }
 } // namespace velt

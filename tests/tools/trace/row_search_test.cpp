@@ -5,7 +5,23 @@
 
 using namespace velt;
 
-TEST_CASE("FindRow: the nearest row on either side, and around the end", "[tools]")
+namespace
+{
+/// The row that a search finds, a few rows at a time.
+std::optional<std::size_t> FindRow(const TraceStore& store, const TraceView& view,
+                                   const TextPattern& pattern, std::optional<std::size_t> from,
+                                   SearchDirection direction)
+{
+    RowSearch search(store, view, pattern, from, direction);
+    while (!search.Look(2))
+    {
+    }
+    const std::optional<std::uint64_t> found = search.Found();
+    return found ? view.RowOf(*found) : std::nullopt;
+}
+} // namespace
+
+TEST_CASE("RowSearch: the nearest row on either side, and around the end", "[tools]")
 {
     TraceStore store;
     for (const char* text : {"hit 0", "miss", "hidden hit", "hit 3", "miss", "Hit 5"})
@@ -39,6 +55,27 @@ TEST_CASE("FindRow: the nearest row on either side, and around the end", "[tools
     CHECK_FALSE(FindRow(store, view, "hidden", 0, SearchDirection::forward));
     CHECK_FALSE(FindRow(store, view, "", 0, SearchDirection::forward));
     CHECK_FALSE(FindRow(store, TraceView(store), "hit", 0, SearchDirection::backward));
+}
+
+TEST_CASE("RowSearch: another filter meanwhile does not change what is found", "[tools]")
+{
+    TraceStore store;
+    for (const char* text : {"a", "b", "c hit", "d hit"})
+    {
+        TraceEntry entry;
+        entry.text = text;
+        store.Append(entry);
+    }
+    TraceView view(store);
+    view.Advance(100);
+    RowSearch search(store, view, "hit", 0, SearchDirection::forward);
+    CHECK_FALSE(search.Look(1));
+    view.SetFilter({"d"});
+    view.Advance(100);
+    CHECK(search.Look(1));
+    CHECK(search.Found() == 2u);
+    CHECK(search.Look(1)); // it stays at its end
+    CHECK(search.Found() == 2u);
 }
 
 TEST_CASE("TraceMarks: they are found on either side until their records go", "[tools]")
