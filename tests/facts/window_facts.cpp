@@ -450,6 +450,17 @@ std::string SendMuch()
     return SendTo(false, 100'000);
 }
 
+std::string ToolBarPadding()
+{
+    const INITCOMMONCONTROLSEX controls{sizeof(controls), ICC_BAR_CLASSES};
+    ::InitCommonControlsEx(&controls);
+    const Window window;
+    const HWND bar = window.Add(TOOLBARCLASSNAMEW, TBSTYLE_FLAT | TBSTYLE_LIST);
+    ::SendMessageW(bar, TB_SETPADDING, 0, MAKELPARAM(24, 16));
+    const LRESULT padding = ::SendMessageW(bar, TB_GETPADDING, 0, 0);
+    return std::to_string(LOWORD(padding)) + " x " + std::to_string(HIWORD(padding));
+}
+
 constexpr Fact kFacts[] = {
     {"window.control-host", &ControlHost},
     {"window.tab-to-radio-button", &TabToRadioButton},
@@ -463,6 +474,7 @@ constexpr Fact kFacts[] = {
     {"window.key-notification", &KeyNotification},
     {"window.east-asian-fonts", &EastAsianFonts},
     {"window.label-fonts", &LabelFonts},
+    {"window.tool-bar-padding", &ToolBarPadding},
     {"window.data-to-low-integrity", &SendToLowIntegrity},
     {"window.much-data", &SendMuch},
 };

@@ -55,7 +55,7 @@ DarkMenu::DarkMenu(HWND window) : m_window(window)
     }
 }
 
-void DarkMenu::Collect(HMENU menu, bool isBar)
+void DarkMenu::Collect(HMENU menu, bool isBar) // NOLINT(misc-no-recursion): as deep as the menus
 {
     const int count = ::GetMenuItemCount(menu);
     for (int i = 0; i < count; ++i)

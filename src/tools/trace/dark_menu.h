@@ -22,6 +22,8 @@ public:
     DarkMenu(const DarkMenu&) = delete;
     DarkMenu& operator=(const DarkMenu&) = delete;
 
+    ~DarkMenu() = default;
+
     /// The look must outlive its use here: until the next call.
     void SetLook(const WindowLook& look);
 

@@ -28,6 +28,8 @@ public:
     SavedFileOpening(const SavedFileOpening&) = delete;
     SavedFileOpening& operator=(const SavedFileOpening&) = delete;
 
+    ~SavedFileOpening() = default;
+
     /// Reads a part; returns whether that was the end.
     bool ReadPart();
 

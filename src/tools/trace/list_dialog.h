@@ -13,8 +13,8 @@ namespace velt
 /// A column of a list.
 struct ListColumn
 {
-    const wchar_t* name;
-    int width; // in dialog units
+    const wchar_t* name = nullptr;
+    int width = 0; // in dialog units
     int format = LVCFMT_LEFT;
 };
 
