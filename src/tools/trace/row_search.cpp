@@ -4,10 +4,10 @@
 
 namespace velt
 {
-RowSearch::RowSearch(const TraceStore& store, const TraceView& view, TextPattern pattern,
+RowSearch::RowSearch(const TraceStore& store, TraceView view, TextPattern pattern,
                      std::optional<std::size_t> from, SearchDirection direction)
     : m_store(store),
-      m_view(view),
+      m_view(std::move(view)),
       m_pattern(std::move(pattern)),
       m_forward(direction == SearchDirection::forward)
 {

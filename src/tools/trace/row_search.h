@@ -24,7 +24,7 @@ class RowSearch
 {
 public:
     /// The store must outlive the search, and drop nothing meanwhile. Throws std::bad_alloc.
-    RowSearch(const TraceStore& store, const TraceView& view, TextPattern pattern,
+    RowSearch(const TraceStore& store, TraceView view, TextPattern pattern,
               std::optional<std::size_t> from, SearchDirection direction);
 
     /// Looks at up to `most` further rows; returns whether it has come to an end.
@@ -38,7 +38,7 @@ public:
 
 private:
     const TraceStore& m_store;
-    TraceView m_view; // a copy: another filter changes nothing
+    TraceView m_view; // its own: another filter changes nothing
     TextPattern m_pattern;
     bool m_forward;
     std::size_t m_row = 0;  // that was looked at last
