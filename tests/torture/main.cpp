@@ -78,11 +78,15 @@ public:
         }
         sum.name = std::to_string(m_rows.size()) + " operations";
         Print(sum, findings);
+        if (findings > 0)
+        {
+            std::printf("\n"); // the end of the table
+        }
         for (const Row& row : m_rows)
         {
             for (const std::string& finding : row.findings)
             {
-                std::printf("%s: %s\n", row.name.c_str(), finding.c_str());
+                std::printf("- %s: %s\n", row.name.c_str(), finding.c_str());
             }
         }
         return findings;
