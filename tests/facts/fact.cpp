@@ -42,6 +42,8 @@ void DeleteClassesKey(const wchar_t* path)
                                 &classes) == ERROR_SUCCESS)
             {
                 ::RegDeleteTreeW(classes, path);
+                // The other view by its place: not each system opens it below a key of a view.
+                ::RegDeleteTreeW(classes, (std::wstring(L"Wow6432Node\\") + path).c_str());
                 ::RegCloseKey(classes);
             }
         }

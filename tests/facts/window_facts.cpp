@@ -2,6 +2,7 @@
 #include "tests/facts/fact.h"
 #include "tests/facts/helpers.h"
 #include "tests/support/com_apartment.h"
+#include "tests/support/gui_usage.h"
 
 #include <windows.h>
 
@@ -226,18 +227,7 @@ std::string ScrollBarStyle()
 
 std::string RegionObjects()
 {
-    const auto round = [] {
-        const Window window(L"STATIC", WS_POPUP | WS_VISIBLE);
-        ::SetWindowRgn(window.Get(), ::CreateRectRgn(0, 0, 50, 50), TRUE);
-    };
-    round();
-    const DWORD before = ::GetGuiResources(::GetCurrentProcess(), GR_GDIOBJECTS);
-    for (int i = 0; i < 10; ++i)
-    {
-        round();
-    }
-    const DWORD after = ::GetGuiResources(::GetCurrentProcess(), GR_GDIOBJECTS);
-    return Choose(after < before + 10, "go with the window", "stay");
+    return Choose(velt::test::GdiObjectsKeptOfShapedWindow() == 0, "go with the window", "stay");
 }
 
 std::string ComOfDialogThread()
