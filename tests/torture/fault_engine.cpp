@@ -442,6 +442,12 @@ FARPROC WINAPI FindFunction(HMODULE module, const char* name)
     if (known)
     {
         address = AddressFor(name, *known, address);
+        const auto entry = g_byName.find(name);
+        if (entry != g_byName.end() && !ReplacementOf(name))
+        {
+            // Its library may have gone since the last time, and come to another place.
+            g_entries[entry->second].original = reinterpret_cast<void*>(found);
+        }
     }
     else if (std::find(g_unknownLate.begin(), g_unknownLate.end(), name) == g_unknownLate.end())
     {
