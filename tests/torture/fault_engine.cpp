@@ -428,6 +428,22 @@ void* AddressFor(const char* name, const KnownFunction& known, void* original)
     return entry.thunk;
 }
 
+/// The library of a function may have gone, and come to another place. With the lock.
+void MoveOriginal(const char* name, void* original)
+{
+    const auto found = g_byName.find(name);
+    if (found == g_byName.end() || ReplacementOf(name))
+    {
+        return;
+    }
+    Entry& entry = g_entries[found->second];
+    if (entry.original != original)
+    {
+        entry.original = original;
+        WriteThunk(static_cast<unsigned char*>(entry.thunk), found->second, entry);
+    }
+}
+
 FARPROC WINAPI FindFunction(HMODULE module, const char* name)
 {
     const FARPROC found = ::GetProcAddress(module, name);
@@ -442,12 +458,7 @@ FARPROC WINAPI FindFunction(HMODULE module, const char* name)
     if (known)
     {
         address = AddressFor(name, *known, address);
-        const auto entry = g_byName.find(name);
-        if (entry != g_byName.end() && !ReplacementOf(name))
-        {
-            // Its library may have gone since the last time, and come to another place.
-            g_entries[entry->second].original = reinterpret_cast<void*>(found);
-        }
+        MoveOriginal(name, reinterpret_cast<void*>(found));
     }
     else if (std::find(g_unknownLate.begin(), g_unknownLate.end(), name) == g_unknownLate.end())
     {
