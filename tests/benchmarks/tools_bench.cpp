@@ -7,6 +7,7 @@
 #include "foundation/trace_record.h"
 #include "foundation/unique_handle.h"
 #include "tests/benchmarks/table.h"
+#include "tests/support/keyboard.h"
 #include "tools/common/output_file.h"
 #include "tools/trace/arrival_queue.h"
 #include "tools/trace/trace_store.h"
@@ -373,28 +374,6 @@ private:
     std::function<void(int)> m_settle;
 };
 
-/// Presses keys together, as a keyboard does.
-void Press(const std::vector<WORD>& keys)
-{
-    std::vector<INPUT> inputs;
-    for (const WORD key : keys)
-    {
-        INPUT input{};
-        input.type = INPUT_KEYBOARD;
-        input.ki.wVk = key;
-        inputs.push_back(input);
-    }
-    for (auto key = keys.rbegin(); key != keys.rend(); ++key)
-    {
-        INPUT input{};
-        input.type = INPUT_KEYBOARD;
-        input.ki.wVk = *key;
-        input.ki.dwFlags = KEYEVENTF_KEYUP;
-        inputs.push_back(input);
-    }
-    ::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
-}
-
 /// From a key to the rows, at a million records. They come from a file, so that there is time for
 /// so many.
 void BenchTyping(const std::wstring& viewerPath)
@@ -431,7 +410,7 @@ void BenchTyping(const std::wstring& viewerPath)
     WaitFor([&] { return rows() == static_cast<LRESULT>(kMillion); }, "the file is not read");
     ::SetForegroundWindow(window);
     WaitFor([&] { return ::GetForegroundWindow() == window; }, "the viewer stays behind");
-    Press({VK_CONTROL, 'F'});
+    velt::test::SendKeys({VK_CONTROL, 'F'});
     WaitFor(
         [&] {
             GUITHREADINFO info{};
@@ -448,7 +427,7 @@ void BenchTyping(const std::wstring& viewerPath)
         type(i % 2 == 0 ? L"!return = 9" : L"!get?item*= 9"); // the caret stands before it
         WaitFor([&] { return rows() == 0; }, "the list does not become empty");
         const double start = velt::bench::NowNs();
-        Press({VK_DELETE}); // while it still looks for the former
+        velt::test::SendKeys({VK_DELETE}); // while it still looks for the former
         WaitFor([&] { return rows() > 0; }, "nothing is found");
         first.push_back((velt::bench::NowNs() - start) / 1e6);
         WaitFor([&] { return rows() == kFound; }, "not all is found");

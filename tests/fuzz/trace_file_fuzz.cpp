@@ -2,9 +2,9 @@
 // was read is read again when it has been saved.
 
 #include "tests/fuzz/require.h"
+#include "tests/support/kept_record.h"
 #include "tests/support/well_formed_utf8.h"
 #include "tools/trace/trace_export.h"
-#include "tools/trace/trace_file_reader.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -13,36 +13,26 @@
 #include <string_view>
 #include <vector>
 
+using velt::test::KeptRecord;
 using velt::test::Require;
 
 namespace
 {
-struct Record
+velt::TraceEntry EntryOf(const KeptRecord& record)
 {
-    std::int64_t arrivalUs;
-    std::int32_t level;
-    bool malformed;
-    std::string process;
-    std::string source;
-    std::string text;
-
-    bool operator==(const Record&) const = default;
-
-    velt::TraceEntry Entry() const
-    {
-        velt::TraceEntry entry;
-        entry.arrivalUs = arrivalUs;
-        entry.level = level;
-        entry.fault = malformed ? velt::TraceRecordFault::wrongMagic : velt::TraceRecordFault::none;
-        entry.source = source;
-        entry.text = text;
-        return entry;
-    }
-};
+    velt::TraceEntry entry;
+    entry.arrivalUs = record.arrivalUs;
+    entry.level = record.level;
+    entry.fault =
+        record.malformed ? velt::TraceRecordFault::wrongMagic : velt::TraceRecordFault::none;
+    entry.source = record.source;
+    entry.text = record.text;
+    return entry;
+}
 
 struct Contents
 {
-    std::vector<Record> records;
+    std::vector<KeptRecord> records;
     std::uint64_t unread = 0;
     std::string note;
 
@@ -54,11 +44,7 @@ template <class Next>
 Contents ReadFile(std::string_view file, Next next)
 {
     Contents contents;
-    velt::TraceFileReader reader([&](const velt::TraceEntry& entry, std::string_view process) {
-        contents.records.push_back(
-            {entry.arrivalUs, entry.level, entry.fault != velt::TraceRecordFault::none,
-             std::string(process), std::string(entry.source), std::string(entry.text)});
-    });
+    velt::TraceFileReader reader(velt::test::KeepIn(contents.records));
     while (!file.empty())
     {
         const std::size_t size = next();
@@ -74,15 +60,15 @@ Contents ReadFile(std::string_view file, Next next)
     return contents;
 }
 
-void CheckSaved(const std::vector<Record>& records)
+void CheckSaved(const std::vector<KeptRecord>& records)
 {
     std::string csv(velt::kCsvHeading);
-    for (const Record& record : records)
+    for (const KeptRecord& record : records)
     {
         Require(velt::test::IsWellFormedUtf8(record.process));
         Require(velt::test::IsWellFormedUtf8(record.source));
         Require(velt::test::IsWellFormedUtf8(record.text));
-        velt::AppendCsvLine(csv, record.Entry(), record.process);
+        velt::AppendCsvLine(csv, EntryOf(record), record.process);
     }
     const Contents again = ReadFile(csv, [] { return std::size_t{0}; });
     Require(again.unread == 0, "what was saved can be read");

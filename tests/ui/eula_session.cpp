@@ -1,6 +1,7 @@
 #include "tests/ui/eula_session.h"
 
 #include "tests/support/com_apartment.h"
+#include "tests/support/keyboard.h"
 #include "ui/resources/resource_ids.h"
 
 #include <algorithm>
@@ -91,16 +92,6 @@ void SendMouse(std::initializer_list<DWORD> events)
     {
         throw std::runtime_error("no mouse");
     }
-}
-
-INPUT KeyInput(WORD key, bool down)
-{
-    INPUT input{};
-    input.type = INPUT_KEYBOARD;
-    input.ki.wVk = key;
-    input.ki.wScan = static_cast<WORD>(::MapVirtualKeyW(key, MAPVK_VK_TO_VSC));
-    input.ki.dwFlags = down ? 0 : KEYEVENTF_KEYUP;
-    return input;
 }
 } // namespace
 
@@ -318,22 +309,9 @@ void EulaSession::Drag(POINT from, int dx, int dy)
 
 void EulaSession::Press(WORD key, std::initializer_list<WORD> held)
 {
-    std::vector<INPUT> inputs;
-    for (const WORD other : held)
-    {
-        inputs.push_back(KeyInput(other, true));
-    }
-    inputs.push_back(KeyInput(key, true));
-    inputs.push_back(KeyInput(key, false));
-    for (const WORD other : held)
-    {
-        inputs.push_back(KeyInput(other, false));
-    }
-    if (::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
-        inputs.size())
-    {
-        throw std::runtime_error("no keyboard");
-    }
+    std::vector<WORD> keys = held;
+    keys.push_back(key);
+    SendKeys(keys);
 }
 
 bool EulaSession::IsOpen() const

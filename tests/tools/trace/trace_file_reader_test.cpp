@@ -1,5 +1,6 @@
 #include "tools/trace/trace_file_reader.h"
 
+#include "tests/support/kept_record.h"
 #include "tools/trace/trace_export.h"
 
 #include <catch.hpp>
@@ -11,21 +12,9 @@ using namespace velt;
 
 namespace
 {
-struct ReadBack
-{
-    std::int64_t arrivalUs;
-    std::int32_t level;
-    bool malformed;
-    std::string process;
-    std::string source;
-    std::string text;
-
-    bool operator==(const ReadBack&) const = default;
-};
-
 struct Outcome
 {
-    std::vector<ReadBack> records;
+    std::vector<velt::test::KeptRecord> records;
     std::uint64_t unread = 0;
     std::string note;
 };
@@ -33,11 +22,7 @@ struct Outcome
 Outcome ReadIn(std::string_view bytes, std::size_t step)
 {
     Outcome outcome;
-    TraceFileReader reader([&](const TraceEntry& entry, std::string_view process) {
-        outcome.records.push_back({entry.arrivalUs, entry.level,
-                                   entry.fault != TraceRecordFault::none, std::string(process),
-                                   std::string(entry.source), std::string(entry.text)});
-    });
+    TraceFileReader reader(velt::test::KeepIn(outcome.records));
     for (std::size_t at = 0; at < bytes.size(); at += step)
     {
         reader.Read(bytes.substr(at, step));
@@ -103,10 +88,10 @@ TEST_CASE("TraceFileReader: it reads what was saved, however the bytes come", "[
     REQUIRE(outcome.records.size() == entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i)
     {
-        CHECK(outcome.records[i] == ReadBack{entries[i].arrivalUs, entries[i].level,
-                                             entries[i].fault != TraceRecordFault::none,
-                                             "host.exe (12)", std::string(entries[i].source),
-                                             std::string(entries[i].text)});
+        CHECK(outcome.records[i] ==
+              velt::test::KeptRecord{entries[i].arrivalUs, entries[i].level,
+                                     entries[i].fault != TraceRecordFault::none, "host.exe (12)",
+                                     std::string(entries[i].source), std::string(entries[i].text)});
     }
 }
 

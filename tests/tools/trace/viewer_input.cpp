@@ -1,8 +1,8 @@
 #include "tests/tools/trace/viewer_input.h"
 
 #include "tests/support/eventually.h"
+#include "tests/support/keyboard.h"
 
-#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -23,23 +23,7 @@ void Press(HWND window, std::initializer_list<WORD> keys)
     {
         throw std::runtime_error("the window does not come to the front");
     }
-    std::vector<INPUT> inputs;
-    for (const WORD key : keys)
-    {
-        INPUT input{};
-        input.type = INPUT_KEYBOARD;
-        input.ki.wVk = key;
-        inputs.push_back(input);
-    }
-    for (auto key = std::rbegin(keys); key != std::rend(keys); ++key)
-    {
-        INPUT input{};
-        input.type = INPUT_KEYBOARD;
-        input.ki.wVk = *key;
-        input.ki.dwFlags = KEYEVENTF_KEYUP;
-        inputs.push_back(input);
-    }
-    ::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
+    SendKeys(keys);
 }
 
 HWND FocusOf(HWND window) noexcept
