@@ -86,8 +86,9 @@ bool EndsInCsv(std::string_view name) noexcept
            ContainsIgnoringCase(name.substr(name.size() - kEnd.size()), kEnd);
 }
 
-bool LooksLikeFormula(std::string_view field) noexcept
+bool NeedsGuard(std::string_view field) noexcept
 {
+    field.remove_prefix(std::min(field.find_first_not_of('\''), field.size()));
     const std::size_t start = std::min(field.find_first_not_of(' '), field.size());
     return start < field.size() &&
            std::string_view("=+-@\t\r").find(field[start]) != std::string_view::npos;
@@ -95,14 +96,14 @@ bool LooksLikeFormula(std::string_view field) noexcept
 
 void AppendCsvField(std::string& to, std::string_view field)
 {
-    const bool formula = LooksLikeFormula(field);
-    if (!formula && field.find_first_of(",\"\r\n") == std::string_view::npos)
+    const bool guarded = NeedsGuard(field);
+    if (!guarded && field.find_first_of(",\"\r\n") == std::string_view::npos)
     {
         to += field;
         return;
     }
     to += '"';
-    if (formula)
+    if (guarded)
     {
         to += '\'';
     }

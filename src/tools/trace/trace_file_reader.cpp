@@ -79,7 +79,7 @@ bool TakeCsvField(std::string_view& line, std::string& field)
 /// Without the apostrophe that keeps a spreadsheet from taking the text for a formula.
 std::string_view WithoutGuard(std::string_view field) noexcept
 {
-    return field.starts_with('\'') && LooksLikeFormula(field.substr(1)) ? field.substr(1) : field;
+    return field.starts_with('\'') && NeedsGuard(field.substr(1)) ? field.substr(1) : field;
 }
 } // namespace
 

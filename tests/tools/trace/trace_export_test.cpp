@@ -116,6 +116,8 @@ TEST_CASE("AppendCsvLine: no text becomes a formula", "[tools]")
     CHECK(Csv("-x") == front + "\"'-x\"\r\n");
     CHECK(Csv("+x") == front + "\"'+x\"\r\n");
     CHECK(Csv("a=b") == front + "a=b\r\n");
+    CHECK(Csv("' a") == front + "' a\r\n");
+    CHECK(Csv("''=1") == front + "\"'''=1\"\r\n"); // two are its own
 }
 
 TEST_CASE("kCsvHeading: a UTF-8 mark and one name a field", "[tools]")

@@ -71,6 +71,8 @@ TEST_CASE("TraceFileReader: it reads what was saved, however the bytes come", "[
         Entry(1, "", "  failed: 0x80070057"),
         Entry(3, "module", "  indented, with a comma"),
         Entry(-7, "", "=SUM(A1)"),
+        Entry(3, "", "'=SUM(A1)"),
+        Entry(3, "", "' - '"),
         Entry(3, "m", "\"quoted\" 'text' gr\xC3\xBC\xC3\x9F"),
         Entry(3, "", "a  b: c"),
         Entry(4, "", ""),
