@@ -89,9 +89,12 @@ TEST_CASE("Viewer: the slowest calls of what is shown or selected", "[tools]")
     const HWND files = NameFile(viewer.Id(), folder.File(L"calls.csv"), dialog);
     REQUIRE(files);
     REQUIRE(Eventually([&] { return !::IsWindow(files) && ::IsWindowEnabled(dialog); }));
-    CHECK(folder.Read(L"calls.csv") == "\xEF\xBB\xBF"
-                                       "function,count,total us,own us,longest us\r\n"
-                                       "B,1,3000,3000,3000\r\n");
+    const std::string expected = "\xEF\xBB\xBF"
+                                 "function,count,total us,own us,longest us\r\n"
+                                 "B,1,3000,3000,3000\r\n";
+    std::string saved; // once the dialog that asked for its name is gone
+    Eventually([&] { return (saved = folder.Read(L"calls.csv")) == expected; });
+    CHECK(saved == expected);
 
     viewer.Type(ViewerProcess::kFilter, L"nothing");
     REQUIRE(viewer.AwaitRows(0));

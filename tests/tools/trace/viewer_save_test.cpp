@@ -73,6 +73,7 @@ TEST_CASE("Viewer: it saves what it shows, as text or CSV", "[tools]")
     viewer.Type(ViewerProcess::kFilter, L"");
     REQUIRE(viewer.AwaitRows(2));
     CHECK(SaveAs(viewer, folder.File(L"trace.csv")).empty());
+    CHECK(viewer.AwaitStatus(4, L"2 records saved"));
     const std::string csv = folder.Read(L"trace.csv");
     CHECK_THAT(csv, Catch::StartsWith("\xEF\xBB\xBFtime,process,level,source,text\r\n"));
     CHECK_THAT(csv, Catch::Contains(",?,3,,\"  first, with a comma\"\r\n"));
