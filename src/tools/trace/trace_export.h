@@ -28,8 +28,8 @@ void AppendTextLine(std::string& to, const TraceEntry& entry, std::string_view p
 /// Whether a file of this name is to hold CSV: the name ends in ".csv", in any case.
 bool EndsInCsv(std::string_view name) noexcept;
 
-/// Whether a field is written with an apostrophe in front: a spreadsheet would take it for a formula,
-/// or it has such an apostrophe of its own, which a reader would take away.
+/// Whether a field is written with an apostrophe in front: a spreadsheet would take it for a
+/// formula, or it has such an apostrophe of its own, which a reader would take away.
 bool NeedsGuard(std::string_view field) noexcept;
 
 /// The first line of a CSV file, after the mark that tells spreadsheets that it is UTF-8.
