@@ -309,15 +309,15 @@ TEST_CASE("Viewer: a million records are filtered while one types", "[tools]")
         viewer.Drop(folder.File(L"million.txt"));
     }
     viewer.Type(ViewerProcess::kFilter, L"return = 998");
-    viewer.Command(220);
+    ::PostMessageW(viewer.Window(), WM_COMMAND, 220, 0); // behind what was dropped
+    HWND calls = nullptr;
+    REQUIRE(Eventually([&] { return (calls = DialogOf(viewer.Id())) != nullptr; }));
     CHECK(viewer.Status(4) == L"opening million.txt");
-    CHECK(DialogOf(viewer.Id()) != nullptr);
     viewer.Command(205); // clear: what has not been read is left out, and the dialog has its answer
     CHECK(viewer.AwaitRows(0));
     CHECK(viewer.AwaitStatus(0, L"0 records"));
     wchar_t about[100] = {};
-    ::SendDlgItemMessageW(DialogOf(viewer.Id()), 423, WM_GETTEXT, 100,
-                          reinterpret_cast<LPARAM>(about));
+    ::SendDlgItemMessageW(calls, 423, WM_GETTEXT, 100, reinterpret_cast<LPARAM>(about));
     CHECK(std::wstring(about) == L"0 functions among the 0 shown records");
     viewer.Type(ViewerProcess::kFilter, L"");
     CHECK(viewer.AwaitRows(0));
