@@ -5,8 +5,9 @@ rem   check.cmd [/quick | /tests] [/admin] [/nowait]
 rem
 rem Double click, and wait. What comes of it is in the folder "report": summary.txt to read, and
 rem report.json to send. No administrator is needed, and nothing is installed. With /quick, only the
-rem system is asked, which takes a minute or two; with /tests, it is not; with /admin, from a prompt that runs as administrator,
-rem what needs one is run, too, and else skipped by name; with /nowait, it ends without a key.
+rem system is asked, which takes a minute or two; with /tests, it is not; with /admin, from a prompt
+rem that runs as administrator, what needs one is run, too, and else skipped by name; with /nowait, it
+rem ends without a key.
 rem
 rem Each test is run by facts.exe, which makes the registry and the temporary files what they were
 rem before, also when this window is closed midway.
