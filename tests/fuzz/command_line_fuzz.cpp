@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,6 +51,8 @@ void CheckCommandLine(std::string_view bytes)
                              [&](const OptionRow& option) { return option.name == entry.first; });
             Require(row != command.options.end());
             Require(!entry.second.empty());
+            Require(line->Values(entry.first) == entry.second);
+            Require(line->Value(entry.first, L"otherwise") == entry.second.back());
             Require(!row->value.empty() ||
                     std::all_of(entry.second.begin(), entry.second.end(),
                                 [](const std::wstring& value) { return value.empty(); }));
@@ -66,9 +69,24 @@ void CheckCommandLine(std::string_view bytes)
     }
 }
 
+void CheckWords(const std::wstring& text)
+{
+    if (const auto number = ParseNumber(text, 3, 4'000'000'000))
+    {
+        Require(*number >= 3 && *number <= 4'000'000'000);
+        const std::wstring digits = std::to_wstring(*number);
+        Require(text.ends_with(digits));
+        Require(text.find_first_not_of(L'0') == text.size() - digits.size());
+    }
+    Require(!IsGuidText(text) || (text.size() == 38 && text.front() == L'{'));
+}
+
 void CheckFileName(std::string_view url)
 {
     const std::string name = FileNameFromUrl(url);
+    std::set<std::string> taken;
+    Require(TakeFileName(taken, name) == name);
+    Require(TakeFileName(taken, name) != TakeFileName(taken, name) && taken.size() == 3);
     Require(!name.empty() && name.back() != '.' && name.back() != ' ');
     Require(velt::test::IsWellFormedUtf8(name));
     Require(name.find_first_of(std::string_view("<>:\"/\\|?*\0", 10)) == name.npos);
@@ -103,6 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const std::string bytes(data, data + size);
     CheckCommandLine(bytes);
+    CheckWords(std::wstring(bytes.begin(), bytes.end()));
     CheckFileName(bytes);
     CheckHeader(bytes);
     CheckReport(bytes);

@@ -73,5 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         ++written.revision;
     }
     CheckContent(written, velt::EncodeCookieValue(written));
+    const auto cookie = velt::MakeCookieData(written, bytes, bytes);
+    Require(!cookie || (bytes.find(';') == bytes.npos && velt::FindSafeContent(*cookie) == written));
     return 0;
 }

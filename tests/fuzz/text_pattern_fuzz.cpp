@@ -77,6 +77,13 @@ void CheckRule(std::string_view line)
     {
         Require(rule->color >= 0 && rule->color < velt::TraceRule::kColors);
         Require(velt::ParseRule(velt::FormatRule(*rule)) == rule, "a rule is what was written");
+        velt::TraceEntry entry;
+        entry.level = rule->level.value_or(3);
+        entry.source = entry.text = line;
+        Require(rule->Means(entry, line) == (rule->source.IsIn(line) && rule->process.IsIn(line) &&
+                                             rule->text.IsIn(line)));
+        entry.fault = velt::TraceRecordFault::tooShort;
+        Require(!rule->level || !rule->Means(entry, line), "what is malformed has no level");
     }
     velt::TraceRule terms;
     if (velt::ParseRuleTerms(line, terms))

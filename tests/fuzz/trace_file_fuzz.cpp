@@ -5,6 +5,7 @@
 #include "tests/support/kept_record.h"
 #include "tests/support/well_formed_utf8.h"
 #include "tools/trace/trace_export.h"
+#include "tools/trace/trace_file_reader.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -73,6 +74,20 @@ void CheckSaved(const std::vector<KeptRecord>& records)
     const Contents again = ReadFile(csv, [] { return std::size_t{0}; });
     Require(again.unread == 0, "what was saved can be read");
     Require(again.records == records, "and is what it was");
+
+    std::string lines;
+    for (const KeptRecord& record : records)
+    {
+        velt::AppendTextLine(lines, EntryOf(record), "host.exe (12)");
+    }
+    const Contents plain = ReadFile(lines, [] { return std::size_t{0}; });
+    Require(plain.unread == 0 && plain.records.size() == records.size(), "a line for each");
+    for (std::size_t i = 0; i < records.size(); ++i)
+    {
+        Require(plain.records[i].arrivalUs == records[i].arrivalUs);
+        Require(plain.records[i].malformed == records[i].malformed);
+        Require(records[i].malformed || plain.records[i].level == records[i].level);
+    }
 }
 } // namespace
 
