@@ -74,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     CheckContent(written, velt::EncodeCookieValue(written));
     const auto cookie = velt::MakeCookieData(written, bytes, bytes);
-    Require(!cookie || (bytes.find(';') == bytes.npos && velt::FindSafeContent(*cookie) == written));
+    Require(!cookie ||
+            (bytes.find(';') == bytes.npos && velt::FindSafeContent(*cookie) == written));
     return 0;
 }

@@ -1,5 +1,5 @@
-// Takes any bytes for the initial data of a dialog's ActiveX controls: what these get lies within the
-// bytes, and is what the controls wrote when the data are whole.
+// Takes any bytes for the initial data of a dialog's ActiveX controls: what these get lies within
+// the bytes, and is what the controls wrote when the data are whole.
 
 #include "tests/fuzz/require.h"
 #include "ui/dialog_init_data.h"

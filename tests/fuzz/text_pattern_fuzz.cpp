@@ -80,8 +80,8 @@ void CheckRule(std::string_view line)
         velt::TraceEntry entry;
         entry.level = rule->level.value_or(3);
         entry.source = entry.text = line;
-        Require(rule->Means(entry, line) == (rule->source.IsIn(line) && rule->process.IsIn(line) &&
-                                             rule->text.IsIn(line)));
+        Require(rule->Means(entry, line) ==
+                (rule->source.IsIn(line) && rule->process.IsIn(line) && rule->text.IsIn(line)));
         entry.fault = velt::TraceRecordFault::tooShort;
         Require(!rule->level || !rule->Means(entry, line), "what is malformed has no level");
     }
