@@ -59,7 +59,14 @@ public:
     {
         s_name = info.name;
         m_done.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        m_thread.Reset(::CreateThread(nullptr, 0, &HangWatch::Watch, m_done.Get(), 0, nullptr));
+        m_started.Reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        m_thread.Reset(::CreateThread(nullptr, 0, &HangWatch::Watch, this, 0, nullptr));
+        // Wine crashes when a process ends whose thread is just starting; a case may end it at
+        // once.
+        if (m_thread)
+        {
+            ::WaitForSingleObject(m_started.Get(), INFINITE);
+        }
     }
 
     void testCaseEnded(const Catch::TestCaseStats&) override
@@ -71,9 +78,11 @@ public:
     }
 
 private:
-    static DWORD WINAPI Watch(void* done)
+    static DWORD WINAPI Watch(void* watch)
     {
-        if (::WaitForSingleObject(done, kLimitMs) == WAIT_TIMEOUT)
+        const auto& self = *static_cast<const HangWatch*>(watch);
+        ::SetEvent(self.m_started.Get());
+        if (::WaitForSingleObject(self.m_done.Get(), kLimitMs) == WAIT_TIMEOUT)
         {
             std::fprintf(stderr, "hung: %s\n", s_name.c_str());
             PrintThreads();
@@ -85,6 +94,7 @@ private:
 
     inline static std::string s_name;
     velt::UniqueKernelObject m_done;
+    velt::UniqueKernelObject m_started;
     velt::UniqueKernelObject m_thread;
 };
 CATCH_REGISTER_LISTENER(HangWatch)
