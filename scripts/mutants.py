@@ -4,9 +4,10 @@ They are found in the text, whose layout clang-format keeps: a binary operator s
 brackets of templates and declarators of pointers do not.
 """
 
+import collections
 import dataclasses
+import hashlib
 import pathlib
-import random
 import re
 
 SWAPS = {
@@ -62,7 +63,10 @@ LEFT_OUT = re.compile(
 
 @dataclasses.dataclass(frozen=True)
 class Mutant:
-    """One edit: what stands at an offset of a file becomes something else."""
+    """One edit: what stands at an offset of a file becomes something else.
+
+    The key names it by its line's text instead of the line's number: edits elsewhere leave it as it is.
+    """
 
     path: str  # below the project's root
     offset: int  # in characters
@@ -70,6 +74,7 @@ class Mutant:
     column: int  # from 1
     old: str
     new: str
+    key: str
 
     def apply(self, text):
         assert text.startswith(self.old, self.offset)
@@ -95,10 +100,16 @@ def mutants_of(path, text):
     """All mutants of a file, in the order of their places."""
     code = blanked(text)
     found = []
+    keys = collections.Counter()
 
     def add(offset, old, new):
         line = code.count("\n", 0, offset) + 1
-        found.append(Mutant(path, offset, line, offset - code.rfind("\n", 0, offset), old, new))
+        column = offset - code.rfind("\n", 0, offset)
+        its_line = text.splitlines()[line - 1]
+        within = column - (len(its_line) - len(its_line.lstrip()))
+        key = f"{path}: {its_line.strip()} @{within} {old} -> {new}"
+        keys[key] += 1
+        found.append(Mutant(path, offset, line, column, old, new, f"{key} #{keys[key]}"))
 
     for pattern in (OPERATOR, WORD, STEP):
         for match in pattern.finditer(code):
@@ -117,12 +128,16 @@ def mutants_of(path, text):
 
 
 def choose(root, folders, count, seed):
-    """`count` mutants of all files of the folders, which are named below src/; the same for the same
-    seed and text."""
+    """`count` mutants of all files of the folders, which are named below src/. The seed ranks each by
+    its key, so that a change of the text changes the choice by as much only."""
     found = []
     for folder in sorted(folders):
         for path in sorted(pathlib.Path(root, "src", folder).rglob("*")):
             if path.suffix in (".cpp", ".h"):
                 name = path.relative_to(root).as_posix()
                 found += mutants_of(name, path.read_text(encoding="utf-8"))
-    return random.Random(seed).sample(found, min(count, len(found)))
+    return sorted(found, key=lambda mutant: rank(seed, mutant))[:count]
+
+
+def rank(seed, mutant):
+    return hashlib.sha256(f"{seed} {mutant.key}".encode()).digest()

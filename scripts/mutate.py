@@ -167,6 +167,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--count", type=int, default=300)
     parser.add_argument("--workers", type=int, default=os.cpu_count())
+    parser.add_argument("--survivors", action="store_true")
     parser.add_argument("folders", nargs="*", metavar="folder", default=FOLDERS)
     options = parser.parse_args()
     for folder in options.folders:
@@ -175,12 +176,19 @@ def main():
 
     chosen = mutants.choose(ROOT, options.folders, options.count, options.seed)
     WORK.mkdir(parents=True, exist_ok=True)
-    texts = hashlib.sha256("".join(map(repr, chosen)).encode()).hexdigest()[:12]
-    kept = WORK / f"results-{options.seed}-{texts}.jsonl"
-    results = [json.loads(line) for line in kept.read_text().splitlines()] if kept.exists() else []
-    done = {result["mutant"] for result in results}
-    left = [mutant for mutant in chosen if str(mutant) not in done]
-    print(f"{len(chosen)} edits, {len(chosen) - len(left)} of them done; results in {kept}", flush=True)
+    kept = WORK / f"results-{options.seed}.jsonl"
+    known = {}
+    for line in kept.read_text().splitlines() if kept.exists() else ():
+        result = json.loads(line)
+        known[result["key"]] = result
+    results, left = [], []
+    for mutant in chosen:
+        result = known.get(mutant.key)
+        if result and not (options.survivors and result["outcome"] == "survived"):
+            results.append({**result, "mutant": str(mutant)})
+        else:
+            left.append(mutant)
+    print(f"{len(chosen)} edits, {len(results)} of them done; results in {kept}", flush=True)
 
     os.environ["CMAKE_BUILD_PARALLEL_LEVEL"] = str(max(1, os.cpu_count() // options.workers))
     trees = queue.SimpleQueue()
@@ -199,7 +207,7 @@ def main():
         try:
             begin = time.monotonic()
             outcome, by = tree.outcome(mutant, tests[mutant.path.split("/")[1]])
-            return {"mutant": str(mutant), "path": mutant.path, "outcome": outcome, "by": by,
+            return {"mutant": str(mutant), "key": mutant.key, "path": mutant.path, "outcome": outcome, "by": by,
                     "seconds": time.monotonic() - begin}  # fmt: skip
         finally:
             trees.put(tree)

@@ -2,14 +2,15 @@
 # Measures what the tests would miss: makes small wrong edits of the product, one at a time, and says
 # which of them no test notices.
 #
-#   mutate.sh [--seed N] [--count N] [--workers N] [folder...]
+#   mutate.sh [--seed N] [--count N] [--workers N] [--survivors] [folder...]
 #
 # The folders are those below src/; all that are code by default. The same seed chooses the same edits
-# of the same text. Each edit is made in a copy of the work tree below build/mutants/, built, and given
-# to the tests with the label of its folder: native ones first, then the release's, quick ones first,
-# until one fails. What does not compile, or is the same program, is left out of the count. Results are
-# kept as they come: the same command goes on where it was ended. Exit code 1 for a failure of the run
-# itself, not for survivors.
+# of the same text, and a change of the text changes the choice by as much only. Each edit is made in a
+# copy of the work tree below build/mutants/, built, and given to the tests with the label of its folder:
+# native ones first, then the release's, quick ones first, until one fails. What does not compile, or is
+# the same program, is left out of the count. Results are kept as they come: the same command goes on
+# where it was ended; with --survivors, what survived is tried again. Exit code 1 for a failure of the
+# run itself, not for survivors.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 velt_setup test

@@ -81,6 +81,13 @@ class Choice(unittest.TestCase):
         self.assertEqual(len(set(map(str, first))), 50)
         self.assertEqual({m.path.split("/")[1] for m in first}, {"foundation", "update"})
 
+    def test_edits_elsewhere_do_not_matter(self):
+        line = "    return a < b;\n"
+        (before,) = mutants.mutants_of("src/a.cpp", line)
+        after = mutants.mutants_of("src/a.cpp", f"f(1);\n\n{line}{line}")
+        self.assertIn(before.key, [mutant.key for mutant in after])
+        self.assertEqual(len({mutant.key for mutant in after}), len(after))
+
 
 if __name__ == "__main__":
     unittest.main()
