@@ -6,8 +6,10 @@
 
 #include <winternl.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
+#include <vector>
 
 namespace velt::test
 {
@@ -29,66 +31,78 @@ constexpr std::size_t kRows = 0x4000;
 constexpr std::size_t kTableOffset = kIs64Bit ? 0xF8 : 0x94; // in the process environment block
 
 /// Counted in the table where the system does not tell the number, as Wine does not.
-std::size_t CountGdiObjects()
+std::size_t CountGdiObjects(HANDLE process)
 {
-    if (const DWORD told = ::GetGuiResources(::GetCurrentProcess(), GR_GDIOBJECTS))
+    if (const DWORD told = ::GetGuiResources(process, GR_GDIOBJECTS))
     {
         return told;
     }
     PROCESS_BASIC_INFORMATION information{};
-    if (::NtQueryInformationProcess(::GetCurrentProcess(), ProcessBasicInformation, &information,
+    if (::NtQueryInformationProcess(process, ProcessBasicInformation, &information,
                                     sizeof(information), nullptr) < 0)
     {
         throw std::runtime_error("the system does not tell of drawing objects");
     }
     const auto* const block = reinterpret_cast<const char*>(information.PebBaseAddress);
-    const auto* const table = *reinterpret_cast<const GdiRow* const*>(block + kTableOffset);
-    if (!table)
+    const void* table = nullptr;
+    std::vector<GdiRow> rows(kRows);
+    if (!::ReadProcessMemory(process, block + kTableOffset, &table, sizeof(table), nullptr) ||
+        !::ReadProcessMemory(process, table, rows.data(), kRows * sizeof(GdiRow), nullptr))
     {
         throw std::runtime_error("there is no table of drawing objects");
     }
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < kRows; ++i)
-    {
-        count += table[i].type != 0;
-    }
-    return count;
+    return static_cast<std::size_t>(
+        std::count_if(rows.begin(), rows.end(), [](const GdiRow& row) { return row.type != 0; }));
 }
+
+/// The windows of a process, as they are counted.
+struct Windows
+{
+    DWORD process;
+    std::size_t count;
+};
 
 BOOL CALLBACK CountChild(HWND, LPARAM count) noexcept
 {
-    ++*reinterpret_cast<std::size_t*>(count);
+    ++reinterpret_cast<Windows*>(count)->count;
     return TRUE;
 }
 
 BOOL CALLBACK CountWindow(HWND window, LPARAM count) noexcept
 {
+    auto& windows = *reinterpret_cast<Windows*>(count);
     DWORD process = 0;
     ::GetWindowThreadProcessId(window, &process);
-    if (process == ::GetCurrentProcessId())
+    if (process == windows.process)
     {
-        ++*reinterpret_cast<std::size_t*>(count);
+        ++windows.count;
         ::EnumChildWindows(window, &CountChild, count);
     }
     return TRUE;
 }
 
-std::size_t CountWindows()
+std::size_t CountWindows(HANDLE process)
 {
-    std::size_t count = 0;
-    ::EnumWindows(&CountWindow, reinterpret_cast<LPARAM>(&count));
+    Windows windows{::GetProcessId(process), 0};
+    const auto count = reinterpret_cast<LPARAM>(&windows);
+    ::EnumWindows(&CountWindow, count);
     HWND window = nullptr;
     while ((window = ::FindWindowExW(HWND_MESSAGE, window, nullptr, nullptr)) != nullptr)
     {
-        CountWindow(window, reinterpret_cast<LPARAM>(&count));
+        CountWindow(window, count);
     }
-    return count;
+    return windows.count;
 }
 } // namespace
 
+GuiUsage GuiUsageOf(HANDLE process)
+{
+    return {CountGdiObjects(process), CountWindows(process)};
+}
+
 GuiUsage CurrentGuiUsage()
 {
-    return {CountGdiObjects(), CountWindows()};
+    return GuiUsageOf(::GetCurrentProcess());
 }
 
 std::size_t GdiObjectsKeptOfShapedWindow()
@@ -104,9 +118,9 @@ std::size_t GdiObjectsKeptOfShapedWindow()
         }
     };
     show(2); // what is made once is there now
-    const std::size_t before = CountGdiObjects();
+    const std::size_t before = CountGdiObjects(::GetCurrentProcess());
     show(kWindows);
-    const std::size_t after = CountGdiObjects();
+    const std::size_t after = CountGdiObjects(::GetCurrentProcess());
     return after > before ? (after - before) / kWindows : 0;
 }
 } // namespace velt::test

@@ -41,7 +41,7 @@ struct HandleTable
     HandleRow rows[1];
 };
 
-std::size_t CountHandles()
+std::size_t CountHandles(DWORD processId)
 {
     constexpr int kSystemHandleInformation = 16;
     constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
@@ -61,16 +61,16 @@ std::size_t CountHandles()
     const auto* const table = reinterpret_cast<const HandleTable*>(buffer.data());
     return static_cast<std::size_t>(
         std::count_if(table->rows, table->rows + table->count,
-                      [](const HandleRow& row) { return row.process == ::GetCurrentProcessId(); }));
+                      [processId](const HandleRow& row) { return row.process == processId; }));
 }
 
 /// Counted page by page, because not every system keeps the sum.
-std::size_t PrivateBytes()
+std::size_t PrivateBytes(HANDLE process)
 {
     std::size_t bytes = 0;
     MEMORY_BASIC_INFORMATION region{};
     const char* at = nullptr;
-    while (::VirtualQuery(at, &region, sizeof(region)) != 0)
+    while (::VirtualQueryEx(process, at, &region, sizeof(region)) != 0)
     {
         if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
         {
@@ -111,12 +111,17 @@ std::size_t UsedBytes(HANDLE heap)
 
 ProcessUsage CurrentUsage()
 {
-    ProcessUsage usage{PrivateBytes(), 0, CountHandles()};
+    ProcessUsage usage = UsageOf(::GetCurrentProcess());
     for (const HANDLE heap : Heaps())
     {
         usage.heapBytes += UsedBytes(heap);
     }
     return usage;
+}
+
+ProcessUsage UsageOf(HANDLE process)
+{
+    return {PrivateBytes(process), 0, CountHandles(::GetProcessId(process))};
 }
 
 std::size_t UncertainHeapBytes()

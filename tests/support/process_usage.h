@@ -17,6 +17,9 @@ struct ProcessUsage
 /// Throws std::runtime_error when the system does not tell.
 ProcessUsage CurrentUsage();
 
+/// Of another process, whose heaps cannot be walked: 0 stands for them.
+ProcessUsage UsageOf(HANDLE process);
+
 /// By how much `heapBytes` may grow between two measurements while nothing more is in use: nothing
 /// where the walk of a heap shows each free block. Some systems hand small blocks out of groups,
 /// which the walk shows as one block in use each, also while they are empty.

@@ -114,10 +114,9 @@ HRESULT TortureFetch(const char* url, const char* user, const char* password, co
     });
 }
 
-HRESULT TortureQueue(const char* url, ExchangeOutcome* outcome)
+HRESULT TortureQueue(const char* url, DWORD limitMs, ExchangeOutcome* outcome)
 {
     constexpr DWORD kPeriodMs = 5;
-    constexpr DWORD kLimitMs = 4000; // the worker may have ended, as it does when a step throws
     return Result([&] {
         url_options options;
         options.url = url;
@@ -132,7 +131,7 @@ HRESULT TortureQueue(const char* url, ExchangeOutcome* outcome)
             hr = queue.begin(kPeriodMs);
             if (SUCCEEDED(hr))
             {
-                done.Wait(kLimitMs);
+                done.Wait(limitMs);
             }
         }
         TakeBody(*request, *outcome);

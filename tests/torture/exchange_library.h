@@ -19,11 +19,13 @@ struct ExchangeOutcome
 
 extern "C"
 {
-    /// One exchange, by itself or as a request of a queue of its own; `user` may be null.
+    /// One exchange, by itself or as a request of a queue of its own, whose end is waited for so
+    /// long; `user` may be null.
     __declspec(dllexport) HRESULT
         TortureFetch(const char* url, const char* user, const char* password, const char* data,
                      ExchangeOutcome* outcome);
-    __declspec(dllexport) HRESULT TortureQueue(const char* url, ExchangeOutcome* outcome);
+    __declspec(dllexport) HRESULT
+        TortureQueue(const char* url, DWORD limitMs, ExchangeOutcome* outcome);
 
     __declspec(dllexport) HRESULT TortureProbe(DWORD* flags);
     __declspec(dllexport) HRESULT TortureCheckConnection(const wchar_t* url, DWORD* state);

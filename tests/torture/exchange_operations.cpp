@@ -133,7 +133,9 @@ void AddExchangeOperations(std::vector<Operation>& operations)
         auto* const queue = VELT_EXPORTED(TortureQueue);
         const std::string url = UrlOf(server.Port());
         ExchangeOutcome outcome;
-        const HRESULT hr = trial.Act([&] { return queue(url.c_str(), &outcome); }, S_OK, {E_FAIL});
+        const DWORD limitMs = trial.HasFaults() ? 4000 : 30'000; // a worker may end by its fault
+        const HRESULT hr =
+            trial.Act([&] { return queue(url.c_str(), limitMs, &outcome); }, S_OK, {E_FAIL});
         CheckOutcome(trial, hr, outcome, 0, kBody);
     });
     add("connection", "The connected state", [](Trial& trial) {

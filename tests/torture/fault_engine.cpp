@@ -1,10 +1,12 @@
 #include "tests/torture/fault_engine.h"
 
+#include "foundation/last_error_scope.h"
 #include "foundation/velt_auto_critical_section.h"
 #include "foundation/win_critical_section.h"
 #include "tests/support/import_patch.h"
 
 #include <objbase.h>
+#include <process.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <stdexcept>
 
 namespace velt::torture::FaultEngine
@@ -33,7 +36,20 @@ struct Entry
     FunctionInfo info;
     void* original = nullptr;
     void* thunk = nullptr;
-    volatile LONG calls = 0;
+};
+
+/// What is armed and counted together.
+struct Session
+{
+    // set while nothing of it runs
+    std::array<Fault, kMostFaults> faults;
+    std::size_t faultCount = 0;
+
+    std::array<volatile LONG, kMostFunctions> callsOf{};
+    std::array<unsigned short, kMostCalls> calls;
+    volatile LONG callCount = 0;
+    volatile LONG injected = 0;
+    volatile LONG isRunning = FALSE;
 };
 
 struct ModuleRange
@@ -68,19 +84,22 @@ std::vector<LateSlot> g_lateSlots;
 std::vector<std::string> g_unknownLate;
 std::vector<wchar_t*> g_keptTexts;
 unsigned char* g_thunks = nullptr;
+std::vector<std::unique_ptr<Session>> g_sessions; // until the process ends
 
-// set while nothing runs
-std::array<Fault, kMostFaults> g_faults;
-std::size_t g_faultCount = 0;
-
-std::array<unsigned short, kMostCalls> g_calls;
-volatile LONG g_callCount = 0;
-volatile LONG g_injected = 0;
-volatile LONG g_isRunning = FALSE;
+Session g_shared; // by the threads with none of their own
+const DWORD g_ownSession = ::TlsAlloc();
 volatile LONG g_liveBlocks = 0;
 volatile LONG g_missingClasses = 0;
 bool g_keepsCallers = false;
 std::array<LiveBlock, 4096> g_live;
+
+/// The calling thread's; keeps its last error.
+Session& CurrentSession() noexcept
+{
+    const LastErrorScope keep;
+    auto* const own = static_cast<Session*>(::TlsGetValue(g_ownSession));
+    return own ? *own : g_shared;
+}
 
 const ModuleRange* RangeOf(const void* address) noexcept
 {
@@ -121,31 +140,32 @@ __attribute__((force_align_arg_pointer))
 const std::uintptr_t*
 Decide(std::size_t index, Arguments arguments) noexcept
 {
-    if (!g_isRunning)
+    Session& session = CurrentSession();
+    if (!session.isRunning)
     {
         return nullptr;
     }
-    Entry& entry = g_entries[index];
+    const Entry& entry = g_entries[index];
     const KnownFunction& known = *entry.info.known;
     if (known.applies && !known.applies(arguments))
     {
         return nullptr;
     }
-    const LONG call = ::InterlockedIncrement(&entry.calls);
-    const LONG position = ::InterlockedIncrement(&g_callCount) - 1;
+    const LONG call = ::InterlockedIncrement(&session.callsOf[index]);
+    const LONG position = ::InterlockedIncrement(&session.callCount) - 1;
     if (static_cast<std::size_t>(position) < kMostCalls)
     {
-        g_calls[static_cast<std::size_t>(position)] = static_cast<unsigned short>(index);
+        session.calls[static_cast<std::size_t>(position)] = static_cast<unsigned short>(index);
     }
-    for (std::size_t i = 0; i < g_faultCount; ++i)
+    for (std::size_t i = 0; i < session.faultCount; ++i)
     {
-        const Fault& fault = g_faults[i];
+        const Fault& fault = session.faults[i];
         if (fault.function != index || fault.call != call)
         {
             continue;
         }
         const Failure& failure = known.failures[fault.failure];
-        ::InterlockedIncrement(&g_injected);
+        ::InterlockedIncrement(&session.injected);
         if (g_keepsCallers)
         {
             std::printf("fails: %s\n", Describe(fault).c_str());
@@ -268,7 +288,7 @@ void* Taken(void* block, std::size_t size, const void* top) noexcept
     if (block)
     {
         ::InterlockedIncrement(&g_liveBlocks);
-        if (g_keepsCallers && g_isRunning)
+        if (g_keepsCallers && CurrentSession().isRunning)
         {
             NoteBlock(block, size, top);
         }
@@ -347,9 +367,9 @@ BOOL WINAPI SetTimer(HANDLE timer, const LARGE_INTEGER* due, LONG period, PTIMER
 
 BOOL WINAPI Protect(void* address, SIZE_T size, DWORD protection, DWORD* before) noexcept
 {
+    const VeltAutoCriticalSection lock(&g_lock);
     if (size == sizeof(void*) && RangeOf(address))
     {
-        const VeltAutoCriticalSection lock(&g_lock);
         auto** const slot = static_cast<void**>(address);
         const bool isKnown =
             std::any_of(g_lateSlots.begin(), g_lateSlots.end(),
@@ -377,6 +397,44 @@ DWORD WINAPI Format(DWORD flags, const void* source, DWORD id, DWORD language, w
     return length;
 }
 
+struct ThreadStart
+{
+    unsigned(__stdcall* entry)(void*);
+    void* argument;
+    Session* session;
+};
+
+unsigned __stdcall StartInSession(void* argument) noexcept
+{
+    ThreadStart start{};
+    {
+        const std::unique_ptr<ThreadStart> given(static_cast<ThreadStart*>(argument));
+        start = *given; // the thread may end within its entry
+    }
+    ::TlsSetValue(g_ownSession, start.session);
+    return start.entry(start.argument);
+}
+
+/// A thread that is started in a session of its own is in it, too.
+std::uintptr_t __cdecl BeginThread(void* security, unsigned stackBytes,
+                                   unsigned(__stdcall* entry)(void*), void* argument,
+                                   unsigned flags, unsigned* id) noexcept
+{
+    Session& session = CurrentSession();
+    if (&session == &g_shared)
+    {
+        return ::_beginthreadex(security, stackBytes, entry, argument, flags, id);
+    }
+    std::unique_ptr<ThreadStart> start(new ThreadStart{entry, argument, &session});
+    const std::uintptr_t thread =
+        ::_beginthreadex(security, stackBytes, &StartInSession, start.get(), flags, id);
+    if (thread != 0)
+    {
+        static_cast<void>(start.release()); // the thread's
+    }
+    return thread;
+}
+
 FARPROC WINAPI FindFunction(HMODULE module, const char* name);
 
 void* ReplacementOf(std::string_view name) noexcept
@@ -387,6 +445,7 @@ void* ReplacementOf(std::string_view name) noexcept
            : name == "realloc"          ? address(&Realloc)
            : name == "free"             ? address(&Free)
            : name == "abort"            ? address(&Abort)
+           : name == "_beginthreadex"   ? address(&BeginThread)
            : name == "SetWaitableTimer" ? address(&SetTimer)
            : name == "CoCreateInstance" ? address(&Create)
            : name == "FormatMessageW"   ? address(&Format)
@@ -521,38 +580,62 @@ const FunctionInfo& Function(std::size_t index)
     return g_entries[index].info;
 }
 
+void UseOwnSession()
+{
+    auto session = std::make_unique<Session>();
+    if (!::TlsSetValue(g_ownSession, session.get()))
+    {
+        throw std::runtime_error("no session of the thread's own");
+    }
+    const VeltAutoCriticalSection lock(&g_lock);
+    g_sessions.push_back(std::move(session));
+}
+
 void Arm(std::vector<Fault> faults)
 {
     Disarm();
-    for (std::size_t i = 0; i < g_entryCount; ++i)
+    Session& session = CurrentSession();
+    for (volatile LONG& calls : session.callsOf)
     {
-        g_entries[i].calls = 0;
+        calls = 0;
     }
-    g_callCount = 0;
-    g_injected = 0;
-    g_faultCount = std::min(faults.size(), kMostFaults);
-    std::copy_n(faults.begin(), g_faultCount, g_faults.begin());
-    const VeltAutoCriticalSection lock(&g_lock);
-    for (const LateSlot& late : g_lateSlots)
+    session.callCount = 0;
+    session.injected = 0;
+    session.faultCount = std::min(faults.size(), kMostFaults);
+    std::copy_n(faults.begin(), session.faultCount, session.faults.begin());
+    if (&session == &g_shared)
     {
-        ExchangeSlot(late.slot, late.before);
+        const VeltAutoCriticalSection lock(&g_lock);
+        for (const LateSlot& late : g_lateSlots)
+        {
+            ExchangeSlot(late.slot, late.before);
+        }
     }
 }
 
 void Resume() noexcept
 {
-    ::InterlockedExchange(&g_isRunning, TRUE);
+    ::InterlockedExchange(&CurrentSession().isRunning, TRUE);
 }
 
 void Pause() noexcept
 {
-    ::InterlockedExchange(&g_isRunning, FALSE);
+    ::InterlockedExchange(&CurrentSession().isRunning, FALSE);
 }
 
 void Disarm() noexcept
 {
     Pause();
-    g_faultCount = 0;
+    Session& session = CurrentSession();
+    session.faultCount = 0;
+    if (&session == &g_shared)
+    {
+        FreeKeptTexts();
+    }
+}
+
+void FreeKeptTexts() noexcept
+{
     const VeltAutoCriticalSection lock(&g_lock);
     for (wchar_t* const text : g_keptTexts)
     {
@@ -563,13 +646,14 @@ void Disarm() noexcept
 
 std::vector<std::size_t> Calls()
 {
-    const auto count = std::min(static_cast<std::size_t>(g_callCount), kMostCalls);
-    return {g_calls.begin(), g_calls.begin() + static_cast<std::ptrdiff_t>(count)};
+    const Session& session = CurrentSession();
+    const auto count = std::min(static_cast<std::size_t>(session.callCount), kMostCalls);
+    return {session.calls.begin(), session.calls.begin() + static_cast<std::ptrdiff_t>(count)};
 }
 
 std::size_t Injected() noexcept
 {
-    return static_cast<std::size_t>(g_injected);
+    return static_cast<std::size_t>(CurrentSession().injected);
 }
 
 LONG LiveBlocks() noexcept
@@ -614,6 +698,21 @@ void PrintStack(const void* top)
         std::printf("    +%lx\n", static_cast<unsigned long>(offset));
         return ++count < kMost;
     });
+}
+
+std::vector<Fault> FaultsOf(const std::vector<std::size_t>& calls)
+{
+    std::vector<Fault> faults;
+    std::vector<LONG> counts(kMostFunctions, 0);
+    for (const std::size_t function : calls)
+    {
+        const LONG call = ++counts[function];
+        for (std::size_t i = 0; i < Function(function).known->failures.size(); ++i)
+        {
+            faults.push_back({function, call, i});
+        }
+    }
+    return faults;
 }
 
 std::string Describe(const Fault& fault)

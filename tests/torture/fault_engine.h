@@ -19,8 +19,9 @@ struct Fault
 };
 
 /// Has calls fail that modules make to the system: through their import tables, to what they take
-/// by GetProcAddress, and so to what they load late. Calls are counted and fail on any thread, from
-/// Arm to Disarm, and only while the engine is not paused. One for the process.
+/// by GetProcAddress, and so to what they load late. Calls are counted and fail in a session, from
+/// Arm to Disarm, and only while it is not paused. All threads share one session, but for those
+/// that have asked for one of their own.
 namespace FaultEngine
 {
 struct FunctionInfo
@@ -42,12 +43,20 @@ std::vector<std::string> UnknownLateFunctions();
 
 const FunctionInfo& Function(std::size_t index);
 
+/// Gives the calling thread a session of its own, which the threads are in, too, that the modules
+/// start on it. It stays until the process ends.
+void UseOwnSession();
+
 /// Begins to count, with these calls failing; paused. What modules have loaded late is looked up
-/// again.
+/// again in the shared session only.
 void Arm(std::vector<Fault> faults);
 void Resume() noexcept;
 void Pause() noexcept;
 void Disarm() noexcept;
+
+/// Frees what the modules never free by contract; while none of them uses it. Disarm does so in the
+/// shared session.
+void FreeKeptTexts() noexcept;
 
 /// The functions of the calls counted since Arm that could fail, in their order.
 std::vector<std::size_t> Calls();
@@ -67,6 +76,9 @@ void PrintLiveBlocks();
 
 /// Prints the addresses of the modules' code that stand on the stack from `top` on.
 void PrintStack(const void* top);
+
+/// Each of these calls with each of its failures.
+std::vector<Fault> FaultsOf(const std::vector<std::size_t>& calls);
 
 std::string Describe(const Fault& fault);
 } // namespace FaultEngine

@@ -2,6 +2,8 @@
 // what becomes of it.
 //
 //   torture.exe [--only <text>] [--pairs] [--seed <number> --limit <seconds>] [--json <file>]
+//   torture.exe --soak [--processes <number>] [--seconds <number>] [--period <seconds>]
+//       [--seed <number>] [--fault-one-in <number>] [--only <text>] [--agent] [--folder <folder>]
 //   torture.exe --list
 //   torture.exe --run "<room>: <operation>" <run>
 //
@@ -12,12 +14,18 @@
 // 0 when that was nothing. --run repeats one run and says more of it: which code called, and which
 // blocks are left.
 //
+// --soak runs all operations for long, with a random fault in some: in so many processes, those of
+// each kind on a thread of its own, while the trace viewer gets the lines, and with --agent beside
+// the sample update agent. For each period a line goes to a file for each process in the folder;
+// scripts/soak.py says what becomes of them.
+//
 // The runs are made in processes of their own: after one that crashes or hangs, the next process
 // goes on with the next run.
 
 #include "foundation/unique_handle.h"
 #include "tests/support/child_process.h"
 #include "tests/torture/runner.h"
+#include "tests/torture/soak.h"
 
 #include <windows.h>
 
@@ -294,6 +302,12 @@ private:
     bool m_isOver = false;
 };
 
+int PassedCode()
+{
+    const char* const code = std::getenv("VELT_PASSED_CODE");
+    return code ? std::stoi(code) : EXIT_SUCCESS;
+}
+
 int Main(const std::vector<std::string>& arguments)
 {
     Plan plan;
@@ -316,6 +330,13 @@ int Main(const std::vector<std::string>& arguments)
                 plan.skipped.push_back(std::stoul(value()));
             }
             return static_cast<int>(velt::torture::RunChild(plan));
+        }
+        if (option == "--soak" || option == "--soak-child")
+        {
+            const std::vector<std::string> rest(arguments.begin() + 1, arguments.end());
+            const unsigned code = option == "--soak" ? velt::torture::RunSoak(rest)
+                                                     : velt::torture::RunSoakChild(rest);
+            return code == velt::torture::kEnded ? PassedCode() : static_cast<int>(code);
         }
         if (option == "--list")
         {
@@ -364,8 +385,7 @@ int Main(const std::vector<std::string>& arguments)
     {
         parent.WriteJson(json);
     }
-    const char* const passedCode = std::getenv("VELT_PASSED_CODE");
-    return findings > 0 ? EXIT_FAILURE : passedCode ? std::stoi(passedCode) : EXIT_SUCCESS;
+    return findings > 0 ? EXIT_FAILURE : PassedCode();
 }
 } // namespace
 

@@ -3,10 +3,10 @@
 #include "foundation/unique_handle.h"
 #include "tests/support/apartment_thread.h"
 #include "tests/support/com_apartment.h"
-#include "tests/support/gui_usage.h"
-#include "tests/support/process_usage.h"
 #include "tests/torture/fault_engine.h"
+#include "tests/torture/process_end.h"
 #include "tests/torture/trial.h"
+#include "tests/torture/usage.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -27,33 +27,6 @@ constexpr int kRepeats = 4;                    // of a run after which more was 
 volatile LONG g_beat = 0; // changes with each run
 DWORD g_mainThread = 0;
 
-/// Without the run-time, whose locks a hung thread may hold.
-void Say(const char* text) noexcept
-{
-    DWORD written = 0;
-    ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), text, static_cast<DWORD>(::lstrlenA(text)),
-                &written, nullptr);
-}
-
-const void* StackOf(const CONTEXT& context) noexcept
-{
-#ifdef _WIN64
-    return reinterpret_cast<const void*>(context.Rsp); // NOLINT(performance-no-int-to-ptr)
-#else
-    return reinterpret_cast<const void*>(context.Esp); // NOLINT(performance-no-int-to-ptr)
-#endif
-}
-
-LONG WINAPI OnCrash(EXCEPTION_POINTERS* exception) noexcept
-{
-    std::printf("crash 0x%08lX at %p\n", exception->ExceptionRecord->ExceptionCode,
-                exception->ExceptionRecord->ExceptionAddress);
-    FaultEngine::PrintStack(StackOf(*exception->ContextRecord));
-    std::fflush(stdout);
-    ::TerminateProcess(::GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
-    return EXCEPTION_EXECUTE_HANDLER;
-}
-
 /// Ends the process when a run takes too long.
 DWORD WINAPI WatchForHang(void*) noexcept
 {
@@ -64,60 +37,11 @@ DWORD WINAPI WatchForHang(void*) noexcept
         if (now == last)
         {
             Say("hung\n");
-            const velt::UniqueKernelObject thread(
-                ::OpenThread(THREAD_GET_CONTEXT | THREAD_SUSPEND_RESUME, FALSE, g_mainThread));
-            ::SuspendThread(thread.Get());
-            CONTEXT context{};
-            context.ContextFlags = CONTEXT_CONTROL;
-            if (::GetThreadContext(thread.Get(), &context))
-            {
-                FaultEngine::PrintStack(StackOf(context));
-                std::fflush(stdout);
-            }
+            PrintStackOfThread(g_mainThread);
             ::TerminateProcess(::GetCurrentProcess(), kHung);
         }
         last = now;
     }
-}
-
-struct Usage
-{
-    std::size_t values[5] = {};
-
-    static constexpr const char* kNames[5] = {"blocks", "handles", "heap bytes", "drawing objects",
-                                              "windows"};
-};
-
-/// How many handles the system itself keeps of each such question: none on Windows.
-std::size_t HandlesKeptOfMissingClass()
-{
-    constexpr int kQuestions = 10;
-    const auto ask = [](int times) {
-        constexpr CLSID kNobodys = {
-            0x1D3A0F7E, 0x5B2C, 0x4E88, {0x9A, 0x41, 0x66, 0x0D, 0x2B, 0xC7, 0x15, 0xF4}};
-        for (int i = 0; i < times; ++i)
-        {
-            void* object = nullptr;
-            ::CoCreateInstance(kNobodys, nullptr, CLSCTX_ALL, IID_IUnknown, &object);
-        }
-    };
-    ask(1); // what is made once is there now
-    const std::size_t before = velt::test::CurrentUsage().handles;
-    ask(kQuestions);
-    const std::size_t after = velt::test::CurrentUsage().handles;
-    return after > before ? (after - before) / kQuestions : 0;
-}
-
-Usage CurrentUsage(bool isUi)
-{
-    static const std::size_t kept = HandlesKeptOfMissingClass();
-    const velt::test::ProcessUsage process = velt::test::CurrentUsage();
-    const velt::test::GuiUsage gui = isUi ? velt::test::CurrentGuiUsage() : velt::test::GuiUsage{};
-    constexpr std::size_t kBase = 1'000'000; // blocks from before the engine are given back too
-    return {
-        {kBase + static_cast<std::size_t>(FaultEngine::LiveBlocks()),
-         process.handles + kBase - kept * static_cast<std::size_t>(FaultEngine::MissingClasses()),
-         process.heapBytes, gui.gdiObjects, gui.windows}};
 }
 
 /// The blocks in use of the process's heap: to see which ones a run leaves.
@@ -173,12 +97,6 @@ public:
         // Where some failures' texts are. Not each load of it: systems keep handles of those.
         ::LoadLibraryW(L"quartz.dll");
         FaultEngine::Install(m_library.Module());
-        AddServerOperations(m_operations);
-        AddCollectionOperations(m_operations);
-        AddServiceOperations(m_operations);
-        AddUpdateOperations(m_operations);
-        AddExchangeOperations(m_operations);
-        AddUiOperations(m_operations);
     }
 
     Runner(const Runner&) = delete;
@@ -189,11 +107,6 @@ public:
     std::vector<Operation>& Operations() noexcept
     {
         return m_operations;
-    }
-
-    static std::string NameOf(const Operation& operation)
-    {
-        return std::string(operation.room) + ": " + operation.name;
     }
 
     /// One run; what it found. The calls that it made are FaultEngine::Calls().
@@ -356,29 +269,13 @@ private:
 
     const velt::test::ComApartment m_apartment;
     const velt::test::ComponentLibrary m_library;
-    std::vector<Operation> m_operations;
+    std::vector<Operation> m_operations = AllOperations();
     std::vector<std::size_t> m_calls;
     Usage m_before;
     std::size_t m_growth[5] = {};
     bool m_isUi = false;
     bool m_isSpent = false;
 };
-
-/// Each call with each of its failures.
-std::vector<Fault> SinglesOf(const std::vector<std::size_t>& calls)
-{
-    std::vector<Fault> faults;
-    std::vector<LONG> counts(1024, 0);
-    for (const std::size_t function : calls)
-    {
-        const LONG call = ++counts[function];
-        for (std::size_t i = 0; i < FaultEngine::Function(function).known->failures.size(); ++i)
-        {
-            faults.push_back({function, call, i});
-        }
-    }
-    return faults;
-}
 
 void Tell(const std::vector<std::string>& findings)
 {
@@ -402,7 +299,7 @@ public:
     {
         std::vector<Operation>& operations = m_runner.Operations();
         std::erase_if(operations, [&](const Operation& operation) {
-            return Runner::NameOf(operation).find(m_plan.only) == std::string::npos;
+            return NameOf(operation).find(m_plan.only) == std::string::npos;
         });
         std::mt19937 random(m_plan.seed);
         if (m_plan.seed != 0)
@@ -427,7 +324,7 @@ public:
 private:
     bool RunOperation(std::size_t place, const Operation& operation, std::size_t first)
     {
-        std::printf("op %u %s\n", static_cast<unsigned>(place), Runner::NameOf(operation).c_str());
+        std::printf("op %u %s\n", static_cast<unsigned>(place), NameOf(operation).c_str());
         std::fflush(stdout);
         const std::vector<std::string> findings = m_runner.Prepare(operation);
         if (first == 0)
@@ -438,7 +335,7 @@ private:
             }
         }
         const std::vector<std::size_t> calls = m_runner.Calls();
-        std::vector<Fault> singles = SinglesOf(calls);
+        std::vector<Fault> singles = FaultEngine::FaultsOf(calls);
         std::printf("plan %u %u\n", static_cast<unsigned>(calls.size()),
                     static_cast<unsigned>(singles.size()));
         if (m_plan.seed != 0)
@@ -480,7 +377,7 @@ private:
             m_runner.Try(operation, {singles[i]});
             const std::vector<std::size_t> calls = FaultEngine::Calls();
             bool isAfter = false;
-            for (const Fault& later : SinglesOf(calls))
+            for (const Fault& later : FaultEngine::FaultsOf(calls))
             {
                 if (isAfter && later.failure == 0)
                 {
@@ -516,8 +413,7 @@ private:
 void Watch()
 {
     g_mainThread = ::GetCurrentThreadId();
-    ::SetUnhandledExceptionFilter(&OnCrash);
-    ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    TellOfCrashes();
     const velt::UniqueKernelObject watch(
         ::CreateThread(nullptr, 0, &WatchForHang, nullptr, 0, nullptr));
 }
@@ -539,12 +435,12 @@ unsigned RunOne(const std::string& name, std::size_t run)
     Runner runner;
     for (const Operation& operation : runner.Operations())
     {
-        if (Runner::NameOf(operation) != name)
+        if (NameOf(operation) != name)
         {
             continue;
         }
         Tell(runner.Prepare(operation));
-        const std::vector<Fault> singles = SinglesOf(runner.Calls());
+        const std::vector<Fault> singles = FaultEngine::FaultsOf(runner.Calls());
         if (run >= singles.size())
         {
             std::printf("%u runs\n", static_cast<unsigned>(singles.size()));
@@ -569,7 +465,7 @@ void ListOperations()
     Runner runner;
     for (const Operation& operation : runner.Operations())
     {
-        std::printf("%s\n", Runner::NameOf(operation).c_str());
+        std::printf("%s\n", NameOf(operation).c_str());
     }
 }
 } // namespace velt::torture

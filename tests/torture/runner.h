@@ -20,6 +20,7 @@ struct Plan
 
 /// The codes with which a child ends.
 inline constexpr unsigned kEnded = 0;
+inline constexpr unsigned kFound = 1;
 inline constexpr unsigned kGoOn = 95; // the process is spent: go on after this run
 inline constexpr unsigned kHung = 96;
 inline constexpr unsigned kBroken = 94; // the program itself

@@ -17,7 +17,7 @@ using Microsoft::WRL::ComPtr;
 using velt::test::EventsOf;
 using velt::test::RecordingSink;
 
-constexpr wchar_t kUrl[] = L"http://any-torture.velt.example/";
+constexpr wchar_t kHost[] = L"any-torture";
 
 /// Service members answer S_OK by design where the platform has failed.
 ComPtr<IVeltHTTPService> Service(const Trial& trial)
@@ -26,11 +26,11 @@ ComPtr<IVeltHTTPService> Service(const Trial& trial)
 }
 
 template <class Reader>
-void Read(Trial& trial, Reader reader, const wchar_t* place, const wchar_t* name,
+void Read(Trial& trial, Reader reader, const std::wstring& place, const wchar_t* name,
           const wchar_t* expected)
 {
     const auto service = Service(trial);
-    const InText url(place);
+    const InText url(place.c_str());
     const InText text(name);
     OutText out;
     const HRESULT hr = trial.Act([&] { return (service.Get()->*reader)(url, text, out.Place()); });
@@ -41,8 +41,7 @@ void Read(Trial& trial, Reader reader, const wchar_t* place, const wchar_t* name
 void Write(Trial& trial, bool isSafe)
 {
     const auto service = Service(trial);
-    const InText url(isSafe ? L"http://safe-torture.velt.example/"
-                            : L"http://plain-torture.velt.example/");
+    const InText url(trial.Place(isSafe ? L"safe-torture" : L"plain-torture").c_str());
     const InText name(L"name");
     const InText before(L"before");
     const InText after(L"after");
@@ -99,24 +98,25 @@ void AddServiceOperations(std::vector<Operation>& operations)
     });
     add("ReadData", [](Trial& trial) {
         const auto service = Service(trial);
-        constexpr wchar_t kPlace[] = L"http://read-torture.velt.example/";
-        service->WriteData(InText(kPlace), InText(L"read"), InText(L"value"));
-        Read(trial, &IVeltHTTPService::ReadData, kPlace, L"read", L"read=value");
+        const std::wstring place = trial.Place(L"read-torture");
+        service->WriteData(InText(place.c_str()), InText(L"read"), InText(L"value"));
+        Read(trial, &IVeltHTTPService::ReadData, place, L"read", L"read=value");
     });
     add("ReadData to nowhere", [](Trial& trial) {
         const auto service = Service(trial);
-        const InText url(kUrl);
+        const InText url(trial.Place(kHost).c_str());
         trial.Act([&] { return service->ReadData(url, nullptr, nullptr); }, E_POINTER);
     });
     add("SafeWriteData", [](Trial& trial) { Write(trial, true); });
     add("SafeReadData", [](Trial& trial) {
         const auto service = Service(trial);
-        service->SafeWriteData(InText(kUrl), InText(L"safe"), InText(L"value"));
-        Read(trial, &IVeltHTTPService::SafeReadData, kUrl, L"safe", L"value");
+        const std::wstring place = trial.Place(kHost);
+        service->SafeWriteData(InText(place.c_str()), InText(L"safe"), InText(L"value"));
+        Read(trial, &IVeltHTTPService::SafeReadData, place, L"safe", L"value");
     });
     add("SafeReadData of a name that is not there", [](Trial& trial) {
         const auto service = Service(trial);
-        const InText url(kUrl);
+        const InText url(trial.Place(kHost).c_str());
         const InText name(L"none");
         OutText out;
         trial.Act([&] { return service->SafeReadData(url, name, out.Place()); });
@@ -160,9 +160,10 @@ void AddServiceOperations(std::vector<Operation>& operations)
     });
     add("ReadData, late-bound", [](Trial& trial) {
         const auto service = Service(trial);
-        service->WriteData(InText(kUrl), InText(L"late"), InText(L"value"));
+        const std::wstring place = trial.Place(kHost);
+        service->WriteData(InText(place.c_str()), InText(L"late"), InText(L"value"));
         const velt::test::LateBound late(service.Get());
-        const _variant_t url(kUrl);
+        const _variant_t url(place.c_str());
         const _variant_t name(L"late");
         _variant_t result;
         trial.Act(

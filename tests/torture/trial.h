@@ -8,6 +8,7 @@
 #include <oleauto.h>
 #include <wrl/client.h>
 
+#include <chrono>
 #include <functional>
 #include <initializer_list>
 #include <string>
@@ -20,7 +21,10 @@ namespace velt::torture
 class Trial
 {
 public:
-    Trial(const velt::test::ComponentLibrary& library, std::vector<Fault> faults);
+    /// `lane` is a number that no other thread has which runs operations at the same time, also in
+    /// other processes; 0 where there are none.
+    Trial(const velt::test::ComponentLibrary& library, std::vector<Fault> faults,
+          unsigned lane = 0);
 
     Trial(const Trial&) = delete;
     Trial& operator=(const Trial&) = delete;
@@ -55,14 +59,35 @@ public:
         Check(holds || HasFailed(), what);
     }
 
+    bool HasFaults() const noexcept
+    {
+        return !m_faults.empty();
+    }
+
+    /// Whether one of them has come to pass.
     bool HasFailed() const
     {
         return FaultEngine::Injected() > 0;
     }
 
+    /// Whether nothing else uses the component meanwhile, so that its state can be looked at.
+    bool IsAlone() const noexcept
+    {
+        return m_lane == 0;
+    }
+
+    /// A page of a host that no other thread uses meanwhile.
+    std::wstring Place(const wchar_t* host) const;
+
     const std::vector<std::string>& Findings() const noexcept
     {
         return m_findings;
+    }
+
+    /// How long the slowest of its calls has taken.
+    std::chrono::steady_clock::duration Slowest() const noexcept
+    {
+        return m_slowest;
     }
 
 private:
@@ -70,6 +95,8 @@ private:
 
     const velt::test::ComponentLibrary& m_library;
     const std::vector<Fault> m_faults;
+    const unsigned m_lane;
+    std::chrono::steady_clock::duration m_slowest{};
     std::vector<std::string> m_findings;
 };
 
@@ -148,6 +175,11 @@ struct Operation
     const char* name;
     std::function<void(Trial&)> run;
 };
+
+/// All of them.
+std::vector<Operation> AllOperations();
+
+std::string NameOf(const Operation& operation);
 
 // One function for each room, in its own file:
 void AddServerOperations(std::vector<Operation>& operations);

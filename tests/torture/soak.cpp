@@ -1,0 +1,202 @@
+#include "tests/torture/soak.h"
+
+#include "foundation/wide_text.h"
+#include "tests/support/apartment_thread.h"
+#include "tests/support/child_process.h"
+#include "tests/support/com_apartment.h"
+#include "tests/support/component_library.h"
+#include "tests/support/gui_usage.h"
+#include "tests/support/process_usage.h"
+#include "tests/support/sample_agent_server.h"
+#include "tests/support/viewer_process.h"
+#include "tests/torture/process_end.h"
+#include "tests/torture/runner.h"
+#include "tests/torture/soak_process.h"
+#include "update/update_agent_class.h"
+
+#include <wrl/client.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace velt::torture
+{
+namespace
+{
+constexpr DWORD kGraceSeconds = 180; // for the last record, and for a hang to be noticed
+
+/// What is beside the processes that run operations.
+struct SoakOptions
+{
+    SoakPlan plan;
+    unsigned processes = 1;
+    bool withAgent = false;
+};
+
+SoakOptions OptionsFrom(const std::vector<std::string>& arguments)
+{
+    SoakOptions options;
+    for (std::size_t i = 0; i < arguments.size(); ++i)
+    {
+        const std::string& option = arguments[i];
+        const auto value = [&]() -> const std::string& { return arguments.at(++i); };
+        const auto number = [&] { return static_cast<unsigned>(std::stoul(value())); };
+        if (option == "--processes")
+        {
+            options.processes = number();
+        }
+        else if (option == "--process")
+        {
+            options.plan.process = number();
+        }
+        else if (option == "--seconds")
+        {
+            options.plan.seconds = number();
+        }
+        else if (option == "--period")
+        {
+            options.plan.periodSeconds = number();
+        }
+        else if (option == "--seed")
+        {
+            options.plan.seed = number();
+        }
+        else if (option == "--fault-one-in")
+        {
+            options.plan.faultOneIn = number();
+        }
+        else if (option == "--only")
+        {
+            options.plan.only = value();
+        }
+        else if (option == "--folder")
+        {
+            options.plan.folder = WideFromUtf8(value());
+        }
+        else if (option == "--agent")
+        {
+            options.withAgent = true;
+        }
+        else
+        {
+            throw std::invalid_argument("unknown: " + option);
+        }
+    }
+    return options;
+}
+
+std::wstring CommandLine(const SoakPlan& plan)
+{
+    wchar_t self[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+    return L"\"" + std::wstring(self) + L"\" --soak-child --process " +
+           std::to_wstring(plan.process) + L" --seconds " + std::to_wstring(plan.seconds) +
+           L" --period " + std::to_wstring(plan.periodSeconds) + L" --seed " +
+           std::to_wstring(plan.seed) + L" --fault-one-in " + std::to_wstring(plan.faultOneIn) +
+           L" --folder \"" + plan.folder + L"\" --only \"" + WideFromUtf8(plan.only) + L"\"";
+}
+
+/// The update agent as a process of its own, which stays while this does.
+class Agent
+{
+public:
+    Agent()
+    {
+        if (FAILED(::CoCreateInstance(kUpdateAgentClass, nullptr, CLSCTX_LOCAL_SERVER,
+                                      IID_PPV_ARGS(&m_object))))
+        {
+            throw std::runtime_error("the update agent does not start");
+        }
+    }
+
+private:
+    const velt::test::SampleAgentServer m_server{"[agent]\nconnected=1\nwanted=1\n"};
+    Microsoft::WRL::ComPtr<IUnknown> m_object;
+};
+
+void RecordViewer(const CsvRecord& csv, HANDLE viewer)
+{
+    const velt::test::ProcessUsage usage = velt::test::UsageOf(viewer);
+    const velt::test::GuiUsage gui = velt::test::GuiUsageOf(viewer);
+    CsvRecord::Line line;
+    line.privateBytes = usage.privateBytes;
+    line.handles = usage.handles;
+    line.gdiObjects = gui.gdiObjects;
+    line.windows = gui.windows;
+    csv.Add(line);
+}
+
+/// Tells of a process that did not end as it should.
+bool HasFound(unsigned number, DWORD code)
+{
+    if (code != kEnded && code != kFound)
+    {
+        char text[80];
+        std::snprintf(text, sizeof(text), "process %u ends with 0x%lX\n", number, code);
+        Say(text);
+    }
+    return code != kEnded;
+}
+} // namespace
+
+unsigned RunSoakChild(const std::vector<std::string>& arguments)
+{
+    return RunSoakProcess(OptionsFrom(arguments).plan);
+}
+
+unsigned RunSoak(const std::vector<std::string>& arguments)
+{
+    const SoakOptions options = OptionsFrom(arguments);
+    const velt::test::ComApartment apartment;
+    {
+        const velt::test::ComponentLibrary library;
+        library.RegisterServer(); // other apartments need it
+    }
+    const std::unique_ptr<Agent> agent = options.withAgent ? std::make_unique<Agent>() : nullptr;
+    velt::test::ViewerProcess viewer(L"--keep 20000"); // soon full: from then on it stays as it is
+    viewer.AwaitWindow();
+    const CsvRecord csv(options.plan.folder + L"\\viewer.csv", "viewer");
+
+    STARTUPINFOW startup{};
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
+    std::vector<velt::test::ChildProcess> children;
+    SoakPlan plan = options.plan;
+    for (plan.process = 1; plan.process <= options.processes; ++plan.process)
+    {
+        children.push_back(velt::test::StartProcess(CommandLine(plan), 0, startup));
+    }
+
+    bool hasFound = false;
+    const ULONGLONG limit = ::GetTickCount64() + (plan.seconds + kGraceSeconds) * 1000ULL;
+    ULONGLONG next = 0;
+    for (std::size_t ended = 0; ended < children.size();)
+    {
+        const HANDLE process = children[ended].process.Get();
+        const ULONGLONG now = ::GetTickCount64();
+        if (now >= next)
+        {
+            RecordViewer(csv, viewer.Process());
+            next = now + plan.periodSeconds * 1000ULL;
+        }
+        if (now > limit)
+        {
+            Say("a process does not end\n");
+            ::TerminateProcess(process, kHung);
+        }
+        const auto waitMs = static_cast<DWORD>(std::min(next, std::max(limit, now + 1)) - now);
+        if (velt::test::ApartmentThread::WaitPumping(process, waitMs))
+        {
+            DWORD code = kBroken;
+            ::GetExitCodeProcess(process, &code);
+            hasFound |= HasFound(static_cast<unsigned>(++ended), code);
+        }
+    }
+    RecordViewer(csv, viewer.Process());
+    hasFound |= viewer.Close() != 0;
+    return hasFound ? kFound : kEnded;
+}
+} // namespace velt::torture
