@@ -1,7 +1,7 @@
 # Sourced by the commands at the root: brings the packages that building and testing need.
 #
 #   velt_setup <purpose>   installs what is missing for "build", "run", "test", "bench", "package",
-#                          "sign", "lint" or "debian"; fails with the names when it cannot
+#                          "sign", "lint", "soak" or "debian"; fails with the names when it cannot
 
 declare -A velt_packages=(
     # Wine's libraries for 32 and for 64 bits have a type library that ours imports.
@@ -16,6 +16,7 @@ declare -A velt_packages=(
     [unpacking]="unzip"
     [signing]="osslsigncode openssl"
     [lint]="clang-tidy"
+    [plotting]="gnuplot-nox python3"
     [debian]="debootstrap distro-info-data rsync"
 )
 declare -A velt_purposes=(
@@ -25,6 +26,7 @@ declare -A velt_purposes=(
     [bench]="build wine native tests"
     [package]="build packing"
     [check_kit]="build tests"
+    [soak]="build wine tests plotting"
     [sign]="signing"
     [lint]="build lint"
     [debian]="debian"
