@@ -85,6 +85,12 @@ public:
         return m_threads.Slots()[0];
     }
 
+    /// When the calling thread ends: what is its own is the next one's.
+    void EndThread() noexcept
+    {
+        m_threads.LetGo();
+    }
+
     /// A word without ordering: loads and stores are plain moves.
     template <class Type>
     class Word

@@ -188,6 +188,14 @@ bool TraceInitialise()
     return true;
 }
 
+void EndThread() noexcept
+{
+    if (State* const state = State::Current())
+    {
+        state->EndThread();
+    }
+}
+
 void StartUp() noexcept
 {
     TraceSetFlags(kFlagDebugger | kFlagAllLevels | kFlagTime);

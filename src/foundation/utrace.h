@@ -27,6 +27,9 @@ bool TraceInitialise();
 /// environment variable VELT_TRACE (decimal, or hexadecimal after 0x) replaces them.
 void StartUp() noexcept;
 
+/// To be called when a thread ends: what tracing keeps for it becomes another one's.
+void EndThread() noexcept;
+
 /// The highest level of the messages that are written, and the bits UTrace::kFlag...
 void TraceSetThreshold(std::int32_t threshold) noexcept;
 void TraceSetFlags(std::uint32_t flags) noexcept;

@@ -37,6 +37,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* reserved)
     }
     if (reason == DLL_THREAD_DETACH)
     {
+        UTrace::EndThread();
         velt::EndExceptionStateOfThread();
     }
     if (reason == DLL_PROCESS_DETACH && reserved)

@@ -147,6 +147,27 @@ TEST_CASE("tls_data: a thread's block outlives the thread", "[foundation]")
     }
 }
 
+TEST_CASE("tls_data: a block that was let go is the next thread's, from the start", "[foundation]")
+{
+    tls_data<std::uint32_t> data(2, 5);
+    data[0] = 1;
+    const auto use = [&] {
+        CHECK(data[0] + data[1] == 10);
+        std::uint32_t* const block = &data[0];
+        data[0] = 6;
+        data[1] = 7;
+        data.LetGo();
+        data.LetGo(); // of none
+        return block;
+    };
+    std::uint32_t* const block = OnOtherThread(use);
+    CHECK(OnOtherThread(use) == block);
+    CHECK(data[0] == 1);
+    std::uint32_t* const second = OnOtherThread([&] { return &data[0]; });
+    CHECK(second == block);
+    CHECK(OnOtherThread(use) != block); // nobody has let it go this time
+}
+
 TEST_CASE("tls_data: two objects share nothing, and an index is given back", "[foundation]")
 {
     tls_data<std::uint32_t> first(1, 1);

@@ -218,6 +218,12 @@ TEST_CASE("The library: eight threads throw inside it at once, each for itself",
     CHECK(failures == std::array<int, 8>{});
 }
 
+TEST_CASE("The library: threads that have used it leave nothing when they end", "[server]")
+{
+    const ComponentLibrary library;
+    CheckNoGrowth([&] { velt::test::RunTogether(8, [&](unsigned) { library.CanUnloadNow(); }); });
+}
+
 TEST_CASE("The library: unloads at once while nothing was made", "[server]")
 {
     CheckNoGrowth([] {
