@@ -15,6 +15,7 @@ interval is beyond the budget, and holds when none of it is; otherwise the run w
 
 import csv
 import dataclasses
+import itertools
 import math
 import pathlib
 import subprocess
@@ -101,12 +102,16 @@ def operations_at(processes, time):
     return total
 
 
+def first_of(lines):
+    """The place of the first line after the warm-up."""
+    return max(1, math.ceil(len(lines) * WARM_UP))
+
+
 def judge(lines):
     """(quantity, slope, verdict) of each quantity that a process has."""
-    begin = max(1, math.ceil(len(lines) * WARM_UP))
     rows = []
     for quantity in QUANTITIES:
-        points = [(line["operations"] / PER, line[quantity.key]) for line in lines[begin:]]
+        points = [(line["operations"] / PER, line[quantity.key]) for line in lines[first_of(lines) :]]
         if any(y for _, y in points):
             slope = slope_of(points)
             rows.append((quantity, slope, verdict_of(slope, quantity.budget)))
@@ -160,11 +165,18 @@ def table(run):
     return text, grown, undecided
 
 
-PANELS = (
-    ("Memory, change in KB (heaps; the viewer: private)", "heap", 1024),
-    ("Handles", "handles", 1),
-    ("Drawing objects and windows", "gdi", 1),
-    ("Slowest call, ms", "slowest_ms", 1),
+COLOURS = ("#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#9467bd", "#8c564b", "#17becf", "#7f7f7f")
+
+
+def memory_of(line):
+    return (line["heap"] or line["private"]) / 1024
+
+
+PANELS = (  # title, what is drawn of a line, whether its change
+    ("Memory, change in KB (heaps; of the viewer: private bytes)", memory_of, True),
+    ("Handles, change", lambda line: line["handles"], True),
+    ("Drawing objects and windows, change", lambda line: line["gdi"] + line["windows"], True),
+    ("Slowest call of each period, ms", lambda line: line["slowest_ms"], False),
 )
 
 
@@ -179,21 +191,23 @@ def plot(run, picture):
         "set xlabel 'minutes'",
     ]
     panels = []
-    for title, key, unit in PANELS:
+    for title, value_of, is_change in PANELS:
         curves = []
-        for (arrangement, process), lines in run.items():
-            if process == "viewer" and key == "slowest_ms":
+        for colour, ((arrangement, process), lines) in zip(itertools.cycle(COLOURS), run.items()):
+            values = [value_of(line) for line in lines]
+            if not any(values):
                 continue
-            column = "private" if process == "viewer" and key == "heap" else key
-            base = lines[min(1, len(lines) - 1)][column] if unit != 1 else 0
+            base = values[first_of(lines) - 1] if is_change else 0
             block = f"$data{len(panels)}x{len(curves)}"
             script.append(f"{block} << EOD")
-            for line in lines:
-                value = line[column] + (line["windows"] if key == "gdi" else 0) - base
-                script.append(f"{(line['time'] - start) / 60:.3f} {value / unit:.3f}")
+            for line, value in zip(lines, values):
+                if is_change or value > 0:
+                    script.append(f"{(line['time'] - start) / 60:.3f} {value - base:.3f}")
             script.append("EOD")
-            curves.append(f"{block} with lines lw 2 title '{arrangement}: {process}'")
-        scale = "set logscale y" if key == "slowest_ms" else "unset logscale y"
+            curves.append(
+                f"{block} with lines lw 2 lc rgb '{colour}' title '{arrangement}: {process}'"
+            )
+        scale = "unset logscale y" if is_change else "set logscale y"
         panels.append(f"{scale}\nset title '{title}'\nplot " + ", ".join(curves))
     script += ["set multiplot layout 2,2", *panels, "unset multiplot"]
     subprocess.run(["gnuplot"], input="\n".join(script) + "\n", text=True, check=True)

@@ -101,6 +101,40 @@ void Enumerate(Trial& trial, ULONG asked, HRESULT ordinary)
     }
     late.Call(L"Clear");
 }
+/// Says that it is a collection, and is never called.
+class NamedCollection final : public IUnknown
+{
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
+    {
+        const bool isKnown = iid == IID_IUnknown || iid == IID_IEnumVariantCol;
+        *object = isKnown ? this : nullptr;
+        return isKnown ? S_OK : E_NOINTERFACE;
+    }
+
+    STDMETHODIMP_(ULONG) AddRef() override
+    {
+        return 2; // its scope owns it
+    }
+
+    STDMETHODIMP_(ULONG) Release() override
+    {
+        return 1;
+    }
+};
+
+void MarshalBare()
+{
+    NamedCollection collection;
+    ComPtr<IStream> stream;
+    if (SUCCEEDED(
+            ::CoMarshalInterThreadInterfaceInStream(IID_IEnumVariantCol, &collection, &stream)))
+    {
+        ComPtr<IUnknown> same;
+        ::CoGetInterfaceAndReleaseStream(stream.Detach(), IID_IEnumVariantCol,
+                                         reinterpret_cast<void**>(same.GetAddressOf()));
+    }
+}
 } // namespace
 
 void AddCollectionOperations(std::vector<Operation>& operations)
@@ -214,7 +248,7 @@ void AddCollectionOperations(std::vector<Operation>& operations)
             trial.Act([&] { return collection->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info); });
         trial.Check(SUCCEEDED(hr) == (info != nullptr), "the out value is not whole");
     });
-    add("Marshalled, called and disconnected", [](Trial& trial) {
+    const auto marshal = [](Trial& trial) {
         const auto collection = Three(trial);
         ComPtr<IStream> stream;
         HRESULT hr = trial.Act(
@@ -241,6 +275,8 @@ void AddCollectionOperations(std::vector<Operation>& operations)
                 trial.Act([&] { return same->get_Count(&count); });
             }
         }
-    });
+    };
+    operations.push_back(
+        {"collection", "Marshalled, called and disconnected", marshal, &MarshalBare});
 }
 } // namespace velt::torture

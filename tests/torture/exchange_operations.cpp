@@ -6,7 +6,6 @@ namespace velt::torture
 {
 namespace
 {
-using velt::test::HttpAnswer;
 using velt::test::HttpExchange;
 using velt::test::HttpServer;
 
@@ -28,6 +27,55 @@ Function* Exported(const char* name)
 }
 
 #define VELT_EXPORTED(function) Exported<decltype(function)>(#function)
+
+/// Systems keep an entry of each server that they have met, so all exchanges have the same one.
+class Server
+{
+public:
+    Server() = default;
+
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    ~Server() = default;
+
+    static Server& Instance()
+    {
+        static Server server;
+        return server;
+    }
+
+    /// While nobody asks it; what it was asked before is forgotten.
+    std::string Answers(HttpServer::Answer answer)
+    {
+        m_connections += m_server.Forget();
+        m_answer = std::move(answer);
+        return "http://127.0.0.1:" + std::to_string(m_server.Port()) + "/page";
+    }
+
+    /// How many connections there were since the last question.
+    std::size_t Connections()
+    {
+        return std::exchange(m_connections, 0) + m_server.Forget();
+    }
+
+private:
+    HttpServer::Answer m_answer;
+    std::size_t m_connections = 0;
+    HttpServer m_server{[this](HttpExchange& exchange) { m_answer(exchange); }};
+};
+
+const velt::test::RefusingPort& NobodysPort()
+{
+    static const velt::test::RefusingPort port;
+    return port;
+}
+
+/// An answer after which the connection ends, so that none is kept for the next exchange.
+std::string Answered(std::string_view status, std::string_view body, std::string headers = {})
+{
+    return velt::test::HttpAnswer(status, body, "Connection: close\r\n" + headers);
+}
 
 std::string UrlOf(INTERNET_PORT port)
 {
@@ -62,33 +110,68 @@ void Fetch(Trial& trial, const std::string& url, DWORD error, const std::string&
 void FetchFrom(Trial& trial, const HttpServer::Answer& answer, DWORD error,
                const std::string& body = {}, const char* user = nullptr, const char* data = nullptr)
 {
-    const HttpServer server(answer);
-    Fetch(trial, UrlOf(server.Port()), error, body, user, data);
+    Fetch(trial, Server::Instance().Answers(answer), error, body, user, data);
+}
+
+/// A connection to the server that is made and ends.
+void ConnectBare()
+{
+    const std::string url = Server::Instance().Answers(
+        [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); });
+    const HINTERNET session =
+        ::InternetOpenW(L"bare", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const HINTERNET page = ::InternetOpenUrlA(
+        session, url.c_str(), nullptr, 0, INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE, 0);
+    char text[64];
+    DWORD read = 0;
+    while (::InternetReadFile(page, text, sizeof(text), &read) && read > 0)
+    {
+    }
+    ::InternetCloseHandle(page);
+    ::InternetCloseHandle(session);
+}
+
+std::size_t Connections()
+{
+    return Server::Instance().Connections();
+}
+
+/// What the system is asked about its proxies.
+void AskForProxyBare()
+{
+    INTERNET_PER_CONN_OPTIONW option{};
+    option.dwOption = INTERNET_PER_CONN_FLAGS;
+    INTERNET_PER_CONN_OPTION_LISTW list{};
+    list.dwSize = sizeof(list);
+    list.dwOptionCount = 1;
+    list.pOptions = &option;
+    DWORD size = sizeof(list);
+    ::InternetQueryOptionW(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &size);
 }
 } // namespace
 
 void AddExchangeOperations(std::vector<Operation>& operations)
 {
     const auto add = [&](const char* room, const char* name, std::function<void(Trial&)> run) {
-        operations.push_back({room, name, std::move(run)});
+        operations.push_back({room, name, std::move(run), &ConnectBare, &Connections});
     };
     add("connection", "An exchange: a body", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", kBody)); }, 0,
+            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); }, 0,
             kBody);
     });
     add("connection", "An exchange: an empty body", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", "")); }, 0);
+            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", "")); }, 0);
     });
     add("connection", "An exchange: data is sent", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", kBody)); }, 0,
+            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); }, 0,
             kBody, nullptr, "name=value");
     });
     add("connection", "An exchange: not found", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("404 No", kBody)); },
+            trial, [](HttpExchange& exchange) { exchange.Send(Answered("404 No", kBody)); },
             HTTP_STATUS_NOT_FOUND);
     });
     add("connection", "An exchange: moved", [](Trial& trial) {
@@ -96,8 +179,8 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             trial,
             [](HttpExchange& exchange) {
                 const bool isFirst = exchange.Request().find("/page") != std::string::npos;
-                exchange.Send(isFirst ? HttpAnswer("302 Found", "", "Location: /other\r\n")
-                                      : HttpAnswer("200 OK", kBody));
+                exchange.Send(isFirst ? Answered("302 Found", "", "Location: /other\r\n")
+                                      : Answered("200 OK", kBody));
             },
             0, kBody);
     });
@@ -107,8 +190,8 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             [](HttpExchange& exchange) {
                 const bool isKnown = exchange.Number() > 0;
                 exchange.Send(
-                    isKnown ? HttpAnswer("200 OK", kBody)
-                            : HttpAnswer("401 Who", "", "WWW-Authenticate: Basic realm=\"r\"\r\n"));
+                    isKnown ? Answered("200 OK", kBody)
+                            : Answered("401 Who", "", "WWW-Authenticate: Basic realm=\"r\"\r\n"));
             },
             0, kBody, "user");
     });
@@ -118,51 +201,57 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             ERROR_HTTP_INVALID_SERVER_RESPONSE);
     });
     add("connection", "An exchange: nobody listens", [](Trial& trial) {
-        const velt::test::RefusingPort port;
-        Fetch(trial, UrlOf(port.Port()), ERROR_INTERNET_CANNOT_CONNECT, {});
+        Fetch(trial, UrlOf(NobodysPort().Port()), ERROR_INTERNET_CANNOT_CONNECT, {});
     });
-    add("connection", "An exchange: no URL", [](Trial& trial) {
-        auto* const fetch = VELT_EXPORTED(TortureFetch);
-        ExchangeOutcome outcome;
-        trial.Act([&] { return fetch("ftp://127.0.0.1/", nullptr, nullptr, nullptr, &outcome); },
-                  E_INVALIDARG);
-        trial.Check(outcome.completions == 0, "completed");
-    });
+    operations.push_back(
+        {"connection", "An exchange: no URL", [](Trial& trial) {
+             auto* const fetch = VELT_EXPORTED(TortureFetch);
+             ExchangeOutcome outcome;
+             trial.Act(
+                 [&] { return fetch("ftp://127.0.0.1/", nullptr, nullptr, nullptr, &outcome); },
+                 E_INVALIDARG);
+             trial.Check(outcome.completions == 0, "completed");
+         }});
     add("connection", "A queue with an exchange", [](Trial& trial) {
-        const HttpServer server(HttpAnswer("200 OK", kBody));
+        const std::string url = Server::Instance().Answers(
+            [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); });
         auto* const queue = VELT_EXPORTED(TortureQueue);
-        const std::string url = UrlOf(server.Port());
         ExchangeOutcome outcome;
         const DWORD limitMs = trial.HasFaults() ? 4000 : 30'000; // a worker may end by its fault
         const HRESULT hr =
             trial.Act([&] { return queue(url.c_str(), limitMs, &outcome); }, S_OK, {E_FAIL});
         CheckOutcome(trial, hr, outcome, 0, kBody);
     });
-    add("connection", "The connected state", [](Trial& trial) {
-        auto* const probe = VELT_EXPORTED(TortureProbe);
-        DWORD flags = 0;
-        trial.Act([&] { return probe(&flags); }, S_OK, {S_FALSE});
-    });
-    add("connection", "A connection that is checked", [](Trial& trial) {
-        const velt::test::RefusingPort port;
-        const std::wstring url = L"http://127.0.0.1:" + std::to_wstring(port.Port()) + L"/";
-        auto* const check = VELT_EXPORTED(TortureCheckConnection);
-        DWORD state = 0;
-        trial.Act([&] { return check(url.c_str(), &state); }, E_FAIL, {S_OK});
-    });
-    add("connection", "An echo", [](Trial& trial) {
-        auto* const ping = VELT_EXPORTED(TorturePing);
-        HRESULT hr = E_UNEXPECTED;
-        trial.Do([&] { hr = ping("127.0.0.1"); });
-        trial.Check(hr == S_OK || hr == E_FAIL || hr == E_OUTOFMEMORY, "another answer");
-    });
-    add("internet", "The proxy and its settings", [](Trial& trial) {
-        auto* const settings = VELT_EXPORTED(TortureProxySettings);
-        trial.Act([&] { return settings(); });
-    });
-    add("internet", "A connection's properties", [](Trial& trial) {
-        auto* const properties = VELT_EXPORTED(TortureProperties);
-        trial.Act([&] { return properties(); });
-    });
+    operations.push_back({"connection", "The connected state", [](Trial& trial) {
+                              auto* const probe = VELT_EXPORTED(TortureProbe);
+                              DWORD flags = 0;
+                              trial.Act([&] { return probe(&flags); }, S_OK, {S_FALSE});
+                          }});
+    operations.push_back({"connection", "A connection that is checked",
+                          [](Trial& trial) {
+                              const std::wstring url = L"http://127.0.0.1:" +
+                                                       std::to_wstring(NobodysPort().Port()) + L"/";
+                              auto* const check = VELT_EXPORTED(TortureCheckConnection);
+                              DWORD state = 0;
+                              trial.Act([&] { return check(url.c_str(), &state); }, E_FAIL, {S_OK});
+                          },
+                          &AskForProxyBare});
+    operations.push_back({"connection", "An echo", [](Trial& trial) {
+                              auto* const ping = VELT_EXPORTED(TorturePing);
+                              HRESULT hr = E_UNEXPECTED;
+                              trial.Do([&] { hr = ping("127.0.0.1"); });
+                              trial.Check(hr == S_OK || hr == E_FAIL || hr == E_OUTOFMEMORY,
+                                          "another answer");
+                          }});
+    operations.push_back({"internet", "The proxy and its settings",
+                          [](Trial& trial) {
+                              auto* const settings = VELT_EXPORTED(TortureProxySettings);
+                              trial.Act([&] { return settings(); });
+                          },
+                          &AskForProxyBare});
+    operations.push_back({"internet", "A connection's properties", [](Trial& trial) {
+                              auto* const properties = VELT_EXPORTED(TortureProperties);
+                              trial.Act([&] { return properties(); });
+                          }});
 }
 } // namespace velt::torture

@@ -148,7 +148,7 @@ public:
         m_before = CurrentUsage(m_isUi);
         // What the system keeps of each run, whatever fails.
         std::fill(std::begin(m_growth), std::end(m_growth),
-                  std::numeric_limits<std::size_t>::max());
+                  std::numeric_limits<std::ptrdiff_t>::max());
         for (int repeat = 0; repeat < kRepeats; ++repeat)
         {
             Try(operation, {});
@@ -231,10 +231,9 @@ public:
     }
 
 private:
-    static std::size_t MoreThan(const Usage& before, const Usage& now, int which) noexcept
+    static std::ptrdiff_t MoreThan(const Usage& before, const Usage& now, int which) noexcept
     {
-        return now.values[which] > before.values[which] ? now.values[which] - before.values[which]
-                                                        : 0;
+        return std::max<std::ptrdiff_t>(now.values[which] - before.values[which], 0);
     }
 
     /// Keeps of what is used more that which has grown again since `last` by more than an ordinary
@@ -272,7 +271,7 @@ private:
     std::vector<Operation> m_operations = AllOperations();
     std::vector<std::size_t> m_calls;
     Usage m_before;
-    std::size_t m_growth[5] = {};
+    std::ptrdiff_t m_growth[5] = {};
     bool m_isUi = false;
     bool m_isSpent = false;
 };

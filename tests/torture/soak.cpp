@@ -122,9 +122,9 @@ void RecordViewer(const CsvRecord& csv, HANDLE viewer)
     const velt::test::GuiUsage gui = velt::test::GuiUsageOf(viewer);
     CsvRecord::Line line;
     line.privateBytes = usage.privateBytes;
-    line.handles = usage.handles;
-    line.gdiObjects = gui.gdiObjects;
-    line.windows = gui.windows;
+    line.handles = static_cast<std::ptrdiff_t>(usage.handles);
+    line.gdiObjects = static_cast<std::ptrdiff_t>(gui.gdiObjects);
+    line.windows = static_cast<std::ptrdiff_t>(gui.windows);
     csv.Add(line);
 }
 

@@ -43,9 +43,9 @@ struct LaneKind
 };
 
 constexpr LaneKind kLaneKinds[] = {
-    {"load", milliseconds(400)},   {"server", milliseconds(40)},  {"collection", milliseconds(40)},
-    {"service", milliseconds(40)}, {"update", milliseconds(100)}, {"exchange", milliseconds(200)},
-    {"ui", milliseconds(800)},
+    {"load", milliseconds(1000)},  {"server", milliseconds(50)},  {"collection", milliseconds(50)},
+    {"service", milliseconds(50)}, {"update", milliseconds(400)}, {"exchange", milliseconds(400)},
+    {"ui", milliseconds(2000)},
 };
 
 /// The lane of an operation; empty for the one that changes the whole machine's registration, which
@@ -63,6 +63,30 @@ std::string_view LaneOf(const Operation& operation)
         return {};
     }
     return room == "connection" || room == "internet" ? "exchange" : room;
+}
+
+/// How much memory the system keeps for good of each run of an operation, whoever makes it.
+std::size_t BytesKeptOf(const Operation& operation)
+{
+    if (!operation.bare)
+    {
+        return 0;
+    }
+    constexpr int kRuns = 60;
+    const auto bytesAfterRuns = [&] {
+        for (int i = 0; i < kRuns; ++i)
+        {
+            operation.bare();
+        }
+        if (operation.bareTimes)
+        {
+            operation.bareTimes(); // waits for their end; they were none of the component's
+        }
+        return velt::test::CurrentUsage().heapBytes;
+    };
+    const std::size_t before = bytesAfterRuns(); // what is made once is there now
+    const std::size_t after = bytesAfterRuns();
+    return after > before ? (after - before) / kRuns : 0;
 }
 
 /// What the threads of the process have in common.
@@ -94,14 +118,11 @@ public:
           m_kind(kind),
           m_number(common.plan.process * 100 + number),
           m_operations(std::move(operations)),
+          m_kept(m_operations.size()),
           m_faults(m_operations.size()),
           m_random(common.plan.seed * 10'000 + m_number)
     {
-        m_thread.Reset(::CreateThread(nullptr, 0, &Lane::Enter, this, 0, &m_threadId));
-        if (!m_thread)
-        {
-            throw std::runtime_error("no thread");
-        }
+        std::transform(m_operations.begin(), m_operations.end(), m_kept.begin(), &BytesKeptOf);
     }
 
     Lane(const Lane&) = delete;
@@ -111,6 +132,16 @@ public:
     ~Lane()
     {
         ::WaitForSingleObject(m_thread.Get(), INFINITE);
+    }
+
+    /// After all lanes are made, which measures what the system keeps.
+    void Start()
+    {
+        m_thread.Reset(::CreateThread(nullptr, 0, &Lane::Enter, this, 0, &m_threadId));
+        if (!m_thread)
+        {
+            throw std::runtime_error("no thread");
+        }
     }
 
     /// Signalled when it has come to rest after the order to halt.
@@ -143,6 +174,7 @@ public:
     {
         line.operations += m_operationCount;
         line.faults += m_faultCount;
+        line.keptBytes += m_keptBytes;
         const double slowestMs = std::chrono::duration<double, std::milli>(m_slowest).count();
         if (slowestMs > line.slowestMs)
         {
@@ -178,7 +210,11 @@ private:
             for (std::size_t i = 0; i < m_operations.size(); ++i)
             {
                 Try(i, {});
-                m_faults[i] = FaultEngine::FaultsOf(FaultEngine::Calls());
+                // It may not be known what is kept of a run that fails.
+                if (m_kept[i] == 0 || m_operations[i].bareTimes)
+                {
+                    m_faults[i] = FaultEngine::FaultsOf(FaultEngine::Calls());
+                }
             }
         }
         while (!m_common.isOver)
@@ -239,6 +275,7 @@ private:
             {
                 tell(finding);
             }
+            m_keptBytes += m_kept[which] * (operation.bareTimes ? operation.bareTimes() : 1);
             if (trial.Slowest() > m_slowest)
             {
                 m_slowest = trial.Slowest();
@@ -260,10 +297,12 @@ private:
 
     // the lane's own, read by others while it rests
     const std::vector<Operation> m_operations;
+    std::vector<std::size_t> m_kept;          // bytes, by the system, of each run of an operation
     std::vector<std::vector<Fault>> m_faults; // that each operation can have
     std::mt19937 m_random;
     unsigned long m_operationCount = 0;
     unsigned long m_faultCount = 0;
+    std::size_t m_keptBytes = 0;
     Clock::duration m_slowest{};
     std::string m_slowestName;
 
@@ -305,6 +344,10 @@ public:
 
     unsigned Run()
     {
+        for (const auto& lane : m_lanes)
+        {
+            lane->Start();
+        }
         AwaitRest();
         Record();
         const ULONGLONG start = ::GetTickCount64();
@@ -374,7 +417,7 @@ private:
         line.privateBytes = velt::test::UsageOf(::GetCurrentProcess()).privateBytes;
         line.blocks = usage.values[0];
         line.handles = usage.values[1];
-        line.heapBytes = usage.values[2];
+        line.heapBytes = static_cast<std::size_t>(usage.values[2]) - line.keptBytes;
         line.gdiObjects = usage.values[3];
         line.windows = usage.values[4];
         m_csv.Add(line);
@@ -409,9 +452,10 @@ CsvRecord::CsvRecord(std::wstring path, std::string process)
     {
         throw std::runtime_error("the records cannot be written");
     }
-    std::fputs("time,process,operations,faults,private,heap,blocks,handles,gdi,windows,slowest_ms,"
-               "slowest\n",
-               file);
+    std::fputs(
+        "time,process,operations,faults,private,heap,kept,blocks,handles,gdi,windows,slowest_ms,"
+        "slowest\n",
+        file);
     std::fclose(file);
 }
 
@@ -425,10 +469,11 @@ void CsvRecord::Add(const Line& line) const
         throw std::runtime_error("the records cannot be written");
     }
     const auto number = [](std::size_t value) { return static_cast<unsigned long>(value); };
-    std::fprintf(file, "%.1f,%s,%lu,%lu,%lu,%lu,%lu,%lu,%lu,%lu,%.1f,\"%s\"\n", seconds,
+    const auto count = [](std::ptrdiff_t value) { return static_cast<long>(value); };
+    std::fprintf(file, "%.1f,%s,%lu,%lu,%lu,%lu,%lu,%ld,%ld,%ld,%ld,%.1f,\"%s\"\n", seconds,
                  m_process.c_str(), line.operations, line.faults, number(line.privateBytes),
-                 number(line.heapBytes), number(line.blocks), number(line.handles),
-                 number(line.gdiObjects), number(line.windows), line.slowestMs,
+                 number(line.heapBytes), number(line.keptBytes), count(line.blocks),
+                 count(line.handles), count(line.gdiObjects), count(line.windows), line.slowestMs,
                  line.slowest.c_str());
     std::fclose(file);
 }

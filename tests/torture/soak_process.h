@@ -31,11 +31,12 @@ public:
         unsigned long operations = 0;
         unsigned long faults = 0;
         std::size_t privateBytes = 0;
-        std::size_t heapBytes = 0; // 0 where they cannot be counted
-        std::size_t blocks = 0;    // of the component alone
-        std::size_t handles = 0;
-        std::size_t gdiObjects = 0;
-        std::size_t windows = 0;
+        std::size_t heapBytes = 0;  // less what is kept; 0 where they cannot be counted
+        std::size_t keptBytes = 0;  // what the system keeps of such runs also without the component
+        std::ptrdiff_t blocks = 0;  // of the component alone, since the process began
+        std::ptrdiff_t handles = 0; // less those of classes that are not there
+        std::ptrdiff_t gdiObjects = 0;
+        std::ptrdiff_t windows = 0;
         double slowestMs = 0; // since the last line
         std::string slowest;
     };

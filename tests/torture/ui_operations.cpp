@@ -1,5 +1,6 @@
 #include "tests/support/temp_folder.h"
 #include "tests/torture/trial.h"
+#include "tests/ui/bare_view.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
 
@@ -12,7 +13,10 @@ namespace
 constexpr VARIANT_BOOL kPoison = 0x5A5A;
 constexpr UINT kAnswerMs = 15;
 
+constexpr int kMostClicks = 20;
+
 int g_choice = 0;      // the button that is chosen first
+int g_clicks = 0;      // on it
 bool g_isSeen = false; // whether the dialog came
 
 BOOL CALLBACK AnswerDialog(HWND window, LPARAM) noexcept
@@ -27,6 +31,10 @@ BOOL CALLBACK AnswerDialog(HWND window, LPARAM) noexcept
         const HWND choice = ::GetDlgItem(window, g_choice);
         ::SendMessageW(choice, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
         ::SendMessageW(choice, BM_CLICK, 0, 0);
+        if (::SendMessageW(choice, BM_GETCHECK, 0, 0) != BST_CHECKED && ++g_clicks < kMostClicks)
+        {
+            return FALSE; // another window of the desktop has come between
+        }
         const HWND ok = ::GetDlgItem(window, VELT_EULA_OK);
         ::SendMessageW(ok, WM_MOUSEMOVE, 0, MAKELPARAM(3, 3));
         ::SendMessageW(ok, WM_MOUSELEAVE, 0, 0);
@@ -51,6 +59,7 @@ void Launch(Trial& trial, const std::wstring& agreement, const std::wstring& tex
     const InText agreementText(agreement.c_str());
     const InText textsText(texts.c_str());
     g_choice = choice;
+    g_clicks = 0;
     g_isSeen = false;
     const UINT_PTR timer = ::SetTimer(nullptr, 0, kAnswerMs, &Answer);
     VARIANT_BOOL accepted = kPoison;
@@ -88,10 +97,13 @@ void AddUiOperations(std::vector<Operation>& operations)
     const auto add = [&](const char* name, std::function<void(Trial&)> run) {
         operations.push_back({"ui", name, std::move(run)});
     };
-    add("LaunchEula, accepted", [](Trial& trial) {
+    const auto addShown = [&](const char* name, std::function<void(Trial&)> run) {
+        operations.push_back({"ui", name, std::move(run), &velt::test::ReadWithBareView});
+    };
+    addShown("LaunchEula, accepted", [](Trial& trial) {
         Launch(trial, Files().File(L"agreement.rtf"), Files().File(L"texts.xml"), VELT_EULA_ACCEPT);
     });
-    add("LaunchEula without texts, declined", [](Trial& trial) {
+    addShown("LaunchEula without texts, declined", [](Trial& trial) {
         Launch(trial, Files().File(L"agreement.rtf"), L"", VELT_EULA_DECLINE);
     });
     add("LaunchEula without an agreement", [](Trial& trial) {

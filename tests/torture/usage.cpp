@@ -39,10 +39,10 @@ Usage CurrentUsage(bool withGui)
     const velt::test::ProcessUsage process = velt::test::CurrentUsage();
     const velt::test::GuiUsage gui =
         withGui ? velt::test::CurrentGuiUsage() : velt::test::GuiUsage{};
-    constexpr std::size_t kBase = 1'000'000; // blocks from before the engine are given back too
-    return {
-        {kBase + static_cast<std::size_t>(FaultEngine::LiveBlocks()),
-         process.handles + kBase - kept * static_cast<std::size_t>(FaultEngine::MissingClasses()),
-         process.heapBytes, gui.gdiObjects, gui.windows}};
+    const auto count = [](std::size_t value) { return static_cast<std::ptrdiff_t>(value); };
+    // Blocks from before the engine are given back too.
+    return {{FaultEngine::LiveBlocks(),
+             count(process.handles) - count(kept) * FaultEngine::MissingClasses(),
+             count(process.heapBytes), count(gui.gdiObjects), count(gui.windows)}};
 }
 } // namespace velt::torture

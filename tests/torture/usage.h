@@ -7,7 +7,7 @@ namespace velt::torture
 /// What the process has in use, less what the system itself keeps of classes that are not there.
 struct Usage
 {
-    std::size_t values[5] = {};
+    std::ptrdiff_t values[5] = {};
 
     static constexpr const char* kNames[5] = {"blocks", "handles", "heap bytes", "drawing objects",
                                               "windows"};

@@ -7,6 +7,7 @@
 #include "tests/support/gui_usage.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/temp_folder.h"
+#include "tests/ui/bare_view.h"
 #include "tests/ui/eula_files.h"
 #include "ui/resources/resource_ids.h"
 
@@ -92,15 +93,6 @@ std::string RandomBytes(std::size_t count, unsigned seed)
     return bytes;
 }
 
-DWORD CALLBACK ReadText(DWORD_PTR cookie, LPBYTE buffer, LONG wanted, LONG* read)
-{
-    auto& left = *reinterpret_cast<std::string_view*>(cookie);
-    *read = static_cast<LONG>(
-        left.copy(reinterpret_cast<char*>(buffer), static_cast<std::size_t>(wanted)));
-    left.remove_prefix(static_cast<std::size_t>(*read));
-    return 0;
-}
-
 /// What the system's own control keeps for each document that it has read, when its library is
 /// loaded for each as the dialog loads it: 0 on Windows.
 std::size_t BytesKeptByBareView()
@@ -109,14 +101,7 @@ std::size_t BytesKeptByBareView()
     const auto read = [](int times) {
         for (int i = 0; i < times; ++i)
         {
-            const HMODULE library = ::LoadLibraryW(L"riched32.dll");
-            const HWND view = ::CreateWindowExW(0, L"RICHEDIT", L"", WS_POPUP | ES_MULTILINE, 0, 0,
-                                                300, 200, nullptr, nullptr, nullptr, nullptr);
-            std::string_view left = kSmallAgreement;
-            EDITSTREAM stream{reinterpret_cast<DWORD_PTR>(&left), 0, &ReadText};
-            ::SendMessageW(view, EM_STREAMIN, SF_RTF, reinterpret_cast<LPARAM>(&stream));
-            ::DestroyWindow(view);
-            ::FreeLibrary(library);
+            velt::test::ReadWithBareView();
         }
     };
     read(5);
