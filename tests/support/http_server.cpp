@@ -182,13 +182,12 @@ std::vector<std::string> HttpServer::Requests() const
     return m_requests;
 }
 
-std::size_t HttpServer::Forget()
+void HttpServer::Forget()
 {
     std::vector<std::unique_ptr<Connection>> served; // its end waits for the threads
     const VeltAutoCriticalSection lock(&m_lock);
     served.swap(m_connections);
     m_requests = {};
-    return std::exchange(m_accepted, 0);
 }
 
 void HttpServer::Accept()
@@ -207,7 +206,6 @@ void HttpServer::Accept()
         });
         Connection& connection = *m_connections.emplace_back(std::make_unique<Connection>());
         connection.socket = socket;
-        ++m_accepted;
         connection.thread =
             std::make_unique<TestThread>([this, &connection] { Serve(connection); });
     }

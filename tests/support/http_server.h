@@ -115,9 +115,8 @@ public:
     /// The requests that came, in their order.
     std::vector<std::string> Requests() const;
 
-    /// Waits until the connections have ended that there are, and forgets all requests. Returns how
-    /// many connections there were since the last time.
-    std::size_t Forget();
+    /// Waits until the connections have ended that there are, and forgets all requests.
+    void Forget();
 
 private:
     /// One connection, served on a thread of its own.
@@ -144,7 +143,6 @@ private:
     bool m_stopping = false;
     std::vector<std::string> m_requests;
     std::vector<std::unique_ptr<Connection>> m_connections;
-    std::size_t m_accepted = 0; // of them, since they were forgotten
 
     std::unique_ptr<TestThread> m_thread; // which accepts
 };

@@ -6,6 +6,7 @@ namespace velt::torture
 {
 namespace
 {
+using velt::test::HttpAnswer;
 using velt::test::HttpExchange;
 using velt::test::HttpServer;
 
@@ -48,20 +49,13 @@ public:
     /// While nobody asks it; what it was asked before is forgotten.
     std::string Answers(HttpServer::Answer answer)
     {
-        m_connections += m_server.Forget();
+        m_server.Forget();
         m_answer = std::move(answer);
         return "http://127.0.0.1:" + std::to_string(m_server.Port()) + "/page";
     }
 
-    /// How many connections there were since the last question.
-    std::size_t Connections()
-    {
-        return std::exchange(m_connections, 0) + m_server.Forget();
-    }
-
 private:
     HttpServer::Answer m_answer;
-    std::size_t m_connections = 0;
     HttpServer m_server{[this](HttpExchange& exchange) { m_answer(exchange); }};
 };
 
@@ -69,12 +63,6 @@ const velt::test::RefusingPort& NobodysPort()
 {
     static const velt::test::RefusingPort port;
     return port;
-}
-
-/// An answer after which the connection ends, so that none is kept for the next exchange.
-std::string Answered(std::string_view status, std::string_view body, std::string headers = {})
-{
-    return velt::test::HttpAnswer(status, body, "Connection: close\r\n" + headers);
 }
 
 std::string UrlOf(INTERNET_PORT port)
@@ -113,29 +101,6 @@ void FetchFrom(Trial& trial, const HttpServer::Answer& answer, DWORD error,
     Fetch(trial, Server::Instance().Answers(answer), error, body, user, data);
 }
 
-/// A connection to the server that is made and ends.
-void ConnectBare()
-{
-    const std::string url = Server::Instance().Answers(
-        [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); });
-    const HINTERNET session =
-        ::InternetOpenW(L"bare", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
-    const HINTERNET page = ::InternetOpenUrlA(
-        session, url.c_str(), nullptr, 0, INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE, 0);
-    char text[64];
-    DWORD read = 0;
-    while (::InternetReadFile(page, text, sizeof(text), &read) && read > 0)
-    {
-    }
-    ::InternetCloseHandle(page);
-    ::InternetCloseHandle(session);
-}
-
-std::size_t Connections()
-{
-    return Server::Instance().Connections();
-}
-
 /// What the system is asked about its proxies.
 void AskForProxyBare()
 {
@@ -153,25 +118,25 @@ void AskForProxyBare()
 void AddExchangeOperations(std::vector<Operation>& operations)
 {
     const auto add = [&](const char* room, const char* name, std::function<void(Trial&)> run) {
-        operations.push_back({room, name, std::move(run), &ConnectBare, &Connections});
+        operations.push_back({room, name, std::move(run)});
     };
     add("connection", "An exchange: a body", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); }, 0,
+            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", kBody)); }, 0,
             kBody);
     });
     add("connection", "An exchange: an empty body", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", "")); }, 0);
+            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", "")); }, 0);
     });
     add("connection", "An exchange: data is sent", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); }, 0,
+            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", kBody)); }, 0,
             kBody, nullptr, "name=value");
     });
     add("connection", "An exchange: not found", [](Trial& trial) {
         FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Send(Answered("404 No", kBody)); },
+            trial, [](HttpExchange& exchange) { exchange.Send(HttpAnswer("404 No", kBody)); },
             HTTP_STATUS_NOT_FOUND);
     });
     add("connection", "An exchange: moved", [](Trial& trial) {
@@ -179,8 +144,8 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             trial,
             [](HttpExchange& exchange) {
                 const bool isFirst = exchange.Request().find("/page") != std::string::npos;
-                exchange.Send(isFirst ? Answered("302 Found", "", "Location: /other\r\n")
-                                      : Answered("200 OK", kBody));
+                exchange.Send(isFirst ? HttpAnswer("302 Found", "", "Location: /other\r\n")
+                                      : HttpAnswer("200 OK", kBody));
             },
             0, kBody);
     });
@@ -190,8 +155,8 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             [](HttpExchange& exchange) {
                 const bool isKnown = exchange.Number() > 0;
                 exchange.Send(
-                    isKnown ? Answered("200 OK", kBody)
-                            : Answered("401 Who", "", "WWW-Authenticate: Basic realm=\"r\"\r\n"));
+                    isKnown ? HttpAnswer("200 OK", kBody)
+                            : HttpAnswer("401 Who", "", "WWW-Authenticate: Basic realm=\"r\"\r\n"));
             },
             0, kBody, "user");
     });
@@ -214,7 +179,7 @@ void AddExchangeOperations(std::vector<Operation>& operations)
          }});
     add("connection", "A queue with an exchange", [](Trial& trial) {
         const std::string url = Server::Instance().Answers(
-            [](HttpExchange& exchange) { exchange.Send(Answered("200 OK", kBody)); });
+            [](HttpExchange& exchange) { exchange.Send(HttpAnswer("200 OK", kBody)); });
         auto* const queue = VELT_EXPORTED(TortureQueue);
         ExchangeOutcome outcome;
         const DWORD limitMs = trial.HasFaults() ? 4000 : 30'000; // a worker may end by its fault

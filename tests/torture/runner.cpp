@@ -9,6 +9,7 @@
 #include "tests/torture/usage.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <iterator>
@@ -44,7 +45,7 @@ DWORD WINAPI WatchForHang(void*) noexcept
     }
 }
 
-/// The blocks in use of the process's heap: to see which ones a run leaves.
+/// The blocks in use of the process's heaps: to see which ones a run leaves.
 struct HeapBlock
 {
     const void* at;
@@ -55,16 +56,20 @@ std::vector<HeapBlock> BlocksOfHeap()
 {
     std::vector<HeapBlock> blocks;
     blocks.reserve(200'000); // nothing is taken during the walk
-    PROCESS_HEAP_ENTRY entry{};
-    ::HeapLock(::GetProcessHeap());
-    while (::HeapWalk(::GetProcessHeap(), &entry) && blocks.size() < blocks.capacity())
-    {
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
+    std::array<HANDLE, 64> heaps{};
+    const DWORD count = ::GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
+    std::for_each_n(heaps.begin(), std::min<std::size_t>(count, heaps.size()), [&](HANDLE heap) {
+        PROCESS_HEAP_ENTRY entry{};
+        ::HeapLock(heap);
+        while (::HeapWalk(heap, &entry) && blocks.size() < blocks.capacity())
         {
-            blocks.push_back({entry.lpData, entry.cbData});
+            if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
+            {
+                blocks.push_back({entry.lpData, entry.cbData});
+            }
         }
-    }
-    ::HeapUnlock(::GetProcessHeap());
+        ::HeapUnlock(heap);
+    });
     return blocks;
 }
 

@@ -78,10 +78,6 @@ std::size_t BytesKeptOf(const Operation& operation)
         {
             operation.bare();
         }
-        if (operation.bareTimes)
-        {
-            operation.bareTimes(); // waits for their end; they were none of the component's
-        }
         return velt::test::CurrentUsage().heapBytes;
     };
     const std::size_t before = bytesAfterRuns(); // what is made once is there now
@@ -210,8 +206,8 @@ private:
             for (std::size_t i = 0; i < m_operations.size(); ++i)
             {
                 Try(i, {});
-                // It may not be known what is kept of a run that fails.
-                if (m_kept[i] == 0 || m_operations[i].bareTimes)
+                // It is not known what is kept of a run that fails.
+                if (m_kept[i] == 0)
                 {
                     m_faults[i] = FaultEngine::FaultsOf(FaultEngine::Calls());
                 }
@@ -275,7 +271,7 @@ private:
             {
                 tell(finding);
             }
-            m_keptBytes += m_kept[which] * (operation.bareTimes ? operation.bareTimes() : 1);
+            m_keptBytes += m_kept[which];
             if (trial.Slowest() > m_slowest)
             {
                 m_slowest = trial.Slowest();

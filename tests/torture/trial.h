@@ -178,10 +178,6 @@ struct Operation
     /// What of it makes the system itself keep memory for good, done without the component; null
     /// where nothing does. See docs/wine.md.
     std::function<void()> bare = nullptr;
-
-    /// How many times that was since the last question; null for once in each run in which nothing
-    /// fails.
-    std::function<std::size_t()> bareTimes = nullptr;
 };
 
 /// All of them.
