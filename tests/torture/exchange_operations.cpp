@@ -54,6 +54,11 @@ public:
         return "http://127.0.0.1:" + std::to_string(m_server.Port()) + "/page";
     }
 
+    INTERNET_PORT Port() const noexcept
+    {
+        return m_server.Port();
+    }
+
 private:
     HttpServer::Answer m_answer;
     HttpServer m_server{[this](HttpExchange& exchange) { m_answer(exchange); }};
@@ -99,6 +104,30 @@ void FetchFrom(Trial& trial, const HttpServer::Answer& answer, DWORD error,
                const std::string& body = {}, const char* user = nullptr, const char* data = nullptr)
 {
     Fetch(trial, Server::Instance().Answers(answer), error, body, user, data);
+}
+
+void CutOff(HttpExchange& exchange)
+{
+    exchange.Reset();
+}
+
+/// An exchange that is cut off, and not read.
+void CutOffBare()
+{
+    Server& server = Server::Instance();
+    server.Answers(&CutOff);
+    const HINTERNET session =
+        ::InternetOpenW(L"bare", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const HINTERNET connection = ::InternetConnectW(session, L"127.0.0.1", server.Port(), nullptr,
+                                                    nullptr, INTERNET_SERVICE_HTTP, 0, 0);
+    const HINTERNET request =
+        ::HttpOpenRequestW(connection, L"GET", L"/page", nullptr, nullptr, nullptr,
+                           INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE, 0);
+    ::HttpSendRequestW(request, nullptr, 0, nullptr, 0);
+    for (const HINTERNET handle : {request, connection, session})
+    {
+        ::InternetCloseHandle(handle);
+    }
 }
 
 /// What the system is asked about its proxies.
@@ -160,11 +189,10 @@ void AddExchangeOperations(std::vector<Operation>& operations)
             },
             0, kBody, "user");
     });
-    add("connection", "An exchange: cut off", [](Trial& trial) {
-        FetchFrom(
-            trial, [](HttpExchange& exchange) { exchange.Reset(); },
-            ERROR_HTTP_INVALID_SERVER_RESPONSE);
-    });
+    operations.push_back(
+        {"connection", "An exchange: cut off",
+         [](Trial& trial) { FetchFrom(trial, &CutOff, ERROR_HTTP_INVALID_SERVER_RESPONSE); },
+         &CutOffBare});
     add("connection", "An exchange: nobody listens", [](Trial& trial) {
         Fetch(trial, UrlOf(NobodysPort().Port()), ERROR_INTERNET_CANNOT_CONNECT, {});
     });
