@@ -168,12 +168,9 @@ def table(run):
 COLOURS = ("#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#9467bd", "#8c564b", "#17becf", "#7f7f7f")
 
 
-def memory_of(line):
-    return (line["heap"] or line["private"]) / 1024
-
-
 PANELS = (  # title, what is drawn of a line, whether its change
-    ("Memory, change in KB (heaps; of the viewer: private bytes)", memory_of, True),
+    ("Heaps, change in KB", lambda line: line["heap"] / 1024, True),
+    ("Private bytes, change in KB", lambda line: line["private"] / 1024, True),
     ("Handles, change", lambda line: line["handles"], True),
     ("Drawing objects and windows, change", lambda line: line["gdi"] + line["windows"], True),
     ("Slowest call of each period, ms", lambda line: line["slowest_ms"], False),
@@ -181,10 +178,10 @@ PANELS = (  # title, what is drawn of a line, whether its change
 
 
 def plot(run, picture):
-    """Four panels, with a curve for each process."""
+    """A panel for each matter, with a curve for each process."""
     start = min(lines[0]["time"] for lines in run.values())
     script = [
-        "set terminal png size 1400,900 noenhanced",
+        "set terminal png size 1400,1200 noenhanced",
         f"set output '{picture}'",
         "set key outside right top",
         "set grid",
@@ -209,7 +206,7 @@ def plot(run, picture):
             )
         scale = "unset logscale y" if is_change else "set logscale y"
         panels.append(f"{scale}\nset title '{title}'\nplot " + ", ".join(curves))
-    script += ["set multiplot layout 2,2", *panels, "unset multiplot"]
+    script += ["set multiplot layout 3,2", *panels, "unset multiplot"]
     subprocess.run(["gnuplot"], input="\n".join(script) + "\n", text=True, check=True)
 
 
