@@ -28,3 +28,15 @@ velt_build() {
         velt_logged "configure-$preset" cmake --preset "$preset" &&
         velt_logged "build-$preset" cmake --build --preset "$preset" ${1+--target "$@"})
 }
+
+# velt_edition_of <argument>: the preset of the edition that it names; release, and an exit code, when
+# it names none.
+velt_edition_of() {
+    case "${1:-}" in
+    release | release64) echo "$1" ;;
+    *)
+        echo release
+        return 1
+        ;;
+    esac
+}

@@ -19,6 +19,7 @@ import mutants
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 WORK = ROOT / "build/mutants"
+PRISTINE = WORK / "0"
 PRESETS = ("native", "release")
 FOLDERS = (
     "foundation collection internet ui connection update service server tools".split()
@@ -26,92 +27,119 @@ FOLDERS = (
 # They compile the product once more, or pack it: no edit fails in them first.
 LEFT_OUT = re.compile(r"reproducible|package|check_kit|^test_main$|^fuzz_|^lint")
 BUILD_LIMIT = 1200  # seconds
-OUTCOMES = ("killed", "survived", "same program", "not compiled")
+PACKED = {"native": (), "release": ("packed",)}  # what tests start without naming it
 
 
 @dataclasses.dataclass
 class Test:
     preset: str
     name: str
-    seconds: float  # without an edit
+    programs: list  # below the preset's build folder; none when it is a script's own affair
+    sources: set  # that its programs are made of, and what they start
+    seconds: float = 0  # without an edit
 
 
 class Failure(Exception):
     pass
 
 
-def run(command, cwd, limit, log=None):
-    """The exit code; None when the limit of time was over. What it started ends with it."""
-    with open(log or os.devnull, "wb") as output:
-        process = subprocess.Popen(
-            command, cwd=cwd, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
-            start_new_session=True,
-        )  # fmt: skip
+class Process:
+    """A command with all that it starts, in a group of its own."""
+
+    def __init__(self, command, cwd, log=os.devnull):
+        with open(log, "wb") as output:
+            self.process = subprocess.Popen(
+                command, cwd=cwd, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                start_new_session=True,
+            )  # fmt: skip
+
+    def code(self, limit):
+        """The exit code; None when the limit of time was over."""
         try:
-            return process.wait(limit)
+            return self.process.wait(limit)
         except subprocess.TimeoutExpired:
             return None
         finally:
+            self.end()
+
+    def end(self):
+        """What it started may tidy up first."""
+        for sign in (signal.SIGTERM, signal.SIGKILL):
             try:
-                os.killpg(process.pid, signal.SIGKILL)
+                os.killpg(self.process.pid, sign)
+                self.process.wait(5)
+            except subprocess.TimeoutExpired:
+                continue
             except ProcessLookupError:
                 pass
-            process.wait()
+        self.process.wait()
+
+
+def copy(source, target):
+    """Of a tree and what the tests need of its builds, so that both are the same; copies what differs."""
+    builds = [*PRESETS, "catch2", "wine", "wine/template-*"]
+    filters = ["- /build/*/prefixes", *(f"+ /build/{name}" for name in builds), "- /build/wine/*", "- /build/*"]
+    target.mkdir(parents=True, exist_ok=True)
+    subprocess.run(["rsync", "--archive", "--delete", *(f"--filter={rule}" for rule in filters),
+                    f"{source}/", f"{target}/"], check=True)  # fmt: skip
 
 
 class Tree:
-    """A copy of the work tree, with builds of its own."""
+    """A copy of the work tree with its builds. What runs in it sees it at the work tree's own place, so
+    that what was built there need not be built once more."""
 
     def __init__(self, number):
         self.root = WORK / str(number)
         self.log = WORK / f"{number}.log"
+        copy(PRISTINE, self.root)
         self.objects = {}  # their contents' digests, without an edit
-
-    def prepare(self):
-        self.root.mkdir(parents=True, exist_ok=True)
-        self._must("rsync", "--archive", "--no-times", "--checksum", "--delete",
-                   "--exclude=/build", f"{ROOT}/", f"{self.root}/")  # fmt: skip
         for preset in PRESETS:
-            self._must("cmake", "--preset", preset)
-            self._must("cmake", "--build", "--preset", preset, "--target", "tests")
             self.objects.update(self._digests(preset, 0))
 
-    def _must(self, *command):
-        if run(command, self.root, BUILD_LIMIT * 3, self.log) != 0:
-            raise Failure(f"failed: {' '.join(command)} (see {self.log})")
+    def _process(self, command, log):
+        rights = [] if os.geteuid() == 0 else ["--map-root-user"]
+        return Process(["unshare", "--mount", *rights, "bash", "-c",
+                        'mount --bind "$0" "$1" && cd "$1" && exec "${@:2}"',
+                        self.root, ROOT, *command], ROOT, log)  # fmt: skip
 
     def _digests(self, preset, since):
         """Of the objects that were compiled since then, without what debuggers read."""
         digests = {}
-        for path in (self.root / "build" / preset).rglob("*.o*"):
+        build = self.root / "build" / preset
+        for path in build.rglob("*.o*"):
             if path.suffix in (".o", ".obj") and path.stat().st_mtime >= since:
                 stripped = WORK / f"{self.root.name}.stripped"
                 subprocess.run(["objcopy", "--strip-debug", path, stripped], check=True)
-                digests[path] = hashlib.sha256(stripped.read_bytes()).digest()
+                digests[preset, path.relative_to(build)] = hashlib.sha256(stripped.read_bytes()).digest()
         return digests
 
-    def tests(self, folder):
-        """Those with the label, quick ones first; each must pass without an edit."""
-        found = []
-        for preset in PRESETS:
-            listed = subprocess.run(
-                ["ctest", "--test-dir", f"build/{preset}", "-L", f"^{folder}$", "--show-only=json-v1"],
-                cwd=self.root, check=True, capture_output=True,
-            )  # fmt: skip
-            for test in json.loads(listed.stdout)["tests"]:
-                if not LEFT_OUT.search(test["name"]):
-                    found.append(Test(preset, test["name"], 0))
-        for test in found:
-            begin = time.monotonic()
-            if not self.passes(test, 1200):
-                raise Failure(f"fails without an edit: {test.preset} {test.name}")
-            test.seconds = time.monotonic() - begin
-        return sorted(found, key=lambda test: test.seconds)
-
-    def passes(self, test, limit):
-        command = ["scripts/loopback_only.sh", "ctest", "--test-dir", f"build/{test.preset}",
-                   "--output-on-failure", "-R", f"^{re.escape(test.name)}$"]  # fmt: skip
-        return run(command, self.root, limit, self.log) == 0
+    def passes(self, tests, limit):
+        """Starts as many at a time as there are processors; the first that fails, or None."""
+        left = list(reversed(tests))
+        running = {}
+        try:
+            while left or running:
+                while left and len(running) < os.cpu_count():
+                    test = left.pop()
+                    command = ["scripts/loopback_only.sh", "ctest", "--test-dir", f"build/{test.preset}",
+                               "--output-on-failure", "-R", f"^{re.escape(test.name)}$"]  # fmt: skip
+                    log = f"{self.log}.{test.preset}-{test.name}"
+                    running[test.preset, test.name] = (test, self._process(command, log), time.monotonic())
+                for test, process, begin in list(running.values()):
+                    code = process.process.poll()
+                    seconds = time.monotonic() - begin
+                    if code is None and seconds < limit(test):
+                        continue
+                    del running[test.preset, test.name]
+                    process.end()
+                    if code != 0:
+                        return test
+                    test.seconds = test.seconds or seconds
+                time.sleep(0.05)
+            return None
+        finally:
+            for _, process, _ in running.values():
+                process.end()
 
     def outcome(self, mutant, tests):
         """What becomes of the edit, and which test noticed it."""
@@ -121,20 +149,67 @@ class Tree:
         try:
             differs = False
             for preset in PRESETS:
+                mine = [test for test in tests if test.preset == preset]
                 begin = time.time()
-                build = ["cmake", "--build", "--preset", preset, "--target", "tests"]
-                if run(build, self.root, BUILD_LIMIT, self.log) != 0:
+                targets = sorted({program for test in mine for program in test.programs})
+                build = ["cmake", "--build", "--preset", preset, "--target", *targets, *PACKED[preset]]
+                if self._process(build, self.log).code(BUILD_LIMIT) != 0:
                     return "not compiled", ""
-                changed = self._digests(preset, begin)
-                if all(self.objects.get(name) == digest for name, digest in changed.items()):
+                changed = [
+                    source_of(preset, name)
+                    for (_, name), digest in self._digests(preset, begin).items()
+                    if self.objects.get((preset, name)) != digest
+                ]
+                if not changed:
                     continue
                 differs = True
-                for test in tests:
-                    if test.preset == preset and not self.passes(test, 60 + 6 * test.seconds):
-                        return "killed", f"{test.preset} {test.name}"
+                concerned = [test for test in mine if not test.sources or test.sources.intersection(changed)]
+                failed = self.passes(concerned, lambda test: 30 + 4 * test.seconds)
+                if failed:
+                    return "killed", f"{preset} {failed.name}"
             return ("survived" if differs else "same program"), ""
         finally:
-            path.write_text(text, encoding="utf-8")
+            copy(PRISTINE, self.root)
+
+
+def source_of(preset, name):
+    """What an object is compiled from, named as the tests' sources are."""
+    folders = [
+        ".." if part == "__" else part
+        for part in name.parts[:-1]
+        if part != "CMakeFiles" and not part.endswith(".dir")
+    ]
+    if "Unity" in folders:  # made by the build
+        return ROOT / "build" / preset / name.with_suffix("")
+    return pathlib.Path(os.path.normpath(pathlib.Path(ROOT, *folders, name.stem)))
+
+
+def tests_of(folder):
+    """Those with the label."""
+    found = []
+    for preset in PRESETS:
+        build = ROOT / "build" / preset
+        listed = subprocess.run(
+            ["ctest", "--test-dir", build, "-L", f"^{folder}$", "--show-only=json-v1"],
+            check=True, capture_output=True,
+        )  # fmt: skip
+        for test in json.loads(listed.stdout)["tests"]:
+            if LEFT_OUT.search(test["name"]):
+                continue
+            programs = [
+                str(pathlib.Path(word).relative_to(build))
+                for word in test["command"]
+                if word.startswith(f"{build}/") and pathlib.Path(word).is_file()
+            ]
+            sources = set()
+            if programs:
+                inputs = subprocess.run(
+                    ["ninja", "-C", build, "-t", "inputs", *programs],
+                    check=True, capture_output=True, text=True,
+                )  # fmt: skip
+                sources = {pathlib.Path(line) for line in inputs.stdout.splitlines()}
+            found.append(Test(preset, test["name"], programs, sources))
+    return found
 
 
 def report(results, seconds):
@@ -190,17 +265,26 @@ def main():
             left.append(mutant)
     print(f"{len(chosen)} edits, {len(results)} of them done; results in {kept}", flush=True)
 
-    os.environ["CMAKE_BUILD_PARALLEL_LEVEL"] = str(max(1, os.cpu_count() // options.workers))
+    for preset in PRESETS:
+        print(f"building: {preset} tests", flush=True)
+        build = Process(["bash", "-c", f". scripts/common.sh; velt_build {preset} tests"], ROOT, WORK / "log")
+        if build.code(BUILD_LIMIT * 3) != 0:
+            raise Failure(f"not built; see {WORK}/log")
+    print(f"copying to {WORK}", flush=True)
+    copy(ROOT, PRISTINE)
     trees = queue.SimpleQueue()
     for number in range(1, options.workers + 1):
-        tree = Tree(number)
-        print(f"building: {tree.root}", flush=True)
-        tree.prepare()
-        trees.put(tree)
+        trees.put(Tree(number))
+    tree = trees.get()
     tests = {}
     for folder in sorted({mutant.path.split("/")[1] for mutant in left}):
         print(f"timing the tests of {folder}", flush=True)
-        tests[folder] = tree.tests(folder)
+        tests[folder] = tests_of(folder)
+        failed = tree.passes(tests[folder], lambda test: 1200)
+        if failed:
+            raise Failure(f"fails without an edit: {failed.preset} {failed.name}")
+        tests[folder].sort(key=lambda test: test.seconds)
+    trees.put(tree)
 
     def judge(mutant):
         tree = trees.get()
@@ -213,7 +297,8 @@ def main():
             trees.put(tree)
 
     with concurrent.futures.ThreadPoolExecutor(options.workers) as pool, open(kept, "a") as keep:
-        for result in pool.map(judge, left):
+        for done in concurrent.futures.as_completed([pool.submit(judge, mutant) for mutant in left]):
+            result = done.result()
             keep.write(json.dumps(result) + "\n")
             keep.flush()
             results.append(result)

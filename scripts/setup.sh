@@ -1,7 +1,7 @@
 # Sourced by the commands at the root: brings the packages that building and testing need.
 #
 #   velt_setup <purpose>   installs what is missing for "build", "run", "test", "bench", "package",
-#                          "sign", "lint", "soak" or "debian"; fails with the names when it cannot
+#                          "sign", "lint", "soak", "mutate" or "debian"; fails with the names when it cannot
 
 declare -A velt_packages=(
     # Wine's libraries for 32 and for 64 bits have a type library that ours imports.
@@ -17,7 +17,8 @@ declare -A velt_packages=(
     [signing]="osslsigncode openssl"
     [lint]="clang-tidy"
     [plotting]="gnuplot-nox python3"
-    [debian]="debootstrap distro-info-data rsync"
+    [copying]="rsync"
+    [debian]="debootstrap distro-info-data"
 )
 declare -A velt_purposes=(
     [build]="build"
@@ -29,7 +30,8 @@ declare -A velt_purposes=(
     [soak]="build wine tests plotting"
     [sign]="signing"
     [lint]="build lint"
-    [debian]="debian"
+    [mutate]="build wine pictures native tests packing unpacking signing copying"
+    [debian]="debian copying"
 )
 
 # velt_missing_packages <package>...: those that are not installed, one a line.

@@ -16,13 +16,7 @@ hours=${1:-}
     exit 2
 }
 shift
-preset=release
-case "${1:-}" in
-release | release64)
-    preset=$1
-    shift
-    ;;
-esac
+preset=$(velt_edition_of "${1:-}") && shift || true
 seconds=$(awk -v hours="$hours" 'BEGIN { printf "%d", hours * 3600 }')
 period=$((seconds / 20 < 60 ? (seconds < 60 ? 3 : seconds / 20) : 60)) # a minute, but for trials
 seed=${VELT_TORTURE_SEED:-$(date -u +%Y%m%d)}

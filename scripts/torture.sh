@@ -15,13 +15,7 @@ if [ "${1:-}" = --write ]; then
     write=1
     shift
 fi
-preset=release
-case "${1:-}" in
-release | release64)
-    preset=$1
-    shift
-    ;;
-esac
+preset=$(velt_edition_of "${1:-}") && shift || true
 
 velt_build "$preset" torture
 table=$velt_logs/torture-$preset.txt

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Which edits are made of a text, and that nothing else is touched."""
+"""Which edits are made of a text, that nothing else is touched, and which tests they concern."""
 
 import pathlib
 import sys
@@ -7,6 +7,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 import mutants  # noqa: E402
+import mutate  # noqa: E402
 
 
 def edits(text):
@@ -87,6 +88,18 @@ class Choice(unittest.TestCase):
         after = mutants.mutants_of("src/a.cpp", f"f(1);\n\n{line}{line}")
         self.assertIn(before.key, [mutant.key for mutant in after])
         self.assertEqual(len({mutant.key for mutant in after}), len(after))
+
+
+class Concerned(unittest.TestCase):
+    def test_what_an_object_is_compiled_from(self):
+        for name, source in (
+            ("src/ui/CMakeFiles/velt_ui.dir/skin.cpp.obj", "src/ui/skin.cpp"),
+            ("src/tools/CMakeFiles/velt.dir/velt/main.cpp.o", "src/tools/velt/main.cpp"),
+            ("tests/server/CMakeFiles/other.dir/__/__/src/server/a.cpp.obj", "src/server/a.cpp"),
+            ("tests/ui/CMakeFiles/ui_checks.dir/Unity/unity_0_cxx.cxx.obj",
+             "build/release/tests/ui/CMakeFiles/ui_checks.dir/Unity/unity_0_cxx.cxx"),
+        ):  # fmt: skip
+            self.assertEqual(mutate.source_of("release", pathlib.Path(name)), mutate.ROOT / source)
 
 
 if __name__ == "__main__":
