@@ -25,7 +25,9 @@ FOLDERS = (
     "foundation collection internet ui connection update service server tools".split()
 )
 # They compile the product once more, or pack it: no edit fails in them first.
-LEFT_OUT = re.compile(r"reproducible|package|check_kit|^test_main$|^fuzz_|^lint")
+LEFT_OUT = re.compile(r"reproducible|package|check_kit|^test_main$|^lint")
+KEPT = ROOT / "tests/mutants"
+SAME = KEPT / "same_program.txt"
 BUILD_LIMIT = 1200  # seconds
 PACKED = {"native": (), "release": ("packed",)}  # what tests start without naming it
 
@@ -73,6 +75,12 @@ class Process:
             except ProcessLookupError:
                 pass
         self.process.wait()
+
+
+def known_same():
+    """The keys of edits that no test can notice; the file says why."""
+    lines = SAME.read_text(encoding="utf-8").splitlines()
+    return {line for line in lines if line.startswith("src/")}
 
 
 def copy(source, target):
@@ -164,7 +172,7 @@ class Tree:
                     continue
                 differs = True
                 concerned = [test for test in mine if not test.sources or test.sources.intersection(changed)]
-                failed = self.passes(concerned, lambda test: 30 + 4 * test.seconds)
+                failed = self.passes(concerned, lambda test: 30 + 3 * test.seconds)
                 if failed:
                     return "killed", f"{preset} {failed.name}"
             return ("survived" if differs else "same program"), ""
@@ -185,8 +193,9 @@ def source_of(preset, name):
 
 
 def tests_of(folder):
-    """Those with the label."""
+    """Those with the label, without those that CTest runs before another that needs what they leave."""
     found = []
+    prepared = set()
     for preset in PRESETS:
         build = ROOT / "build" / preset
         listed = subprocess.run(
@@ -194,6 +203,9 @@ def tests_of(folder):
             check=True, capture_output=True,
         )  # fmt: skip
         for test in json.loads(listed.stdout)["tests"]:
+            properties = {entry["name"]: entry["value"] for entry in test["properties"]}
+            for fixture in properties.get("FIXTURES_REQUIRED", ()):
+                prepared.add((preset, fixture))
             if LEFT_OUT.search(test["name"]):
                 continue
             programs = [
@@ -208,8 +220,26 @@ def tests_of(folder):
                     check=True, capture_output=True, text=True,
                 )  # fmt: skip
                 sources = {pathlib.Path(line) for line in inputs.stdout.splitlines()}
-            found.append(Test(preset, test["name"], programs, sources))
-    return found
+            fixtures = {(preset, fixture) for fixture in properties.get("FIXTURES_SETUP", ())}
+            found.append((fixtures, Test(preset, test["name"], programs, sources)))
+    return [test for fixtures, test in found if not fixtures & prepared]
+
+
+def time_tests(tree, folder, tests):
+    """Sorts them; what was measured is kept."""
+    kept = WORK / "seconds.json"
+    known = json.loads(kept.read_text()) if kept.exists() else {}
+    for test in tests:
+        test.seconds = known.get(f"{test.preset} {test.name}", 0)
+    left = [test for test in tests if not test.seconds]
+    if left:
+        print(f"timing the tests of {folder}", flush=True)
+        failed = tree.passes(left, lambda test: 1200)
+        if failed:
+            raise Failure(f"fails without an edit: {failed.preset} {failed.name}")
+        known.update({f"{test.preset} {test.name}": test.seconds for test in left})
+        kept.write_text(json.dumps(known))
+    tests.sort(key=lambda test: test.seconds)
 
 
 def report(results, seconds):
@@ -251,11 +281,16 @@ def main():
 
     chosen = mutants.choose(ROOT, options.folders, options.count, options.seed)
     WORK.mkdir(parents=True, exist_ok=True)
-    kept = WORK / f"results-{options.seed}.jsonl"
+    kept = KEPT / f"{options.seed}.jsonl"
     known = {}
     for line in kept.read_text().splitlines() if kept.exists() else ():
         result = json.loads(line)
         known[result["key"]] = result
+    same = known_same()
+    for mutant in chosen:
+        if mutant.key in same:
+            known[mutant.key] = {"key": mutant.key, "path": mutant.path, "outcome": "same program", "by": "",
+                                 "seconds": 0}  # fmt: skip
     results, left = [], []
     for mutant in chosen:
         result = known.get(mutant.key)
@@ -278,12 +313,8 @@ def main():
     tree = trees.get()
     tests = {}
     for folder in sorted({mutant.path.split("/")[1] for mutant in left}):
-        print(f"timing the tests of {folder}", flush=True)
         tests[folder] = tests_of(folder)
-        failed = tree.passes(tests[folder], lambda test: 1200)
-        if failed:
-            raise Failure(f"fails without an edit: {failed.preset} {failed.name}")
-        tests[folder].sort(key=lambda test: test.seconds)
+        time_tests(tree, folder, tests[folder])
     trees.put(tree)
 
     def judge(mutant):

@@ -92,20 +92,20 @@ std::vector<HANDLE> Heaps()
     return heaps;
 }
 
-std::size_t UsedBytes(HANDLE heap)
+/// Adds what is in use of a heap.
+void CountBlocks(HANDLE heap, ProcessUsage& usage)
 {
-    std::size_t bytes = 0;
     PROCESS_HEAP_ENTRY entry{};
     ::HeapLock(heap);
     while (::HeapWalk(heap, &entry))
     {
         if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
         {
-            bytes += entry.cbData;
+            usage.heapBytes += entry.cbData;
+            usage.heapOverhead += entry.cbOverhead;
         }
     }
     ::HeapUnlock(heap);
-    return bytes;
 }
 } // namespace
 
@@ -114,14 +114,14 @@ ProcessUsage CurrentUsage()
     ProcessUsage usage = UsageOf(::GetCurrentProcess());
     for (const HANDLE heap : Heaps())
     {
-        usage.heapBytes += UsedBytes(heap);
+        CountBlocks(heap, usage);
     }
     return usage;
 }
 
 ProcessUsage UsageOf(HANDLE process)
 {
-    return {PrivateBytes(process), 0, CountHandles(::GetProcessId(process))};
+    return {PrivateBytes(process), 0, CountHandles(::GetProcessId(process)), 0};
 }
 
 std::size_t UncertainHeapBytes()
@@ -130,7 +130,12 @@ std::size_t UncertainHeapBytes()
     constexpr SIZE_T kBlockBytes = 40;
     std::array<void*, 100> blocks{};
     const HANDLE heap = ::HeapCreate(0, 0, 0);
-    const std::size_t before = UsedBytes(heap);
+    const auto usedBytes = [&] {
+        ProcessUsage usage{};
+        CountBlocks(heap, usage);
+        return usage.heapBytes;
+    };
+    const std::size_t before = usedBytes();
     for (void*& block : blocks)
     {
         block = ::HeapAlloc(heap, 0, kBlockBytes);
@@ -139,7 +144,7 @@ std::size_t UncertainHeapBytes()
     {
         ::HeapFree(heap, 0, block);
     }
-    const bool isGrouped = UsedBytes(heap) > before;
+    const bool isGrouped = usedBytes() > before;
     ::HeapDestroy(heap);
     return isGrouped ? kGroupBytes : 0;
 }

@@ -13,6 +13,7 @@
 #include "tests/torture/usage.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -66,23 +67,27 @@ std::string_view LaneOf(const Operation& operation)
 }
 
 /// How much memory the system keeps for good of each run of an operation, whoever makes it.
-std::size_t BytesKeptOf(const Operation& operation)
+KeptMemory KeptOf(const Operation& operation)
 {
     if (!operation.bare)
     {
-        return 0;
+        return {};
     }
-    constexpr int kRuns = 60;
-    const auto bytesAfterRuns = [&] {
-        for (int i = 0; i < kRuns; ++i)
+    constexpr std::size_t kRuns = 60;
+    const auto afterRuns = [&] {
+        for (std::size_t i = 0; i < kRuns; ++i)
         {
             operation.bare();
         }
-        return velt::test::CurrentUsage().heapBytes;
+        return velt::test::CurrentUsage();
     };
-    const std::size_t before = bytesAfterRuns(); // what is made once is there now
-    const std::size_t after = bytesAfterRuns();
-    return after > before ? (after - before) / kRuns : 0;
+    const auto part = [](std::size_t before, std::size_t after) {
+        return after > before ? (after - before) / kRuns : 0;
+    };
+    const velt::test::ProcessUsage before = afterRuns(); // what is made once is there now
+    const velt::test::ProcessUsage after = afterRuns();
+    const std::size_t bytes = part(before.heapBytes, after.heapBytes);
+    return {bytes, bytes + part(before.heapOverhead, after.heapOverhead)};
 }
 
 /// What the threads of the process have in common.
@@ -91,13 +96,13 @@ struct Common
     const SoakPlan& plan;
     const velt::test::ComponentLibrary& library;
     const UniqueKernelObject halt{::CreateEventW(nullptr, TRUE, TRUE, nullptr)};
-    volatile LONG isOver = FALSE;
-    volatile LONG findings = 0;
+    std::atomic<bool> isOver = false;
+    std::atomic<unsigned> findings = 0;
 };
 
 void Find(Common& common, const std::string& what)
 {
-    if (::InterlockedIncrement(&common.findings) <= kMostFindings)
+    if (common.findings++ < kMostFindings)
     {
         Say(("process " + std::to_string(common.plan.process) + ", seed " +
              std::to_string(common.plan.seed) + ": " + what + "\n")
@@ -118,7 +123,7 @@ public:
           m_faults(m_operations.size()),
           m_random(common.plan.seed * 10'000 + m_number)
     {
-        std::transform(m_operations.begin(), m_operations.end(), m_kept.begin(), &BytesKeptOf);
+        std::transform(m_operations.begin(), m_operations.end(), m_kept.begin(), &KeptOf);
     }
 
     Lane(const Lane&) = delete;
@@ -154,11 +159,11 @@ public:
     /// Ends the process when an operation takes too long. Any thread may call.
     void CheckForHang()
     {
-        const ULONGLONG since = static_cast<ULONGLONG>(m_since);
+        const ULONGLONG since = m_since;
         if (since != 0 && ::GetTickCount64() - since > kHangMs)
         {
             Say(("process " + std::to_string(m_common.plan.process) + ": hung in " +
-                 NameOf(m_operations[static_cast<std::size_t>(m_current)]) + "\n")
+                 NameOf(m_operations[m_current]) + "\n")
                     .c_str());
             PrintStackOfThread(m_threadId);
             ::TerminateProcess(::GetCurrentProcess(), kHung);
@@ -170,7 +175,7 @@ public:
     {
         line.operations += m_operationCount;
         line.faults += m_faultCount;
-        line.keptBytes += m_keptBytes;
+        line.kept += m_keptSoFar;
         const double slowestMs = std::chrono::duration<double, std::milli>(m_slowest).count();
         if (slowestMs > line.slowestMs)
         {
@@ -207,7 +212,7 @@ private:
             {
                 Try(i, {});
                 // It is not known what is kept of a run that fails.
-                if (m_kept[i] == 0)
+                if (m_kept[i].heapBytes == 0)
                 {
                     m_faults[i] = FaultEngine::FaultsOf(FaultEngine::Calls());
                 }
@@ -255,8 +260,8 @@ private:
                                (faults.empty() ? "" : ", " + FaultEngine::Describe(faults[0])) +
                                ": " + finding);
         };
-        m_current = static_cast<LONG>(which);
-        m_since = static_cast<LONG64>(::GetTickCount64());
+        m_current = which;
+        m_since = ::GetTickCount64();
         {
             Trial trial(m_common.library, faults, m_number);
             try
@@ -271,7 +276,7 @@ private:
             {
                 tell(finding);
             }
-            m_keptBytes += m_kept[which];
+            m_keptSoFar += m_kept[which];
             if (trial.Slowest() > m_slowest)
             {
                 m_slowest = trial.Slowest();
@@ -288,17 +293,17 @@ private:
     const UniqueKernelObject m_goOn{::CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 
     // read by any thread
-    volatile LONG64 m_since = 0; // when the operation began; 0 between two
-    volatile LONG m_current = 0;
+    std::atomic<ULONGLONG> m_since = 0; // when the operation began; 0 between two
+    std::atomic<std::size_t> m_current = 0;
 
     // the lane's own, read by others while it rests
     const std::vector<Operation> m_operations;
-    std::vector<std::size_t> m_kept;          // bytes, by the system, of each run of an operation
+    std::vector<KeptMemory> m_kept;           // by the system, of each run of an operation
     std::vector<std::vector<Fault>> m_faults; // that each operation can have
     std::mt19937 m_random;
     unsigned long m_operationCount = 0;
     unsigned long m_faultCount = 0;
-    std::size_t m_keptBytes = 0;
+    KeptMemory m_keptSoFar;
     Clock::duration m_slowest{};
     std::string m_slowestName;
 
@@ -367,7 +372,7 @@ public:
             AwaitRest();
             Record();
         }
-        m_common.isOver = TRUE;
+        m_common.isOver = true;
         for (const auto& lane : m_lanes)
         {
             lane->GoOn();
@@ -410,10 +415,11 @@ private:
             lane->AddTo(line);
         }
         const Usage usage = CurrentUsage(true);
-        line.privateBytes = velt::test::UsageOf(::GetCurrentProcess()).privateBytes;
+        line.privateBytes =
+            velt::test::UsageOf(::GetCurrentProcess()).privateBytes - line.kept.privateBytes;
         line.blocks = usage.values[0];
         line.handles = usage.values[1];
-        line.heapBytes = static_cast<std::size_t>(usage.values[2]) - line.keptBytes;
+        line.heapBytes = static_cast<std::size_t>(usage.values[2]) - line.kept.heapBytes;
         line.gdiObjects = usage.values[3];
         line.windows = usage.values[4];
         m_csv.Add(line);
@@ -448,10 +454,10 @@ CsvRecord::CsvRecord(std::wstring path, std::string process)
     {
         throw std::runtime_error("the records cannot be written");
     }
-    std::fputs(
-        "time,process,operations,faults,private,heap,kept,blocks,handles,gdi,windows,slowest_ms,"
-        "slowest\n",
-        file);
+    std::fputs("time,process,operations,faults,private,heap,kept,kept_private,blocks,handles,gdi,"
+               "windows,slowest_ms,"
+               "slowest\n",
+               file);
     std::fclose(file);
 }
 
@@ -466,11 +472,11 @@ void CsvRecord::Add(const Line& line) const
     }
     const auto number = [](std::size_t value) { return static_cast<unsigned long>(value); };
     const auto count = [](std::ptrdiff_t value) { return static_cast<long>(value); };
-    std::fprintf(file, "%.1f,%s,%lu,%lu,%lu,%lu,%lu,%ld,%ld,%ld,%ld,%.1f,\"%s\"\n", seconds,
+    std::fprintf(file, "%.1f,%s,%lu,%lu,%lu,%lu,%lu,%lu,%ld,%ld,%ld,%ld,%.1f,\"%s\"\n", seconds,
                  m_process.c_str(), line.operations, line.faults, number(line.privateBytes),
-                 number(line.heapBytes), number(line.keptBytes), count(line.blocks),
-                 count(line.handles), count(line.gdiObjects), count(line.windows), line.slowestMs,
-                 line.slowest.c_str());
+                 number(line.heapBytes), number(line.kept.heapBytes),
+                 number(line.kept.privateBytes), count(line.blocks), count(line.handles),
+                 count(line.gdiObjects), count(line.windows), line.slowestMs, line.slowest.c_str());
     std::fclose(file);
 }
 } // namespace velt::torture

@@ -22,6 +22,21 @@ struct SoakPlan
 /// Runs the plan. Each finding is a line on stdout; the records are lines of a CsvRecord.
 unsigned RunSoakProcess(const SoakPlan& plan);
 
+/// What the system keeps for good of what programs do, also without the component: on Windows
+/// nothing.
+struct KeptMemory
+{
+    std::size_t heapBytes = 0;
+    std::size_t privateBytes = 0; // the same with what a heap needs for its blocks
+
+    KeptMemory& operator+=(const KeptMemory& other) noexcept
+    {
+        heapBytes += other.heapBytes;
+        privateBytes += other.privateBytes;
+        return *this;
+    }
+};
+
 /// What a long run records of a process, in a file of lines.
 class CsvRecord
 {
@@ -30,9 +45,9 @@ public:
     {
         unsigned long operations = 0;
         unsigned long faults = 0;
-        std::size_t privateBytes = 0;
-        std::size_t heapBytes = 0;  // less what is kept; 0 where they cannot be counted
-        std::size_t keptBytes = 0;  // what the system keeps of such runs also without the component
+        std::size_t privateBytes = 0; // less what is kept
+        std::size_t heapBytes = 0;    // the same; 0 where they cannot be counted
+        KeptMemory kept;
         std::ptrdiff_t blocks = 0;  // of the component alone, since the process began
         std::ptrdiff_t handles = 0; // less those of classes that are not there
         std::ptrdiff_t gdiObjects = 0;

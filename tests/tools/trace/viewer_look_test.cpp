@@ -200,6 +200,18 @@ void CheckNothingIsCut(HWND window, HFONT font)
         CHECK((text.empty() || there.cx >= needed.cx));
     }
 }
+
+/// By its letter; the first item is chosen then.
+void OpenViewMenu(const ViewerProcess& viewer)
+{
+    Press(viewer.Window(), {VK_MENU, 'V'});
+    REQUIRE(Eventually([&] {
+        GUITHREADINFO info{};
+        info.cbSize = sizeof(info);
+        ::GetGUIThreadInfo(::GetWindowThreadProcessId(viewer.Window(), nullptr), &info);
+        return (info.flags & GUI_POPUPMENUMODE) != 0 || (info.flags & GUI_INMENUMODE) != 0;
+    }));
+}
 } // namespace
 
 TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
@@ -286,16 +298,32 @@ TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]
     REQUIRE(viewer.AwaitRows(1));
     // View, Pause: the check mark says that it has happened.
     const auto isPaused = [&] { return viewer.AwaitStatus(1, L"1 shown, paused"); };
-    Press(viewer.Window(), {VK_MENU, 'V'});
-    const auto isOpen = [&] {
-        GUITHREADINFO info{};
-        info.cbSize = sizeof(info);
-        ::GetGUIThreadInfo(::GetWindowThreadProcessId(viewer.Window(), nullptr), &info);
-        return (info.flags & GUI_POPUPMENUMODE) != 0 || (info.flags & GUI_INMENUMODE) != 0;
-    };
-    REQUIRE(Eventually(isOpen));
+    OpenViewMenu(viewer);
     Press(viewer.Window(), {'P'});
     CHECK(isPaused());
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look", "[tools]")
+{
+    const DarkChoice dark;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    OpenViewMenu(viewer);
+    HWND menu = nullptr;
+    REQUIRE(Eventually([&] {
+        menu = ::FindWindowW(L"#32768", nullptr);
+        return menu && ::IsWindowVisible(menu);
+    }));
+    RECT place{};
+    ::GetWindowRect(menu, &place);
+    const auto rightEndAt = [&](LONG y) { return LightnessAt(POINT{place.right - 8, y}); };
+    CHECK(Eventually([&] {
+        const int first = rightEndAt(place.top + 8);
+        const int last = rightEndAt(place.bottom - 8);
+        return last < 64 && first > last;
+    }));
+    ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
     CHECK(viewer.Close() == 0);
 }
 
