@@ -327,6 +327,40 @@ TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look", "[too
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: what has the keyboard is framed in the dark look, too", "[tools]")
+{
+    const DarkChoice dark;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const HWND choice = viewer.Child(ViewerProcess::kLevel);
+    const auto isFramed = [&] { // with dots of two colours, above what it says
+        constexpr int kTop = 3;
+        constexpr int kStart = 8;
+        constexpr int kEnd = 24;
+        const int first = LightnessAt(choice, kStart, kTop);
+        for (int x = kStart; x < kEnd; ++x)
+        {
+            if (LightnessAt(choice, x, kTop) != first)
+            {
+                return true;
+            }
+        }
+        return false;
+    };
+    CHECK(Eventually([&] { return !isFramed(); }));
+    const auto hasFocus = [&](HWND child) {
+        return Eventually([&] { return FocusOf(viewer.Window()) == child; });
+    };
+    Press(viewer.Window(), {VK_CONTROL, 'F'});
+    REQUIRE(hasFocus(viewer.Child(ViewerProcess::kFilter)));
+    Press(viewer.Window(), {VK_TAB});
+    REQUIRE(hasFocus(choice));
+    // For users who have not asked to see such marks before they use the keyboard.
+    ::SendMessageW(viewer.Window(), WM_CHANGEUISTATE, MAKEWPARAM(UIS_CLEAR, UISF_HIDEFOCUS), 0);
+    CHECK(Eventually(isFramed));
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: on a screen with many dots an inch nothing is cut off", "[tools]")
 {
     const int percent = GENERATE(200, 300);
