@@ -164,7 +164,9 @@ TEST_CASE("Connection points: they are enumerated", "[service]")
     ComPtr<IConnectionPoint> one;
     CHECK(clone->Next(1, &one, nullptr) == S_OK);
     CHECK(one);
+    fetched = kPoison;
     CHECK(points->Next(1, nullptr, &fetched) == E_POINTER);
+    CHECK(fetched == 0);
     CHECK(points->Next(2, found.data(), nullptr) == E_POINTER);
     CHECK(points->Clone(nullptr) == E_POINTER);
 }
@@ -283,7 +285,9 @@ TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
     CHECK(clone->Next(1, data.data(), nullptr) == S_OK);
     CHECK(data[0].dwCookie == cookies[2]);
     data[0].pUnk->Release();
+    fetched = kPoison;
     CHECK(connections->Next(1, nullptr, &fetched) == E_POINTER);
+    CHECK(fetched == 0);
     CHECK(connections->Next(2, data.data(), nullptr) == E_POINTER);
     CHECK(connections->Clone(nullptr) == E_POINTER);
 

@@ -74,6 +74,24 @@ int LightnessOfFace(HWND control)
     return LightnessAt(control, static_cast<int>(client.right) - 5, 4);
 }
 
+/// Whether a button or a choice shows that it has the keyboard: dots of two colours, above what it
+/// says.
+bool IsFramed(HWND control)
+{
+    constexpr int kTop = 3;
+    constexpr int kStart = 8;
+    constexpr int kEnd = 24;
+    const int first = LightnessAt(control, kStart, kTop);
+    for (int x = kStart; x < kEnd; ++x)
+    {
+        if (LightnessAt(control, x, kTop) != first)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// The menu bar, which ends where the client area begins: at the first menu's name, or right of the
 /// last one.
 int LightnessOfMenu(HWND window, bool first)
@@ -283,6 +301,7 @@ TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them"
         const DarkChoice dark;
         ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
         CHECK(is(true));
+        CHECK_FALSE(IsFramed(::GetDlgItem(dialog, button)));
     }
     ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
     CHECK(is(false));
@@ -333,21 +352,7 @@ TEST_CASE("Viewer: what has the keyboard is framed in the dark look, too", "[too
     ViewerProcess viewer;
     viewer.AwaitWindow();
     const HWND choice = viewer.Child(ViewerProcess::kLevel);
-    const auto isFramed = [&] { // with dots of two colours, above what it says
-        constexpr int kTop = 3;
-        constexpr int kStart = 8;
-        constexpr int kEnd = 24;
-        const int first = LightnessAt(choice, kStart, kTop);
-        for (int x = kStart; x < kEnd; ++x)
-        {
-            if (LightnessAt(choice, x, kTop) != first)
-            {
-                return true;
-            }
-        }
-        return false;
-    };
-    CHECK(Eventually([&] { return !isFramed(); }));
+    CHECK(Eventually([&] { return !IsFramed(choice); }));
     const auto hasFocus = [&](HWND child) {
         return Eventually([&] { return FocusOf(viewer.Window()) == child; });
     };
@@ -357,7 +362,7 @@ TEST_CASE("Viewer: what has the keyboard is framed in the dark look, too", "[too
     REQUIRE(hasFocus(choice));
     // For users who have not asked to see such marks before they use the keyboard.
     ::SendMessageW(viewer.Window(), WM_CHANGEUISTATE, MAKEWPARAM(UIS_CLEAR, UISF_HIDEFOCUS), 0);
-    CHECK(Eventually(isFramed));
+    CHECK(Eventually([&] { return IsFramed(choice); }));
     CHECK(viewer.Close() == 0);
 }
 

@@ -97,6 +97,7 @@ TEST_CASE("velt unregister: the registry is as it was before register", "[tools]
 
     result = RunVelt(with(L"unregister"));
     CHECK(result.exitCode == 1);
+    CHECK(result.output.find("unregistered: no\n") != std::string::npos);
     CHECK(result.messages == "velt: the component is not registered\n");
     CheckSame(before);
 }
@@ -203,6 +204,7 @@ TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
     const std::string library = velt::Utf8FromWide(folder.File(L"VeltHTTPClient12OEM.dll"));
     ProgramResult result = RunVelt({L"unregister"});
     CHECK(result.exitCode == 1);
+    CHECK(result.output.find("unregistered: no\n") != std::string::npos);
     CHECK(result.messages == "velt: another copy is registered, and stays so: " + library + "\n");
     CheckSame(registered);
     result = RunVelt({L"status"});
@@ -241,6 +243,24 @@ TEST_CASE("velt unregister: a key that must not be changed is a failure", "[tool
         CHECK(result.messages.find("(0x80070005)") != std::string::npos);
     }
     DeleteComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses);
+}
+
+TEST_CASE("velt status: a library is named by whatever path, and only by a text", "[tools]")
+{
+    const Classes before;
+    const std::wstring key = std::wstring(kClassKey) + L"\\InprocServer32";
+    const std::wstring path = L"C:\\" + std::wstring(2000, L'a') + L".dll";
+    WriteText(HKEY_LOCAL_MACHINE, key, nullptr, path);
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.output.find("registeredForMachine: " + velt::Utf8FromWide(path) + "\n") !=
+          std::string::npos);
+
+    const DWORD number = 1;
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), nullptr, REG_DWORD, &number, sizeof(number));
+    result = RunVelt({L"status"});
+    CHECK(result.output.find("registeredForMachine: none\n") != std::string::npos);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kClassKey);
+    CheckSame(before);
 }
 
 TEST_CASE("velt status: a registered copy that makes no objects is an error", "[tools]")
