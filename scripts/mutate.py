@@ -48,12 +48,15 @@ class Failure(Exception):
 class Process:
     """A command with all that it starts, in a group of its own."""
 
+    running = set()
+
     def __init__(self, command, cwd, log=os.devnull):
         with open(log, "wb") as output:
             self.process = subprocess.Popen(
                 command, cwd=cwd, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
                 start_new_session=True,
             )  # fmt: skip
+        Process.running.add(self)
 
     def code(self, limit):
         """The exit code; None when the limit of time was over."""
@@ -69,12 +72,20 @@ class Process:
         for sign in (signal.SIGTERM, signal.SIGKILL):
             try:
                 os.killpg(self.process.pid, sign)
-                self.process.wait(5)
+                self.process.wait(20)
             except subprocess.TimeoutExpired:
                 continue
             except ProcessLookupError:
                 pass
         self.process.wait()
+        Process.running.discard(self)
+
+
+def end_at_once(number, _):
+    """For a signal: nothing that was started stays; what was found is kept already."""
+    for process in list(Process.running):
+        process.end()
+    os._exit(128 + number)
 
 
 def known_same():
@@ -122,7 +133,7 @@ class Tree:
         return digests
 
     def passes(self, tests, limit):
-        """Starts as many at a time as there are processors; the first that fails, or None."""
+        """Starts as many at a time as there are processors; names the first that fails, or None."""
         left = list(reversed(tests))
         running = {}
         try:
@@ -141,7 +152,7 @@ class Tree:
                     del running[test.preset, test.name]
                     process.end()
                     if code != 0:
-                        return test
+                        return f"{test.preset} {test.name}" + (", not ended" if code is None else "")
                     test.seconds = test.seconds or seconds
                 time.sleep(0.05)
             return None
@@ -174,7 +185,7 @@ class Tree:
                 concerned = [test for test in mine if not test.sources or test.sources.intersection(changed)]
                 failed = self.passes(concerned, lambda test: 30 + 3 * test.seconds)
                 if failed:
-                    return "killed", f"{preset} {failed.name}"
+                    return "killed", failed
             return ("survived" if differs else "same program"), ""
         finally:
             copy(PRISTINE, self.root)
@@ -236,7 +247,7 @@ def time_tests(tree, folder, tests):
         print(f"timing the tests of {folder}", flush=True)
         failed = tree.passes(left, lambda test: 1200)
         if failed:
-            raise Failure(f"fails without an edit: {failed.preset} {failed.name}")
+            raise Failure(f"fails without an edit: {failed}")
         known.update({f"{test.preset} {test.name}": test.seconds for test in left})
         kept.write_text(json.dumps(known))
     tests.sort(key=lambda test: test.seconds)
@@ -322,23 +333,25 @@ def main():
         try:
             begin = time.monotonic()
             outcome, by = tree.outcome(mutant, tests[mutant.path.split("/")[1]])
-            return {"mutant": str(mutant), "key": mutant.key, "path": mutant.path, "outcome": outcome, "by": by,
-                    "seconds": time.monotonic() - begin}  # fmt: skip
+            seconds = round(time.monotonic() - begin)
+            return mutant, {"key": mutant.key, "path": mutant.path, "outcome": outcome, "by": by,
+                            "seconds": seconds}  # fmt: skip
         finally:
             trees.put(tree)
 
     with concurrent.futures.ThreadPoolExecutor(options.workers) as pool, open(kept, "a") as keep:
         for done in concurrent.futures.as_completed([pool.submit(judge, mutant) for mutant in left]):
-            result = done.result()
+            mutant, result = done.result()
             keep.write(json.dumps(result) + "\n")
             keep.flush()
-            results.append(result)
-            print(f"{result['outcome']:12} {result['seconds']:5.0f} s  {result['mutant']}  {result['by']}",
-                  flush=True)  # fmt: skip
+            results.append({**result, "mutant": str(mutant)})
+            print(f"{result['outcome']:12} {result['seconds']:5} s  {mutant}  {result['by']}", flush=True)
     print(report(results, sum(result["seconds"] for result in results) / options.workers))
 
 
 if __name__ == "__main__":
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, end_at_once)
     try:
         main()
     except Failure as failure:
