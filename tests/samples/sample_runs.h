@@ -2,11 +2,10 @@
 
 #include "tests/support/child_process.h"
 #include "tests/support/component_library.h"
-#include "tests/support/temp_folder.h"
 
 #include <windows.h>
 
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -30,17 +29,14 @@ struct SampleRun
 
 inline SampleRun RunSample(const std::wstring& command)
 {
-    const TempFolder folder(L"output");
-    const std::wstring output = folder.File(L"output.txt");
-    // The quotes around all of it are taken off by cmd.
-    const DWORD exitCode = RunProcess(L"cmd /c \"" + command + L" > \"" + output + L"\" 2>&1\"");
-    std::ifstream file(output.c_str());
+    const ProcessOutput output = RunForOutput(command);
+    std::istringstream text(output.text);
     std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);)
+    for (std::string line; std::getline(text, line);)
     {
         lines.push_back(line);
     }
-    return {exitCode, std::move(lines)};
+    return {output.exitCode, std::move(lines)};
 }
 
 inline std::vector<std::string> OutputOf(const std::wstring& command)

@@ -1,7 +1,6 @@
 // The service as hosts and scripts find it by its registration.
 
 #include "foundation/endpoints.h"
-#include "foundation/unique_handle.h"
 #include "foundation/wide_text.h"
 #include "tests/service/service_objects.h"
 #include "tests/support/apartment_thread.h"
@@ -10,12 +9,10 @@
 #include "tests/support/com_apartment.h"
 #include "tests/support/late_bound.h"
 #include "tests/support/recording_sink.h"
-#include "tests/support/temp_folder.h"
 
 #include <catch.hpp>
 
 #include <string>
-#include <utility>
 
 using Microsoft::WRL::ComPtr;
 using namespace velt::test;
@@ -50,34 +47,6 @@ bool IsProxy(const ComPtr<IVeltHTTPService>& service)
 {
     ComPtr<IMultiQI> manager;
     return service.As(&manager) == S_OK;
-}
-
-/// What a console program writes, and its exit code. It writes to a file: services of the system
-/// that it starts would keep the end of a pipe open.
-std::string OutputOf(std::wstring commandLine, DWORD& exitCode)
-{
-    const TempFolder folder;
-    const std::wstring path = folder.Path() + L"\\output.txt";
-    SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-    velt::UniqueKernelObject file(::CreateFileW(path.c_str(), GENERIC_WRITE,
-                                                FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
-                                                CREATE_ALWAYS, 0, nullptr));
-    STARTUPINFOW startup{};
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = file.Get();
-    startup.hStdError = file.Get();
-    const ChildProcess child = StartProcess(std::move(commandLine), 0, startup);
-    REQUIRE(::WaitForSingleObject(child.process.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
-    ::GetExitCodeProcess(child.process.Get(), &exitCode);
-    file.Reset(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                             nullptr, OPEN_EXISTING, 0, nullptr));
-    std::string output(4096, '\0');
-    DWORD read = 0;
-    REQUIRE(
-        ::ReadFile(file.Get(), output.data(), static_cast<DWORD>(output.size()), &read, nullptr));
-    output.resize(read);
-    std::erase(output, '\r');
-    return output;
 }
 } // namespace
 
@@ -171,18 +140,16 @@ TEST_CASE("The registered service: scripts use all of its members", "[service]")
             {L"members.js", "true", "false", "string"},
             {L"members.vbs", "True", "False", "String"},
         }));
-    DWORD exitCode = 99;
-    std::string output = OutputOf(L"cscript.exe //nologo \"" +
-                                      BuiltFile(L"tests\\service\\scripts\\" + script) + L"\"",
-                                  exitCode);
-    INFO(output);
-    CHECK(exitCode == 0);
-    CHECK(output == "none: []\nread: name=value\nsafe: " + yes +
-                        "\nempty: []\nmissing: []\nhidden: " + yes +
-                        "\ndomain: .velt.example\n"
-                        "redirect: http://" +
-                        velt::Utf8FromWide(velt::kRedirectHost) +
-                        "/redirect/redirect.aspx?LinkId=5\n"
-                        "connected: " +
-                        no + "\ntag: " + tags + "\navailable: " + no + "\ndone\n");
+    const ProcessOutput output = RunForOutput(
+        L"cscript.exe //nologo \"" + BuiltFile(L"tests\\service\\scripts\\" + script) + L"\"");
+    INFO(output.text);
+    CHECK(output.exitCode == 0);
+    CHECK(output.text == "none: []\nread: name=value\nsafe: " + yes +
+                             "\nempty: []\nmissing: []\nhidden: " + yes +
+                             "\ndomain: .velt.example\n"
+                             "redirect: http://" +
+                             velt::Utf8FromWide(velt::kRedirectHost) +
+                             "/redirect/redirect.aspx?LinkId=5\n"
+                             "connected: " +
+                             no + "\ntag: " + tags + "\navailable: " + no + "\ndone\n");
 }

@@ -1,6 +1,8 @@
 #include "tests/support/child_process.h"
 
+#include "foundation/unique_file.h"
 #include "foundation/wide_text.h"
+#include "tests/support/temp_folder.h"
 
 #include <cstdio>
 #include <stdexcept>
@@ -35,9 +37,9 @@ ChildProcess StartProcess(std::wstring commandLine, DWORD flags, STARTUPINFOW st
     }
 }
 
-DWORD RunProcess(std::wstring commandLine, DWORD limitMs)
+DWORD RunProcess(std::wstring commandLine, DWORD limitMs, STARTUPINFOW startup)
 {
-    const ChildProcess child = StartProcess(std::move(commandLine));
+    const ChildProcess child = StartProcess(std::move(commandLine), 0, startup);
     if (::WaitForSingleObject(child.process.Get(), limitMs) != WAIT_OBJECT_0)
     {
         ::TerminateProcess(child.process.Get(), 98);
@@ -46,5 +48,28 @@ DWORD RunProcess(std::wstring commandLine, DWORD limitMs)
     DWORD exitCode = 0;
     ::GetExitCodeProcess(child.process.Get(), &exitCode);
     return exitCode;
+}
+
+ProcessOutput RunForOutput(std::wstring commandLine)
+{
+    const TempFolder folder(L"output");
+    // A file, because services of the system that the program starts would keep the end of a pipe
+    // open. Each write goes to its end, from whichever of the streams.
+    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+    const UniqueFile file(::CreateFileW(folder.File(L"output.txt").c_str(), FILE_APPEND_DATA,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, CREATE_NEW,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file)
+    {
+        throw std::runtime_error("no file for a program's output");
+    }
+    STARTUPINFOW startup{};
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = file.Get();
+    startup.hStdError = file.Get();
+    const DWORD exitCode = RunProcess(std::move(commandLine), 2 * kWaitLimitMs, startup);
+    std::string text = folder.Read(L"output.txt");
+    std::erase(text, '\r');
+    return {exitCode, std::move(text)};
 }
 } // namespace velt::test

@@ -23,7 +23,18 @@ struct ChildProcess
 /// std::runtime_error with the system's code when it goes on refusing.
 ChildProcess StartProcess(std::wstring commandLine, DWORD flags = 0, STARTUPINFOW startup = {});
 
-/// Runs a program with its command line and waits until it has ended; returns its exit code.
+/// Starts a program as StartProcess does and waits until it has ended; returns its exit code.
 /// Throws std::runtime_error when it cannot be started or does not end within the limit.
-DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 2 * kWaitLimitMs);
+DWORD RunProcess(std::wstring commandLine, DWORD limitMs = 2 * kWaitLimitMs,
+                 STARTUPINFOW startup = {});
+
+/// How a program ended, and what it wrote to both of its streams, without carriage returns.
+struct ProcessOutput
+{
+    DWORD exitCode;
+    std::string text;
+};
+
+/// Runs a console program as RunProcess does.
+ProcessOutput RunForOutput(std::wstring commandLine);
 } // namespace velt::test
