@@ -22,11 +22,14 @@ namespace
 constexpr wchar_t kProgId[] = L"VeltHTTPClient.VeltHTTPService12OEM";
 constexpr wchar_t kVersionedProgId[] = L"VeltHTTPClient.VeltHTTPService12OEM.2";
 
-/// Registers the library once for the program, which has a prefix of its own.
+/// Registers the library once for the program, which has a prefix of its own, and keeps the
+/// multithreaded apartment for as long: where it ends, Wine may wait for ever for a call that has
+/// been answered.
 void RequireRegistration()
 {
     static const HRESULT registered = ComponentLibrary().RegisterServer();
     REQUIRE(registered == S_OK);
+    [[maybe_unused]] static const auto* const kept = new ApartmentThread(COINIT_MULTITHREADED);
 }
 
 template <class Interface>
