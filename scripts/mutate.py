@@ -24,13 +24,8 @@ PRESETS = ("native", "release")
 FOLDERS = (
     "foundation collection internet ui connection update service server tools".split()
 )
-# One finding is enough, and on a machine with nothing else to do what must come comes soon.
-ENVIRONMENT = {
-    **os.environ,
-    "VELT_TEST_OPTIONS": "--abort",
-    "VELT_FUZZ_RUNS": "2000",
-    "VELT_WAIT_LIMIT_MS": "20000",
-}
+# On a machine with nothing else to do, what must come comes soon.
+ENVIRONMENT = {**os.environ, "VELT_FUZZ_RUNS": "2000", "VELT_WAIT_LIMIT_MS": "20000"}
 # They compile the product once more, or pack it: no edit fails in them first.
 LEFT_OUT = re.compile(r"reproducible|package|check_kit|^test_main$|^lint")
 KEPT = ROOT / "tests/mutants"
@@ -45,7 +40,15 @@ class Test:
     name: str
     programs: list  # below the preset's build folder; none when it is a script's own affair
     sources: set  # that its programs are made of, and what they start
-    seconds: float = 0  # without an edit
+    file: str = ""  # the one whose cases are run, without its extension; all cases when empty
+    seconds: float = 0  # without an edit; 0 when it was never run
+
+    def __str__(self):
+        return f"{self.preset} {self.name} {self.file}".rstrip()
+
+    def limit(self):
+        """In seconds, beside the judging of other edits."""
+        return 60 + 4 * self.seconds if self.seconds else 1200
 
 
 class Failure(Exception):
@@ -57,10 +60,11 @@ class Process:
 
     running = set()
 
-    def __init__(self, command, cwd, log=os.devnull):
+    def __init__(self, command, cwd, log=os.devnull, options=""):
+        environment = {**ENVIRONMENT, "VELT_TEST_OPTIONS": options}
         with open(log, "wb") as output:
             self.process = subprocess.Popen(
-                command, cwd=cwd, env=ENVIRONMENT, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                command, cwd=cwd, env=environment, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
                 start_new_session=True,
             )  # fmt: skip
         Process.running.add(self)
@@ -122,11 +126,11 @@ class Tree:
         for preset in PRESETS:
             self.objects.update(self._digests(preset, 0))
 
-    def _process(self, command, log):
+    def _process(self, command, log, options=""):
         rights = [] if os.geteuid() == 0 else ["--map-root-user"]
         return Process(["unshare", "--mount", *rights, "bash", "-c",
                         'mount --bind "$0" "$1" && cd "$1" && exec "${@:2}"',
-                        self.root, ROOT, *command], ROOT, log)  # fmt: skip
+                        self.root, ROOT, *command], ROOT, log, options)  # fmt: skip
 
     def _digests(self, preset, since):
         """Of the objects that were compiled since then, without what debuggers read."""
@@ -139,27 +143,32 @@ class Tree:
                 digests[preset, path.relative_to(build)] = hashlib.sha256(stripped.read_bytes()).digest()
         return digests
 
-    def passes(self, tests, limit):
+    def passes(self, tests):
         """Starts as many at a time as there are processors; names the first that fails, or None."""
-        left = list(reversed(tests))
-        running = {}
+        left = list(tests)
+        running = {}  # by what CTest knows them by: two parts of one would share a prefix
         try:
             while left or running:
-                while left and len(running) < os.cpu_count():
-                    test = left.pop()
+                for test in list(left):
+                    if len(running) == os.cpu_count():
+                        break
+                    if (test.preset, test.name) in running:
+                        continue
+                    left.remove(test)
                     command = ["scripts/loopback_only.sh", "ctest", "--test-dir", f"build/{test.preset}",
                                "--output-on-failure", "-R", f"^{re.escape(test.name)}$"]  # fmt: skip
-                    log = f"{self.log}.{test.preset}-{test.name}"
-                    running[test.preset, test.name] = (test, self._process(command, log), time.monotonic())
+                    options = f"--abort -# [#{test.file}]~[.]" if test.file else ""
+                    process = self._process(command, f"{self.log}.{str(test).replace(' ', '-')}", options)
+                    running[test.preset, test.name] = (test, process, time.monotonic())
                 for test, process, begin in list(running.values()):
                     code = process.process.poll()
                     seconds = time.monotonic() - begin
-                    if code is None and seconds < limit(test):
+                    if code is None and seconds < test.limit():
                         continue
                     del running[test.preset, test.name]
                     process.end()
                     if code != 0:
-                        return f"{test.preset} {test.name}" + (", not ended" if code is None else "")
+                        return f"{test}" + (", not ended" if code is None else "")
                     test.seconds = test.seconds or seconds
                 time.sleep(0.05)
             return None
@@ -190,7 +199,7 @@ class Tree:
                     continue
                 differs = True
                 concerned = [test for test in mine if not test.sources or test.sources.intersection(changed)]
-                failed = self.passes(concerned, lambda test: 30 + 3 * test.seconds)
+                failed = self.passes(likely_first(concerned, mutant.path))
                 if failed:
                     return "killed", failed
             return ("survived" if differs else "same program"), ""
@@ -239,36 +248,62 @@ def tests_of(folder):
                 )  # fmt: skip
                 sources = {pathlib.Path(line) for line in inputs.stdout.splitlines()}
             fixtures = {(preset, fixture) for fixture in properties.get("FIXTURES_SETUP", ())}
-            found.append((fixtures, Test(preset, test["name"], programs, sources)))
+            files = [""]
+            if f"{ROOT}/scripts/to_its_end.sh" in test["command"]:
+                files = test_files(sources) or files
+            found += [(fixtures, Test(preset, test["name"], programs, sources, file)) for file in files]
     return [test for fixtures, test in found if not fixtures & prepared]
 
 
-def noticed():
-    """How often each test has noticed an edit of each folder, by whatever seed."""
+def test_files(sources):
+    """Those with test cases, without extension; sources that are compiled together count one by one."""
+    stems = set()
+    for source in sources:
+        names = [source]
+        if source.parent.name == "Unity" and source.suffix == ".cxx":
+            names = map(pathlib.Path, re.findall(r'#include "(.*)"', source.read_text()))
+        stems |= {name.stem for name in names if name.name.endswith("_test.cpp")}
+    return sorted(stems)
+
+
+def time_tests(tree, folder, tests):
+    """Without an edit each must pass by itself; what was measured is kept."""
+    kept = WORK / "seconds.json"
+    known = json.loads(kept.read_text()) if kept.exists() else {}
+    for test in tests:
+        test.seconds = known.get(str(test), 0)
+    left = [test for test in tests if not test.seconds]
+    if left:
+        print(f"timing the tests of {folder}", flush=True)
+        failed = tree.passes(left)
+        known.update({str(test): test.seconds for test in left if test.seconds})
+        kept.write_text(json.dumps(known))
+        if failed:
+            raise Failure(f"fails without an edit: {failed}")
+
+
+def noticed(folder):
+    """How often each test has noticed an edit of the folder, by whatever seed."""
     count = collections.Counter()
     for kept in KEPT.glob("*.jsonl"):
         for line in kept.read_text().splitlines():
             result = json.loads(line)
-            count[result["path"].split("/")[1], result["by"].split(",")[0]] += 1
+            if result["path"].split("/")[1] == folder:
+                count[result["by"].split(",")[0]] += 1
     return count
 
 
-def time_tests(tree, folder, tests):
-    """Sorts them, by what they take for what they may notice; what was measured is kept."""
-    kept = WORK / "seconds.json"
-    known = json.loads(kept.read_text()) if kept.exists() else {}
-    for test in tests:
-        test.seconds = known.get(f"{test.preset} {test.name}", 0)
-    left = [test for test in tests if not test.seconds]
-    if left:
-        print(f"timing the tests of {folder}", flush=True)
-        failed = tree.passes(left, lambda test: 1200)
-        if failed:
-            raise Failure(f"fails without an edit: {failed}")
-        known.update({f"{test.preset} {test.name}": test.seconds for test in left})
-        kept.write_text(json.dumps(known))
-    count = noticed()
-    tests.sort(key=lambda test: test.seconds / (1 + count[folder, f"{test.preset} {test.name}"]))
+def likely_first(tests, path):
+    """By what they take for what they may notice: by their names, and by what they noticed before."""
+    words = set(pathlib.Path(path).stem.split("_"))
+    count = noticed(path.split("/")[1])
+
+    def cost(test):
+        names = {str(test), f"{test.preset} {test.name}"}  # the latter before its files ran one by one
+        alike = len(words.intersection(test.file.split("_")))
+        return test.seconds / (1 + sum(count[name] for name in names)) / (1 + 3 * alike)
+
+    return sorted(tests, key=cost)
 
 
 def report(results, seconds):

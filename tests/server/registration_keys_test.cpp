@@ -300,9 +300,10 @@ TEST_CASE("DllRegisterServer: for the machine, the other edition's entries of th
     const CleanRegistry clean;
     const std::wstring version = L"TypeLib\\{AB6A43CE-5CEE-40EE-9AD0-A7AA608DBB6C}\\1.0";
     const std::wstring path = std::wstring(kUserClasses) + L'\\' + version;
-    const auto write = [&](const std::wstring& key, const std::wstring& text) {
+    const auto write = [&](const std::wstring& key, const std::wstring& text, bool isEnded = true) {
+        const std::size_t size = (text.size() + (isEnded ? 1 : 0)) * sizeof(wchar_t);
         REQUIRE(::RegSetKeyValueW(HKEY_CURRENT_USER, (path + key).c_str(), nullptr, REG_SZ,
-                                  text.c_str(), static_cast<DWORD>((text.size() + 1) * 2)) == 0);
+                                  text.c_str(), static_cast<DWORD>(size)) == 0);
     };
     write(L"", L"VeltHTTPClient 1.0 Type Library");
     write(L"\\FLAGS", L"0");
@@ -322,6 +323,14 @@ TEST_CASE("DllRegisterServer: for the machine, the other edition's entries of th
     }
     const RegistryTree before = ComponentKeys(HKEY_CURRENT_USER, kUserClasses);
     write(std::wstring(L"\\0\\") + kEdition.system, L"C:\\own\\VeltHTTPClient12OEM.dll");
+    // One that is this edition's is handed over, whether or not its text ends with a NUL.
+    const auto [helpIsOwn, isEnded] =
+        GENERATE(table<bool, bool>({{false, true}, {true, true}, {true, false}}));
+    CAPTURE(helpIsOwn, isEnded);
+    if (helpIsOwn)
+    {
+        write(L"\\HELPDIR", L"C:\\own", isEnded);
+    }
     CHECK(Register() == S_OK);
     CHECK_TREE(ComponentKeys(HKEY_CURRENT_USER, kUserClasses), before);
     CHECK_TREE(ComponentKeys(HKEY_LOCAL_MACHINE, kUserClasses), Expected());

@@ -301,7 +301,7 @@ TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them"
         const DarkChoice dark;
         ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
         CHECK(is(true));
-        CHECK_FALSE(IsFramed(::GetDlgItem(dialog, button)));
+        CHECK(Eventually([&] { return !IsFramed(::GetDlgItem(dialog, button)); }));
     }
     ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
     CHECK(is(false));
