@@ -76,6 +76,11 @@ class Mutant:
     new: str
     key: str
 
+    @property
+    def folder(self):
+        """Below src/."""
+        return self.path.split("/")[1]
+
     def apply(self, text):
         assert text.startswith(self.old, self.offset)
         return text[: self.offset] + self.new + text[self.offset + len(self.old) :]

@@ -199,7 +199,7 @@ class Tree:
                     continue
                 differs = True
                 concerned = [test for test in mine if not test.sources or test.sources.intersection(changed)]
-                failed = self.passes(likely_first(concerned, mutant.path))
+                failed = self.passes(likely_first(concerned, mutant.path, noticed(mutant.folder)))
                 if failed:
                     return "killed", failed
             return ("survived" if differs else "same program"), ""
@@ -293,10 +293,9 @@ def noticed(folder):
     return count
 
 
-def likely_first(tests, path):
-    """By what they take for what they may notice: by their names, and by what they noticed before."""
+def likely_first(tests, path, count):
+    """By what they take for what they may notice: by their names, and by how often they noticed before."""
     words = set(pathlib.Path(path).stem.split("_"))
-    count = noticed(path.split("/")[1])
 
     def cost(test):
         names = {str(test), f"{test.preset} {test.name}"}  # the latter before its files ran one by one
@@ -376,7 +375,7 @@ def main():
         trees.put(Tree(number))
     tree = trees.get()
     tests = {}
-    for folder in sorted({mutant.path.split("/")[1] for mutant in left}):
+    for folder in sorted({mutant.folder for mutant in left}):
         tests[folder] = tests_of(folder)
         time_tests(tree, folder, tests[folder])
     trees.put(tree)
@@ -385,7 +384,7 @@ def main():
         tree = trees.get()
         try:
             begin = time.monotonic()
-            outcome, by = tree.outcome(mutant, tests[mutant.path.split("/")[1]])
+            outcome, by = tree.outcome(mutant, tests[mutant.folder])
             seconds = round(time.monotonic() - begin)
             return mutant, {"key": mutant.key, "path": mutant.path, "outcome": outcome, "by": by,
                             "seconds": seconds}  # fmt: skip

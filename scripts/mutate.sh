@@ -7,7 +7,8 @@
 # The folders are those below src/; all that are code by default. The same seed chooses the same edits
 # of the same text, and a change of the text changes the choice by as much only. Each edit is made in a
 # copy of the work tree below build/mutants/, built, and given to those tests with the label of its folder
-# that use what it changes: native ones first, then the release's, quick ones first, until one fails.
+# that use what it changes, until one fails: native ones first, then the release's, file by file of each
+# program, those first that are quick or likely to notice it.
 # What does not compile, or is the same program, is left out of the count. Results are kept in
 # tests/mutants as they come: the same command goes on where it was ended. Edits that same_program.txt
 # names there are not made; with --survivors, what survived is tried again. Exit code 1 for a failure of

@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Which edits are made of a text, that nothing else is touched, and which tests they concern."""
 
+import collections
 import pathlib
 import sys
+import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
@@ -100,6 +102,23 @@ class Concerned(unittest.TestCase):
              "build/release/tests/ui/CMakeFiles/ui_checks.dir/Unity/unity_0_cxx.cxx"),
         ):  # fmt: skip
             self.assertEqual(mutate.source_of("release", pathlib.Path(name)), mutate.ROOT / source)
+
+    def test_which_files_have_cases(self):
+        with tempfile.TemporaryDirectory() as folder:
+            unity = pathlib.Path(folder, "Unity/unity_0_cxx.cxx")
+            unity.parent.mkdir()
+            unity.write_text('#include "/a/b_test.cpp"\n#include "/a/viewer_input.cpp"\n')
+            sources = {unity, pathlib.Path("/a/a_test.cpp"), pathlib.Path("/a/skin.cpp")}
+            self.assertEqual(mutate.test_files(sources), ["a_test", "b_test"])
+
+    def test_the_order(self):
+        def test(file, seconds):
+            return mutate.Test("release", "program", [], set(), file, seconds)
+
+        tests = [test("quick_test", 3), test("other_test", 2), test("queue_manager_test", 9), test("slow_test", 4)]
+        count = collections.Counter({"release program slow_test": 1})
+        ordered = mutate.likely_first(tests, "src/connection/queue_manager.cpp", count)
+        self.assertEqual([each.file.split("_")[0] for each in ordered], ["queue", "other", "slow", "quick"])
 
 
 if __name__ == "__main__":
