@@ -171,6 +171,18 @@ TEST_CASE("RegionFromBitmap: the rest of the bitmap from the source point is str
     CHECK(::EqualRect(&rects.front(), &expected));
 }
 
+TEST_CASE("RegionFromBitmap: where it is shrunk, pixels are left out and not mixed", "[ui]")
+{
+    const auto isEmpty = [](int keyColumn) {
+        const UniqueBitmap bitmap =
+            MakeBitmap(40, 4, [=](int x, int) { return x % 2 == keyColumn; });
+        const UniqueRegion region = RegionFromBitmap(bitmap.Get(), {0, 0}, {20, 4}, kRed);
+        RECT box{};
+        return ::GetRgnBox(region.Get(), &box) == NULLREGION;
+    };
+    CHECK(isEmpty(0) != isEmpty(1)); // which of each two columns stays is the system's affair
+}
+
 TEST_CASE("RegionFromBitmap: another key is compared byte by byte", "[ui]")
 {
     const UniqueBitmap bitmap = MakeBitmap(2, 1, [](int x, int) { return x == 0; });

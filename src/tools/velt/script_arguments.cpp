@@ -23,24 +23,23 @@ enum MemberId : DISPID
     kUnnamed,
 };
 
-constexpr WORD kMethod = DISPATCH_METHOD;
-constexpr WORD kProperty = DISPATCH_PROPERTYGET;
+using Kind = ScriptMemberKind;
 
 constexpr ScriptMember kTextsMembers[] = {
-    {L"Item", kItem, kProperty, 1, 1},
-    {L"Count", kCount, kMethod, 0, 0},
-    {L"length", kLength, kProperty, 0, 0},
-    {nullptr, kNewEnum, kProperty, 0, 0},
+    {L"Item", kItem, Kind::property, 1, 1},
+    {L"Count", kCount, Kind::method, 0, 0},
+    {L"length", kLength, Kind::property, 0, 0},
+    {nullptr, kNewEnum, Kind::property, 0, 0},
 };
 constexpr ScriptMember kNamedMembers[] = {
-    {L"Item", kItem, kProperty, 1, 1},     {L"Count", kCount, kMethod, 0, 0},
-    {L"length", kLength, kProperty, 0, 0}, {L"Exists", kExists, kMethod, 1, 1},
-    {nullptr, kNewEnum, kProperty, 0, 0},
+    {L"Item", kItem, Kind::property, 1, 1},     {L"Count", kCount, Kind::method, 0, 0},
+    {L"length", kLength, Kind::property, 0, 0}, {L"Exists", kExists, Kind::method, 1, 1},
+    {nullptr, kNewEnum, Kind::property, 0, 0},
 };
 constexpr ScriptMember kArgumentsMembers[] = {
-    {L"Item", kItem, kProperty, 1, 1},       {L"Count", kCount, kMethod, 0, 0},
-    {L"length", kLength, kProperty, 0, 0},   {L"Named", kNamed, kProperty, 0, 0},
-    {L"Unnamed", kUnnamed, kProperty, 0, 0}, {nullptr, kNewEnum, kProperty, 0, 0},
+    {L"Item", kItem, Kind::property, 1, 1},     {L"Count", kCount, Kind::method, 0, 0},
+    {L"length", kLength, Kind::property, 0, 0}, {L"Named", kNamed, Kind::object, 0, 0},
+    {L"Unnamed", kUnnamed, Kind::object, 0, 0}, {nullptr, kNewEnum, Kind::property, 0, 0},
 };
 
 bool IsNamed(std::wstring_view argument) noexcept

@@ -98,21 +98,18 @@ STDMETHODIMP ScriptDispatch::Invoke(DISPID id, REFIID iid, LCID locale, WORD fla
         const auto member = std::find_if(m_members.begin(), m_members.end(),
                                          [&](const ScriptMember& each) { return each.id == id; });
         // Engines ask for a property either way.
-        const WORD kinds = member != m_members.end() && member->kind == DISPATCH_METHOD
+        const WORD kinds = member != m_members.end() && member->kind == ScriptMemberKind::method
                                ? DISPATCH_METHOD
                                : DISPATCH_METHOD | DISPATCH_PROPERTYGET;
         if (member == m_members.end() || (flags & kinds) == 0)
         {
             return DISP_E_MEMBERNOTFOUND;
         }
-        if (parameters->cArgs > member->mostArguments && member->kind == DISPATCH_PROPERTYGET)
+        if (member->kind == ScriptMemberKind::object && parameters->cArgs > 0)
         {
-            // Arguments of a property that takes none are those of the object that it gives.
             const _variant_t object = Call(id, {});
-            return object.vt == VT_DISPATCH
-                       ? object.pdispVal->Invoke(DISPID_VALUE, iid, locale, flags, parameters,
-                                                 result, exception, argumentError)
-                       : DISP_E_BADPARAMCOUNT;
+            return object.pdispVal->Invoke(DISPID_VALUE, iid, locale, flags, parameters, result,
+                                           exception, argumentError);
         }
         if (parameters->cArgs < member->leastArguments || parameters->cArgs > member->mostArguments)
         {

@@ -10,12 +10,20 @@
 
 namespace velt::tool
 {
+/// How a member is used; none can be set.
+enum class ScriptMemberKind
+{
+    method,
+    property,
+    object, // a property whose arguments are those of the object's default member
+};
+
 /// What scripts can use of an object.
 struct ScriptMember
 {
     const wchar_t* name; // null for one that is known by its number only
     DISPID id;
-    WORD kind; // DISPATCH_METHOD or DISPATCH_PROPERTYGET; none can be set
+    ScriptMemberKind kind;
     std::size_t leastArguments;
     std::size_t mostArguments;
 };

@@ -35,27 +35,26 @@ enum MemberId : DISPID
     kVersion,
 };
 
-constexpr WORD kMethod = DISPATCH_METHOD;
-constexpr WORD kProperty = DISPATCH_PROPERTYGET;
+using Kind = ScriptMemberKind;
 constexpr std::size_t kMostValues = 1'000'000; // of Echo: more than engines pass
 constexpr ScriptMember kMembers[] = {
-    {L"Application", kApplication, kProperty, 0, 0},
-    {L"Arguments", kArguments, kProperty, 0, 0},
-    {L"ConnectObject", kConnectObject, kMethod, 2, 2},
-    {L"CreateObject", kCreateObject, kMethod, 1, 2},
-    {L"DisconnectObject", kDisconnectObject, kMethod, 1, 1},
-    {L"Echo", kEcho, kMethod, 0, kMostValues},
-    {L"FullName", kFullName, kProperty, 0, 0},
-    {L"Name", kName, kProperty, 0, 0},
-    {L"Path", kPath, kProperty, 0, 0},
-    {L"Quit", kQuit, kMethod, 0, 1},
-    {L"ScriptFullName", kScriptFullName, kProperty, 0, 0},
-    {L"ScriptName", kScriptName, kProperty, 0, 0},
-    {L"Sleep", kSleep, kMethod, 1, 1},
-    {L"StdErr", kStdErr, kProperty, 0, 0},
-    {L"StdIn", kStdIn, kProperty, 0, 0},
-    {L"StdOut", kStdOut, kProperty, 0, 0},
-    {L"Version", kVersion, kProperty, 0, 0},
+    {L"Application", kApplication, Kind::object, 0, 0},
+    {L"Arguments", kArguments, Kind::object, 0, 0},
+    {L"ConnectObject", kConnectObject, Kind::method, 2, 2},
+    {L"CreateObject", kCreateObject, Kind::method, 1, 2},
+    {L"DisconnectObject", kDisconnectObject, Kind::method, 1, 1},
+    {L"Echo", kEcho, Kind::method, 0, kMostValues},
+    {L"FullName", kFullName, Kind::property, 0, 0},
+    {L"Name", kName, Kind::property, 0, 0},
+    {L"Path", kPath, Kind::property, 0, 0},
+    {L"Quit", kQuit, Kind::method, 0, 1},
+    {L"ScriptFullName", kScriptFullName, Kind::property, 0, 0},
+    {L"ScriptName", kScriptName, Kind::property, 0, 0},
+    {L"Sleep", kSleep, Kind::method, 1, 1},
+    {L"StdErr", kStdErr, Kind::object, 0, 0},
+    {L"StdIn", kStdIn, Kind::object, 0, 0},
+    {L"StdOut", kStdOut, Kind::object, 0, 0},
+    {L"Version", kVersion, Kind::property, 0, 0},
 };
 
 /// What is printed of a value; that of an object is its default value.

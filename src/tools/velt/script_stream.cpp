@@ -31,20 +31,22 @@ enum MemberId : DISPID
     kWriteLine,
 };
 
+using Kind = ScriptMemberKind;
+
 constexpr ScriptMember kMembers[] = {
-    {L"AtEndOfLine", kAtEndOfLine, DISPATCH_PROPERTYGET, 0, 0},
-    {L"AtEndOfStream", kAtEndOfStream, DISPATCH_PROPERTYGET, 0, 0},
-    {L"Close", kClose, DISPATCH_METHOD, 0, 0},
-    {L"Column", kColumn, DISPATCH_PROPERTYGET, 0, 0},
-    {L"Line", kLine, DISPATCH_PROPERTYGET, 0, 0},
-    {L"Read", kRead, DISPATCH_METHOD, 1, 1},
-    {L"ReadAll", kReadAll, DISPATCH_METHOD, 0, 0},
-    {L"ReadLine", kReadLine, DISPATCH_METHOD, 0, 0},
-    {L"Skip", kSkip, DISPATCH_METHOD, 1, 1},
-    {L"SkipLine", kSkipLine, DISPATCH_METHOD, 0, 0},
-    {L"Write", kWrite, DISPATCH_METHOD, 1, 1},
-    {L"WriteBlankLines", kWriteBlankLines, DISPATCH_METHOD, 1, 1},
-    {L"WriteLine", kWriteLine, DISPATCH_METHOD, 0, 1},
+    {L"AtEndOfLine", kAtEndOfLine, Kind::property, 0, 0},
+    {L"AtEndOfStream", kAtEndOfStream, Kind::property, 0, 0},
+    {L"Close", kClose, Kind::method, 0, 0},
+    {L"Column", kColumn, Kind::property, 0, 0},
+    {L"Line", kLine, Kind::property, 0, 0},
+    {L"Read", kRead, Kind::method, 1, 1},
+    {L"ReadAll", kReadAll, Kind::method, 0, 0},
+    {L"ReadLine", kReadLine, Kind::method, 0, 0},
+    {L"Skip", kSkip, Kind::method, 1, 1},
+    {L"SkipLine", kSkipLine, Kind::method, 0, 0},
+    {L"Write", kWrite, Kind::method, 1, 1},
+    {L"WriteBlankLines", kWriteBlankLines, Kind::method, 1, 1},
+    {L"WriteLine", kWriteLine, Kind::method, 0, 1},
 };
 
 // The failures that scripts know from text streams.

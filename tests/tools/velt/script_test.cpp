@@ -4,6 +4,7 @@
 #include "foundation/velt_version.h"
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
+#include "tests/tools/velt/own_console.h"
 #include "tests/tools/velt/velt_program.h"
 
 #include <catch.hpp>
@@ -260,6 +261,22 @@ TEST_CASE("velt script: reads standard input", "[tools]")
     CHECK(RunVelt({L"script", folder.File(L"none.js")}).output == "True \n");
 }
 
+TEST_CASE("velt script: what is typed comes line by line, until Ctrl+Z", "[tools]")
+{
+    const OwnConsole console;
+    const TempFolder folder;
+    folder.Write(L"typed.js", "var i = WScript.StdIn;"
+                              "WScript.Echo(i.ReadLine(), i.AtEndOfStream, i.ReadLine());"
+                              "WScript.Echo(i.AtEndOfStream, i.Line)");
+    ProgramRun run({L"script", folder.File(L"typed.js")}, VeltProgram(), nullptr, 0,
+                   console.Keyboard());
+    console.Type(L"one\rtwo\r\x1A\r");
+    const ProgramResult result = run.Wait();
+    CHECK(result.messages.empty());
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "one False two\nTrue 3\n");
+}
+
 TEST_CASE("velt script: what a script does wrong fails as with the system's host", "[tools]")
 {
     // The numbers that scripts know; some engines hand automation's own code on, or take a member
@@ -288,6 +305,37 @@ TEST_CASE("velt script: what a script does wrong fails as with the system's host
         return;
     }
     CHECK(result.output == number + "\n");
+}
+
+TEST_CASE("velt script: a member takes no more and no fewer arguments than it has", "[tools]")
+{
+    const std::string uses =
+        "['FullName(1)', 'Name(1)', 'Path(1)', 'ScriptFullName(1)', 'ScriptName(1)', 'Version(1)',"
+        " 'ConnectObject(WScript)', 'ConnectObject(WScript, 2, 3)', 'CreateObject()',"
+        " 'CreateObject(1, 2, 3)', 'DisconnectObject()', 'DisconnectObject(WScript, 2)',"
+        " 'Quit(1, 2)', 'Sleep()', 'Sleep(1, 2)',"
+        " 'StdIn.AtEndOfLine(1)', 'StdIn.AtEndOfStream(1)', 'StdIn.Close(1)', 'StdIn.Column(1)',"
+        " 'StdIn.Line(1)', 'StdIn.Read()', 'StdIn.Read(1, 2)', 'StdIn.ReadAll(1)',"
+        " 'StdIn.ReadLine(1)', 'StdIn.Skip()', 'StdIn.Skip(1, 2)', 'StdIn.SkipLine(1)',"
+        " 'StdOut.Write()', 'StdOut.Write(1, 2)', 'StdOut.WriteBlankLines()',"
+        " 'StdOut.WriteBlankLines(1, 2)', 'StdOut.WriteLine(1, 2)',"
+        " 'Arguments.Item()', 'Arguments.Item(0, 1)', 'Arguments.Count(1)', 'Arguments.length(1)',"
+        " 'Arguments.Named.Item()', 'Arguments.Named.Item(0, 1)', 'Arguments.Named.Count(1)',"
+        " 'Arguments.Named.length(1)', 'Arguments.Named.Exists()',"
+        " 'Arguments.Named.Exists(1, 2)', 'Arguments.Unnamed.Item()',"
+        " 'Arguments.Unnamed.Item(0, 1)', 'Arguments.Unnamed.Count(1)',"
+        " 'Arguments.Unnamed.length(1)']";
+    // Some engines hand automation's own code on.
+    const ProgramResult result = RunScript(
+        L"n.js",
+        "var uses = " + uses +
+            "; for (var i = 0; i < uses.length; ++i) {"
+            "  var number = 0;"
+            "  try { eval('WScript.' + uses[i]); } catch (e) { number = e.number & 0xFFFF; }"
+            "  if (number != 450 && number != 14) WScript.Echo(uses[i], number);"
+            "} WScript.Echo(i)");
+    CHECK(result.exitCode == 0);
+    CHECK(result.output == "46\n");
 }
 
 TEST_CASE("velt script: files of every encoding", "[tools]")
