@@ -1,6 +1,7 @@
 #include "server/registrar_writer.h"
 
 #include "foundation/system_exception.h"
+#include "tests/server/own_key.h"
 #include "tests/support/registry_operations.h"
 #include "tests/support/registry_snapshot.h"
 
@@ -14,6 +15,7 @@ using velt::WriteRegistry;
 using velt::test::CreateKey;
 using velt::test::DeleteTree;
 using velt::test::DeniedKey;
+using velt::test::OwnKey;
 using velt::test::RegistryTree;
 using velt::test::RegistryValue;
 using velt::test::SetValue;
@@ -26,51 +28,6 @@ using Texts = std::vector<std::wstring>;
 
 namespace
 {
-constexpr wchar_t kKey[] = L"Software\\VeltTestWriter"; // below whichever root
-
-/// Writes below a key of the test's own in HKEY_CURRENT_USER, and removes it at the end.
-class Writer
-{
-public:
-    Writer()
-    {
-        ::RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
-    }
-
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-
-    ~Writer()
-    {
-        ::RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
-    }
-
-    static std::wstring Path(const std::wstring& below = {})
-    {
-        return below.empty() ? kKey : kKey + (L'\\' + below);
-    }
-
-    static RegistryOperation Create(const std::wstring& below = {})
-    {
-        return CreateKey(Path(below), RegistryRoot::currentUser);
-    }
-
-    static RegistryOperation Delete(const std::wstring& below = {})
-    {
-        return DeleteTree(Path(below), RegistryRoot::currentUser);
-    }
-
-    static RegistryOperation Set(const std::wstring& name, RegistryOperation::Value value)
-    {
-        return SetValue(Path(), name, std::move(value), RegistryRoot::currentUser);
-    }
-
-    static RegistryTree Written()
-    {
-        return SnapshotRegistry(HKEY_CURRENT_USER, kKey);
-    }
-};
-
 DWORD ErrorOf(const Operations& operations)
 {
     try
@@ -87,14 +44,14 @@ DWORD ErrorOf(const Operations& operations)
 
 TEST_CASE("WriteRegistry: no operation does nothing", "[server]")
 {
-    const Writer writer;
+    const OwnKey key;
     WriteRegistry({}, RegistrationScope::machine);
-    CHECK(Writer::Written().empty());
+    CHECK(OwnKey::Written().empty());
 }
 
 TEST_CASE("WriteRegistry: each kind of value is written byte by byte", "[server]")
 {
-    const Writer writer;
+    const OwnKey key;
     const auto [value, type, data] = GENERATE(table<RegistryOperation::Value, DWORD, Bytes>({
         {L"aß"s, REG_SZ, {'a', 0, 0xDF, 0, 0, 0}},
         {L""s, REG_SZ, {0, 0}},
@@ -106,58 +63,58 @@ TEST_CASE("WriteRegistry: each kind of value is written byte by byte", "[server]
         {Texts{}, REG_MULTI_SZ, {0, 0}},
     }));
     const std::wstring name = GENERATE(L"a name"s, L""s);
-    WriteRegistry(Operations{Writer::Create(), Writer::Set(name, value)},
+    WriteRegistry(Operations{OwnKey::Create(), OwnKey::Set(name, value)},
                   RegistrationScope::machine);
-    CHECK((Writer::Written() == RegistryTree{{L"", {{name, RegistryValue{type, data}}}}}));
+    CHECK((OwnKey::Written() == RegistryTree{{L"", {{name, RegistryValue{type, data}}}}}));
 }
 
 TEST_CASE("WriteRegistry: a value replaces one of another type", "[server]")
 {
-    const Writer writer;
-    WriteRegistry(Operations{Writer::Create(), Writer::Set(L"n", std::uint32_t{1}),
-                             Writer::Set(L"n", L"text"s)},
+    const OwnKey key;
+    WriteRegistry(Operations{OwnKey::Create(), OwnKey::Set(L"n", std::uint32_t{1}),
+                             OwnKey::Set(L"n", L"text"s)},
                   RegistrationScope::machine);
-    CHECK((Writer::Written() == RegistryTree{{L"", {{L"n", TextValue(L"text")}}}}));
+    CHECK((OwnKey::Written() == RegistryTree{{L"", {{L"n", TextValue(L"text")}}}}));
 }
 
 TEST_CASE("WriteRegistry: creating a key that exists keeps what is in it", "[server]")
 {
-    const Writer writer;
-    const Operations operations = {Writer::Create(), Writer::Set(L"n", L"x"s), Writer::Create(L"A"),
-                                   Writer::Create()};
+    const OwnKey key;
+    const Operations operations = {OwnKey::Create(), OwnKey::Set(L"n", L"x"s), OwnKey::Create(L"A"),
+                                   OwnKey::Create()};
     WriteRegistry(operations, RegistrationScope::machine);
-    CHECK((Writer::Written() == RegistryTree{{L"", {{L"n", TextValue(L"x")}}}, {L"A", {}}}));
+    CHECK((OwnKey::Written() == RegistryTree{{L"", {{L"n", TextValue(L"x")}}}, {L"A", {}}}));
 }
 
 TEST_CASE("WriteRegistry: deleteTree takes a key with all below it", "[server]")
 {
-    const Writer writer;
-    WriteRegistry(Operations{Writer::Create(L"A"), Writer::Create(L"A\\B\\C"),
-                             Writer::Create(L"AB"), Writer::Delete(L"A")},
+    const OwnKey key;
+    WriteRegistry(Operations{OwnKey::Create(L"A"), OwnKey::Create(L"A\\B\\C"),
+                             OwnKey::Create(L"AB"), OwnKey::Delete(L"A")},
                   RegistrationScope::machine);
-    CHECK((Writer::Written() == RegistryTree{{L"", {}}, {L"AB", {}}}));
+    CHECK((OwnKey::Written() == RegistryTree{{L"", {}}, {L"AB", {}}}));
 }
 
 TEST_CASE("WriteRegistry: deleting a key that is not there is no error", "[server]")
 {
-    const Writer writer;
-    CHECK(ErrorOf({Writer::Delete(), Writer::Delete(L"A\\B"), Writer::Create(),
-                   Writer::Delete(L"A")}) == ERROR_SUCCESS);
-    CHECK((Writer::Written() == RegistryTree{{L"", {}}}));
+    const OwnKey key;
+    CHECK(ErrorOf({OwnKey::Delete(), OwnKey::Delete(L"A\\B"), OwnKey::Create(),
+                   OwnKey::Delete(L"A")}) == ERROR_SUCCESS);
+    CHECK((OwnKey::Written() == RegistryTree{{L"", {}}}));
 }
 
 TEST_CASE("WriteRegistry: a tree that must not be deleted is a failure", "[server]")
 {
-    const Writer writer;
-    WriteRegistry(Operations{Writer::Create(L"A"), Writer::Set(L"n", L"x"s)},
+    const OwnKey key;
+    WriteRegistry(Operations{OwnKey::Create(L"A"), OwnKey::Set(L"n", L"x"s)},
                   RegistrationScope::machine);
-    const auto before = Writer::Written();
+    const auto before = OwnKey::Written();
     {
-        const DeniedKey denied(HKEY_CURRENT_USER, Writer::Path(L"A").c_str(),
+        const DeniedKey denied(HKEY_CURRENT_USER, OwnKey::Path(L"A").c_str(),
                                KEY_READ | KEY_WRITE | DELETE);
-        CHECK(ErrorOf({Writer::Delete(L"A"), Writer::Create(L"After")}) == ERROR_ACCESS_DENIED);
+        CHECK(ErrorOf({OwnKey::Delete(L"A"), OwnKey::Create(L"After")}) == ERROR_ACCESS_DENIED);
     }
-    CHECK((Writer::Written() == before));
+    CHECK((OwnKey::Written() == before));
 }
 
 TEST_CASE("WriteRegistry: classes go to the machine or to the user", "[server]")
@@ -187,10 +144,10 @@ TEST_CASE("WriteRegistry: every other root is itself, whoever registers", "[serv
         std::wstring path;
     };
     const Row row = GENERATE(values<Row>({
-        {RegistryRoot::currentUser, HKEY_CURRENT_USER, kKey},
-        {RegistryRoot::localMachine, HKEY_LOCAL_MACHINE, kKey},
-        {RegistryRoot::users, HKEY_USERS, L".Default\\Software\\VeltTestWriter"},
-        {RegistryRoot::currentConfig, HKEY_CURRENT_CONFIG, kKey},
+        {RegistryRoot::currentUser, HKEY_CURRENT_USER, OwnKey::kPath},
+        {RegistryRoot::localMachine, HKEY_LOCAL_MACHINE, OwnKey::kPath},
+        {RegistryRoot::users, HKEY_USERS, L".Default\\Software\\VeltTestKey"},
+        {RegistryRoot::currentConfig, HKEY_CURRENT_CONFIG, OwnKey::kPath},
     }));
     const RegistrationScope scope = GENERATE(RegistrationScope::machine, RegistrationScope::user);
     WriteRegistry(
@@ -203,16 +160,16 @@ TEST_CASE("WriteRegistry: every other root is itself, whoever registers", "[serv
 
 TEST_CASE("WriteRegistry: the first failure ends it, what was before stays", "[server]")
 {
-    const Writer writer;
-    WriteRegistry(Operations{Writer::Create(), Writer::Create(L"Denied")},
+    const OwnKey key;
+    WriteRegistry(Operations{OwnKey::Create(), OwnKey::Create(L"Denied")},
                   RegistrationScope::machine);
     {
-        const DeniedKey denied(HKEY_CURRENT_USER, Writer::Path(L"Denied").c_str());
-        CHECK(ErrorOf({Writer::Set(L"before", L"x"s), Writer::Create(L"Before"),
-                       Writer::Create(L"Denied"), Writer::Create(L"After"),
-                       Writer::Set(L"after", L"x"s)}) == ERROR_ACCESS_DENIED);
+        const DeniedKey denied(HKEY_CURRENT_USER, OwnKey::Path(L"Denied").c_str());
+        CHECK(ErrorOf({OwnKey::Set(L"before", L"x"s), OwnKey::Create(L"Before"),
+                       OwnKey::Create(L"Denied"), OwnKey::Create(L"After"),
+                       OwnKey::Set(L"after", L"x"s)}) == ERROR_ACCESS_DENIED);
     }
-    CHECK((Writer::Written() ==
+    CHECK((OwnKey::Written() ==
            RegistryTree{{L"", {{L"before", TextValue(L"x")}}}, {L"Before", {}}, {L"Denied", {}}}));
 }
 

@@ -27,6 +27,7 @@ public:
     static constexpr int kStatus = 306;
     static constexpr int kToolbar = 307;
     static constexpr int kSaveCommand = 201;
+    static constexpr int kClearCommand = 205;
     static constexpr int kPauseCommand = 206;
     static constexpr int kOpenCommand = 212;
 

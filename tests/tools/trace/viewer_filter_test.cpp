@@ -318,7 +318,8 @@ TEST_CASE("Viewer: a million records are filtered while one types", "[tools]")
     HWND calls = nullptr;
     REQUIRE(Eventually([&] { return (calls = DialogOf(viewer.Id())) != nullptr; }));
     CHECK(viewer.Status(4) == L"opening million.txt");
-    viewer.Command(205); // clear: what has not been read is left out, and the dialog has its answer
+    viewer.Command(ViewerProcess::kClearCommand); // what has not been read is left out, and the
+                                                  // dialog has its answer
     CHECK(viewer.AwaitRows(0));
     CHECK(viewer.AwaitStatus(0, L"0 records"));
     wchar_t about[100] = {};

@@ -281,12 +281,15 @@ TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them"
     }));
     ViewerProcess viewer;
     viewer.AwaitWindow();
-    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
     HWND dialog = nullptr;
-    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
-    const HWND header =
-        reinterpret_cast<HWND>(::SendDlgItemMessageW(dialog, list, LVM_GETHEADER, 0, 0));
-    REQUIRE(header);
+    HWND header = nullptr;
+    const auto open = [&] {
+        ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
+        REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+        header = reinterpret_cast<HWND>(::SendDlgItemMessageW(dialog, list, LVM_GETHEADER, 0, 0));
+        REQUIRE(header);
+    };
+    open();
     const auto is = [&](bool dark) {
         return Eventually([&] {
             return (LightnessAt(dialog, 2, 2) < 64) == dark &&
@@ -302,10 +305,44 @@ TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them"
         ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
         CHECK(is(true));
         CHECK(Eventually([&] { return !IsFramed(::GetDlgItem(dialog, button)); }));
+        ::SendMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+        REQUIRE(Eventually([&] { return DialogOf(viewer.Id()) == nullptr; }));
+        open(); // dark from the beginning
+        CHECK(is(true));
     }
     ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
     CHECK(is(false));
     CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: nothing is left of rows that have gone", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    RECT header{};
+    ::GetWindowRect(reinterpret_cast<HWND>(::SendMessageW(list, LVM_GETHEADER, 0, 0)), &header);
+    const auto isWritten = [&] { // in the first row's first cell
+        const int first = LightnessAt(POINT{header.left + 4, header.bottom + 4});
+        for (LONG x = header.left + 4; x < header.left + 60; ++x)
+        {
+            for (LONG y = header.bottom + 4; y < header.bottom + 14; ++y)
+            {
+                if (LightnessAt(POINT{x, y}) != first)
+                {
+                    return true;
+                }
+            }
+        }
+        return false;
+    };
+    CHECK_FALSE(isWritten());
+    SendRecord(viewer.Receiver(), "text");
+    REQUIRE(viewer.AwaitRows(1));
+    REQUIRE(Eventually(isWritten));
+    viewer.Command(ViewerProcess::kClearCommand);
+    REQUIRE(viewer.AwaitRows(0));
+    CHECK(Eventually([&] { return !isWritten(); }));
 }
 
 TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]")
