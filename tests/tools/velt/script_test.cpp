@@ -149,6 +149,7 @@ TEST_CASE("velt script: a failure is told with its place", "[tools]")
     CHECK(result.exitCode == 3);
     INFO(result.messages);
     CHECK(result.messages.find("e.js(2, ") != std::string::npos);
+    CHECK(result.messages.find("(0x800A138F)") != std::string::npos); // an object is expected
     result = RunScript(L"e.js", "function (");
     CHECK(result.exitCode == 3);
     CHECK(result.messages.find("e.js(1, ") != std::string::npos);
