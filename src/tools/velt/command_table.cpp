@@ -188,7 +188,7 @@ constexpr std::array<CommandRow, 16> kCommands = {{
      kEulaOptions, kEulaShowExamples, false},
     {CommandId::collection,
      "collection",
-     "VALUE...",
+     "[VALUE...]",
      0,
      kAnyNumber,
      "fill a collection and use every operation once",

@@ -2,6 +2,7 @@
 
 #include <catch.hpp>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -95,6 +96,29 @@ TEST_CASE("ParseCommandLine: of several equal options the last one counts, or al
     CHECK(line.Values("verb") == Words{L"A", L"B"});
     CHECK(line.Values("accept").empty());
     CHECK(Command({L"unregister", L"--user", L"--user"}).Values("user") == Words{L"", L""});
+}
+
+TEST_CASE("Commands: each takes the operands that help shows", "[tools]")
+{
+    for (const CommandRow& row : Commands())
+    {
+        CAPTURE(row.name, row.operands);
+        std::istringstream words{std::string(row.operands)};
+        bool isOptional = false;
+        bool isRepeated = false;
+        std::size_t least = 0;
+        std::size_t most = 0;
+        for (std::string word; words >> word;)
+        {
+            isOptional = isOptional || word.starts_with('[');
+            isRepeated = isRepeated || word.find("...") != word.npos;
+            least += isOptional ? 0 : 1;
+            ++most;
+            isOptional = isOptional && !word.ends_with(']');
+        }
+        CHECK(row.leastOperands == least);
+        CHECK(row.mostOperands == (isRepeated ? kAnyNumber : most));
+    }
 }
 
 TEST_CASE("ParseCommandLine: the rest after a script or trace on is its own", "[tools]")
