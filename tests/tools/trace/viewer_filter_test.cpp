@@ -90,6 +90,30 @@ private:
 };
 } // namespace
 
+TEST_CASE("Viewer: the list of filters says what each does", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const Rules rules(viewer);
+    const Texts kinds{
+        L"Show only",       L"Hide",           L"Hide and forget", L"Highlight yellow",
+        L"Highlight green", L"Highlight blue", L"Highlight red",   L"Highlight violet"};
+    for (std::size_t i = 0; i < kinds.size(); ++i)
+    {
+        const int row = static_cast<int>(i);
+        rules.Fill(row, L"text", L"2", L"source", L"process");
+        rules.Push(Rules::kAdd);
+        REQUIRE(rules.Count() == row + 1);
+        const Texts expected{kinds[i], L"text", L"2", L"source", L"process"};
+        for (int column = 0; column < 5; ++column)
+        {
+            CHECK(viewer.CellOf(rules.List(), row, column) ==
+                  expected[static_cast<std::size_t>(column)]);
+        }
+    }
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", "[tools]")
 {
     ViewerProcess viewer;

@@ -357,6 +357,14 @@ TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]
     OpenViewMenu(viewer);
     Press(viewer.Window(), {'P'});
     CHECK(isPaused());
+    // Windows asks for the item, because it does not look into those that others draw.
+    const auto itemOf = [&](wchar_t letter) {
+        return ::SendMessageW(viewer.Window(), WM_MENUCHAR, letter,
+                              reinterpret_cast<LPARAM>(::GetMenu(viewer.Window())));
+    };
+    CHECK(itemOf(L'f') == MAKELRESULT(0, MNC_EXECUTE));
+    CHECK(itemOf(L'V') == MAKELRESULT(2, MNC_EXECUTE));
+    CHECK(itemOf(L'q') == MAKELRESULT(0, MNC_IGNORE));
     CHECK(viewer.Close() == 0);
 }
 
