@@ -10,6 +10,7 @@
 #include <provider_lib.h>
 
 #include <array>
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -343,6 +344,30 @@ TEST_CASE("The library: a thread's first exception needs no memory, and no place
         });
         REQUIRE(result == E_OUTOFMEMORY);
     }
+}
+
+TEST_CASE("The library: exceptions without memory on several threads do not meet", "[server]")
+{
+    constexpr unsigned kThreads = 4;
+    constexpr int kRounds = 500;
+    const ComponentLibrary library;
+    std::vector<ComPtr<IEnumVariantCol>> collections;
+    for (unsigned i = 0; i < kThreads; ++i)
+    {
+        collections.push_back(library.Create<IEnumVariantCol>(CLSID_CEnumVariantCol));
+    }
+    std::atomic<int> failed = 0;
+    {
+        const NoMemory noMemory(library.Module());
+        RunTogether(kThreads, [&](unsigned thread) {
+            const VARIANT value{};
+            for (int i = 0; i < kRounds; ++i)
+            {
+                failed += collections[thread]->Add(value) == E_OUTOFMEMORY ? 1 : 0;
+            }
+        });
+    }
+    CHECK(failed == static_cast<int>(kThreads) * kRounds);
 }
 
 TEST_CASE("DllMain: without a thread-local index the library cannot be loaded", "[server]")

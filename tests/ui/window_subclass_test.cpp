@@ -1,6 +1,7 @@
 #include "ui/window_subclass.h"
 
 #include "foundation/unique_handle.h"
+#include "tests/support/import_patch.h"
 #include "ui/gdi_handles.h"
 
 #include <windows.h>
@@ -10,6 +11,7 @@
 namespace
 {
 using velt::WindowSubclass;
+using velt::test::ImportPatch;
 
 constexpr UINT kQuestion = WM_APP + 1;
 constexpr LRESULT kOurs = 77;
@@ -112,6 +114,29 @@ TEST_CASE("WindowSubclass: one object takes one window, and a window is taken on
     Owner second;
     CHECK_FALSE(second.Attach(window.Get()));
     CHECK(::SendMessageW(window.Get(), kQuestion, 0, 0) == kOurs);
+}
+
+TEST_CASE("WindowSubclass: what cannot be attached leaves the window and the object as they were",
+          "[ui]")
+{
+    const velt::UniqueWindow window = MakeWindow();
+    const WNDPROC before = ProcedureOf(window.Get());
+    Owner owner;
+    const int refused = GENERATE(1, 2); // which of the two properties
+    {
+        int calls = 0;
+        const ImportPatch<"SetPropW", decltype(::SetPropW)> failing(
+            "user32.dll", [&](HWND target, LPCWSTR name, HANDLE data) {
+                return ++calls == refused ? FALSE
+                                          : ImportPatch<"SetPropW", decltype(::SetPropW)>::Original(
+                                                target, name, data);
+            });
+        CHECK_FALSE(owner.Attach(window.Get()));
+    }
+    CHECK(owner.subclass.Window() == nullptr);
+    CHECK(owner.subclass.Original() == &::DefWindowProcW);
+    CHECK(ProcedureOf(window.Get()) == before);
+    CHECK(owner.Attach(window.Get())); // nothing is in the way
 }
 
 TEST_CASE("WindowSubclass: under another procedure it passes everything on afterwards", "[ui]")
