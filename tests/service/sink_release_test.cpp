@@ -234,6 +234,29 @@ TEST_CASE("Sinks: many of another apartment need one thread to be given back", "
     CHECK(threads.Calls() == 1);
 }
 
+TEST_CASE("Sinks: one that is given up while another is given back goes, too", "[service]")
+{
+    RecordingSink first;
+    RecordingSink second;
+    WorkerFixture f;
+    ApartmentThread homeOfFirst;
+    ApartmentThread homeOfSecond;
+    DWORD firstCookie = 0;
+    DWORD secondCookie = 0;
+    homeOfFirst.Do([&] { firstCookie = Advise(f.service.Get(), &first); });
+    homeOfSecond.Do([&] { secondCookie = Advise(f.service.Get(), &second); });
+    std::atomic<HRESULT> given = E_PENDING;
+    first.OnRelease([&] {
+        if (given == E_PENDING)
+        {
+            given = EventsOf(f.service.Get())->Unadvise(secondCookie);
+        }
+    });
+    CHECK(EventsOf(f.service.Get())->Unadvise(firstCookie) == S_OK);
+    WorkerFixture::Await([&] { return first.References() == 1 && second.References() == 1; });
+    CHECK(given == S_OK);
+}
+
 TEST_CASE("Sinks: without a thread to give them back they wait for the next one", "[service]")
 {
     RecordingSink first;

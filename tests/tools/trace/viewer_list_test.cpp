@@ -123,6 +123,12 @@ TEST_CASE("Viewer: Enter jumps between an entry line and its exit line", "[tools
     REQUIRE(Eventually([&] { return viewer.Status(4).ends_with(L" since its entry line"); }));
     Press(viewer.Window(), {VK_CONTROL, 'J'});
     REQUIRE(Eventually([&] { return focused() == 0; }));
+    RECT header{};
+    ::GetClientRect(reinterpret_cast<HWND>(::SendMessageW(list, LVM_GETHEADER, 0, 0)), &header);
+    ::PostMessageW(list, WM_LBUTTONDBLCLK, MK_LBUTTON, MAKELPARAM(20, header.bottom + 5));
+    REQUIRE(Eventually([&] { return focused() == 3; }));
+    Press(viewer.Window(), {VK_CONTROL, 'J'});
+    REQUIRE(Eventually([&] { return focused() == 0; }));
 
     viewer.Type(ViewerProcess::kFilter, L"enter");
     REQUIRE(viewer.AwaitRows(2));

@@ -368,7 +368,8 @@ TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]
     CHECK(viewer.Close() == 0);
 }
 
-TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look", "[tools]")
+TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look, and can be read",
+          "[tools]")
 {
     const DarkChoice dark;
     ViewerProcess viewer;
@@ -386,6 +387,19 @@ TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look", "[too
         const int first = rightEndAt(place.top + 8);
         const int last = rightEndAt(place.bottom - 8);
         return last < 64 && first > last;
+    }));
+    CHECK(Eventually([&] { // what it says is there to be read
+        for (LONG y = place.top + 4; y < place.top + 20; ++y)
+        {
+            for (LONG x = place.left + 20; x < place.left + 80; ++x)
+            {
+                if (LightnessAt(POINT{x, y}) > 150)
+                {
+                    return true;
+                }
+            }
+        }
+        return false;
     }));
     ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
     CHECK(viewer.Close() == 0);
