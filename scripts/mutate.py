@@ -345,7 +345,8 @@ def main():
         if folder not in FOLDERS:
             parser.error(f"no folder of code: {folder}")
 
-    chosen = mutants.choose(ROOT, options.folders, options.count, options.seed)
+    # Those that survived were chosen of all folders.
+    chosen = mutants.choose(ROOT, FOLDERS if options.survivors else options.folders, options.count, options.seed)
     WORK.mkdir(parents=True, exist_ok=True)
     kept = KEPT / f"{options.seed}.jsonl"
     known = {}
@@ -360,10 +361,14 @@ def main():
     results, left = [], []
     for mutant in chosen:
         result = known.get(mutant.key)
-        if result and not (options.survivors and result["outcome"] == "survived"):
-            results.append({**result, "mutant": str(mutant)})
+        if options.survivors:
+            again = result and result["outcome"] == "survived" and mutant.folder in options.folders
         else:
+            again = not result
+        if again:
             left.append(mutant)
+        elif result:
+            results.append({**result, "mutant": str(mutant)})
     print(f"{len(chosen)} edits, {len(results)} of them done; results in {kept}", flush=True)
 
     for preset in PRESETS:

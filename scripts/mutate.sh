@@ -11,8 +11,8 @@
 # program, those first that are quick or likely to notice it.
 # What does not compile, or is the same program, is left out of the count. Results are kept in
 # tests/mutants as they come: the same command goes on where it was ended. Edits that same_program.txt
-# names there are not made; with --survivors, what survived is tried again. Exit code 1 for a failure of
-# the run itself, not for survivors.
+# names there are not made. With --survivors, what survived in the folders is tried again, and nothing
+# else is. Exit code 1 for a failure of the run itself, not for survivors.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 velt_setup mutate
