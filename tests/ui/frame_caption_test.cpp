@@ -53,6 +53,27 @@ TEST_CASE("Caption: another colour, and another place of child 1006, show with t
     });
 }
 
+TEST_CASE("Caption: a painting that fails does not lose it", "[ui]")
+{
+    TestDialog dialog(TEST_DIALOG);
+    dialog.Show([&] {
+        ::UpdateWindow(dialog.Window());
+        const RECT area = ChildRect(dialog, TEST_CHILD_CAPTION);
+        dialog.SetTextColour(RGB(0, 0, 1));
+        {
+            using Patch = ImportPatch<"CreateCompatibleDC", decltype(::CreateCompatibleDC)>;
+            const Patch failing("gdi32.dll", [](HDC like) {
+                return like ? nullptr : Patch::Original(like); // that of the painting alone
+            });
+            PaintAlone(dialog);
+            CHECK(failing.Calls() > 0);
+            CHECK(Pixels::Of(dialog.Window()).Count(RGB(0, 0, 1), area) == 0);
+        }
+        PaintAlone(dialog);
+        CHECK(Pixels::Of(dialog.Window()).Count(RGB(0, 0, 1), area) > 20);
+    });
+}
+
 TEST_CASE("Caption: the font is Arial, 12 pixels, weight 600", "[ui]")
 {
     LOGFONTW base{};

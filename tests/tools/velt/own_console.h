@@ -92,12 +92,12 @@ public:
         }
     }
 
-    /// The first lines as one text.
+    /// All its lines as one text.
     std::wstring Text() const
     {
         CONSOLE_SCREEN_BUFFER_INFO info{};
         ::GetConsoleScreenBufferInfo(m_screen, &info);
-        std::wstring text(static_cast<std::size_t>(info.dwSize.X) * 5, L' ');
+        std::wstring text(static_cast<std::size_t>(info.dwSize.X * info.dwSize.Y), L' ');
         DWORD read = 0;
         ::ReadConsoleOutputCharacterW(m_screen, text.data(), static_cast<DWORD>(text.size()),
                                       {0, 0}, &read);

@@ -278,6 +278,27 @@ TEST_CASE("velt script: what is typed comes line by line, until Ctrl+Z", "[tools
     CHECK(result.output == "one False two\nTrue 3\n");
 }
 
+TEST_CASE("velt script: a text longer than consoles take at once is shown whole", "[tools]")
+{
+    const OwnConsole console;
+    const TempFolder folder;
+    folder.Write(L"long.js", "for (var s = '', i = 1000; i < 6000; ++i) { s += i; }"
+                             "WScript.StdOut.Write(s)");
+    std::wstring written;
+    for (int i = 1000; i < 6000; ++i)
+    {
+        written += std::to_wstring(i);
+    }
+    const ProgramResult result =
+        ProgramRun({L"script", folder.File(L"long.js")}, VeltProgram(), console.Screen()).Wait();
+    CHECK(result.messages.empty());
+    CHECK(result.exitCode == 0);
+    std::wstring shown = console.Text(); // as much of it as it has lines for
+    shown.erase(shown.find_last_not_of(L' ') + 1);
+    CHECK(shown.size() > 1000);
+    CHECK((written.ends_with(shown) || shown.ends_with(written)));
+}
+
 TEST_CASE("velt script: what a script does wrong fails as with the system's host", "[tools]")
 {
     // The numbers that scripts know; some engines hand automation's own code on, or take a member
