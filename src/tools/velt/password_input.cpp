@@ -7,6 +7,7 @@
 #include "tools/velt/script_text.h"
 
 #include <array>
+#include <string>
 
 namespace velt::tool
 {
@@ -55,17 +56,22 @@ std::wstring ReadTyped(HANDLE input, DWORD mode, const std::wstring& userName,
 {
     const HiddenTyping hidden(input, mode);
     messages.Write("password for " + Utf8FromWide(userName) + ": ");
-    std::array<wchar_t, 512> line{};
+    std::wstring line;
+    std::array<wchar_t, 512> part{};
     DWORD read = 0;
-    const BOOL done =
-        ::ReadConsoleW(input, line.data(), static_cast<DWORD>(line.size()), &read, nullptr);
+    BOOL done = FALSE;
+    do // to its end: the next program must not get the rest of a password
+    {
+        done = ::ReadConsoleW(input, part.data(), static_cast<DWORD>(part.size()), &read, nullptr);
+        line.append(part.data(), done ? read : 0);
+    } while (done && read != 0 && line.back() != L'\n');
     const DWORD error = ::GetLastError();
     messages.Write("\n"); // the one that was typed is not shown either
     if (!done || read == 0)
     {
         throw CommandFailure{HRESULT_FROM_WIN32(done ? ERROR_CANCELLED : error), kInputName};
     }
-    return FirstLine(std::wstring(line.data(), read));
+    return FirstLine(line);
 }
 
 /// One byte at a time, because what follows the line is somebody else's.

@@ -569,6 +569,22 @@ TEST_CASE("velt fetch: a password that is typed is asked for and not shown", "[t
     CHECK(console.Mode() == console.FirstMode()); // what is typed next is shown again
 }
 
+TEST_CASE("velt fetch: nothing of a long typed password is left for who reads next", "[tools]")
+{
+    OwnConsole console;
+    const TempFolder folder(L"longpassword");
+    const auto fetch = [&](const std::wstring& password) {
+        ConsoleRun run(console, {L"fetch", L"--output", folder.File(L"page"), Url(L"/private/"),
+                                 L"--user", L"user", L"--password-file", L"-"});
+        REQUIRE(Eventually([&] { return (console.Mode() & ENABLE_ECHO_INPUT) == 0; }));
+        console.Type(password + L"\r");
+        return run.Wait();
+    };
+    CHECK(fetch(std::wstring(1500, L'x')) == 1); // refused
+    CHECK(fetch(L"secret") == 0);
+    CHECK(ReadAll(folder.File(L"page")) == "private text\n");
+}
+
 TEST_CASE("velt fetch: credentials that contradict each other are wrong usage", "[tools]")
 {
     using Words = std::vector<std::wstring>;
