@@ -198,6 +198,7 @@ TEST_CASE("VeltText: the default language never reads a file", "[foundation]")
     CHECK(Language().GetLanguage() == kDefaultLanguage);
     CHECK(kGreeting.GetText() == "Hello %0 and %1");
     CHECK(Language().GetLanguageCode(kDefaultLanguage) == std::string("ENU"));
+    CHECK(Language().GetLanguageCode(kDefaultLanguage + 1) == nullptr);
 }
 
 TEST_CASE("VeltText: the current language does not reload a changed file", "[foundation]")

@@ -58,6 +58,13 @@ bool LeaveOwnConsole() noexcept
     return ::GetConsoleProcessList(others, 2) == 1 && ::FreeConsole();
 }
 
+/// Whether nobody sees what goes to standard error, as after a start from the desktop; gives its own
+/// console back.
+bool LeaveToDesktop() noexcept
+{
+    return LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+}
+
 /// The process of a window; 0 for none.
 DWORD ProcessOf(HWND window) noexcept
 {
@@ -105,7 +112,7 @@ int RunWindow(const velt::TraceOptions& options)
 
 int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& instance)
 {
-    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+    const bool fromDesktop = LeaveToDesktop();
     if (!instance.IsFirst())
     {
         Complain(velt::Utf8FromWide(kRunning));
@@ -121,7 +128,7 @@ int ShowWindow(const velt::TraceOptions& options, const velt::ViewerInstance& in
 
 int ShowFiles(const velt::TraceOptions& options)
 {
-    const bool fromDesktop = LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
+    const bool fromDesktop = LeaveToDesktop();
     try
     {
         return RunWindow(options);

@@ -1,8 +1,10 @@
 #include "foundation/trace_record.h"
 #include "foundation/wide_text.h"
+#include "tests/support/child_process.h"
 #include "tests/support/component_library.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
+#include "tests/tools/trace/viewer_input.h"
 #include "tools/common/output_file.h"
 
 #include <windows.h>
@@ -72,6 +74,37 @@ TEST_CASE("velt-trace: --console prints what the component traces", "[tools]")
     CHECK_THAT(output, Catch::EndsWith("malformed record (too short), 4 bytes: 6A 75 6E 6B\r\n"));
     CHECK(viewer.Errors() ==
           "velt-trace: " + std::to_string(records + 1) + " records, 1 malformed, 0 lost\r\n");
+}
+
+TEST_CASE("velt-trace: who starts it from the desktop reads in a box what it has to say", "[tools]")
+{
+    const auto [file, said] = GENERATE(table<std::wstring, std::wstring>({
+        {L"", L"A trace viewer is running already."},
+        {L" C:\\nowhere\\missing.csv", L"C:\\nowhere\\missing.csv"},
+    }));
+    ViewerProcess first(L"--console");
+    first.AwaitReceiver();
+    STARTUPINFOW startup{};
+    startup.dwFlags = STARTF_USESTDHANDLES; // none
+    DWORD flags = DETACHED_PROCESS;
+    velt::UniqueKernelObject nowhere;
+    if (GENERATE(false, true))
+    {
+        SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+        nowhere.Reset(::CreateFileW(L"NUL", GENERIC_WRITE, 0, &inherit, OPEN_EXISTING, 0, nullptr));
+        startup.hStdError = nowhere.Get();
+        flags = CREATE_NEW_CONSOLE;
+    }
+    CAPTURE(file, flags);
+    const ChildProcess second =
+        StartProcess(L"\"" + ShippedFile(L"velt-trace.exe") + L"\"" + file, flags, startup);
+    HWND box = nullptr;
+    std::wstring text;
+    CHECK(Eventually([&] { return (box = BoxOf(second.id, text)) != nullptr; }));
+    CHECK(text.find(said) != text.npos);
+    ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+    CHECK(::WaitForSingleObject(second.process.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
+    ::TerminateProcess(second.process.Get(), 97);
 }
 
 TEST_CASE("velt-trace: without a record the answer is nothing", "[tools]")
