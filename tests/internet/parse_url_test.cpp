@@ -4,6 +4,7 @@
 
 #include <catch.hpp>
 
+#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -221,6 +222,29 @@ TEST_CASE("ParseURL: a canonical form beyond 2084 characters gets the room that 
         WARN("this system does not cut a URL of " << url.size() << " characters");
         CheckRefused(parsed);
     }
+}
+
+TEST_CASE("ParseURL: the room that the system asks for may be without the NUL", "[internet]")
+{
+    const std::wstring url =
+        L"http://" + std::wstring(500, L'u') + L"@host/" + std::wstring(2000, L'p');
+    std::vector<DWORD> offered;
+    const CanonicalizePatch patch(
+        "wininet.dll", [&](const wchar_t* from, wchar_t* to, DWORD* length, DWORD) {
+            offered.push_back(*length);
+            const std::size_t characters = std::wcslen(from);
+            const bool fits = *length > characters;
+            *length = static_cast<DWORD>(characters);
+            if (fits)
+            {
+                std::wcscpy(to, from);
+            }
+            ::SetLastError(fits ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
+            return fits ? TRUE : FALSE;
+        });
+    const Parsed parsed(url.c_str());
+    CHECK(offered == std::vector<DWORD>{2084, static_cast<DWORD>(url.size()) + 1});
+    CHECK((parsed.succeeded ? parsed.server : L"host") == L"host");
 }
 
 TEST_CASE("ParseURL: a part beyond 2084 characters is refused", "[internet]")

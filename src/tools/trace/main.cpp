@@ -58,8 +58,8 @@ bool LeaveOwnConsole() noexcept
     return ::GetConsoleProcessList(others, 2) == 1 && ::FreeConsole();
 }
 
-/// Whether nobody sees what goes to standard error, as after a start from the desktop; gives its own
-/// console back.
+/// Whether nobody sees what goes to standard error, as after a start from the desktop; gives its
+/// own console back.
 bool LeaveToDesktop() noexcept
 {
     return LeaveOwnConsole() || !::GetStdHandle(STD_ERROR_HANDLE);
