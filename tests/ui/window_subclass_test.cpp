@@ -164,6 +164,7 @@ TEST_CASE("WindowSubclass: a window that is destroyed leaves the object free", "
         REQUIRE(owner.Attach(window.Get()));
     }
     CHECK(owner.subclass.Window() == nullptr);
+    CHECK(owner.subclass.Original() == &::DefWindowProcW);
     const velt::UniqueWindow next = MakeWindow();
     CHECK(owner.Attach(next.Get()));
     CHECK(::SendMessageW(next.Get(), kQuestion, 0, 0) == kOurs);
