@@ -191,6 +191,13 @@ TEST_CASE("Viewer: a filter that names nothing, or a wrong level, is not taken",
     rules.Push(Rules::kAdd);
     CHECK(rules.Count() == 1);
     CHECK(rules.TextOf(Rules::kSays).empty());
+    rules.Fill(0, L"another");
+    rules.Push(Rules::kAdd);
+    rules.Push(Rules::kRemove); // the last one; the one above is chosen then
+    CHECK(rules.Count() == 1);
+    rules.Push(Rules::kRemove);
+    CHECK(rules.Count() == 0);
+    CHECK_FALSE(::IsWindowEnabled(rules.Item(Rules::kRemove)));
     CHECK(viewer.Close() == 0); // with this window open
 }
 
