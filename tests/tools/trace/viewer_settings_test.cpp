@@ -167,23 +167,24 @@ TEST_CASE("Viewer: the font is chosen and remembered", "[tools]")
     CHECK(viewer.Close() == 0);
 }
 
-TEST_CASE("Viewer: it says which version and edition it is", "[tools]")
+TEST_CASE("Viewer: F1 tells its keys, and About which version and edition it is", "[tools]")
 {
     ViewerProcess viewer;
     viewer.AwaitWindow();
+    const auto told = [&] {
+        HWND box = nullptr;
+        std::wstring text;
+        REQUIRE(Eventually([&] { return (box = BoxOf(viewer.Id(), text)) != nullptr; }));
+        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+        REQUIRE(Eventually([&] { return !::IsWindow(box); }));
+        return text;
+    };
+    Press(viewer.Window(), {VK_F1});
+    CHECK(told().find(L"Ctrl+F\tfilter by text or source\r\n") != std::wstring::npos);
     ::PostMessageW(viewer.Window(), WM_COMMAND, 222, 0); // About
-    HWND box = nullptr;
-    REQUIRE(Eventually([&] { return (box = DialogOf(viewer.Id())) != nullptr; }));
-    wchar_t text[1000] = {};
-    REQUIRE(Eventually([&] {
-        return ::SendDlgItemMessageW(box, 0xFFFF, WM_GETTEXT, 1000,
-                                     reinterpret_cast<LPARAM>(text)) > 0;
-    }));
-    const std::wstring about = text;
+    const std::wstring about = told();
     CHECK(about.find(L"" VELT_VERSION_TEXT) != std::wstring::npos);
     CHECK(about.find(L"" VELT_EDITION) != std::wstring::npos);
     CHECK(about.find(L"trace.md") != std::wstring::npos);
-    ::PostMessageW(box, WM_COMMAND, IDOK, 0);
-    REQUIRE(Eventually([&] { return !::IsWindow(box); }));
     CHECK(viewer.Close() == 0);
 }
