@@ -5,12 +5,15 @@
 #include "server/class_table.h"
 #include "tests/server/module_test_resources.h"
 #include "tests/support/component_library.h"
+#include "tests/support/import_patch.h"
 #include "tests/support/registry_snapshot.h"
 #include "tests/support/thread_group.h"
 
 #include <objbase.h>
 
 #include <array>
+#include <cstddef>
+#include <string>
 
 #include <catch.hpp>
 
@@ -200,7 +203,20 @@ TEST_CASE("CurrentRegistrationScope: depends on the access to the machine's clas
     CHECK(velt::CurrentRegistrationScope() == RegistrationScope::machine);
 }
 
-TEST_CASE("ModulePath: is the full path of a module, however long", "[server]")
+TEST_CASE("ModulePath: is whole, however long", "[server]")
+{
+    const auto length = GENERATE(as<std::size_t>{}, 1, 259, 260, 261, 519, 520, 32'767);
+    const std::wstring path(length, L'p');
+    const velt::test::ImportPatch<"GetModuleFileNameW", decltype(::GetModuleFileNameW)> patch(
+        "kernel32.dll", [&](HMODULE, wchar_t* room, DWORD size) {
+            const auto copied = static_cast<DWORD>(path.copy(room, size - 1));
+            room[copied] = L'\0';
+            return copied < path.size() ? size : copied;
+        });
+    CHECK((velt::ModulePath(nullptr) == path));
+}
+
+TEST_CASE("ModulePath: is the full path of a module", "[server]")
 {
     std::array<wchar_t, MAX_PATH> path{};
     ::GetModuleFileNameW(nullptr, path.data(), MAX_PATH);
