@@ -29,6 +29,7 @@ public:
     static constexpr int kSaveCommand = 201;
     static constexpr int kClearCommand = 205;
     static constexpr int kPauseCommand = 206;
+    static constexpr int kFollowCommand = 207;
     static constexpr int kOpenCommand = 212;
 
     /// Where it keeps what it remembers, below the user's key.

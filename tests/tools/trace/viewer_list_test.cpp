@@ -176,6 +176,10 @@ TEST_CASE("Viewer: it follows the newest until one moves away", "[tools]")
         const auto page = static_cast<int>(::SendMessageW(list, LVM_GETCOUNTPERPAGE, 0, 0));
         return viewer.AwaitRows(rows) && Eventually([&] { return top() + page >= rows; });
     };
+    const auto isPressed = [&] {
+        const HWND toolbar = viewer.Child(ViewerProcess::kToolbar);
+        return ::SendMessageW(toolbar, TB_ISBUTTONCHECKED, ViewerProcess::kFollowCommand, 0) != 0;
+    };
     for (int i = 0; i < 500; ++i)
     {
         SendRecord(viewer.Receiver(), "text");
@@ -183,13 +187,16 @@ TEST_CASE("Viewer: it follows the newest until one moves away", "[tools]")
     REQUIRE(showsLastOf(500));
     SendRecord(viewer.Receiver(), "text");
     CHECK(showsLastOf(501));
+    CHECK(isPressed());
     Press(viewer.Window(), {VK_HOME});
     REQUIRE(Eventually([&] { return top() == 0; }));
+    CHECK(Eventually([&] { return !isPressed(); }));
     SendRecord(viewer.Receiver(), "text");
     REQUIRE(viewer.AwaitRows(502));
     CHECK(top() == 0);
     Press(viewer.Window(), {VK_CONTROL, 'E'});
     CHECK(showsLastOf(502));
+    CHECK(isPressed());
 }
 
 TEST_CASE("Viewer: a full list drops the oldest, says so, and still follows the newest", "[tools]")
