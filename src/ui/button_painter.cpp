@@ -1,9 +1,9 @@
 #include "ui/button_painter.h"
 
+#include "foundation/high_contrast.h"
 #include "ui/button_text.h"
 #include "ui/drawing_scopes.h"
 #include "ui/gdi_handles.h"
-#include "ui/high_contrast.h"
 
 #include <array>
 #include <string_view>

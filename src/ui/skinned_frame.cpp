@@ -1,6 +1,7 @@
 #include "ui/skinned_frame.h"
 
 #include "foundation/exception_to_hresult.h"
+#include "foundation/high_contrast.h"
 #include "foundation/system_exception.h"
 #include "foundation/utrace.h"
 #include "ui/activex_children.h"
@@ -8,7 +9,6 @@
 #include "ui/bitmap_region.h"
 #include "ui/dialog_init_data.h"
 #include "ui/drawing_scopes.h"
-#include "ui/high_contrast.h"
 #include "ui/skin_composer.h"
 
 #include <comdef.h>

@@ -1,6 +1,6 @@
+#include "tests/support/high_contrast_on.h"
 #include "tests/support/trace_recorder.h"
 #include "tests/ui/frame_scene.h"
-#include "tests/ui/high_contrast_on.h"
 
 #include <catch.hpp>
 

@@ -1,6 +1,7 @@
 #include "tools/trace/window_look.h"
 
 #include "foundation/find_function.h"
+#include "foundation/high_contrast.h"
 
 #include <windows.h>
 
@@ -18,14 +19,6 @@ int SystemDpi() noexcept
     const int dpi = screen ? ::GetDeviceCaps(screen, LOGPIXELSY) : 96;
     ::ReleaseDC(nullptr, screen);
     return dpi;
-}
-
-bool IsHighContrastOn() noexcept
-{
-    HIGHCONTRASTW setting{};
-    setting.cbSize = sizeof(setting);
-    return ::SystemParametersInfoW(SPI_GETHIGHCONTRAST, sizeof(setting), &setting, 0) &&
-           (setting.dwFlags & HCF_HIGHCONTRASTON) != 0;
 }
 
 /// What the user has chosen for programs; light where the system does not know the choice.

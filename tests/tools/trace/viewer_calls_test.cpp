@@ -38,6 +38,7 @@ TEST_CASE("Viewer: the slowest calls of what is shown or selected", "[tools]")
     ViewerProcess viewer(L"\"" + folder.File(L"trace.txt") + L"\"");
     viewer.AwaitFileWindow();
     REQUIRE(viewer.AwaitRows(7));
+    Press(viewer.Window(), {VK_CONTROL, 'F'});
     Press(viewer.Window(), {VK_CONTROL, 'T'});
     HWND dialog = nullptr;
     REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
@@ -70,6 +71,7 @@ TEST_CASE("Viewer: the slowest calls of what is shown or selected", "[tools]")
     CHECK(Eventually([&] {
         return ::SendMessageW(records, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_FOCUSED) == 4;
     }));
+    CHECK(Eventually([&] { return FocusOf(viewer.Window()) == records; }));
 
     // Only what is selected: the last two lines of B.
     ::PostMessageW(records, WM_KEYDOWN, VK_HOME, 0);

@@ -135,6 +135,13 @@ TEST_CASE("Viewer: Enter jumps between an entry line and its exit line", "[tools
     REQUIRE(Eventually([&] { return focused() == 0; })); // the record keeps the focus
     Press(viewer.Window(), {VK_RETURN});
     CHECK(Eventually([&] { return viewer.Status(4).starts_with(L"the other line is not shown"); }));
+    SendRecord(viewer.Receiver(), "C - enter"); // and never left
+    REQUIRE(viewer.AwaitRows(3));
+    Press(viewer.Window(), {VK_END});
+    REQUIRE(Eventually([&] { return focused() == 2; }));
+    Press(viewer.Window(), {VK_RETURN});
+    CHECK(viewer.AwaitStatus(4, L"no entry or exit line belongs to this one"));
+    CHECK(focused() == 2);
 }
 
 TEST_CASE("Viewer: everything is reached by keys", "[tools]")

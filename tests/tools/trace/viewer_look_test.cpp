@@ -3,7 +3,7 @@
 #include "foundation/find_function.h"
 #include "foundation/wide_text.h"
 #include "tests/support/eventually.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/high_contrast_on.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/no_receiver_events.h"
 #include "tests/tools/trace/viewer_input.h"
@@ -482,15 +482,7 @@ TEST_CASE("Viewer: on a screen with many dots an inch nothing is cut off", "[too
 TEST_CASE("Viewer: with high contrast its colours are the system's, also in the dark", "[tools]")
 {
     const DarkChoice dark;
-    const ImportPatch<"SystemParametersInfoW", decltype(::SystemParametersInfoW)> patch(
-        "user32.dll", [](UINT what, UINT size, void* value, UINT flags) -> BOOL {
-            if (what != SPI_GETHIGHCONTRAST)
-            {
-                return decltype(patch)::Original(what, size, value, flags);
-            }
-            static_cast<HIGHCONTRASTW*>(value)->dwFlags = HCF_AVAILABLE | HCF_HIGHCONTRASTON;
-            return TRUE;
-        });
+    const HighContrastOn contrast;
     const velt::WindowLook look(96);
     REQUIRE(look.IsHighContrast());
     CHECK_FALSE(look.IsDark());

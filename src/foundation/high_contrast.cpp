@@ -1,4 +1,4 @@
-#include "ui/high_contrast.h"
+#include "foundation/high_contrast.h"
 
 #include <windows.h>
 
