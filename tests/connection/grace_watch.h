@@ -14,16 +14,19 @@ namespace velt::test
 struct GraceWatch
 {
     static constexpr DWORD kGraceMs = 5000;
+    static constexpr DWORD kTerminationMs = 1000;
 
     using WaitPatch = ImportPatch<"WaitForSingleObject", decltype(::WaitForSingleObject)>;
 
     std::atomic<int> waits = 0;       // how often a worker was given its grace
     std::atomic<int> inVain = 0;      // and had not ended then
+    std::atomic<int> forced = 0;      // for how many that were ended by force the end was awaited
     std::atomic<bool> isOver = false; // from now on each grace is over at once
 
     WaitPatch patch{"kernel32.dll", [this](HANDLE object, DWORD limitMs) -> DWORD {
                         if (limitMs != kGraceMs)
                         {
+                            forced += limitMs == kTerminationMs ? 1 : 0;
                             return WaitPatch::Original(object, limitMs);
                         }
                         ++waits;

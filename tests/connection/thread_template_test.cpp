@@ -273,6 +273,7 @@ TEST_CASE("thread_template: a worker that ignores the signal is ended by force a
     grace.isOver = true;
     worker.stop();
     CHECK(grace.waits == 1);
+    CHECK(grace.forced == 1);
     CHECK(::WaitForSingleObject(thread.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     DWORD exitCode = 77;
     CHECK(::GetExitCodeThread(thread.Get(), &exitCode));
@@ -293,6 +294,7 @@ TEST_CASE("thread_template: a worker that ignores the signal is ended by force a
     const velt::UniqueKernelObject second = Duplicate(worker.Start(&worker));
     worker.stop();
     CHECK(grace.waits == 2);
+    CHECK(grace.forced == 1);
     CHECK(::WaitForSingleObject(second.Get(), kWaitLimitMs) == WAIT_OBJECT_0);
     CHECK(ended);
     CHECK(worker.runs == 2);
