@@ -72,6 +72,17 @@ TEST_CASE("BodyBuffer: room that was reserved and not taken is no content", "[co
     CHECK(Taken(buffer) == "abgh");
 }
 
+TEST_CASE("BodyBuffer: a piece is filled to its last byte", "[connection]")
+{
+    BodyBuffer buffer;
+    const char* const first = buffer.Reserve(1); // of 16 KB
+    buffer.Commit(1);
+    CHECK(buffer.Reserve(16'383) == first + 1);
+    buffer.Commit(16'383);
+    CHECK(buffer.Reserve(1) != first + 16'384);
+    CHECK(buffer.Size() == 16'384);
+}
+
 TEST_CASE("BodyBuffer: bytes come out as they went in, whatever the pieces", "[connection]")
 {
     const auto [size, step, room] = GENERATE(table<std::size_t, std::size_t, std::size_t>({

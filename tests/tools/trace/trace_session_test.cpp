@@ -6,6 +6,7 @@
 #include "tests/support/import_patch.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/no_receiver_events.h"
+#include "tools/trace/arrival_queue.h"
 
 #include <tlhelp32.h>
 
@@ -115,6 +116,25 @@ TEST_CASE("TraceSession: for a sender that does not, each process is looked into
     CHECK(std::adjacent_find(into.begin(), into.end()) == into.end());
     // The list has what this one has loaded, and it is no sender.
     CHECK_FALSE(std::binary_search(into.begin(), into.end(), ::GetCurrentProcessId()));
+}
+
+TEST_CASE("TraceSession: what came while nobody took it is counted as lost", "[tools]")
+{
+    NoReceiverEvents events;
+    velt::TraceSession session(events);
+    const HWND receiver = ::FindWindowW(velt::kTraceViewerClass, nullptr);
+    REQUIRE(receiver);
+    const std::string longest(velt::ArrivalQueue::kMostKept, 'x');
+    constexpr std::size_t kSent = 17'000; // more than 64 MB of them
+    for (std::size_t i = 0; i < kSent; ++i)
+    {
+        SendBytes(receiver, longest);
+    }
+    session.Drain(0);
+    CHECK(session.Lost() > 0);
+    CHECK(session.Store().Size() + session.Lost() == kSent);
+    session.Clear();
+    CHECK(session.Lost() == 0);
 }
 
 TEST_CASE("ProcessNames: a process keeps its name until what it has sent is taken", "[tools]")

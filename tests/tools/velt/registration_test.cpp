@@ -214,6 +214,7 @@ TEST_CASE("velt unregister: another copy's registration stays", "[tools]")
                              ", machine: another copy than the one beside this program is used; "
                              "register the copy that is to be used: velt register\n") !=
           std::string::npos);
+    CHECK(RunVelt({L"status", L"--json"}).output.find("\"creatable\":true") != std::string::npos);
     CHECK(RunVelt({L"unregister"}, program).exitCode == 0);
     CheckSame(before);
 }

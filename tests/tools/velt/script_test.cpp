@@ -53,9 +53,11 @@ TEST_CASE("velt script: the collection is there without registration", "[tools]"
                            "c.Add('first'); c.Add(2.5);"
                            "for (var e = new Enumerator(c); !e.atEnd(); e.moveNext())"
                            "    WScript.Echo(e.item());"
-                           "WScript.Echo(c.Count);");
+                           "WScript.Echo(c.Count);"
+                           "var d = WScript.CreateObject('VeltHTTPClient.EnumVariantCol12OEM');"
+                           "d.Add(1); WScript.Echo(d.Count);");
     CHECK(result.messages.empty());
-    CHECK(result.output == "first\n2.5\n2\n");
+    CHECK(result.output == "first\n2.5\n2\n1\n");
     result = RunScript(L"c.vbs", "Set c = CreateObject(\"VeltHTTPClient.EnumVariantCol12OEM\")\r\n"
                                  "c.Add \"first\"\r\nc.Add 3\r\n"
                                  "For Each v In c\r\nWScript.Echo v\r\nNext\r\n");
