@@ -1,5 +1,6 @@
 // The viewer's list: keys, selection, and what it shows of many records.
 
+#include "tests/support/temp_folder.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/viewer_input.h"
 
@@ -204,6 +205,40 @@ TEST_CASE("Viewer: it follows the newest until one moves away", "[tools]")
     Press(viewer.Window(), {VK_CONTROL, 'E'});
     CHECK(showsLastOf(502));
     CHECK(isPressed());
+}
+
+TEST_CASE("Viewer: one reads a file from its start, unless one has something to follow", "[tools]")
+{
+    const TempFolder folder(L"followed");
+    std::string lines;
+    for (int i = 0; i < 200; ++i)
+    {
+        lines += "2024-02-29 12:00:00.000000  4  h.exe (1)  text\r\n";
+    }
+    folder.Write(L"trace.txt", lines);
+    const bool hasRecords = GENERATE(false, true);
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    if (hasRecords)
+    {
+        SendRecord(viewer.Receiver(), "text");
+        REQUIRE(viewer.AwaitRows(1));
+    }
+    const int rows = hasRecords ? 201 : 200;
+    viewer.Drop(folder.File(L"trace.txt"));
+    REQUIRE(viewer.AwaitRows(rows));
+    REQUIRE(Eventually([&] { return viewer.Status(4).find(L"200") != std::wstring::npos; }));
+    const HWND toolbar = viewer.Child(ViewerProcess::kToolbar);
+    CHECK((::SendMessageW(toolbar, TB_ISBUTTONCHECKED, ViewerProcess::kFollowCommand, 0) != 0) ==
+          hasRecords);
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto isSeen = [&](int row) {
+        const auto top = static_cast<int>(::SendMessageW(list, LVM_GETTOPINDEX, 0, 0));
+        const auto page = static_cast<int>(::SendMessageW(list, LVM_GETCOUNTPERPAGE, 0, 0));
+        return row >= top && row < top + page;
+    };
+    CHECK(Eventually([&] { return isSeen(hasRecords ? rows - 1 : 0); }));
+    CHECK(viewer.Close() == 0);
 }
 
 TEST_CASE("Viewer: a full list drops the oldest, says so, and still follows the newest", "[tools]")
