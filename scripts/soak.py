@@ -5,7 +5,7 @@
 
 The folder has one more for each arrangement of processes, in which each process has a file of lines
 (tests/torture/soak_process.cpp). Prints a table and writes picture.png beside it. The exit code is 1
-when something grows beyond its budget.
+when something grows beyond its budget, or a process has ended long before another.
 
 Growth is the slope over the operations after a warm-up of a tenth: the median of the slopes between
 all pairs of lines, which single lines and a step at the start do not move, with the interval that it
@@ -25,6 +25,7 @@ PER = 100_000  # operations
 WARM_UP = 0.1  # of the lines
 DEVIATIONS = 3.0  # of the normal distribution, to either side
 FEWEST_LINES = 6
+FEWEST_PART = 0.75  # of the most lines of a process; machines under load have fewer
 
 
 @dataclasses.dataclass(frozen=True)
@@ -135,6 +136,12 @@ def load(folder):
     return {key: lines for key, lines in run.items() if lines}
 
 
+def ended_early(run):
+    """The names of processes that have far fewer lines than another."""
+    most = max(len(lines) for lines in run.values())
+    return [": ".join(key) for key, lines in run.items() if len(lines) < FEWEST_PART * most]
+
+
 def table(run):
     """The lines of the table, and the names of what grows and of what is open."""
     text = [
@@ -221,8 +228,12 @@ def main(arguments):
     plot(run, folder / "picture.png")
     if undecided:
         print("too short to tell: " + ", ".join(undecided))
+    ended = ended_early(run)
+    if ended:
+        print("ended early: " + ", ".join(ended))
     if grown:
         print("grows: " + ", ".join(grown))
+    if ended or grown:
         return 1
     print("nothing grows beyond its budget" if not undecided else "nothing is shown to grow")
     return 0

@@ -33,7 +33,7 @@ arrangement() {
         "$velt_root/build/wine/soak-$preset-$name" \
         "$velt_root/build/$preset/tests/torture/torture.exe" --soak --seconds "$seconds" \
         --period "$period" --seed "$seed" --folder "Z:${folder//\//\\}\\$name" "$@" \
-        2>&1 | tr -d '\r' | sed "s/^/$name: /" | tee "$folder/$name/found.txt" || status=$?
+        2>&1 | sed -u "s/\r\$//; s/^/$name: /" | tee "$folder/$name/found.txt" || status=$?
     return "$status"
 }
 

@@ -84,6 +84,16 @@ class Verdicts(unittest.TestCase):
         self.assertEqual(verdicts(lines)["handles"], "holds")
 
 
+class Ends(unittest.TestCase):
+    def test_a_process_that_ended_early_is_named(self):
+        run = {
+            ("four", "1"): lines_of(count=60),
+            ("four", "2"): lines_of(count=3),
+            ("one", "viewer"): lines_of(count=52),
+        }
+        self.assertEqual(soak.ended_early(run), ["four: 2"])
+
+
 class Files(unittest.TestCase):
     def test_the_viewer_counts_all_operations(self):
         with tempfile.TemporaryDirectory() as name:

@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -26,6 +27,7 @@ namespace velt::torture
 namespace
 {
 constexpr DWORD kGraceSeconds = 180; // for the last record, and for a hang to be noticed
+constexpr ULONGLONG kTellMs = 1'000; // how soon the end of a process is told
 
 /// What is beside the processes that run operations.
 struct SoakOptions
@@ -163,37 +165,44 @@ unsigned RunSoak(const std::vector<std::string>& arguments)
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = ::GetStdHandle(STD_OUTPUT_HANDLE);
     startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
-    std::vector<velt::test::ChildProcess> children;
+    std::map<unsigned, velt::test::ChildProcess> running; // by their numbers
     SoakPlan plan = options.plan;
     for (plan.process = 1; plan.process <= options.processes; ++plan.process)
     {
-        children.push_back(velt::test::StartProcess(CommandLine(plan), 0, startup));
+        running.emplace(plan.process, velt::test::StartProcess(CommandLine(plan), 0, startup));
     }
 
     bool hasFound = false;
     const ULONGLONG limit = ::GetTickCount64() + (plan.seconds + kGraceSeconds) * 1000ULL;
     ULONGLONG next = 0;
-    for (std::size_t ended = 0; ended < children.size();)
+    while (!running.empty())
     {
-        const HANDLE process = children[ended].process.Get();
         const ULONGLONG now = ::GetTickCount64();
         if (now >= next)
         {
             RecordViewer(csv, viewer.Process());
             next = now + plan.periodSeconds * 1000ULL;
         }
+        const HANDLE first = running.begin()->second.process.Get();
         if (now > limit)
         {
             Say("a process does not end\n");
-            ::TerminateProcess(process, kHung);
+            ::TerminateProcess(first, kHung);
         }
-        const auto waitMs = static_cast<DWORD>(std::min(next, std::max(limit, now + 1)) - now);
-        if (velt::test::ApartmentThread::WaitPumping(process, waitMs))
-        {
+        velt::test::ApartmentThread::WaitPumping(first,
+                                                 static_cast<DWORD>(std::min(next - now, kTellMs)));
+        std::erase_if(running, [&](const auto& child) {
+            const auto& [number, started] = child;
             DWORD code = kBroken;
+            const HANDLE process = started.process.Get();
+            if (::WaitForSingleObject(process, 0) != WAIT_OBJECT_0)
+            {
+                return false;
+            }
             ::GetExitCodeProcess(process, &code);
-            hasFound |= HasFound(static_cast<unsigned>(++ended), code);
-        }
+            hasFound |= HasFound(number, code);
+            return true;
+        });
     }
     RecordViewer(csv, viewer.Process());
     hasFound |= viewer.Close() != 0;

@@ -23,11 +23,11 @@ struct SoakPlan
 unsigned RunSoakProcess(const SoakPlan& plan);
 
 /// What the system keeps for good of what programs do, also without the component: on Windows
-/// nothing.
+/// nothing. Of one run it is a mean and no whole number.
 struct KeptMemory
 {
-    std::size_t heapBytes = 0;
-    std::size_t privateBytes = 0; // the same with what a heap needs for its blocks
+    double heapBytes = 0;
+    double privateBytes = 0; // the same with what a heap needs for its blocks
 
     KeptMemory& operator+=(const KeptMemory& other) noexcept
     {
