@@ -150,15 +150,18 @@ TEST_CASE("StreamRtfFile: a file that cannot be opened leaves the text and says 
 
 TEST_CASE("StreamRtfFile: it is traced when the view does not want the whole file", "[ui]")
 {
-    const auto [bytes, error, complaints] = GENERATE(table<LONG, DWORD, std::size_t>({
-        {10'000, 0, 0},
-        {9'999, 0, 1},
-        {1, 0, 1},
-        {10'000, static_cast<DWORD>(E_OUTOFMEMORY), 1},
-    }));
+    const auto [size, bytes, error, complaints] =
+        GENERATE(table<std::size_t, LONG, DWORD, std::size_t>({
+            {10'000, 10'000, 0, 0},
+            {10'000, 9'999, 0, 1},
+            {10'000, 1, 0, 1},
+            {10'000, 10'000, static_cast<DWORD>(E_OUTOFMEMORY), 1},
+            {1, 1, 0, 0},
+            {1, 0, 0, 1},
+        }));
     TraceRecorder trace;
     const TempFolder folder;
-    folder.Write(L"agreement.rtf", std::string(10'000, 'x'));
+    folder.Write(L"agreement.rtf", std::string(size, 'x'));
     const ImpatientView view(bytes, error);
     CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
     CHECK(Complaints(trace) == complaints);
