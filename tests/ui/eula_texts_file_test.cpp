@@ -12,6 +12,9 @@
 #include <catch.hpp>
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <string_view>
@@ -46,6 +49,145 @@ std::string Record(const std::string& key, const std::string& value)
 {
     return "<RECORD><KEY>" + key + "</KEY><TEXT>" + value + "</TEXT></RECORD>";
 }
+
+/// A document of records, and of what is none, in random order, with the texts that it stands for.
+class RandomDocument
+{
+public:
+    explicit RandomDocument(unsigned seed) : m_random(seed)
+    {
+        if (OneOf(2) == 0)
+        {
+            m_xml = "<?xml version='1.0' encoding='UTF-8'?>";
+        }
+        Space();
+        m_xml += "<Texts>";
+        for (unsigned i = OneOf(20); i > 0; --i)
+        {
+            Space();
+            OneOf(4) == 0 ? AddOther() : AddRecord();
+        }
+        Space();
+        m_xml += "</Texts>";
+    }
+
+    const std::string& Xml() const noexcept
+    {
+        return m_xml;
+    }
+
+    const EulaTexts& Expected() const noexcept
+    {
+        return m_expected;
+    }
+
+    /// With some of its bytes changed, or without its end.
+    std::string Damaged()
+    {
+        std::string xml = m_xml;
+        for (unsigned i = OneOf(4); i > 0; --i)
+        {
+            xml[OneOf(static_cast<unsigned>(xml.size()))] = static_cast<char>(m_random());
+        }
+        xml.resize(xml.size() - OneOf(2) * OneOf(static_cast<unsigned>(xml.size())));
+        return xml;
+    }
+
+private:
+    unsigned OneOf(unsigned count)
+    {
+        return static_cast<unsigned>(m_random() % count);
+    }
+
+    void Space()
+    {
+        static constexpr const char* kSpaces[] = {"", " ", "\r\n", "\n\t"};
+        m_xml += kSpaces[OneOf(std::size(kSpaces))];
+    }
+
+    /// What has no record's place, name or shape.
+    void AddOther()
+    {
+        static constexpr const char* kOthers[] = {
+            "text",
+            "<!-- <RECORD><K>btn_ok</K><V>comment</V></RECORD> -->",
+            "<record><K>btn_ok</K><V>other case</V></record>",
+            "<RECORDS><K>btn_ok</K><V>other name</V></RECORDS>",
+            "<IN><RECORD><K>btn_ok</K><V>deeper</V></RECORD></IN>",
+            "<?RECORD btn_ok?>",
+            "<RECORD/>",
+            "<RECORD key='btn_ok' value='attribute'/>",
+        };
+        m_xml += kOthers[OneOf(std::size(kOthers))];
+    }
+
+    void AddRecord()
+    {
+        static constexpr struct
+        {
+            const char* key;
+            std::optional<std::wstring> EulaTexts::*text;
+        } kKeys[] = {
+            {"enu_user_license_agreement", &EulaTexts::title},
+            {"i_do_not_accept", &EulaTexts::decline},
+            {"i_accept", &EulaTexts::accept},
+            {"btn_ok", &EulaTexts::ok},
+            {"BTN_OK", nullptr},
+            {"other", nullptr},
+        };
+        const auto& [key, text] = kKeys[OneOf(std::size(kKeys))];
+        std::wstring value;
+        std::string markup;
+        for (unsigned i = OneOf(30); i > 0; --i)
+        {
+            AddCharacter(value, markup);
+        }
+        if (text)
+        {
+            m_expected.*text = value;
+        }
+        m_xml += "<RECORD>";
+        Space();
+        m_xml += "<K>" + std::string(key) + "</K>";
+        if (OneOf(4) == 0)
+        {
+            m_xml += "<N>btn_ok</N><!-- between -->";
+        }
+        m_xml += "<V>" + markup + "</V>";
+        Space();
+        m_xml += "</RECORD>";
+    }
+
+    /// A character as text, and as one of the ways to write it.
+    void AddCharacter(std::wstring& text, std::string& markup)
+    {
+        static constexpr struct
+        {
+            const wchar_t* text;
+            const char* markup;
+        } kCharacters[] = {
+            {L"a", "a"},
+            {L"&", "&amp;"},
+            {L"<", "&lt;"},
+            {L"]]>", "]]&gt;"},
+            {L"\"", "\""},
+            {L"'", "&apos;"},
+            {L"<b>&", "<![CDATA[<b>&]]>"},
+            {L"inner", "<i>inner</i>"},
+            {L"\u00E4", "\xC3\xA4"},
+            {L"\u20AC", "&#x20AC;"},
+            {L"\u3042", "&#12354;"},
+            {L"\U0001F600", "\xF0\x9F\x98\x80"},
+        };
+        const auto& one = kCharacters[OneOf(std::size(kCharacters))];
+        text += one.text;
+        markup += one.markup;
+    }
+
+    std::mt19937 m_random;
+    std::string m_xml;
+    EulaTexts m_expected;
+};
 } // namespace
 
 TEST_CASE("ReadEulaTexts: the four texts of a file", "[ui]")
@@ -116,6 +258,31 @@ TEST_CASE("ReadEulaTexts: files that cannot be read give no texts", "[ui]")
     CHECK(IsEmpty(Read("<R>" + Record("btn_ok", "\xFF\xFE\x80") + "</R>")));
     CHECK(IsEmpty(Read(std::string(4096, '\0'))));
     CHECK(Read(good).ok == L"new");
+}
+
+TEST_CASE("ReadEulaTexts: documents of any shape", "[ui]")
+{
+    const TempFolder folder;
+    const ComApartment com;
+    const PlainWindow dialog;
+    const auto read = [&](const std::string& xml) {
+        folder.Write(L"texts.xml", xml);
+        return velt::ReadEulaTexts(folder.File(L"texts.xml"), dialog.Window(), kNever);
+    };
+    constexpr unsigned kDocuments = 200;
+    for (unsigned seed = 0; seed < kDocuments; ++seed)
+    {
+        CAPTURE(seed);
+        RandomDocument document(seed);
+        const EulaTexts expected = document.Expected();
+        const EulaTexts texts = read(document.Xml());
+        REQUIRE(texts.title == expected.title);
+        REQUIRE(texts.decline == expected.decline);
+        REQUIRE(texts.accept == expected.accept);
+        REQUIRE(texts.ok == expected.ok);
+        // Damaged, it gives whatever the system still reads, or nothing; and the next one is whole.
+        read(document.Damaged());
+    }
 }
 
 TEST_CASE("ReadEulaTexts: a thread without COM gets no texts", "[ui]")

@@ -9,7 +9,10 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
+#include <random>
 #include <string>
+#include <vector>
 
 using namespace velt::test;
 
@@ -95,6 +98,60 @@ private:
     const velt::test::PlainWindow m_window;
 };
 
+/// A view that asks for the text in pieces of random sizes and keeps what it gets.
+class PiecewiseView
+{
+public:
+    explicit PiecewiseView(unsigned seed)
+    {
+        s_random.seed(seed);
+        s_text.clear();
+        ::SetWindowLongPtrW(m_window.Window(), GWLP_WNDPROC,
+                            reinterpret_cast<LONG_PTR>(&PiecewiseView::Receive));
+    }
+
+    HWND Window() const noexcept
+    {
+        return m_window.Window();
+    }
+
+    const std::string& Text() const noexcept
+    {
+        return s_text;
+    }
+
+private:
+    static LRESULT CALLBACK Receive(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+    {
+        if (message != EM_STREAMIN)
+        {
+            return ::DefWindowProcW(window, message, wParam, lParam);
+        }
+        constexpr LONG kMost = 5'000;
+        constexpr BYTE kUntouched = 0xA5;
+        auto& stream = *reinterpret_cast<EDITSTREAM*>(lParam);
+        for (LONG wanted = 0, read = 0; read == wanted;)
+        {
+            wanted = static_cast<LONG>(s_random() % kMost) + 1;
+            std::vector<BYTE> buffer(static_cast<std::size_t>(wanted) + 1, kUntouched);
+            read = -1;
+            stream.dwError = stream.pfnCallback(stream.dwCookie, buffer.data(), wanted, &read);
+            if (stream.dwError != 0 || read < 0 || read > wanted || buffer.back() != kUntouched)
+            {
+                s_text = "more than was asked for";
+                break;
+            }
+            s_text.append(buffer.begin(), buffer.begin() + read);
+        }
+        return static_cast<LRESULT>(s_text.size());
+    }
+
+    inline static std::mt19937 s_random;
+    inline static std::string s_text;
+
+    const velt::test::PlainWindow m_window;
+};
+
 /// How often it was traced, as an error, that a text is not whole.
 std::size_t Complaints(TraceRecorder& trace)
 {
@@ -166,6 +223,25 @@ TEST_CASE("StreamRtfFile: it is traced when the view does not want the whole fil
     CHECK(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
     CHECK(Complaints(trace) == complaints);
     CHECK(trace.Messages().size() == complaints);
+}
+
+TEST_CASE("StreamRtfFile: pieces of any size make up the file, whatever its bytes are", "[ui]")
+{
+    constexpr unsigned kFiles = 100;
+    TraceRecorder trace;
+    const TempFolder folder;
+    for (unsigned seed = 0; seed < kFiles; ++seed)
+    {
+        CAPTURE(seed);
+        std::mt19937 random(seed);
+        std::string bytes(random() % 20'000, '\0');
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+        folder.Write(L"agreement.rtf", bytes);
+        const PiecewiseView view(seed);
+        REQUIRE(velt::StreamRtfFile(view.Window(), folder.File(L"agreement.rtf")));
+        REQUIRE((view.Text() == bytes)); // which no message shows
+    }
+    CHECK(trace.Messages().empty());
 }
 
 TEST_CASE("StreamRtfFile: nothing is traced of a file that was read to its end", "[ui]")
