@@ -7,7 +7,7 @@ The folder has one more for each arrangement of processes, in which each process
 (tests/torture/soak_process.cpp). Prints a table and writes picture.png beside it. The exit code is 1
 when something grows beyond its budget, or a process has ended long before another.
 
-Growth is the slope over the operations after a warm-up of a tenth: the median of the slopes between
+Growth is the slope over the operations after a warm-up of a quarter: the median of the slopes between
 all pairs of lines, which single lines and a step at the start do not move, with the interval that it
 lies in with a probability of 99.7 % (from the ranks of those slopes). Something grows when the whole
 interval is beyond the budget, and holds when none of it is; otherwise the run was too short to tell.
@@ -22,7 +22,7 @@ import subprocess
 import sys
 
 PER = 100_000  # operations
-WARM_UP = 0.1  # of the lines
+WARM_UP = 0.25  # of the lines; by then heaps have the size that all threads together need
 DEVIATIONS = 3.0  # of the normal distribution, to either side
 FEWEST_LINES = 6
 FEWEST_PART = 0.75  # of the most lines of a process; machines under load have fewer
@@ -37,7 +37,7 @@ class Quantity:
 
 QUANTITIES = (
     Quantity("heap", "heap bytes", 1024),
-    Quantity("private", "private bytes", 1024),
+    Quantity("private", "private bytes", 1024),  # outside of heaps, but for the viewer's
     Quantity("blocks", "blocks", 1),
     Quantity("handles", "handles", 1),
     Quantity("gdi", "drawing objects", 1),
@@ -137,8 +137,8 @@ def load(folder):
 
 
 def ended_early(run):
-    """The names of processes that have far fewer lines than another."""
-    most = max(len(lines) for lines in run.values())
+    """The names of processes that have far fewer lines than another; viewers start before them."""
+    most = max((len(lines) for (_, name), lines in run.items() if name != "viewer"), default=0)
     return [": ".join(key) for key, lines in run.items() if len(lines) < FEWEST_PART * most]
 
 
@@ -176,8 +176,9 @@ COLOURS = ("#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#9467bd", "#8c564b", "#1
 
 
 PANELS = (  # title, what is drawn of a line, whether its change
-    ("Heaps, change in KB", lambda line: line["heap"] / 1024, True),
-    ("Private bytes, change in KB", lambda line: line["private"] / 1024, True),
+    ("Heap bytes in use, change in KB", lambda line: line["heap"] / 1024, True),
+    ("Private bytes outside of heaps, change in KB", lambda line: line["private"] / 1024, True),
+    ("Pages of heaps, change in KB", lambda line: line["heap_pages"] / 1024, True),
     ("Handles, change", lambda line: line["handles"], True),
     ("Drawing objects and windows, change", lambda line: line["gdi"] + line["windows"], True),
     ("Slowest call of each period, ms", lambda line: line["slowest_ms"], False),

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -64,17 +65,19 @@ std::size_t CountHandles(DWORD processId)
                       [processId](const HandleRow& row) { return row.process == processId; }));
 }
 
-/// Counted page by page, because not every system keeps the sum.
-std::size_t PrivateBytes(HANDLE process)
+/// Adds what a process has of its own, and what of it is in allocations of its heaps. Counted page
+/// by page, because not every system keeps the sum.
+void CountPages(HANDLE process, const std::set<const void*>& heapAllocations, ProcessUsage& usage)
 {
-    std::size_t bytes = 0;
     MEMORY_BASIC_INFORMATION region{};
     const char* at = nullptr;
     while (::VirtualQueryEx(process, at, &region, sizeof(region)) != 0)
     {
         if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
         {
-            bytes += region.RegionSize;
+            usage.privateBytes += region.RegionSize;
+            usage.heapPages +=
+                heapAllocations.contains(region.AllocationBase) ? region.RegionSize : 0;
         }
         at = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
         if (!at)
@@ -82,7 +85,6 @@ std::size_t PrivateBytes(HANDLE process)
             break;
         }
     }
-    return bytes;
 }
 
 std::vector<HANDLE> Heaps()
@@ -92,17 +94,31 @@ std::vector<HANDLE> Heaps()
     return heaps;
 }
 
-/// Adds what is in use of a heap.
-void CountBlocks(HANDLE heap, ProcessUsage& usage)
+/// What a walk through heaps has seen.
+struct HeapBlocks
+{
+    std::size_t bytes = 0; // of blocks in use
+    std::set<const void*> allocations;
+};
+
+/// Adds the blocks of a heap.
+void CountBlocks(HANDLE heap, HeapBlocks& blocks)
 {
     PROCESS_HEAP_ENTRY entry{};
+    MEMORY_BASIC_INFORMATION region{};
     ::HeapLock(heap);
     while (::HeapWalk(heap, &entry))
     {
         if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
         {
-            usage.heapBytes += entry.cbData;
-            usage.heapOverhead += entry.cbOverhead;
+            blocks.bytes += entry.cbData;
+        }
+        const auto* const start = static_cast<const char*>(region.BaseAddress);
+        const auto* const data = static_cast<const char*>(entry.lpData);
+        if ((data < start || data >= start + region.RegionSize) &&
+            ::VirtualQuery(data, &region, sizeof(region)) != 0)
+        {
+            blocks.allocations.insert(region.AllocationBase);
         }
     }
     ::HeapUnlock(heap);
@@ -111,17 +127,21 @@ void CountBlocks(HANDLE heap, ProcessUsage& usage)
 
 ProcessUsage CurrentUsage()
 {
-    ProcessUsage usage = UsageOf(::GetCurrentProcess());
+    HeapBlocks blocks;
     for (const HANDLE heap : Heaps())
     {
-        CountBlocks(heap, usage);
+        CountBlocks(heap, blocks);
     }
+    ProcessUsage usage{0, blocks.bytes, CountHandles(::GetCurrentProcessId()), 0};
+    CountPages(::GetCurrentProcess(), blocks.allocations, usage);
     return usage;
 }
 
 ProcessUsage UsageOf(HANDLE process)
 {
-    return {PrivateBytes(process), 0, CountHandles(::GetProcessId(process)), 0};
+    ProcessUsage usage{0, 0, CountHandles(::GetProcessId(process)), 0};
+    CountPages(process, {}, usage);
+    return usage;
 }
 
 std::size_t UncertainHeapBytes()
@@ -131,9 +151,9 @@ std::size_t UncertainHeapBytes()
     std::array<void*, 100> blocks{};
     const HANDLE heap = ::HeapCreate(0, 0, 0);
     const auto usedBytes = [&] {
-        ProcessUsage usage{};
-        CountBlocks(heap, usage);
-        return usage.heapBytes;
+        HeapBlocks used;
+        CountBlocks(heap, used);
+        return used.bytes;
     };
     const std::size_t before = usedBytes();
     for (void*& block : blocks)

@@ -12,7 +12,7 @@ struct ProcessUsage
     std::size_t privateBytes; // committed memory that is its own
     std::size_t heapBytes;    // in blocks of all its heaps that are in use
     std::size_t handles;
-    std::size_t heapOverhead; // what the heaps need besides for those blocks
+    std::size_t heapPages; // the part of privateBytes that its heaps have, in use or not
 };
 
 /// Throws std::runtime_error when the system does not tell.

@@ -1,6 +1,7 @@
 #include "tests/torture/soak.h"
 
 #include "foundation/wide_text.h"
+#include "tests/service/service_objects.h"
 #include "tests/support/apartment_thread.h"
 #include "tests/support/child_process.h"
 #include "tests/support/com_apartment.h"
@@ -12,6 +13,8 @@
 #include "tests/torture/process_end.h"
 #include "tests/torture/runner.h"
 #include "tests/torture/soak_process.h"
+#include "tests/torture/trial.h"
+#include "update/update_agent.h"
 #include "update/update_agent_class.h"
 
 #include <wrl/client.h>
@@ -100,22 +103,39 @@ std::wstring CommandLine(const SoakPlan& plan)
            L" --folder \"" + plan.folder + L"\" --only \"" + WideFromUtf8(plan.only) + L"\"";
 }
 
-/// The update agent as a process of its own, which stays while this does.
+/// The update agent as a process of its own, which stays while this does. All its interfaces stay
+/// in use: giving up the last object that has one may never end under Wine.
 class Agent
 {
 public:
     Agent()
     {
+        const InText product(velt::test::kGuid);
         if (FAILED(::CoCreateInstance(kUpdateAgentClass, nullptr, CLSCTX_LOCAL_SERVER,
-                                      IID_PPV_ARGS(&m_object))))
+                                      IID_PPV_ARGS(&m_agent))) ||
+            FAILED(m_agent.As(&m_extended)) ||
+            FAILED(m_extended->GetUpdates(product, &m_collection)))
         {
             throw std::runtime_error("the update agent does not start");
         }
     }
 
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+
+    ~Agent() = default;
+
+    /// One that does not answer any more would not let go of them either.
+    void Kill() const
+    {
+        m_server.Kill();
+    }
+
 private:
     const velt::test::SampleAgentServer m_server{"[agent]\nconnected=1\nwanted=1\n"};
-    Microsoft::WRL::ComPtr<IUnknown> m_object;
+    Microsoft::WRL::ComPtr<IUpdateAgent> m_agent;
+    Microsoft::WRL::ComPtr<IUpdateAgentEx> m_extended;
+    Microsoft::WRL::ComPtr<IUpdateAgentCollection> m_collection;
 };
 
 void RecordViewer(const CsvRecord& csv, HANDLE viewer)
@@ -203,6 +223,10 @@ unsigned RunSoak(const std::vector<std::string>& arguments)
             hasFound |= HasFound(number, code);
             return true;
         });
+    }
+    if (agent && hasFound)
+    {
+        agent->Kill();
     }
     RecordViewer(csv, viewer.Process());
     hasFound |= viewer.Close() != 0;

@@ -13,15 +13,16 @@
 #include "tests/torture/usage.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <exception>
-#include <limits>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace velt::torture
 {
@@ -67,38 +68,34 @@ std::string_view LaneOf(const Operation& operation)
     return room == "connection" || room == "internet" ? "exchange" : room;
 }
 
-/// How much memory the system keeps for good of each run of an operation, whoever makes it: the
-/// least of some measurements, because what the system makes once in a while comes on top.
-KeptMemory KeptOf(const Operation& operation)
+/// How many bytes of heaps the system keeps for good of each run of an operation, whoever makes it
+/// (on Windows none): the median of some measurements, because what the system makes once in a
+/// while comes on top, and what it gives back late is missing in the measurement after.
+double KeptOf(const Operation& operation)
 {
     if (!operation.bare)
     {
-        return {};
+        return 0;
     }
-    constexpr int kMeasurements = 3;
+    constexpr int kMeasurements = 5;
     constexpr int kRuns = 60;
-    const auto afterRuns = [&] {
+    const auto bytesAfterRuns = [&] {
         for (int i = 0; i < kRuns; ++i)
         {
             operation.bare();
         }
-        return velt::test::CurrentUsage();
+        return velt::test::CurrentUsage().heapBytes;
     };
-    const auto part = [](std::size_t before, std::size_t after) {
-        return after > before ? static_cast<double>(after - before) / kRuns : 0;
-    };
-    KeptMemory least{std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
-    velt::test::ProcessUsage before = afterRuns(); // what is made once is there now
-    for (int i = 0; i < kMeasurements; ++i)
+    std::array<double, kMeasurements> measured{};
+    std::size_t before = bytesAfterRuns(); // what is made once is there now
+    for (double& kept : measured)
     {
-        const velt::test::ProcessUsage after = afterRuns();
-        const double bytes = part(before.heapBytes, after.heapBytes);
-        const double overhead = part(before.heapOverhead, after.heapOverhead);
-        least.heapBytes = std::min(least.heapBytes, bytes);
-        least.privateBytes = std::min(least.privateBytes, bytes + overhead);
+        const std::size_t after = bytesAfterRuns();
+        kept = after > before ? static_cast<double>(after - before) / kRuns : 0;
         before = after;
     }
-    return least;
+    std::ranges::sort(measured);
+    return measured[kMeasurements / 2];
 }
 
 /// What the threads of the process have in common.
@@ -223,7 +220,7 @@ private:
             {
                 Try(i, {});
                 // It is not known what is kept of a run that fails.
-                if (m_kept[i].heapBytes == 0)
+                if (m_kept[i] == 0)
                 {
                     m_faults[i] = FaultEngine::FaultsOf(FaultEngine::Calls());
                 }
@@ -309,12 +306,12 @@ private:
 
     // the lane's own, read by others while it rests
     const std::vector<Operation> m_operations;
-    std::vector<KeptMemory> m_kept;           // by the system, of each run of an operation
+    std::vector<double> m_kept;               // by the system, of each run of an operation
     std::vector<std::vector<Fault>> m_faults; // that each operation can have
     std::mt19937 m_random;
     unsigned long m_operationCount = 0;
     unsigned long m_faultCount = 0;
-    KeptMemory m_keptSoFar;
+    double m_keptSoFar = 0;
     Clock::duration m_slowest{};
     std::string m_slowestName;
 
@@ -426,12 +423,13 @@ private:
             lane->AddTo(line);
         }
         const Usage usage = CurrentUsage(true);
-        line.privateBytes = velt::test::UsageOf(::GetCurrentProcess()).privateBytes -
-                            static_cast<std::size_t>(line.kept.privateBytes);
+        const velt::test::ProcessUsage process = velt::test::CurrentUsage();
+        line.privateBytes = process.privateBytes - process.heapPages;
+        line.heapPages = process.heapPages;
         line.blocks = usage.values[0];
         line.handles = usage.values[1];
-        line.heapBytes = static_cast<std::size_t>(usage.values[2]) -
-                         static_cast<std::size_t>(line.kept.heapBytes);
+        line.heapBytes =
+            static_cast<std::size_t>(usage.values[2]) - static_cast<std::size_t>(line.kept);
         line.gdiObjects = usage.values[3];
         line.windows = usage.values[4];
         m_csv.Add(line);
@@ -466,9 +464,8 @@ CsvRecord::CsvRecord(std::wstring path, std::string process)
     {
         throw std::runtime_error("the records cannot be written");
     }
-    std::fputs("time,process,operations,faults,private,heap,kept,kept_private,blocks,handles,gdi,"
-               "windows,slowest_ms,"
-               "slowest\n",
+    std::fputs("time,process,operations,faults,private,heap_pages,heap,kept,blocks,handles,gdi,"
+               "windows,slowest_ms,slowest\n",
                file);
     std::fclose(file);
 }
@@ -486,9 +483,9 @@ void CsvRecord::Add(const Line& line) const
     const auto count = [](std::ptrdiff_t value) { return static_cast<long>(value); };
     std::fprintf(file, "%.1f,%s,%lu,%lu,%lu,%lu,%lu,%lu,%ld,%ld,%ld,%ld,%.1f,\"%s\"\n", seconds,
                  m_process.c_str(), line.operations, line.faults, number(line.privateBytes),
-                 number(line.heapBytes), number(line.kept.heapBytes),
-                 number(line.kept.privateBytes), count(line.blocks), count(line.handles),
-                 count(line.gdiObjects), count(line.windows), line.slowestMs, line.slowest.c_str());
+                 number(line.heapPages), number(line.heapBytes), number(line.kept),
+                 count(line.blocks), count(line.handles), count(line.gdiObjects),
+                 count(line.windows), line.slowestMs, line.slowest.c_str());
     std::fclose(file);
 }
 } // namespace velt::torture

@@ -22,21 +22,6 @@ struct SoakPlan
 /// Runs the plan. Each finding is a line on stdout; the records are lines of a CsvRecord.
 unsigned RunSoakProcess(const SoakPlan& plan);
 
-/// What the system keeps for good of what programs do, also without the component: on Windows
-/// nothing. Of one run it is a mean and no whole number.
-struct KeptMemory
-{
-    double heapBytes = 0;
-    double privateBytes = 0; // the same with what a heap needs for its blocks
-
-    KeptMemory& operator+=(const KeptMemory& other) noexcept
-    {
-        heapBytes += other.heapBytes;
-        privateBytes += other.privateBytes;
-        return *this;
-    }
-};
-
 /// What a long run records of a process, in a file of lines.
 class CsvRecord
 {
@@ -45,11 +30,12 @@ public:
     {
         unsigned long operations = 0;
         unsigned long faults = 0;
-        std::size_t privateBytes = 0; // less what is kept
-        std::size_t heapBytes = 0;    // the same; 0 where they cannot be counted
-        KeptMemory kept;
-        std::ptrdiff_t blocks = 0;  // of the component alone, since the process began
-        std::ptrdiff_t handles = 0; // less those of classes that are not there
+        std::size_t privateBytes = 0; // outside of heaps, where these can be told apart
+        std::size_t heapPages = 0;    // 0 where they cannot
+        std::size_t heapBytes = 0;    // in use, less what is kept; 0 where it cannot be counted
+        double kept = 0;              // of heaps, by the system, of what programs do
+        std::ptrdiff_t blocks = 0;    // of the component alone, since the process began
+        std::ptrdiff_t handles = 0;   // less those of classes that are not there
         std::ptrdiff_t gdiObjects = 0;
         std::ptrdiff_t windows = 0;
         double slowestMs = 0; // since the last line
