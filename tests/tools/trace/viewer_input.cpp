@@ -26,6 +26,21 @@ void Press(HWND window, std::initializer_list<WORD> keys)
     SendKeys(keys);
 }
 
+HWND OpenViewMenu(HWND window)
+{
+    Press(window, {VK_MENU, 'V'});
+    HWND menu = nullptr;
+    const bool isOpen = Eventually([&] {
+        menu = ::FindWindowW(L"#32768", nullptr);
+        GUITHREADINFO info{};
+        info.cbSize = sizeof(info);
+        ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
+        return menu && ::IsWindowVisible(menu) &&
+               (info.flags & (GUI_POPUPMENUMODE | GUI_INMENUMODE)) != 0;
+    });
+    return isOpen ? menu : nullptr;
+}
+
 HWND FocusOf(HWND window) noexcept
 {
     GUITHREADINFO info{};

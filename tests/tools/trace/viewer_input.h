@@ -10,6 +10,10 @@ namespace velt::test
 /// Presses keys together, as a keyboard does, once the window is in front.
 void Press(HWND window, std::initializer_list<WORD> keys);
 
+/// Opens the menu View of a viewer by its letter; the first item is chosen then. Returns what drops
+/// down, or null when nothing does.
+HWND OpenViewMenu(HWND window);
+
 /// The child of a window of another process that has the keyboard.
 HWND FocusOf(HWND window) noexcept;
 

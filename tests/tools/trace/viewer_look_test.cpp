@@ -5,6 +5,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/high_contrast_on.h"
 #include "tests/support/viewer_process.h"
+#include "tests/tools/trace/dark_choice.h"
 #include "tests/tools/trace/no_receiver_events.h"
 #include "tests/tools/trace/viewer_input.h"
 #include "tools/trace/record_list.h"
@@ -24,31 +25,6 @@ using namespace velt::test;
 
 namespace
 {
-/// The choice of dark programs, as long as it lives.
-class DarkChoice
-{
-public:
-    DarkChoice()
-    {
-        Set(0);
-    }
-
-    DarkChoice(const DarkChoice&) = delete;
-    DarkChoice& operator=(const DarkChoice&) = delete;
-
-    ~DarkChoice()
-    {
-        Set(1);
-    }
-
-    static void Set(DWORD light)
-    {
-        ::RegSetKeyValueW(HKEY_CURRENT_USER,
-                          L"Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize",
-                          L"AppsUseLightTheme", REG_DWORD, &light, sizeof(light));
-    }
-};
-
 /// How light a place on the screen is, 0 to 255.
 int LightnessAt(const POINT& place)
 {
@@ -218,18 +194,6 @@ void CheckNothingIsCut(HWND window, HFONT font)
         CHECK((text.empty() || there.cx >= needed.cx));
     }
 }
-
-/// By its letter; the first item is chosen then.
-void OpenViewMenu(const ViewerProcess& viewer)
-{
-    Press(viewer.Window(), {VK_MENU, 'V'});
-    REQUIRE(Eventually([&] {
-        GUITHREADINFO info{};
-        info.cbSize = sizeof(info);
-        ::GetGUIThreadInfo(::GetWindowThreadProcessId(viewer.Window(), nullptr), &info);
-        return (info.flags & GUI_POPUPMENUMODE) != 0 || (info.flags & GUI_INMENUMODE) != 0;
-    }));
-}
 } // namespace
 
 TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
@@ -354,7 +318,7 @@ TEST_CASE("Viewer: menus in the dark look are opened by their letters", "[tools]
     REQUIRE(viewer.AwaitRows(1));
     // View, Pause: the check mark says that it has happened.
     const auto isPaused = [&] { return viewer.AwaitStatus(1, L"1 shown, paused"); };
-    OpenViewMenu(viewer);
+    REQUIRE(OpenViewMenu(viewer.Window()));
     Press(viewer.Window(), {'P'});
     CHECK(isPaused());
     // Windows asks for the item, because it does not look into those that others draw.
@@ -374,12 +338,8 @@ TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look, and ca
     const DarkChoice dark;
     ViewerProcess viewer;
     viewer.AwaitWindow();
-    OpenViewMenu(viewer);
-    HWND menu = nullptr;
-    REQUIRE(Eventually([&] {
-        menu = ::FindWindowW(L"#32768", nullptr);
-        return menu && ::IsWindowVisible(menu);
-    }));
+    const HWND menu = OpenViewMenu(viewer.Window());
+    REQUIRE(menu);
     RECT place{};
     ::GetWindowRect(menu, &place);
     const auto rightEndAt = [&](LONG y) { return LightnessAt(POINT{place.right - 8, y}); };

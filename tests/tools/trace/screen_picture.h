@@ -1,0 +1,51 @@
+#pragma once
+
+#include <windows.h>
+
+#include <ostream>
+#include <vector>
+
+namespace velt::test
+{
+/// Where something stands along one side of a picture: pixels from `from` to before `to`.
+struct InkSpan
+{
+    int from;
+    int to;
+
+    int Middle() const
+    {
+        return (from + to) / 2;
+    }
+
+    bool operator==(const InkSpan&) const = default;
+
+    friend std::ostream& operator<<(std::ostream& out, const InkSpan& span)
+    {
+        return out << span.from << " to " << span.to;
+    }
+};
+
+/// What is on the screen at a place, taken once.
+class ScreenPicture
+{
+public:
+    explicit ScreenPicture(const RECT& place);
+
+    /// 0 to 255.
+    int LightnessAt(int x, int y) const;
+
+    /// Where columns, or rows, have pixels that stand out of the ground, which is what most pixels
+    /// are. What is no further apart than `gap` is one.
+    std::vector<InkSpan> Columns(int gap) const;
+    std::vector<InkSpan> Rows(int gap) const;
+
+private:
+    bool StandsOut(int x, int y) const;
+
+    int m_width;
+    int m_height;
+    int m_ground = 0;
+    std::vector<unsigned char> m_lightness; // row by row
+};
+} // namespace velt::test

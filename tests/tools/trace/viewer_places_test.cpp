@@ -1,0 +1,252 @@
+// Where things stand in the dark look, which the viewer draws itself: for the most part where the
+// system puts them in the light one.
+
+#include "tests/support/eventually.h"
+#include "tests/support/viewer_process.h"
+#include "tests/tools/trace/dark_choice.h"
+#include "tests/tools/trace/screen_picture.h"
+#include "tests/tools/trace/viewer_input.h"
+
+#include <windows.h>
+
+#include <commctrl.h>
+
+#include <catch.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+#include <vector>
+
+using namespace velt::test;
+
+namespace
+{
+constexpr int kRules = 213; // commands
+constexpr int kCalls = 220;
+constexpr int kBetweenWords = 4; // pixels
+constexpr DWORD kLookMs = 2000;
+
+/// A control without its edge.
+RECT InsideOf(HWND control)
+{
+    RECT place{};
+    ::GetWindowRect(control, &place);
+    ::InflateRect(&place, -3, -3);
+    return place;
+}
+
+HWND HeaderOf(HWND list)
+{
+    return reinterpret_cast<HWND>(::SendMessageW(list, LVM_GETHEADER, 0, 0));
+}
+
+/// The names in a header; lines that divide them are narrower than any.
+std::vector<InkSpan> NamesOf(HWND header)
+{
+    constexpr int kLine = 2;
+    std::vector<InkSpan> names = ScreenPicture(InsideOf(header)).Columns(kBetweenWords);
+    std::erase_if(names, [](const InkSpan& name) { return name.to - name.from <= kLine; });
+    return names;
+}
+
+/// The names in the menu bar, which ends where the client area begins.
+std::vector<InkSpan> NamesInBar(HWND window)
+{
+    RECT bar{};
+    ::GetClientRect(window, &bar);
+    ::MapWindowPoints(window, nullptr, reinterpret_cast<POINT*>(&bar), 2);
+    bar.bottom = bar.top - 2;
+    bar.top -= 17;
+    return ScreenPicture(bar).Columns(kBetweenWords);
+}
+
+HWND OpenDialog(const ViewerProcess& viewer, int command)
+{
+    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
+    HWND dialog = nullptr;
+    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+    return dialog;
+}
+
+/// Waits until two looks at the screen, some time apart, are the same, and the second is wanted.
+template <class Function>
+auto Settled(const Function& look)
+{
+    auto former = look();
+    CHECK(Eventually([&] {
+        auto now = look();
+        const bool is = now == former && !now.empty();
+        former = std::move(now);
+        return is;
+    }));
+    return former;
+}
+
+/// Whether the same things begin at the same places; on another ground letters may look wider.
+bool AreSame(const std::vector<InkSpan>& ones, const std::vector<InkSpan>& others)
+{
+    return std::ranges::equal(ones, others, [](const InkSpan& one, const InkSpan& other) {
+        return one.from == other.from && std::abs(one.to - other.to) <= 2;
+    });
+}
+
+/// What the two looks must have in common, taken of one of them.
+struct Places
+{
+    std::vector<InkSpan> bar;
+    std::vector<InkSpan> columns;
+    InkSpan level;             // what is chosen
+    InkSpan arrow;             // of the choice
+    InkSpan arrowRows;         // from the top of the choice
+    std::vector<InkSpan> rest; // names of buttons, and of columns of numbers
+};
+
+Places PlacesOf(const ViewerProcess& viewer, bool dark)
+{
+    Places places;
+    REQUIRE(Eventually([&] { // the menu bar comes last
+        RECT client{};
+        ::GetClientRect(viewer.Window(), &client);
+        POINT right{client.right - 20, -4};
+        ::ClientToScreen(viewer.Window(), &right);
+        const RECT place{right.x, right.y, right.x + 1, right.y + 1};
+        return (ScreenPicture(place).LightnessAt(0, 0) < 64) == dark;
+    }));
+    places.bar = Settled([&] { return NamesInBar(viewer.Window()); });
+    places.columns = Settled([&] { return NamesOf(HeaderOf(viewer.Child(ViewerProcess::kList))); });
+
+    const RECT choice = InsideOf(viewer.Child(ViewerProcess::kLevel));
+    const std::vector<InkSpan> choices =
+        Settled([&] { return ScreenPicture(choice).Columns(2 * kBetweenWords); });
+    REQUIRE(choices.size() == 2);
+    places.level = choices[0];
+    // Without the edge of the button that it stands on in the light look.
+    RECT button = choice;
+    button.left = choice.left + choices[1].Middle() - 5;
+    button.right = button.left + 10;
+    ::InflateRect(&button, 0, -3);
+    const std::vector<InkSpan> arrows =
+        Settled([&] { return ScreenPicture(button).Columns(kBetweenWords); });
+    REQUIRE(arrows.size() == 1);
+    const int left = static_cast<int>(button.left - choice.left);
+    places.arrow = {left + arrows[0].from, left + arrows[0].to};
+    places.arrowRows = ScreenPicture(button).Rows(kBetweenWords).at(0);
+
+    for (const int command : {kRules, kCalls})
+    {
+        const HWND dialog = OpenDialog(viewer, command);
+        for (HWND child = ::GetWindow(dialog, GW_CHILD); child;
+             child = ::GetWindow(child, GW_HWNDNEXT))
+        {
+            wchar_t type[32] = {};
+            ::GetClassNameW(child, type, 32);
+            const auto look = [&] { return ScreenPicture(InsideOf(child)); };
+            if (::lstrcmpiW(type, WC_BUTTONW) == 0)
+            {
+                const auto name = Settled([&] { return look().Columns(kBetweenWords); });
+                places.rest.insert(places.rest.end(), name.begin(), name.end());
+                places.rest.push_back(look().Rows(kBetweenWords).at(0));
+            }
+            if (::lstrcmpiW(type, WC_LISTVIEWW) == 0)
+            {
+                const auto names = Settled([&] { return NamesOf(HeaderOf(child)); });
+                places.rest.insert(places.rest.end(), names.begin(), names.end());
+            }
+        }
+        ::SendMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+        REQUIRE(Eventually([&] { return !::IsWindow(dialog); }));
+    }
+    return places;
+}
+} // namespace
+
+TEST_CASE("Viewer: all names stand at the same place in the dark look and in the light one",
+          "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const Places light = PlacesOf(viewer, false);
+    const DarkChoice choice;
+    ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
+    const Places dark = PlacesOf(viewer, true);
+    CAPTURE(light.bar, dark.bar, light.columns, dark.columns, light.rest, dark.rest);
+    CHECK(dark.bar.size() == 4);
+    CHECK(AreSame(dark.bar, light.bar));
+    CHECK(dark.columns.size() == 5);
+    CHECK(AreSame(dark.columns, light.columns));
+    CHECK(AreSame({dark.level}, {light.level}));
+    CHECK(std::abs(dark.arrow.Middle() - light.arrow.Middle()) <= 1);
+    CHECK(std::abs(dark.arrowRows.Middle() - light.arrowRows.Middle()) <= 1);
+    CHECK(dark.rest.size() > 12);
+    CHECK(AreSame(dark.rest, light.rest));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names and keys", "[tools]")
+{
+    const DarkChoice dark;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    HWND menu = nullptr;
+    std::vector<InkSpan> rows;
+    REQUIRE(Eventually([&] {
+        menu = OpenViewMenu(viewer.Window());
+        const bool isSeen = menu && Eventually(
+                                        [&] {
+                                            rows = ScreenPicture(InsideOf(menu)).Rows(1);
+                                            return rows.size() == 8; // six names and two lines
+                                        },
+                                        kLookMs);
+        if (!isSeen) // a window that comes to the front late covers its menu
+        {
+            ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+        }
+        return isSeen;
+    }));
+    const std::vector<InkSpan> names{rows[1], rows[3], rows[4], rows[5], rows[7]}; // but the chosen
+    const int pitch = names[2].Middle() - names[1].Middle();
+    CHECK(pitch >= names[1].to - names[1].from + 8);
+    CHECK(names[3].Middle() - names[2].Middle() == pitch);
+    const int withLine = names[1].Middle() - names[0].Middle();
+    CHECK(withLine > pitch + 4);
+    CHECK(names[4].Middle() - names[3].Middle() == withLine);
+    CHECK(std::abs(rows[2].Middle() - (names[0].Middle() + names[1].Middle()) / 2) <= 1);
+    CHECK(std::abs(rows[6].Middle() - (names[3].Middle() + names[4].Middle()) / 2) <= 1);
+
+    const RECT inside = InsideOf(menu);
+    const int width = static_cast<int>(inside.right - inside.left);
+    const auto wordsIn = [&](const InkSpan& row, int gap) {
+        RECT place = inside;
+        place.top = inside.top + row.from - 2;
+        place.bottom = inside.top + row.to + 2;
+        return ScreenPicture(place).Columns(gap);
+    };
+    for (const InkSpan& line : {rows[2], rows[6]})
+    {
+        CHECK(line.to - line.from == 1);
+        CHECK(wordsIn(line, 0) == std::vector<InkSpan>{{0, width}});
+    }
+    const std::vector<InkSpan> followed = wordsIn(names[0], kBetweenWords); // what is checked
+    REQUIRE(followed.size() > 2);
+    const InkSpan mark = followed[0];
+    const int left = followed[1].from;
+    CHECK(mark.from >= 4);
+    CHECK(mark.to - mark.from >= 9);
+    CHECK(mark.to + 4 <= left);
+    const int right = followed.back().to;
+    CHECK(width - right >= 6);
+    CHECK(width - right <= 12);
+    for (const std::size_t row : {1u, 2u, 3u, 4u})
+    {
+        const std::vector<InkSpan> words = wordsIn(names[row], 3 * kBetweenWords);
+        const bool hasKey = row == 1 || row == 4;
+        INFO("row " << row);
+        REQUIRE(words.size() == (hasKey ? 2u : 1u));
+        CHECK(words[0].from == left);
+        CHECK((!hasKey || std::abs(words[1].to - right) <= 1));
+        CHECK((!hasKey || words[1].from - words[0].to >= 24));
+    }
+    ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+    CHECK(viewer.Close() == 0);
+}
