@@ -254,9 +254,16 @@ TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them"
         REQUIRE(header);
     };
     open();
+    const auto lightnessOf = [&](UINT question) { // of what the list's texts are, or stand on
+        const auto color =
+            static_cast<COLORREF>(::SendMessageW(::GetDlgItem(dialog, list), question, 0, 0));
+        return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
+    };
     const auto is = [&](bool dark) {
         return Eventually([&] {
             return (LightnessAt(dialog, 2, 2) < 64) == dark &&
+                   (lightnessOf(LVM_GETTEXTCOLOR) > 150) == dark &&
+                   (lightnessOf(LVM_GETTEXTBKCOLOR) < 64) == dark &&
                    (LightnessAt(::GetDlgItem(dialog, list), 20, 60) < 64) == dark &&
                    (LightnessAt(header, 4, 3) < 64) == dark &&
                    (LightnessOfFace(::GetDlgItem(dialog, choice)) < 100) == dark &&

@@ -209,6 +209,22 @@ TEST_CASE("Viewer: the dialog opens a file, and says what is wrong with another 
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: it opens a file that somebody goes on writing", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    const std::wstring path = folder.File(L"trace.txt");
+    folder.Write(L"trace.txt", "2024-02-29 12:34:56.000789  4  ?  first\r\n");
+    const velt::UniqueFile writing(
+        ::CreateFileW(path.c_str(), GENERIC_WRITE | DELETE,
+                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                      OPEN_EXISTING, 0, nullptr));
+    REQUIRE(writing);
+    ViewerProcess reader(L"\"" + path + L"\"");
+    reader.AwaitFileWindow();
+    CHECK(reader.AwaitRows(1));
+    CHECK(reader.Close() == 0);
+}
+
 TEST_CASE("Viewer: what it cannot read of a file is told at the end", "[tools]")
 {
     const TempFolder folder(L"viewer");
