@@ -31,6 +31,26 @@ constexpr char kTrace[] = "2024-02-29 12:00:00.000000  4  h.exe (1)  A - enter\r
                           "2024-02-29 12:00:03.600000  3  h.exe (1)  message\r\n";
 } // namespace
 
+TEST_CASE("Viewer: to a call that is not shown any more it does not go", "[tools]")
+{
+    const TempFolder folder(L"viewer");
+    folder.Write(L"trace.txt", kTrace);
+    ViewerProcess viewer(L"\"" + folder.File(L"trace.txt") + L"\"");
+    viewer.AwaitFileWindow();
+    REQUIRE(viewer.AwaitRows(7));
+    Press(viewer.Window(), {VK_CONTROL, 'T'});
+    HWND dialog = nullptr;
+    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+    const HWND list = ::GetDlgItem(dialog, kCalls);
+    REQUIRE(Eventually([&] { return ::SendMessageW(list, LVM_GETITEMCOUNT, 0, 0) == 2; }));
+    viewer.Type(ViewerProcess::kFilter, L"message");
+    REQUIRE(viewer.AwaitRows(1));
+    ::PostMessageW(list, WM_KEYDOWN, VK_HOME, 0);
+    ::PostMessageW(::GetDlgItem(dialog, kGo), BM_CLICK, 0, 0);
+    CHECK(viewer.AwaitStatus(4, L"this record is not shown any more"));
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: the slowest calls of what is shown or selected", "[tools]")
 {
     const TempFolder folder(L"viewer");

@@ -3,6 +3,7 @@
 #include "tests/support/eventually.h"
 #include "tests/support/keyboard.h"
 
+#include <array>
 #include <stdexcept>
 #include <vector>
 
@@ -39,6 +40,26 @@ HWND OpenViewMenu(HWND window)
                (info.flags & (GUI_POPUPMENUMODE | GUI_INMENUMODE)) != 0;
     });
     return isOpen ? menu : nullptr;
+}
+
+void ClickAt(HWND window, const POINT& place)
+{
+    ::SetCursorPos(static_cast<int>(place.x), static_cast<int>(place.y));
+    const bool isThere = Eventually([&] {
+        POINT at{};
+        return ::GetCursorPos(&at) && at.x == place.x && at.y == place.y &&
+               ::WindowFromPoint(at) == window;
+    });
+    std::array<INPUT, 2> inputs{};
+    inputs[0].type = INPUT_MOUSE;
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].type = INPUT_MOUSE;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    if (!isThere || ::SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT)) !=
+                        inputs.size())
+    {
+        throw std::runtime_error("no mouse");
+    }
 }
 
 HWND FocusOf(HWND window) noexcept

@@ -14,6 +14,10 @@ void Press(HWND window, std::initializer_list<WORD> keys);
 /// down, or null when nothing does.
 HWND OpenViewMenu(HWND window);
 
+/// Clicks at a place of the screen where this window is, once the pointer is there. Throws
+/// std::runtime_error where the system takes no mouse.
+void ClickAt(HWND window, const POINT& place);
+
 /// The child of a window of another process that has the keyboard.
 HWND FocusOf(HWND window) noexcept;
 

@@ -207,6 +207,101 @@ TEST_CASE("Viewer: it follows the newest until one moves away", "[tools]")
     CHECK(isPressed());
 }
 
+TEST_CASE("Viewer: who moves in the list by any means wants to stay there", "[tools]")
+{
+    enum class Means
+    {
+        wheel,
+        scrollBar,
+        row,
+        up,
+        pageUp,
+    };
+    const Means means =
+        GENERATE(Means::wheel, Means::scrollBar, Means::row, Means::up, Means::pageUp);
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const HWND list = viewer.Child(ViewerProcess::kList);
+    const auto follows = [&] {
+        const HWND toolbar = viewer.Child(ViewerProcess::kToolbar);
+        return ::SendMessageW(toolbar, TB_ISBUTTONCHECKED, ViewerProcess::kFollowCommand, 0) != 0;
+    };
+    const auto top = [&] { return ::SendMessageW(list, LVM_GETTOPINDEX, 0, 0); };
+    for (int i = 0; i < 200; ++i)
+    {
+        SendRecord(viewer.Receiver(), "text");
+    }
+    REQUIRE(viewer.AwaitRows(200));
+    REQUIRE(
+        Eventually([&] { return top() + ::SendMessageW(list, LVM_GETCOUNTPERPAGE, 0, 0) >= 200; }));
+    Press(viewer.Window(), {VK_END});
+    CHECK(follows());
+    const LRESULT before = top();
+    RECT place{};
+    ::GetWindowRect(list, &place);
+    const int edge = ::GetSystemMetrics(SM_CXEDGE) + ::GetSystemMetrics(SM_CXVSCROLL) / 2;
+    const POINT middle{(place.left + place.right) / 2, (place.top + place.bottom) / 2};
+    switch (means)
+    {
+    case Means::wheel:
+        ::PostMessageW(list, WM_MOUSEWHEEL, MAKEWPARAM(0, WHEEL_DELTA),
+                       MAKELPARAM(middle.x, middle.y));
+        break;
+    case Means::scrollBar: // above what one drags
+        ClickAt(list, POINT{place.right - edge, middle.y});
+        break;
+    case Means::row:
+        ClickAt(list, middle);
+        break;
+    case Means::up:
+        Press(viewer.Window(), {VK_UP});
+        break;
+    case Means::pageUp:
+        Press(viewer.Window(), {VK_PRIOR});
+        break;
+    }
+    CHECK(Eventually([&] { return !follows(); }));
+    if (means == Means::wheel || means == Means::scrollBar)
+    {
+        CHECK(Eventually([&] { return top() < before; }));
+    }
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: in a field, one selects and copies what it says", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "wanted");
+    REQUIRE(viewer.AwaitRows(1));
+    const int field = GENERATE(ViewerProcess::kFilter, ViewerProcess::kDetails);
+    if (field == ViewerProcess::kFilter)
+    {
+        Press(viewer.Window(), {VK_CONTROL, 'F'});
+        viewer.Type(field, L"want");
+    }
+    else
+    {
+        Press(viewer.Window(), {VK_HOME});
+        REQUIRE(
+            Eventually([&] { return viewer.TextOf(field).find(L"wanted") != std::wstring::npos; }));
+        Press(viewer.Window(), {VK_TAB});
+    }
+    REQUIRE(Eventually([&] { return FocusOf(viewer.Window()) == viewer.Child(field); }));
+    const std::wstring text = viewer.TextOf(field);
+    Press(viewer.Window(), {VK_CONTROL, 'A'});
+    CHECK(Eventually([&] {
+        const auto selected =
+            static_cast<DWORD>(::SendMessageW(viewer.Child(field), EM_GETSEL, 0, 0));
+        return LOWORD(selected) == 0 && HIWORD(selected) == text.size();
+    }));
+    Press(viewer.Window(), {VK_CONTROL, 'C'});
+    CHECK(Eventually([&] { return ClipboardText() == text; }));
+    CHECK(::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_GETSELECTEDCOUNT, 0, 0) ==
+          (field == ViewerProcess::kFilter ? 0 : 1));
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: one reads a file from its start, unless one has something to follow", "[tools]")
 {
     const TempFolder folder(L"followed");

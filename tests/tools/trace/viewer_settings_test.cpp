@@ -108,6 +108,58 @@ TEST_CASE("Viewer: it remembers window, columns and filters, until told to forge
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: it remembers that it filled the screen, also while it was put away", "[tools]")
+{
+    const bool isPutAway = GENERATE(false, true);
+    {
+        ViewerProcess viewer;
+        viewer.AwaitWindow();
+        ::ShowWindowAsync(viewer.Window(), SW_MAXIMIZE);
+        REQUIRE(Eventually([&] { return ::IsZoomed(viewer.Window()) != FALSE; }));
+        if (isPutAway)
+        {
+            ::ShowWindowAsync(viewer.Window(), SW_MINIMIZE);
+            REQUIRE(Eventually([&] { return ::IsIconic(viewer.Window()) != FALSE; }));
+        }
+        REQUIRE(viewer.Close() == 0);
+    }
+    {
+        ViewerProcess viewer(L"", Program(), kKept);
+        viewer.AwaitWindow();
+        CHECK(::IsZoomed(viewer.Window()));
+        ::ShowWindowAsync(viewer.Window(), SW_RESTORE);
+        REQUIRE(Eventually([&] { return !::IsZoomed(viewer.Window()); }));
+        REQUIRE(viewer.Close() == 0);
+    }
+    ViewerProcess viewer(L"", Program(), kKept);
+    viewer.AwaitWindow();
+    CHECK_FALSE(::IsZoomed(viewer.Window()));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: who logs off finds it again as it was", "[tools]")
+{
+    int width = 0;
+    {
+        ViewerProcess viewer;
+        viewer.AwaitWindow();
+        width = WidthOf(viewer, 1);
+        ::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_SETCOLUMNWIDTH, 1, width + 33);
+        ::SendMessageW(viewer.Window(), WM_ENDSESSION, FALSE, 0); // somebody has objected
+        DWORD value = 0;
+        DWORD size = sizeof(value);
+        CHECK(::RegGetValueW(HKEY_CURRENT_USER, ViewerProcess::kSettings, L"ColumnWidths",
+                             RRF_RT_ANY, nullptr, nullptr, &size) == ERROR_FILE_NOT_FOUND);
+        ::SendMessageW(viewer.Window(), WM_ENDSESSION, TRUE, 0);
+        ::TerminateProcess(viewer.Process(), 1);
+        viewer.AwaitExit();
+    }
+    ViewerProcess viewer(L"", Program(), kKept);
+    viewer.AwaitWindow();
+    CHECK(WidthOf(viewer, 1) == width + 33);
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: what it cannot have remembered is as at first", "[tools]")
 {
     int width = 0;

@@ -16,6 +16,7 @@
 
 #include <catch.hpp>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,78 @@ TEST_CASE("Viewer: it shows what the component traces, and who does", "[tools]")
     CHECK(viewer.AwaitStatus(1, std::to_wstring(rows) + L" shown"));
     CHECK(viewer.AwaitStatus(2, L"none dropped"));
     CHECK(viewer.AwaitStatus(3, L"0 malformed"));
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: its parts share the window, however small", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const auto placeOf = [](HWND window) {
+        RECT place{};
+        ::GetWindowRect(window, &place);
+        return place;
+    };
+    const RECT first = placeOf(viewer.Window());
+    CHECK(first.right - first.left == 1100);
+    CHECK(first.bottom - first.top == 640);
+    for (const SIZE size : {SIZE{900, 700}, SIZE{100, 100}})
+    {
+        ::SetWindowPos(viewer.Window(), nullptr, 0, 0, static_cast<int>(size.cx),
+                       static_cast<int>(size.cy), SWP_NOMOVE | SWP_NOZORDER);
+        const RECT whole = placeOf(viewer.Window());
+        CHECK(whole.right - whole.left == std::max<LONG>(size.cx, 640));
+        CHECK(whole.bottom - whole.top == std::max<LONG>(size.cy, 320));
+        RECT client{};
+        ::GetClientRect(viewer.Window(), &client);
+        ::MapWindowPoints(viewer.Window(), nullptr, reinterpret_cast<POINT*>(&client), 2);
+        LONG bottom = client.top; // of what is above
+        for (const int child : {ViewerProcess::kToolbar, ViewerProcess::kList,
+                                ViewerProcess::kDetails, ViewerProcess::kStatus})
+        {
+            INFO("child " << child << " of a window of " << size.cx);
+            const RECT place = placeOf(viewer.Child(child));
+            CHECK(place.left == client.left);
+            CHECK(place.right == client.right);
+            if (child == ViewerProcess::kList) // the fields stand between
+            {
+                LONG fieldsBottom = bottom;
+                for (const int field :
+                     {ViewerProcess::kFilter, ViewerProcess::kLevel, ViewerProcess::kHighlight})
+                {
+                    const RECT of = placeOf(viewer.Child(field));
+                    CHECK(of.top >= bottom);
+                    CHECK(of.right <= client.right);
+                    fieldsBottom = std::max(fieldsBottom, of.bottom);
+                }
+                CHECK(place.top >= fieldsBottom);
+            }
+            else
+            {
+                CHECK(place.top == bottom);
+            }
+            CHECK(place.bottom > place.top);
+            bottom = place.bottom;
+        }
+        CHECK(bottom == client.bottom);
+    }
+    CHECK(viewer.Close() == 0);
+}
+
+TEST_CASE("Viewer: it stays while a dialog of its own asks something", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kOpenCommand, 0);
+    HWND dialog = nullptr;
+    REQUIRE(Eventually([&] {
+        return (dialog = DialogOf(viewer.Id())) != nullptr && !::IsWindowEnabled(viewer.Window());
+    }));
+    ::SendMessageW(viewer.Window(), WM_CLOSE, 0, 0);
+    CHECK(::IsWindow(viewer.Window()));
+    CHECK(::IsWindow(dialog));
+    ::PostMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+    REQUIRE(Eventually([&] { return !::IsWindow(dialog); }));
     CHECK(viewer.Close() == 0);
 }
 
