@@ -114,6 +114,29 @@ TEST_CASE("Viewer: the list of filters says what each does", "[tools]")
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: the fields show the filter that is chosen in the list", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const Rules rules(viewer);
+    rules.Fill(4, L"a*", L"3", L"from", L"by"); // green
+    rules.Push(Rules::kAdd);
+    rules.Fill(1, L"b"); // hide
+    rules.Push(Rules::kAdd);
+    const auto fields = [&] {
+        return Texts{rules.TextOf(Rules::kKind), rules.TextOf(Rules::kText),
+                     rules.TextOf(Rules::kLevel), rules.TextOf(Rules::kSource),
+                     rules.TextOf(Rules::kProcess)};
+    };
+    ::PostMessageW(rules.List(), WM_KEYDOWN, VK_HOME, 0);
+    CHECK(Eventually([&] {
+        return fields() == Texts{L"Highlight green", L"a*", L"3", L"from", L"by"};
+    }));
+    ::PostMessageW(rules.List(), WM_KEYDOWN, VK_END, 0);
+    CHECK(Eventually([&] { return fields() == Texts{L"Hide", L"b", L"", L"", L""}; }));
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", "[tools]")
 {
     ViewerProcess viewer;
