@@ -51,8 +51,8 @@ fuzz() {
     }
     # Of a target that a fault has ended, the last line with a number is the best there is.
     local inputs took
-    inputs=$(grep -oE '^(#|Done )[0-9]+' "$log" | tail -n 1 | grep -oE '[0-9]+' || echo 0)
-    took=$(grep -oE '[0-9]+ second\(s\)$' "$log" | tail -n 1 | grep -oE '[0-9]+' || echo '')
+    inputs=$(grep -aoE '^(#|Done )[0-9]+' "$log" | tail -n 1 | grep -oE '[0-9]+' || echo 0)
+    took=$(grep -aoE '[0-9]+ second\(s\)$' "$log" | tail -n 1 | grep -oE '[0-9]+' || echo '')
     local before
     before=$(ls "$seeds" | wc -l)
     if [ -n "$keep" ]; then

@@ -84,8 +84,13 @@ int ScreenPicture::LightnessAt(int x, int y) const
 
 std::vector<InkSpan> ScreenPicture::Columns(int gap) const
 {
-    return SpansOf(m_width, gap, [this](int x) {
-        for (int y = 0; y < m_height; ++y)
+    return Columns(gap, {0, m_height});
+}
+
+std::vector<InkSpan> ScreenPicture::Columns(int gap, const InkSpan& rows) const
+{
+    return SpansOf(m_width, gap, [&](int x) {
+        for (int y = rows.from; y < rows.to; ++y)
         {
             if (StandsOut(x, y))
             {

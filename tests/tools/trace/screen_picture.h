@@ -35,9 +35,19 @@ public:
     /// 0 to 255.
     int LightnessAt(int x, int y) const;
 
-    /// Where columns, or rows, have pixels that stand out of the ground, which is what most pixels
-    /// are. What is no further apart than `gap` is one.
+    bool operator==(const ScreenPicture&) const = default;
+
+    int Width() const noexcept
+    {
+        return m_width;
+    }
+
+    /// Where columns, of all rows or some, have pixels that stand out of the ground, which is what
+    /// most pixels of the picture are. What is no further apart than `gap` is one.
     std::vector<InkSpan> Columns(int gap) const;
+    std::vector<InkSpan> Columns(int gap, const InkSpan& rows) const;
+
+    /// The same of rows.
     std::vector<InkSpan> Rows(int gap) const;
 
 private:

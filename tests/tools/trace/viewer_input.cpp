@@ -29,17 +29,22 @@ void Press(HWND window, std::initializer_list<WORD> keys)
 
 HWND OpenViewMenu(HWND window)
 {
-    Press(window, {VK_MENU, 'V'});
+    constexpr DWORD kPatienceMs = 3'000;
     HWND menu = nullptr;
-    const bool isOpen = Eventually([&] {
+    const auto isOpen = [&] {
         menu = ::FindWindowW(L"#32768", nullptr);
         GUITHREADINFO info{};
         info.cbSize = sizeof(info);
         ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
         return menu && ::IsWindowVisible(menu) &&
                (info.flags & (GUI_POPUPMENUMODE | GUI_INMENUMODE)) != 0;
+    };
+    const bool isThere = Eventually([&] { // where keys are lost, a user presses once more
+        ::SendMessageW(window, WM_CANCELMODE, 0, 0);
+        Press(window, {VK_MENU, 'V'});
+        return Eventually(isOpen, kPatienceMs);
     });
-    return isOpen ? menu : nullptr;
+    return isThere ? menu : nullptr;
 }
 
 void ClickAt(HWND window, const POINT& place)

@@ -10,8 +10,8 @@ namespace velt::test
 /// Presses keys together, as a keyboard does, once the window is in front.
 void Press(HWND window, std::initializer_list<WORD> keys);
 
-/// Opens the menu View of a viewer by its letter; the first item is chosen then. Returns what drops
-/// down, or null when nothing does.
+/// Opens the menu View of a viewer by its letter, once more where it is open; the first item is
+/// chosen then. Returns what drops down, or null when nothing does.
 HWND OpenViewMenu(HWND window);
 
 /// Clicks at a place of the screen where this window is, once the pointer is there. Throws

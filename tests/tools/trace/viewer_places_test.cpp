@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,7 @@ constexpr int kRules = 213; // commands
 constexpr int kCalls = 220;
 constexpr int kBetweenWords = 4; // pixels
 constexpr DWORD kLookMs = 2000;
+constexpr DWORD kBetweenLooksMs = 50;
 
 /// A control without its edge.
 RECT InsideOf(HWND control)
@@ -75,6 +77,7 @@ auto Settled(const Function& look)
 {
     auto former = look();
     CHECK(Eventually([&] {
+        ::Sleep(kBetweenLooksMs);
         auto now = look();
         const bool is = now == former && !now.empty();
         former = std::move(now);
@@ -189,20 +192,21 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
     ViewerProcess viewer;
     viewer.AwaitWindow();
     HWND menu = nullptr;
+    std::optional<ScreenPicture> picture;
     std::vector<InkSpan> rows;
     REQUIRE(Eventually([&] {
         menu = OpenViewMenu(viewer.Window());
-        const bool isSeen = menu && Eventually(
-                                        [&] {
-                                            rows = ScreenPicture(InsideOf(menu)).Rows(1);
-                                            return rows.size() == 8; // six names and two lines
-                                        },
-                                        kLookMs);
-        if (!isSeen) // a window that comes to the front late covers its menu
-        {
-            ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
-        }
-        return isSeen;
+        // A window that comes to the front late covers its menu.
+        return menu && Eventually(
+                           [&] {
+                               const auto former = picture;
+                               ::Sleep(kBetweenLooksMs);
+                               picture.emplace(InsideOf(menu));
+                               rows = picture->Rows(1);
+                               return rows.size() == 8 && // six names and two lines
+                                      picture == former;
+                           },
+                           kLookMs);
     }));
     const std::vector<InkSpan> names{rows[1], rows[3], rows[4], rows[5], rows[7]}; // but the chosen
     const int pitch = names[2].Middle() - names[1].Middle();
@@ -214,20 +218,13 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
     CHECK(std::abs(rows[2].Middle() - (names[0].Middle() + names[1].Middle()) / 2) <= 1);
     CHECK(std::abs(rows[6].Middle() - (names[3].Middle() + names[4].Middle()) / 2) <= 1);
 
-    const RECT inside = InsideOf(menu);
-    const int width = static_cast<int>(inside.right - inside.left);
-    const auto wordsIn = [&](const InkSpan& row, int gap) {
-        RECT place = inside;
-        place.top = inside.top + row.from - 2;
-        place.bottom = inside.top + row.to + 2;
-        return ScreenPicture(place).Columns(gap);
-    };
     for (const InkSpan& line : {rows[2], rows[6]})
     {
         CHECK(line.to - line.from == 1);
-        CHECK(wordsIn(line, 0) == std::vector<InkSpan>{{0, width}});
+        CHECK(picture->Columns(0, line) == std::vector<InkSpan>{{0, picture->Width()}});
     }
-    const std::vector<InkSpan> followed = wordsIn(names[0], kBetweenWords); // what is checked
+    // Of what is checked.
+    const std::vector<InkSpan> followed = picture->Columns(kBetweenWords, names[0]);
     REQUIRE(followed.size() > 2);
     const InkSpan mark = followed[0];
     const int left = followed[1].from;
@@ -235,11 +232,11 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
     CHECK(mark.to - mark.from >= 9);
     CHECK(mark.to + 4 <= left);
     const int right = followed.back().to;
-    CHECK(width - right >= 6);
-    CHECK(width - right <= 12);
+    CHECK(picture->Width() - right >= 6);
+    CHECK(picture->Width() - right <= 12);
     for (const std::size_t row : {1u, 2u, 3u, 4u})
     {
-        const std::vector<InkSpan> words = wordsIn(names[row], 3 * kBetweenWords);
+        const std::vector<InkSpan> words = picture->Columns(3 * kBetweenWords, names[row]);
         const bool hasKey = row == 1 || row == 4;
         INFO("row " << row);
         REQUIRE(words.size() == (hasKey ? 2u : 1u));
