@@ -86,11 +86,13 @@ auto Settled(const Function& look)
     return former;
 }
 
-/// Whether the same things begin at the same places; on another ground letters may look wider.
-bool AreSame(const std::vector<InkSpan>& ones, const std::vector<InkSpan>& others)
+/// Whether the same things begin at the same places, but for so many pixels; on another ground
+/// letters may look wider.
+bool AreSame(const std::vector<InkSpan>& ones, const std::vector<InkSpan>& others, int room)
 {
-    return std::ranges::equal(ones, others, [](const InkSpan& one, const InkSpan& other) {
-        return one.from == other.from && std::abs(one.to - other.to) <= 2;
+    return std::ranges::equal(ones, others, [room](const InkSpan& one, const InkSpan& other) {
+        return std::abs(one.from - other.from) <= room &&
+               std::abs(one.to - other.to) <= std::max(room, 2);
     });
 }
 
@@ -173,16 +175,26 @@ TEST_CASE("Viewer: all names stand at the same place in the dark look and in the
     const DarkChoice choice;
     ::SendMessageW(viewer.Window(), WM_SETTINGCHANGE, 0, 0);
     const Places dark = PlacesOf(viewer, true);
+    REQUIRE(dark.columns.size() == 5);
+    REQUIRE(light.columns.size() == 5);
+    const int margin = dark.columns[0].from;
+    CHECK(margin >= 3); // of the six pixels, three are no part of the picture
+    CHECK(margin <= 4);
+    const bool isLikeOurs = light.columns[0].from == margin;
+    const int room = isLikeOurs ? 0 : 8;
+    if (!isLikeOurs)
+    {
+        WARN("the system's theme has other margins: names may stand some pixels apart");
+    }
     CAPTURE(light.bar, dark.bar, light.columns, dark.columns, light.rest, dark.rest);
     CHECK(dark.bar.size() == 4);
-    CHECK(AreSame(dark.bar, light.bar));
-    CHECK(dark.columns.size() == 5);
-    CHECK(AreSame(dark.columns, light.columns));
-    CHECK(AreSame({dark.level}, {light.level}));
-    CHECK(std::abs(dark.arrow.Middle() - light.arrow.Middle()) <= 1);
-    CHECK(std::abs(dark.arrowRows.Middle() - light.arrowRows.Middle()) <= 1);
+    CHECK(AreSame(dark.bar, light.bar, room));
+    CHECK(AreSame(dark.columns, light.columns, room));
+    CHECK(AreSame({dark.level}, {light.level}, room));
+    CHECK(std::abs(dark.arrow.Middle() - light.arrow.Middle()) <= room + 1);
+    CHECK(std::abs(dark.arrowRows.Middle() - light.arrowRows.Middle()) <= room + 1);
     CHECK(dark.rest.size() > 12);
-    CHECK(AreSame(dark.rest, light.rest));
+    CHECK(AreSame(dark.rest, light.rest, room));
     CHECK(viewer.Close() == 0);
 }
 
