@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <new>
@@ -537,6 +539,33 @@ TEST_CASE("UTrace: with flag bit 2 the time comes before the indentation", "[fou
     const Texts texts = traced.Take();
     REQUIRE(texts.size() == 1);
     CHECK_THAT(texts[0], Catch::Matches("[0-9]+:[0-9]{1,2}:[0-9]{1,2}\\.[0-9]{3} :   message"));
+}
+
+TEST_CASE("UTrace: the time of a line goes with the clock", "[foundation]")
+{
+    Traced traced;
+    UTrace::TraceSetFlags(4);
+    const auto milliseconds = [&] {
+        UTrace::TraceLevel1("message");
+        const Texts texts = traced.Take();
+        REQUIRE(texts.size() == 1);
+        unsigned hours = 0; // of 40 minutes
+        unsigned minutes = 0;
+        unsigned seconds = 0;
+        unsigned rest = 0;
+        REQUIRE(std::sscanf(texts[0].c_str(), "%u:%u:%u.%u", &hours, &minutes, &seconds, &rest) ==
+                4);
+        return ((hours * 40LL + minutes) * 60 + seconds) * 1000 + rest;
+    };
+    const auto start = std::chrono::steady_clock::now();
+    const long long first = milliseconds();
+    ::Sleep(1'100); // to another second
+    const long long passed = milliseconds() - first;
+    const auto most = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now() - start)
+                          .count();
+    CHECK(passed >= 1'050);
+    CHECK(passed <= most + 50);
 }
 
 TEST_CASE("UTrace: a viewer that was not looked for is looked for by the next line", "[foundation]")

@@ -142,8 +142,10 @@ TEST_CASE("TraceFileReader: CSV that is damaged is counted, not guessed", "[tool
 TEST_CASE("TraceFileReader: a quotation mark that stays open takes one line only", "[tools]")
 {
     const std::string start(kStart);
+    const std::string cut = GENERATE_COPY(as<std::string>(), start + ",?,4,,\"cut", "\"cut");
+    const std::string between = GENERATE("\r\n", "\n\n");
     const Outcome outcome =
-        ReadIn(std::string(kCsvHeading) + start + ",?,4,,\"cut\r\n" + start + ",?,4,,good\r\n", 8);
+        ReadIn(std::string(kCsvHeading) + cut + between + start + ",?,4,,good\r\n", 8);
     CHECK(outcome.unread == 1);
     REQUIRE(outcome.records.size() == 1);
     CHECK(outcome.records[0].text == "good");

@@ -494,3 +494,41 @@ TEST_CASE("Viewer: with high contrast its colours are the system's, also in the 
     CHECK(draw.clrText == ::GetSysColor(COLOR_HOTLIGHT));
     ::DestroyWindow(parent);
 }
+
+TEST_CASE("Viewer: failures, details and what is malformed have colours of their own", "[tools]")
+{
+    const HWND parent =
+        ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    NoReceiverEvents events;
+    velt::TraceSession session(events, {}, velt::TraceSession::Kind::files);
+    velt::TraceView view(session.Store());
+    const velt::TraceMarks marks;
+    for (const std::int32_t level : {-1, 0, 1, 2, 3, 4, 9})
+    {
+        velt::TraceEntry entry;
+        entry.level = level;
+        entry.text = "text";
+        session.Add(entry, "");
+    }
+    velt::TraceEntry malformed;
+    malformed.fault = velt::TraceRecordFault::tooShort;
+    session.Add(malformed, "");
+    view.Advance(8);
+    velt::RecordList list(parent, session, view, marks);
+    const velt::WindowLook look(96);
+    list.SetLook(look);
+    NMLVCUSTOMDRAW draw{};
+    draw.nmcd.hdr = {list.Window(), 0, static_cast<UINT>(NM_CUSTOMDRAW)};
+    draw.nmcd.dwDrawStage = CDDS_ITEMPREPAINT;
+    std::vector<COLORREF> seen;
+    for (DWORD_PTR row = 0; row < 8; ++row)
+    {
+        draw.nmcd.dwItemSpec = row;
+        CHECK(list.OnNotify(draw.nmcd.hdr, reinterpret_cast<LPARAM>(&draw)) == CDRF_NEWFONT);
+        seen.push_back(draw.clrText);
+    }
+    const velt::Palette& of = look.Colors();
+    CHECK(seen == std::vector<COLORREF>{of.error, of.error, of.error, of.detail, of.detail, of.text,
+                                        of.text, of.malformed});
+    ::DestroyWindow(parent);
+}
