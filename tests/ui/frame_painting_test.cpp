@@ -1,3 +1,4 @@
+#include "tests/support/gui_usage.h"
 #include "tests/ui/frame_scene.h"
 
 #include <catch.hpp>
@@ -199,6 +200,26 @@ TEST_CASE("WM_SIZE: a copy that fails leaves the other parts of the skin to be d
         CHECK(shown.Count(RGB(0, 0, 0), left) ==
               (left.right - left.left) * (left.bottom - left.top));
         CHECK(WrongPixels(dialog.Window(), ExpectedSkin(TEST_SKIN, 200, 150), {left}) == 0);
+    });
+}
+
+TEST_CASE("WM_SIZE: an outline that the window does not take is given back", "[ui]")
+{
+    using RegionPatch = ImportPatch<"SetWindowRgn", decltype(::SetWindowRgn)>;
+    TestDialog dialog(TEST_DIALOG_BARE, TEST_SKIN, true);
+    dialog.Show([&] {
+        const RegionPatch region("user32.dll", [](HWND, HRGN, BOOL) { return 0; });
+        const auto size = [&] {
+            ::SendMessageW(dialog.Window(), WM_SIZE, SIZE_RESTORED, MAKELPARAM(100, 80));
+        };
+        size();
+        const std::size_t before = CurrentGuiUsage().gdiObjects;
+        for (int i = 0; i < 20; ++i)
+        {
+            size();
+        }
+        CHECK(region.Calls() > 20);
+        CHECK(CurrentGuiUsage().gdiObjects <= before);
     });
 }
 

@@ -57,6 +57,30 @@ TEST_CASE("RowSearch: the nearest row on either side, and around the end", "[too
     CHECK_FALSE(FindRow(store, TraceView(store), "hit", 0, SearchDirection::backward));
 }
 
+TEST_CASE("RowSearch: rows that the store has dropped meanwhile are not looked at", "[tools]")
+{
+    TraceStore store({16, std::size_t{1} << 20});
+    const auto add = [&](int count, const char* text) {
+        for (int i = 0; i < count; ++i)
+        {
+            TraceEntry entry;
+            entry.text = text;
+            store.Append(entry);
+        }
+    };
+    add(4, "hit");
+    add(12, "miss");
+    TraceView view(store);
+    view.Advance(16);
+    RowSearch search(store, view, TextPattern("hit"), std::nullopt, SearchDirection::forward);
+    add(8, "hit"); // which the view knows nothing of
+    REQUIRE(store.First() >= 4);
+    while (!search.Look(2))
+    {
+    }
+    CHECK_FALSE(search.Found());
+}
+
 TEST_CASE("RowSearch: another filter meanwhile does not change what is found", "[tools]")
 {
     TraceStore store;

@@ -4,6 +4,7 @@
 #include "tests/support/component_library.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
+#include "tests/support/process_usage.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/no_receiver_events.h"
 #include "tools/trace/arrival_queue.h"
@@ -79,6 +80,23 @@ std::string ProcessOf(const velt::TraceSession& session, std::size_t entry)
     return std::string(session.Process(session.Store().At(entry)));
 }
 } // namespace
+
+TEST_CASE("TraceStore: what is cleared takes no memory", "[tools]")
+{
+    constexpr std::size_t kBytes = std::size_t{64} << 20;
+    velt::TraceStore store;
+    const std::string text(65'535, 'x');
+    velt::TraceEntry entry;
+    entry.text = text;
+    const std::size_t before = CurrentUsage().privateBytes;
+    while (store.Size() * text.size() < kBytes)
+    {
+        store.Append(entry);
+    }
+    REQUIRE(CurrentUsage().privateBytes >= before + kBytes);
+    store.Clear();
+    CHECK(CurrentUsage().privateBytes < before + kBytes / 8);
+}
 
 TEST_CASE("TraceSession: a sender that says who it is is opened once, and nobody is looked for",
           "[tools]")
