@@ -12,6 +12,7 @@
 #include <catch.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <stdexcept>
@@ -371,6 +372,41 @@ TEST_CASE("velt fetch: credentials are sent to a server that asks for them", "[t
     result = RunVelt({L"fetch", Url(L"/private/"), L"--user", L"user", L"--password", L"wrong"});
     CHECK(result.exitCode == 1);
     CHECK(result.output.empty());
+}
+
+TEST_CASE("velt fetch: a server may ask for credentials five times, and once more elsewhere",
+          "[tools]")
+{
+    const auto [asks, isRedirected] = GENERATE(table<int, bool>({
+        {5, false},
+        {5, true},
+        {6, false},
+        {6, true},
+    }));
+    std::atomic<int> asked = 0;
+    const HttpServer server([&, asks = asks, isRedirected = isRedirected](HttpExchange& exchange) {
+        if (isRedirected && exchange.Request().starts_with("GET / "))
+        {
+            exchange.Send(HttpAnswer("302 Found", "", "Location: /elsewhere\r\n"));
+        }
+        else if (asked < asks)
+        {
+            ++asked;
+            exchange.Send(
+                HttpAnswer("401 Unauthorized", "no", "WWW-Authenticate: Basic realm=\"it\"\r\n"));
+        }
+        else
+        {
+            exchange.Send(HttpAnswer("200 OK", "private"));
+        }
+    });
+    const ProgramResult result =
+        RunVelt({L"fetch", L"http://127.0.0.1:" + std::to_wstring(server.Port()) + L"/", L"--user",
+                 L"user", L"--password", L"secret"});
+    INFO(asks << " times, " << (isRedirected ? "elsewhere: " : "there: ") << result.messages);
+    for (const std::string& r : server.Requests())
+        CHECK(result.exitCode == (asks == 5 ? 0 : 1));
+    CHECK(result.output == (asks == 5 ? "private" : ""));
 }
 
 TEST_CASE("velt fetch: credentials in a URL are used unless others are given", "[tools]")
