@@ -64,8 +64,7 @@ RecordList::RecordList(HWND parent, const TraceSession& session, TraceView& view
     for (std::size_t i = 0; i < kColumns.size(); ++i)
     {
         LVCOLUMNW column{};
-        column.mask = LVCF_TEXT | LVCF_WIDTH | LVCF_SUBITEM;
-        column.cx = kColumns[i].width;
+        column.mask = LVCF_TEXT | LVCF_SUBITEM; // a look gives the width
         column.pszText = const_cast<wchar_t*>(kColumns[i].name);
         column.iSubItem = static_cast<int>(i);
         ListView_InsertColumn(m_window, static_cast<int>(i), &column);

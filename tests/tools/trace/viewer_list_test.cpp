@@ -295,8 +295,11 @@ TEST_CASE("Viewer: in a field, one selects and copies what it says", "[tools]")
             static_cast<DWORD>(::SendMessageW(viewer.Child(field), EM_GETSEL, 0, 0));
         return LOWORD(selected) == 0 && HIWORD(selected) == text.size();
     }));
-    Press(viewer.Window(), {VK_CONTROL, 'C'});
-    CHECK(Eventually([&] { return ClipboardText() == text; }));
+    CHECK(Eventually([&] { // a field does not wait for us to close the clipboard
+        constexpr DWORD kPatienceMs = 2'000;
+        Press(viewer.Window(), {VK_CONTROL, 'C'});
+        return Eventually([&] { return ClipboardText() == text; }, kPatienceMs);
+    }));
     CHECK(::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_GETSELECTEDCOUNT, 0, 0) ==
           (field == ViewerProcess::kFilter ? 0 : 1));
     CHECK(viewer.Close() == 0);

@@ -385,6 +385,7 @@ TEST_CASE("velt fetch: a server may ask for credentials five times, and once mor
     }));
     std::atomic<int> asked = 0;
     const HttpServer server([&, asks = asks, isRedirected = isRedirected](HttpExchange& exchange) {
+        exchange.KeepOpen(); // one that was closed is asked once more
         if (isRedirected && exchange.Request().starts_with("GET / "))
         {
             exchange.Send(HttpAnswer("302 Found", "", "Location: /elsewhere\r\n"));
@@ -404,8 +405,7 @@ TEST_CASE("velt fetch: a server may ask for credentials five times, and once mor
         RunVelt({L"fetch", L"http://127.0.0.1:" + std::to_wstring(server.Port()) + L"/", L"--user",
                  L"user", L"--password", L"secret"});
     INFO(asks << " times, " << (isRedirected ? "elsewhere: " : "there: ") << result.messages);
-    for (const std::string& r : server.Requests())
-        CHECK(result.exitCode == (asks == 5 ? 0 : 1));
+    CHECK(result.exitCode == (asks == 5 ? 0 : 1));
     CHECK(result.output == (asks == 5 ? "private" : ""));
 }
 

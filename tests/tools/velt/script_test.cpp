@@ -264,6 +264,25 @@ TEST_CASE("velt script: reads standard input", "[tools]")
     CHECK(RunVelt({L"script", folder.File(L"none.js")}).output == "True \n");
 }
 
+TEST_CASE("velt script: a line of standard input is whole, however long", "[tools]")
+{
+    const TempFolder folder(L"script");
+    folder.Write(L"long.js", "WScript.Echo(WScript.StdIn.ReadLine().length,"
+                             " WScript.StdIn.ReadLine(), WScript.StdIn.ReadAll().length)");
+    folder.Write(L"input.txt",
+                 std::string(10'000, 'x') + "\r\nshort\r\n" + std::string(20'000, 'y'));
+    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+    const velt::UniqueFile input(::CreateFileW(folder.File(L"input.txt").c_str(), GENERIC_READ,
+                                               FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0,
+                                               nullptr));
+    REQUIRE(input);
+    const ProgramResult result =
+        ProgramRun({L"script", folder.File(L"long.js")}, VeltProgram(), nullptr, 0, input.Get())
+            .Wait();
+    CHECK(result.messages.empty());
+    CHECK(result.output == "10000 short 20000\n");
+}
+
 TEST_CASE("velt script: what is typed comes line by line, until Ctrl+Z", "[tools]")
 {
     const OwnConsole console;
