@@ -10,7 +10,9 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 import soak  # noqa: E402
 
-STEADY = {"private": 40_000_000, "heap_pages": 500_000, "heap": 400_000, "blocks": 900, "handles": 60, "gdi": 40, "windows": 3}
+STEADY = {
+    "private": 40_000_000, "heap_pages": 500_000, "heap": 400_000, "blocks": 900, "handles": 60, "gdi": 40, "windows": 3
+}  # fmt: skip
 
 
 def lines_of(count=60, step=4_000, **columns):

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -67,7 +66,8 @@ std::size_t CountHandles(DWORD processId)
 
 /// Adds what a process has of its own, and what of it is in allocations of its heaps. Counted page
 /// by page, because not every system keeps the sum.
-void CountPages(HANDLE process, const std::set<const void*>& heapAllocations, ProcessUsage& usage)
+void CountPages(HANDLE process, const std::vector<const void*>& heapAllocations,
+                ProcessUsage& usage)
 {
     MEMORY_BASIC_INFORMATION region{};
     const char* at = nullptr;
@@ -76,8 +76,10 @@ void CountPages(HANDLE process, const std::set<const void*>& heapAllocations, Pr
         if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
         {
             usage.privateBytes += region.RegionSize;
-            usage.heapPages +=
-                heapAllocations.contains(region.AllocationBase) ? region.RegionSize : 0;
+            const bool isHeaps =
+                std::binary_search(heapAllocations.begin(), heapAllocations.end(),
+                                   static_cast<const void*>(region.AllocationBase));
+            usage.heapPages += isHeaps ? region.RegionSize : 0;
         }
         at = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
         if (!at)
@@ -94,11 +96,18 @@ std::vector<HANDLE> Heaps()
     return heaps;
 }
 
-/// What a walk through heaps has seen.
+/// What a walk through heaps has seen. The room is there before: who walks a heap must not change
+/// it.
 struct HeapBlocks
 {
+    HeapBlocks()
+    {
+        constexpr std::size_t kMostAllocations = 16'384;
+        allocations.reserve(kMostAllocations);
+    }
+
     std::size_t bytes = 0; // of blocks in use
-    std::set<const void*> allocations;
+    std::vector<const void*> allocations;
 };
 
 /// Adds the blocks of a heap.
@@ -106,6 +115,7 @@ void CountBlocks(HANDLE heap, HeapBlocks& blocks)
 {
     PROCESS_HEAP_ENTRY entry{};
     MEMORY_BASIC_INFORMATION region{};
+    bool isKept = true;
     ::HeapLock(heap);
     while (::HeapWalk(heap, &entry))
     {
@@ -118,10 +128,18 @@ void CountBlocks(HANDLE heap, HeapBlocks& blocks)
         if ((data < start || data >= start + region.RegionSize) &&
             ::VirtualQuery(data, &region, sizeof(region)) != 0)
         {
-            blocks.allocations.insert(region.AllocationBase);
+            isKept = isKept && blocks.allocations.size() < blocks.allocations.capacity();
+            if (isKept)
+            {
+                blocks.allocations.push_back(region.AllocationBase);
+            }
         }
     }
     ::HeapUnlock(heap);
+    if (!isKept)
+    {
+        throw std::runtime_error("the heaps have more allocations than are counted");
+    }
 }
 } // namespace
 
@@ -132,6 +150,7 @@ ProcessUsage CurrentUsage()
     {
         CountBlocks(heap, blocks);
     }
+    std::sort(blocks.allocations.begin(), blocks.allocations.end());
     ProcessUsage usage{0, blocks.bytes, CountHandles(::GetCurrentProcessId()), 0};
     CountPages(::GetCurrentProcess(), blocks.allocations, usage);
     return usage;

@@ -31,6 +31,8 @@ public:
     static constexpr int kPauseCommand = 206;
     static constexpr int kFollowCommand = 207;
     static constexpr int kOpenCommand = 212;
+    static constexpr int kRulesCommand = 213; // filters and highlights
+    static constexpr int kCallsCommand = 220; // slowest calls
 
     /// Where it keeps what it remembers, below the user's key.
     static constexpr wchar_t kSettings[] = L"Software\\Velt\\TraceViewer";

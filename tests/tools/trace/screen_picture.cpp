@@ -35,6 +35,28 @@ std::vector<InkSpan> SpansOf(int length, int gap, const Function& isInk)
 }
 } // namespace
 
+int LightnessAt(const POINT& place)
+{
+    const HDC screen = ::GetDC(nullptr);
+    const COLORREF color = ::GetPixel(screen, static_cast<int>(place.x), static_cast<int>(place.y));
+    ::ReleaseDC(nullptr, screen);
+    return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
+}
+
+int LightnessAt(HWND window, int x, int y)
+{
+    POINT place{x, y};
+    ::ClientToScreen(window, &place);
+    return LightnessAt(place);
+}
+
+int LightnessOfMenu(HWND window, bool first)
+{
+    RECT client{};
+    ::GetClientRect(window, &client);
+    return LightnessAt(window, first ? 3 : static_cast<int>(client.right) - 20, -4);
+}
+
 ScreenPicture::ScreenPicture(const RECT& place)
     : m_width(static_cast<int>(place.right - place.left)),
       m_height(static_cast<int>(place.bottom - place.top))

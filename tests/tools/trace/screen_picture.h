@@ -26,6 +26,14 @@ struct InkSpan
     }
 };
 
+/// How light a place on the screen is, 0 to 255; the other one's is in a window's client area.
+int LightnessAt(const POINT& place);
+int LightnessAt(HWND window, int x, int y);
+
+/// The menu bar, which ends where the client area begins: at the first menu's name, or right of the
+/// last one.
+int LightnessOfMenu(HWND window, bool first);
+
 /// What is on the screen at a place, taken once.
 class ScreenPicture
 {

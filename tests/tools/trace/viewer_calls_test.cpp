@@ -38,9 +38,8 @@ TEST_CASE("Viewer: to a call that is not shown any more it does not go", "[tools
     ViewerProcess viewer(L"\"" + folder.File(L"trace.txt") + L"\"");
     viewer.AwaitFileWindow();
     REQUIRE(viewer.AwaitRows(7));
-    Press(viewer.Window(), {VK_CONTROL, 'T'});
-    HWND dialog = nullptr;
-    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+    const HWND dialog = OpenDialog(viewer, ViewerProcess::kCallsCommand);
+    REQUIRE(dialog);
     const HWND list = ::GetDlgItem(dialog, kCalls);
     REQUIRE(Eventually([&] { return ::SendMessageW(list, LVM_GETITEMCOUNT, 0, 0) == 2; }));
     viewer.Type(ViewerProcess::kFilter, L"message");

@@ -35,9 +35,9 @@ public:
     static constexpr int kSays = 410;
 
     explicit Rules(const ViewerProcess& viewer)
+        : m_window(OpenDialog(viewer, ViewerProcess::kRulesCommand))
     {
-        ::PostMessageW(viewer.Window(), WM_COMMAND, 213, 0);
-        REQUIRE(Eventually([&] { return (m_window = DialogOf(viewer.Id())) != nullptr; }));
+        REQUIRE(m_window);
     }
 
     HWND Window() const noexcept
@@ -86,7 +86,7 @@ public:
     }
 
 private:
-    HWND m_window = nullptr;
+    const HWND m_window;
 };
 } // namespace
 
@@ -368,7 +368,8 @@ TEST_CASE("Viewer: a million records are filtered while one types", "[tools]")
         viewer.Drop(folder.File(L"million.txt"));
     }
     viewer.Type(ViewerProcess::kFilter, L"return = 998");
-    ::PostMessageW(viewer.Window(), WM_COMMAND, 220, 0); // behind what was dropped
+    ::PostMessageW(viewer.Window(), WM_COMMAND, ViewerProcess::kCallsCommand,
+                   0); // behind what was dropped
     HWND calls = nullptr;
     REQUIRE(Eventually([&] { return (calls = DialogOf(viewer.Id())) != nullptr; }));
     CHECK(viewer.Status(4) == L"opening million.txt");

@@ -90,6 +90,14 @@ HWND DialogOf(DWORD processId, HWND other)
     return nullptr;
 }
 
+HWND OpenDialog(const ViewerProcess& viewer, int command)
+{
+    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
+    HWND dialog = nullptr;
+    Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; });
+    return dialog;
+}
+
 HWND NameFile(DWORD processId, const std::wstring& path, HWND other)
 {
     constexpr int kNameField = 0x47C;    // cmb13: a combo box, with an edit field inside

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/viewer_process.h"
+
 #include <windows.h>
 
 #include <initializer_list>
@@ -23,6 +25,10 @@ HWND FocusOf(HWND window) noexcept;
 
 /// A visible dialog of a process, but not this one; null when there is none.
 HWND DialogOf(DWORD processId, HWND other = nullptr);
+
+/// Carries a command of the viewer out that opens a dialog; returns the dialog, or null when it
+/// does not come.
+HWND OpenDialog(const ViewerProcess& viewer, int command);
 
 /// Names a file in the system's dialog for files, once it is there, and confirms; returns the
 /// dialog, or null when it does not come. `other` is another dialog of the process.

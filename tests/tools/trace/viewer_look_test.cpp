@@ -7,6 +7,7 @@
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/dark_choice.h"
 #include "tests/tools/trace/no_receiver_events.h"
+#include "tests/tools/trace/screen_picture.h"
 #include "tests/tools/trace/viewer_input.h"
 #include "tools/trace/record_list.h"
 #include "tools/trace/window_look.h"
@@ -18,6 +19,7 @@
 #include <catch.hpp>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,23 +27,6 @@ using namespace velt::test;
 
 namespace
 {
-/// How light a place on the screen is, 0 to 255.
-int LightnessAt(const POINT& place)
-{
-    const HDC screen = ::GetDC(nullptr);
-    const COLORREF color = ::GetPixel(screen, static_cast<int>(place.x), static_cast<int>(place.y));
-    ::ReleaseDC(nullptr, screen);
-    return (GetRValue(color) + GetGValue(color) + GetBValue(color)) / 3;
-}
-
-/// How light a place of a window is, 0 to 255.
-int LightnessAt(HWND window, int x, int y)
-{
-    POINT place{x, y};
-    ::ClientToScreen(window, &place);
-    return LightnessAt(place);
-}
-
 /// The face of a button or a choice: near its right edge, above what it says.
 int LightnessOfFace(HWND control)
 {
@@ -66,15 +51,6 @@ bool IsFramed(HWND control)
         }
     }
     return false;
-}
-
-/// The menu bar, which ends where the client area begins: at the first menu's name, or right of the
-/// last one.
-int LightnessOfMenu(HWND window, bool first)
-{
-    RECT client{};
-    ::GetClientRect(window, &client);
-    return LightnessAt(window, first ? 3 : static_cast<int>(client.right) - 20, -4);
 }
 
 /// As many dots an inch for programs that start while it lives.
@@ -194,6 +170,59 @@ void CheckNothingIsCut(HWND window, HFONT font)
         CHECK((text.empty() || there.cx >= needed.cx));
     }
 }
+
+/// A list of records in this program, which is asked how it draws them.
+class DrawnList
+{
+public:
+    DrawnList(const std::vector<velt::TraceEntry>& entries, const velt::WindowLook& look)
+    {
+        for (const velt::TraceEntry& entry : entries)
+        {
+            m_session.Add(entry, "");
+        }
+        m_view.Advance(entries.size());
+        m_list.SetLook(look);
+    }
+
+    DrawnList(const DrawnList&) = delete;
+    DrawnList& operator=(const DrawnList&) = delete;
+
+    ~DrawnList()
+    {
+        ::DestroyWindow(m_parent);
+    }
+
+    velt::RecordList& List() noexcept
+    {
+        return m_list;
+    }
+
+    /// What it answers when a row begins to be drawn.
+    LRESULT Draw(std::size_t row)
+    {
+        m_draw.nmcd.hdr = {m_list.Window(), 0, static_cast<UINT>(NM_CUSTOMDRAW)};
+        m_draw.nmcd.dwDrawStage = CDDS_ITEMPREPAINT;
+        m_draw.nmcd.dwItemSpec = row;
+        return m_list.OnNotify(m_draw.nmcd.hdr, reinterpret_cast<LPARAM>(&m_draw)).value_or(-1);
+    }
+
+    /// Of the text of the row that was drawn last.
+    COLORREF Color() const noexcept
+    {
+        return m_draw.clrText;
+    }
+
+private:
+    const HWND m_parent =
+        ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    NoReceiverEvents m_events;
+    velt::TraceSession m_session{m_events, {}, velt::TraceSession::Kind::files};
+    velt::TraceView m_view{m_session.Store()};
+    const velt::TraceMarks m_marks;
+    velt::RecordList m_list{m_parent, m_session, m_view, m_marks};
+    NMLVCUSTOMDRAW m_draw{};
+};
 } // namespace
 
 TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]")
@@ -237,19 +266,17 @@ TEST_CASE("Viewer: dark or light, as the user has chosen for programs", "[tools]
 
 TEST_CASE("Viewer: its dialogs are dark or light, too, with all that is in them", "[tools]")
 {
-    static constexpr int kCallsCommand = 220;
-    static constexpr int kRulesCommand = 213;
     const auto [command, list, choice, button] = GENERATE(table<int, int, int, int>({
-        {kRulesCommand, 401, 402, IDCANCEL},
-        {kCallsCommand, 421, 422, 424},
+        {ViewerProcess::kRulesCommand, 401, 402, IDCANCEL},
+        {ViewerProcess::kCallsCommand, 421, 422, 424},
     }));
     ViewerProcess viewer;
     viewer.AwaitWindow();
     HWND dialog = nullptr;
     HWND header = nullptr;
     const auto open = [&] {
-        ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
-        REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+        dialog = OpenDialog(viewer, command);
+        REQUIRE(dialog);
         header = reinterpret_cast<HWND>(::SendDlgItemMessageW(dialog, list, LVM_GETHEADER, 0, 0));
         REQUIRE(header);
     };
@@ -434,11 +461,10 @@ TEST_CASE("Viewer: on a screen with many dots an inch nothing is cut off", "[too
     shell.lfHeight = -::MulDiv(8, dpi, 72);
     ::lstrcpyW(shell.lfFaceName, L"MS Shell Dlg");
     const velt::UniqueFont font(::CreateFontIndirectW(&shell));
-    for (const int command : {213, 220}) // filters and highlights, slowest calls
+    for (const int command : {ViewerProcess::kRulesCommand, ViewerProcess::kCallsCommand})
     {
-        ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
-        HWND dialog = nullptr;
-        REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
+        const HWND dialog = OpenDialog(viewer, command);
+        REQUIRE(dialog);
         CheckNothingIsCut(dialog, font.Get());
         ::PostMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
         REQUIRE(Eventually([&] { return !::IsWindow(dialog); }));
@@ -469,66 +495,34 @@ TEST_CASE("Viewer: with high contrast its colours are the system's, also in the 
         CHECK(std::find(systems.begin(), systems.end(), color) != systems.end());
     }
 
-    const HWND parent =
-        ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
-    NoReceiverEvents events;
-    velt::TraceSession session(events, {}, velt::TraceSession::Kind::files);
-    velt::TraceView view(session.Store());
-    const velt::TraceMarks marks;
     velt::TraceEntry entry;
     entry.level = 1;
     entry.text = "failed";
-    session.Add(entry, "");
-    view.Advance(1);
-    velt::RecordList list(parent, session, view, marks);
-    list.SetLook(look);
-    NMLVCUSTOMDRAW draw{};
-    draw.nmcd.hdr = {list.Window(), 0, static_cast<UINT>(NM_CUSTOMDRAW)};
-    draw.nmcd.dwDrawStage = CDDS_ITEMPREPAINT;
-    const auto answer = [&] {
-        return list.OnNotify(draw.nmcd.hdr, reinterpret_cast<LPARAM>(&draw));
-    };
-    CHECK(answer() == CDRF_DODEFAULT);
-    list.SetHighlight(velt::TextPattern("failed"));
-    CHECK(answer() == CDRF_NEWFONT);
-    CHECK(draw.clrText == ::GetSysColor(COLOR_HOTLIGHT));
-    ::DestroyWindow(parent);
+    DrawnList list({entry}, look);
+    CHECK(list.Draw(0) == CDRF_DODEFAULT);
+    list.List().SetHighlight(velt::TextPattern("failed"));
+    CHECK(list.Draw(0) == CDRF_NEWFONT);
+    CHECK(list.Color() == ::GetSysColor(COLOR_HOTLIGHT));
 }
 
 TEST_CASE("Viewer: failures, details and what is malformed have colours of their own", "[tools]")
 {
-    const HWND parent =
-        ::CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
-    NoReceiverEvents events;
-    velt::TraceSession session(events, {}, velt::TraceSession::Kind::files);
-    velt::TraceView view(session.Store());
-    const velt::TraceMarks marks;
+    std::vector<velt::TraceEntry> entries;
     for (const std::int32_t level : {-1, 0, 1, 2, 3, 4, 9})
     {
-        velt::TraceEntry entry;
-        entry.level = level;
-        entry.text = "text";
-        session.Add(entry, "");
+        entries.emplace_back().level = level;
     }
-    velt::TraceEntry malformed;
-    malformed.fault = velt::TraceRecordFault::tooShort;
-    session.Add(malformed, "");
-    view.Advance(8);
-    velt::RecordList list(parent, session, view, marks);
+    entries.emplace_back().fault = velt::TraceRecordFault::tooShort;
     const velt::WindowLook look(96);
-    list.SetLook(look);
-    NMLVCUSTOMDRAW draw{};
-    draw.nmcd.hdr = {list.Window(), 0, static_cast<UINT>(NM_CUSTOMDRAW)};
-    draw.nmcd.dwDrawStage = CDDS_ITEMPREPAINT;
+    DrawnList list(entries, look);
     std::vector<COLORREF> seen;
-    for (DWORD_PTR row = 0; row < 8; ++row)
+    for (std::size_t row = 0; row < entries.size(); ++row)
     {
-        draw.nmcd.dwItemSpec = row;
-        CHECK(list.OnNotify(draw.nmcd.hdr, reinterpret_cast<LPARAM>(&draw)) == CDRF_NEWFONT);
-        seen.push_back(draw.clrText);
+        CHECK(list.Draw(row) == CDRF_NEWFONT);
+        seen.push_back(list.Color());
     }
     const velt::Palette& of = look.Colors();
+    CHECK(std::set<COLORREF>{of.error, of.detail, of.text, of.malformed}.size() == 4);
     CHECK(seen == std::vector<COLORREF>{of.error, of.error, of.error, of.detail, of.detail, of.text,
                                         of.text, of.malformed});
-    ::DestroyWindow(parent);
 }

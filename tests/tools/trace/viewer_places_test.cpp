@@ -23,8 +23,6 @@ using namespace velt::test;
 
 namespace
 {
-constexpr int kRules = 213; // commands
-constexpr int kCalls = 220;
 constexpr int kBetweenWords = 4; // pixels
 constexpr DWORD kLookMs = 2000;
 constexpr DWORD kBetweenLooksMs = 50;
@@ -61,14 +59,6 @@ std::vector<InkSpan> NamesInBar(HWND window)
     bar.bottom = bar.top - 2;
     bar.top -= 17;
     return ScreenPicture(bar).Columns(kBetweenWords);
-}
-
-HWND OpenDialog(const ViewerProcess& viewer, int command)
-{
-    ::PostMessageW(viewer.Window(), WM_COMMAND, static_cast<WPARAM>(command), 0);
-    HWND dialog = nullptr;
-    REQUIRE(Eventually([&] { return (dialog = DialogOf(viewer.Id())) != nullptr; }));
-    return dialog;
 }
 
 /// Waits until two looks at the screen, some time apart, are the same, and the second is wanted.
@@ -111,12 +101,7 @@ Places PlacesOf(const ViewerProcess& viewer, bool dark)
 {
     Places places;
     REQUIRE(Eventually([&] { // the menu bar comes last
-        RECT client{};
-        ::GetClientRect(viewer.Window(), &client);
-        POINT right{client.right - 20, -4};
-        ::ClientToScreen(viewer.Window(), &right);
-        const RECT place{right.x, right.y, right.x + 1, right.y + 1};
-        return (ScreenPicture(place).LightnessAt(0, 0) < 64) == dark;
+        return (LightnessOfMenu(viewer.Window(), false) < 64) == dark;
     }));
     places.bar = Settled([&] { return NamesInBar(viewer.Window()); });
     places.columns = Settled([&] { return NamesOf(HeaderOf(viewer.Child(ViewerProcess::kList))); });
@@ -138,9 +123,10 @@ Places PlacesOf(const ViewerProcess& viewer, bool dark)
     places.arrow = {left + arrows[0].from, left + arrows[0].to};
     places.arrowRows = ScreenPicture(button).Rows(kBetweenWords).at(0);
 
-    for (const int command : {kRules, kCalls})
+    for (const int command : {ViewerProcess::kRulesCommand, ViewerProcess::kCallsCommand})
     {
         const HWND dialog = OpenDialog(viewer, command);
+        REQUIRE(dialog);
         for (HWND child = ::GetWindow(dialog, GW_CHILD); child;
              child = ::GetWindow(child, GW_HWNDNEXT))
         {

@@ -146,10 +146,8 @@ TEST_CASE("Viewer: who logs off finds it again as it was", "[tools]")
         width = WidthOf(viewer, 1);
         ::SendMessageW(viewer.Child(ViewerProcess::kList), LVM_SETCOLUMNWIDTH, 1, width + 33);
         ::SendMessageW(viewer.Window(), WM_ENDSESSION, FALSE, 0); // somebody has objected
-        DWORD value = 0;
-        DWORD size = sizeof(value);
         CHECK(::RegGetValueW(HKEY_CURRENT_USER, ViewerProcess::kSettings, L"ColumnWidths",
-                             RRF_RT_ANY, nullptr, nullptr, &size) == ERROR_FILE_NOT_FOUND);
+                             RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_FILE_NOT_FOUND);
         ::SendMessageW(viewer.Window(), WM_ENDSESSION, TRUE, 0);
         ::TerminateProcess(viewer.Process(), 1);
         viewer.AwaitExit();

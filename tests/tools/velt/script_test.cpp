@@ -24,6 +24,21 @@ ProgramResult RunScript(const wchar_t* name, const std::string& text,
     arguments.insert(arguments.begin(), {L"script", folder.File(name)});
     return RunVelt(arguments);
 }
+
+/// Runs a script with a file's content as its standard input.
+ProgramResult RunScriptWithInput(const wchar_t* name, const std::string& text,
+                                 const std::string& input)
+{
+    const TempFolder folder(L"script");
+    folder.Write(name, text);
+    folder.Write(L"input.txt", input);
+    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
+    const velt::UniqueFile file(::CreateFileW(folder.File(L"input.txt").c_str(), GENERIC_READ,
+                                              FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0,
+                                              nullptr));
+    REQUIRE(file);
+    return ProgramRun({L"script", folder.File(name)}, VeltProgram(), nullptr, 0, file.Get()).Wait();
+}
 } // namespace
 
 TEST_CASE("velt script: runs JScript and VBScript with their arguments", "[tools]")
@@ -235,8 +250,7 @@ TEST_CASE("velt script: named and unnamed arguments", "[tools]")
 
 TEST_CASE("velt script: reads standard input", "[tools]")
 {
-    const TempFolder folder(L"script");
-    folder.Write(
+    const ProgramResult result = RunScriptWithInput(
         L"i.js",
         "var i = WScript.StdIn;"
         "WScript.Echo(i.AtEndOfStream, i.Line, i.Column, i.ReadLine(), i.Line);"
@@ -245,40 +259,25 @@ TEST_CASE("velt script: reads standard input", "[tools]")
         "WScript.Echo('[' + i.ReadAll() + ']', i.AtEndOfStream);"
         "try { i.ReadLine(); } catch (e) { WScript.Echo(e.number & 0xFFFF); }"
         "try { i.Write('x'); } catch (e) { WScript.Echo(e.number & 0xFFFF); }"
-        "try { WScript.StdOut.ReadLine(); } catch (e) { WScript.Echo(e.number & 0xFFFF); }");
-    folder.Write(L"input.txt", "\xEF\xBB\xBF"
-                               "first \xC3\xA4\r\nabc\nskipped\n\xE2\x82\xACx\nlast\nof all");
-    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-    const velt::UniqueFile input(::CreateFileW(folder.File(L"input.txt").c_str(), GENERIC_READ,
-                                               FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0,
-                                               nullptr));
-    REQUIRE(input);
-    const ProgramResult result =
-        ProgramRun({L"script", folder.File(L"i.js")}, VeltProgram(), nullptr, 0, input.Get())
-            .Wait();
+        "try { WScript.StdOut.ReadLine(); } catch (e) { WScript.Echo(e.number & 0xFFFF); }",
+        "\xEF\xBB\xBF"
+        "first \xC3\xA4\r\nabc\nskipped\n\xE2\x82\xACx\nlast\nof all");
     CHECK(result.messages.empty());
     CHECK(result.exitCode == 0);
     CHECK(result.output == "False 1 1 first \xC3\xA4 2\nabc 4 True []\nx\n"
                            "[last\nof all] True\n62\n54\n54\n");
-    folder.Write(L"none.js", "WScript.Echo(WScript.StdIn.AtEndOfStream, WScript.StdIn.ReadAll())");
-    CHECK(RunVelt({L"script", folder.File(L"none.js")}).output == "True \n");
+    CHECK(
+        RunScript(L"none.js", "WScript.Echo(WScript.StdIn.AtEndOfStream, WScript.StdIn.ReadAll())")
+            .output == "True \n");
 }
 
 TEST_CASE("velt script: a line of standard input is whole, however long", "[tools]")
 {
-    const TempFolder folder(L"script");
-    folder.Write(L"long.js", "WScript.Echo(WScript.StdIn.ReadLine().length,"
-                             " WScript.StdIn.ReadLine(), WScript.StdIn.ReadAll().length)");
-    folder.Write(L"input.txt",
-                 std::string(10'000, 'x') + "\r\nshort\r\n" + std::string(20'000, 'y'));
-    SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-    const velt::UniqueFile input(::CreateFileW(folder.File(L"input.txt").c_str(), GENERIC_READ,
-                                               FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0,
-                                               nullptr));
-    REQUIRE(input);
     const ProgramResult result =
-        ProgramRun({L"script", folder.File(L"long.js")}, VeltProgram(), nullptr, 0, input.Get())
-            .Wait();
+        RunScriptWithInput(L"long.js",
+                           "WScript.Echo(WScript.StdIn.ReadLine().length,"
+                           " WScript.StdIn.ReadLine(), WScript.StdIn.ReadAll().length)",
+                           std::string(10'000, 'x') + "\r\nshort\r\n" + std::string(20'000, 'y'));
     CHECK(result.messages.empty());
     CHECK(result.output == "10000 short 20000\n");
 }
