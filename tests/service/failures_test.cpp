@@ -123,9 +123,18 @@ TEST_CASE("The service: a text that cannot be allocated is out of memory", "[ser
     CHECK(f.service->GetDomain(&out) == E_OUTOFMEMORY);
     CHECK(f.service->StartService() == E_OUTOFMEMORY);
     const LONG before = none.Calls();
+    const auto told = [&] {
+        const std::vector<TraceRecorder::Message> messages = f.trace.Messages();
+        return std::count_if(messages.begin(), messages.end(), [](const auto& message) {
+            return message.thread == ::GetCurrentThreadId() &&
+                   message.text.starts_with("failed: 0x8007000E ");
+        });
+    };
+    const std::ptrdiff_t toldBefore = told();
     CHECK(f.service->GetServiceTag(&out) == S_OK); // a step of it that fails
     CHECK(none.Calls() > before);
     CHECK(out == PoisonText());
+    CHECK(told() == toldBefore + 1);
 }
 
 TEST_CASE("Notify: without memory for its text nobody is told", "[service]")

@@ -52,6 +52,24 @@ constexpr const char* kUnseenByElevated =
     "velt: programs that run elevated do not see a user's registration; velt register by an "
     "administrator registers for the machine\n";
 
+/// A file that says that it is a library for the other kind of processor.
+void WriteOtherEdition(const TempFolder& folder, const wchar_t* name)
+{
+    constexpr WORD kMachine = kIs64Bit ? IMAGE_FILE_MACHINE_I386 : IMAGE_FILE_MACHINE_AMD64;
+    struct
+    {
+        IMAGE_DOS_HEADER start;
+        DWORD signature;
+        IMAGE_FILE_HEADER header;
+    } image{};
+    image.start.e_magic = IMAGE_DOS_SIGNATURE;
+    image.start.e_lfanew = sizeof(image.start);
+    image.signature = IMAGE_NT_SIGNATURE;
+    image.header.Machine = kMachine;
+    image.header.Characteristics = IMAGE_FILE_EXECUTABLE_IMAGE | IMAGE_FILE_DLL;
+    folder.Write(name, {reinterpret_cast<const char*>(&image), sizeof(image)});
+}
+
 /// velt register where it registers for the user.
 ProgramResult RegisterForUser(const std::vector<std::wstring>& arguments)
 {
@@ -329,6 +347,16 @@ TEST_CASE("velt status: what is registered for the other edition is told, and no
     result = RunVelt({L"status"});
     CHECK(result.exitCode == 1);
     CHECK(result.output.find("(0x800700C1); register the copy") != std::string::npos);
+    const TempFolder folder(L"status");
+    WriteOtherEdition(folder, L"other.dll");
+    write(folder.File(L"other.dll"));
+    result = RunVelt({L"status"});
+    CHECK(result.output.find("\nok       " + other +
+                             velt::Utf8FromWide(folder.File(L"other.dll"))) != std::string::npos);
+    CHECK(result.output.find(std::string(": not tried; ") + (kIs64Bit ? "32" : "64") +
+                             "-bit velt status does\n") != std::string::npos);
+    result = RunVelt({L"status", L"--json"});
+    CHECK(result.output.find("\"own\":false,\"creatable\":null") != std::string::npos);
     ::RegCloseKey(key);
     ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, (std::wstring(kClassKey) + L"\\InprocServer32").c_str(),
                       kEdition.otherView, 0);
