@@ -195,6 +195,30 @@ TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", 
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: filters that somebody has changed in the list are remembered", "[tools]")
+{
+    const bool byOption = GENERATE(false, true); // one of them was at first
+    CAPTURE(byOption);
+    {
+        ViewerProcess viewer(byOption ? L"--exclude noise" : L"");
+        viewer.AwaitWindow();
+        const Rules rules(viewer);
+        rules.Fill(1, L"hidden"); // hide
+        rules.Push(Rules::kAdd);
+        REQUIRE(rules.Count() == (byOption ? 2 : 1));
+        REQUIRE(viewer.Close() == 0);
+    }
+    ViewerProcess viewer(L"", ShippedFile(L"velt-trace.exe"), ViewerProcess::Memory::kept);
+    viewer.AwaitWindow();
+    SendRecord(viewer.Receiver(), "hidden");
+    SendRecord(viewer.Receiver(), "noise");
+    SendRecord(viewer.Receiver(), "shown");
+    const Texts expected = byOption ? Texts{L"shown"} : Texts{L"noise", L"shown"};
+    CHECK(viewer.AwaitRows(static_cast<int>(expected.size())));
+    CHECK(viewer.Texts() == expected);
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: a filter that names nothing, or a wrong level, is not taken", "[tools]")
 {
     ViewerProcess viewer;

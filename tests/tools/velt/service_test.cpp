@@ -22,6 +22,9 @@ const std::string kOneUpdate = "[agent]\r\nconnected=1\r\nwanted=1\r\n[updates]\
 const std::string kNoUpdate = "[agent]\r\nconnected=1\r\n";
 const std::string kEvent = "self_upgrade {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\n";
 
+const std::wstring kAgentServerKey =
+    L"Software\\Classes\\CLSID\\{D8F219B9-D0C0-470C-8210-74650E79D3DC}\\LocalServer32";
+
 bool Contains(const std::string& text, const std::string& part)
 {
     return text.find(part) != text.npos;
@@ -138,9 +141,7 @@ TEST_CASE("velt status: the update agent, and whether its file is there", "[tool
     CHECK(Contains(result.output, "\nagentInstalled: yes\nagent: "));
     CHECK(Contains(result.output, "\nok       the update agent is "));
     CHECK(agent.Calls().empty()); // it was not started
-    const std::wstring server =
-        L"Software\\Classes\\CLSID\\{D8F219B9-D0C0-470C-8210-74650E79D3DC}\\LocalServer32";
-    const MachineDefault gone(server, L"\"C:\\no where\\agent.exe\" -x");
+    const MachineDefault gone(kAgentServerKey, L"\"C:\\no where\\agent.exe\" -x");
     result = RunVelt({L"status"});
     CHECK(result.exitCode == 1);
     CHECK(Contains(result.output,
@@ -148,6 +149,27 @@ TEST_CASE("velt status: the update agent, and whether its file is there", "[tool
     result = RunVelt({L"update", L"start", kProduct, L"3.0"});
     CHECK(result.exitCode == 1);
     CHECK(result.messages == "velt: the update agent's file is missing: C:\\no where\\agent.exe\n");
+}
+
+TEST_CASE("velt status: an update agent whose path has blanks and no quotation marks", "[tools]")
+{
+    const SampleAgentServer agent(kNoUpdate); // its registration is what changes
+    const TempFolder folder(L"agent");
+    for (const wchar_t* const name :
+         {L"the", L"the installed"}) // what it begins with is no program
+    {
+        REQUIRE(::CreateDirectoryW(folder.File(name).c_str(), nullptr));
+    }
+    const std::wstring program = folder.File(L"the installed\\update agent.exe");
+    const MachineDefault unquoted(kAgentServerKey, program + L" -x");
+    ProgramResult result = RunVelt({L"status"});
+    CHECK(result.exitCode == 1);
+    CHECK(Contains(result.output, "\nerror    the update agent's file is missing: " +
+                                      velt::Utf8FromWide(program) + " -x; "));
+    folder.Write(L"the installed\\update agent.exe", "MZ");
+    result = RunVelt({L"status"});
+    CHECK(result.exitCode == 0);
+    CHECK(Contains(result.output, "\nok       the update agent is "));
 }
 
 TEST_CASE("velt cookie: what is set is got by the next process", "[tools]")
