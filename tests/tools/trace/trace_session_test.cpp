@@ -1,6 +1,7 @@
 #include "tools/trace/trace_session.h"
 
 #include "foundation/trace_record.h"
+#include "foundation/unique_handle.h"
 #include "tests/support/component_library.h"
 #include "tests/support/eventually.h"
 #include "tests/support/import_patch.h"
@@ -21,6 +22,8 @@ using namespace velt::test;
 
 namespace
 {
+using SnapshotPatch = ImportPatch<"CreateToolhelp32Snapshot", decltype(::CreateToolhelp32Snapshot)>;
+
 /// What a session looks up of other processes, by process id.
 class Looks
 {
@@ -43,8 +46,6 @@ public:
 
 private:
     using OpenPatch = ImportPatch<"OpenProcess", decltype(::OpenProcess)>;
-    using SnapshotPatch =
-        ImportPatch<"CreateToolhelp32Snapshot", decltype(::CreateToolhelp32Snapshot)>;
 
     std::vector<DWORD> m_opened;
     std::size_t m_lists = 0;
@@ -96,6 +97,25 @@ TEST_CASE("TraceStore: what is cleared takes no memory", "[tools]")
     REQUIRE(CurrentUsage().privateBytes >= before + kBytes);
     store.Clear();
     CHECK(CurrentUsage().privateBytes < before + kBytes / 8);
+}
+
+TEST_CASE("TraceSession: who has sent is known once the look at the processes is done", "[tools]")
+{
+    NoReceiverEvents events;
+    velt::TraceSession session(events);
+    CHECK(session.KnowsSender()); // nobody has sent
+    const velt::UniqueKernelObject goOn(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const SnapshotPatch held("kernel32.dll", [&](DWORD flags, DWORD process) {
+        ::WaitForSingleObject(goOn.Get(), kWaitLimitMs);
+        return SnapshotPatch::Original(flags, process);
+    });
+    REQUIRE(SendRecord(::FindWindowW(velt::kTraceViewerClass, nullptr), "text"));
+    CHECK_FALSE(session.KnowsSender());
+    session.Drain(0); // does not wait for it
+    CHECK_FALSE(session.KnowsSender());
+    CHECK(session.Store().Size() == 1);
+    ::SetEvent(goOn.Get());
+    CHECK(Eventually([&] { return session.KnowsSender(); }));
 }
 
 TEST_CASE("TraceSession: a sender that says who it is is opened once, and nobody is looked for",

@@ -195,6 +195,36 @@ TEST_CASE("Viewer: several filters, each switched by itself, while it goes on", 
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: while filters change, the keyboard stays where it was", "[tools]")
+{
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const Rules rules(viewer);
+    rules.Fill(1, L"first");
+    rules.Push(Rules::kAdd);
+    REQUIRE(rules.Count() == 1);
+    const auto isAt = [&](int id) {
+        return Eventually([&] { return FocusOf(rules.Window()) == rules.Item(id); });
+    };
+    rules.Fill(1, L"second");
+    rules.Push(Rules::kChange);
+    CHECK(isAt(Rules::kChange));
+    CHECK(viewer.CellOf(rules.List(), 0, 1) == L"second");
+    rules.Push(Rules::kRemove); // cannot be used any more, nor can its neighbour
+    REQUIRE(rules.Count() == 0);
+    CHECK(FocusOf(rules.Window()) == rules.List());
+    CHECK_FALSE(::IsWindowEnabled(rules.Item(Rules::kRemove)));
+    rules.Fill(1, L"third");
+    ::SetForegroundWindow(rules.Window());
+    ::SendMessageW(rules.Window(), WM_NEXTDLGCTL,
+                   reinterpret_cast<WPARAM>(rules.Item(Rules::kText)), TRUE);
+    REQUIRE(isAt(Rules::kText));
+    ::SendMessageW(rules.Window(), WM_COMMAND, Rules::kAdd, 0); // as by the Enter key
+    REQUIRE(rules.Count() == 1);
+    CHECK(FocusOf(rules.Window()) == rules.Item(Rules::kText));
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: filters that somebody has changed in the list are remembered", "[tools]")
 {
     const bool byOption = GENERATE(false, true); // one of them was at first

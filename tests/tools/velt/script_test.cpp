@@ -196,7 +196,7 @@ TEST_CASE("velt script: the members that scripts expect of their host", "[tools]
         L"m.js",
         "WScript.StdOut.Write('a'); WScript.StdOut.Write(1); WScript.StdOut.WriteLine();"
         "WScript.StdOut.WriteLine('b'); WScript.StdOut.WriteBlankLines(2);"
-        "WScript.Echo(WScript.StdOut.Line, WScript.StdOut.Column);"
+        "WScript.Echo(WScript.StdOut.Line, WScript.StdOut.Column); WScript.Echo();"
         "WScript.StdErr.WriteLine('to the messages');"
         "WScript.Echo(WScript.Application.ScriptName, WScript.Name);"
         "WScript.Echo(WScript.FullName.toLowerCase() =="
@@ -204,7 +204,7 @@ TEST_CASE("velt script: the members that scripts expect of their host", "[tools]
         "WScript.Echo(parseFloat(WScript.Version) >= 5.6, WScript.VERSION == WScript.Version);");
     CHECK(result.exitCode == 0);
     CHECK(result.messages == "to the messages\n");
-    CHECK(result.output == "a1\nb\n\n\n5 1\nm.js velt\nTrue\nTrue True\n");
+    CHECK(result.output == "a1\nb\n\n\n5 1\n\nm.js velt\nTrue\nTrue True\n");
     result = RunScript(L"m.vbs", "WScript.StdOut.Write \"x\" & WScript.Version & vbCrLf\r\n"
                                  "WScript.StdErr.Write \"y\"\r\n");
     CHECK(result.exitCode == 0);

@@ -141,6 +141,11 @@ TEST_CASE("velt status: the update agent, and whether its file is there", "[tool
     CHECK(Contains(result.output, "\nagentInstalled: yes\nagent: "));
     CHECK(Contains(result.output, "\nok       the update agent is "));
     CHECK(agent.Calls().empty()); // it was not started
+    {
+        const MachineDefault nothing(kAgentServerKey, L"\"\" -x \"y\"");
+        CHECK(Contains(RunVelt({L"status"}).output,
+                       "\nerror    the update agent's file is missing: ; "));
+    }
     const MachineDefault gone(kAgentServerKey, L"\"C:\\no where\\agent.exe\" -x");
     result = RunVelt({L"status"});
     CHECK(result.exitCode == 1);
