@@ -338,6 +338,16 @@ TEST_CASE("CInternetFile: SetReadBufferSize refuses less than what was read of t
     CHECK(read.TakeReads() == Reads{{16, 16}});
 }
 
+TEST_CASE("CInternetFile: SetReadBufferSize keeps what is held, also a single byte", "[internet]")
+{
+    WatchedFile read(L"/body-8193");
+    REQUIRE(read.File().SetReadBufferSize(1));
+    CHECK(read.Read(0).empty()); // fills the buffer
+    REQUIRE(read.TakeReads() == Reads{{1, 1}});
+    REQUIRE(read.File().SetReadBufferSize(16));
+    CHECK(read.Read(8) == LargeBytes(0, 8));
+}
+
 TEST_CASE("CInternetFile: SetReadBufferSize to 0 takes the buffer away with what it holds",
           "[internet]")
 {

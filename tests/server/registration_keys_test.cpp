@@ -294,6 +294,24 @@ TEST_CASE("DllRegisterServer: for the machine, no entry of the caller's own is l
     }
 }
 
+TEST_CASE("DllRegisterServer: for the machine, keys that become empty at the caller go, too",
+          "[server]")
+{
+    const CleanRegistry clean;
+    for (const wchar_t* const name : {L"AppID", L"CLSID", L"Interface", L"TypeLib"})
+    {
+        const std::wstring key = std::wstring(kUserClasses) + L'\\' + name;
+        ::RegDeleteKeyW(HKEY_CURRENT_USER, key.c_str()); // if nothing is below it
+    }
+    const RegistryTree before = velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses);
+    {
+        const DeniedKey denied(HKEY_LOCAL_MACHINE, kUserClasses);
+        REQUIRE(Register() == S_OK); // for the user
+    }
+    CHECK(Register() == S_OK);
+    CHECK_TREE(velt::test::SnapshotRegistry(HKEY_CURRENT_USER, kUserClasses), before);
+}
+
 TEST_CASE("DllRegisterServer: for the machine, the other edition's entries of the caller stay",
           "[server]")
 {

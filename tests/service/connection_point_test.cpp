@@ -160,6 +160,7 @@ TEST_CASE("Connection points: they are enumerated", "[service]")
     REQUIRE(points->Clone(&clone) == S_OK);
     CHECK(points->Skip(1) == S_OK);
     CHECK(points->Skip(1) == S_FALSE);
+    CHECK(points->Skip(1) == S_FALSE); // it is still at the end
     CHECK(points->Next(0, found.data(), &fetched) == S_OK);
     ComPtr<IConnectionPoint> one;
     CHECK(clone->Next(1, &one, nullptr) == S_OK);
@@ -282,6 +283,7 @@ TEST_CASE("EnumConnections: hands out the sinks and their cookies", "[service]")
     ComPtr<IEnumConnections> clone;
     REQUIRE(connections->Clone(&clone) == S_OK);
     CHECK(connections->Skip(2) == S_FALSE);
+    CHECK(connections->Skip(1) == S_FALSE); // it is still at the end
     CHECK(clone->Next(1, data.data(), nullptr) == S_OK);
     CHECK(data[0].dwCookie == cookies[2]);
     data[0].pUnk->Release();
