@@ -3,6 +3,7 @@
 #include "service/velt_http_service.h"
 
 #include "service/apartment.h"
+#include "service/cookie_codec.h"
 #include "service/cookie_store.h"
 #include "tests/service/service_objects.h"
 #include "tests/service/worker_fixture.h"
@@ -63,6 +64,20 @@ struct FailureFixture
     const velt::UniqueBstr url = MakeBstr(L"http://failures.velt.example/");
     const velt::UniqueBstr text = MakeBstr(L"t");
 };
+
+constexpr wchar_t kManyCookies[] = L"http://many.velt.example/";
+
+/// The cookie of the safe store with "v" under the name "n", without its attributes.
+std::string SafeCookie()
+{
+    std::string cookie;
+    const SetCookieA patch("wininet.dll", [&](auto, auto, const char* data) {
+        cookie = std::string(data).substr(0, std::string(data).find(';'));
+        return TRUE;
+    });
+    velt::CookieStore().Write(kManyCookies, L"n", L"v");
+    return cookie;
+}
 
 HRESULT NoInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object)
 {
@@ -398,15 +413,7 @@ TEST_CASE("CookieStore: a store that refuses is told", "[service]")
 TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
 {
     FailureFixture f;
-    std::string ours;
-    {
-        const SetCookieA patch("wininet.dll", [&](auto, auto, const char* data) {
-            ours = std::string(data).substr(0, std::string(data).find(';'));
-            return TRUE;
-        });
-        velt::CookieStore().Write(L"http://many.velt.example/", L"n", L"v");
-    }
-    const std::string all = "big=" + std::string(50'000, 'x') + "; " + ours;
+    const std::string all = "big=" + std::string(50'000, 'x') + "; " + SafeCookie();
     // The platform tells the size it needs; one that keeps growing is given up.
     const bool grows = GENERATE(false, true);
     DWORD most = 0;
@@ -423,10 +430,32 @@ TEST_CASE("CookieStore: more cookies than expected are read whole", "[service]")
         return TRUE;
     });
     velt::CookieStore store;
-    CHECK((store.Read(L"http://many.velt.example/", L"n") == L"v") == !grows);
+    CHECK((store.Read(kManyCookies, L"n") == L"v") == !grows);
     CHECK(patch.Calls() < 20);
     CHECK(most <= 1 << 24); // bytes
     CHECK(f.trace.Count("InternetGetCookieA never has room enough", 1) == (grows ? 1 : 0));
+}
+
+TEST_CASE("CookieStore: cookies of 16 MiB are read, and no more", "[service]")
+{
+    constexpr DWORD kMost = 1 << 24;
+    constexpr DWORD kForOthers = 2 * velt::kMaxCookieBytes; // they write meanwhile
+    FailureFixture f;
+    const std::string all = SafeCookie();
+    const DWORD asked = kMost - kForOthers + GENERATE(0u, 1u);
+    const GetCookieA patch("wininet.dll", [&](auto, auto, char* text, DWORD* size) {
+        if (*size < asked)
+        {
+            *size = asked;
+            ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return FALSE;
+        }
+        std::memcpy(text, all.c_str(), all.size() + 1);
+        return TRUE;
+    });
+    const bool fits = asked + kForOthers <= kMost;
+    CHECK((velt::CookieStore().Read(kManyCookies, L"n") == L"v") == fits);
+    CHECK(patch.Calls() == (fits ? 2 : 1));
 }
 
 TEST_CASE("WriteData: a platform that refuses is told", "[service]")

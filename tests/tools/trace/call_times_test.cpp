@@ -54,6 +54,14 @@ TEST_CASE("CallTimes: total, own and longest by function", "[tools]")
                    });
 }
 
+TEST_CASE("CallTimes: a call may take no time, and none less", "[tools]")
+{
+    CHECK(TimesOf({{7, "A - enter"}, {7, "A - return"}}) ==
+          std::vector<CallTimes>{{"A", 1, 0, 0, 0, 100}});
+    CHECK(TimesOf({{7, "A - enter"}, {5, "A - return"}}) == // the clock was put back
+          std::vector<CallTimes>{{"A", 1, 0, 0, 0, 100}});
+}
+
 TEST_CASE("CallTimes: a function that calls itself counts each call", "[tools]")
 {
     CHECK(TimesOf(

@@ -34,4 +34,8 @@ TEST_CASE("NearestWord: a long word is near to nothing, and takes no time", "[to
     constexpr std::string_view kWords[] = {"status"};
     CHECK_FALSE(NearestWord(std::wstring(1'000'000, L's'), kWords));
     CHECK_FALSE(NearestWord(L"status", {}));
+    const std::string longest(40, 's');
+    const std::string_view words[] = {longest};
+    CHECK(NearestWord(std::wstring(40, L's'), words) == longest);
+    CHECK_FALSE(NearestWord(std::wstring(41, L's'), words));
 }
