@@ -1,15 +1,25 @@
 #include "foundation/wide_text.h"
 
 #include "foundation/system_exception.h"
+#include "tests/support/import_patch.h"
 
 #include <catch.hpp>
 
+#include <optional>
 #include <string>
 
 using velt::ExactNarrowFromWide;
 using velt::NarrowFromWide;
 using velt::Utf8FromWide;
+using velt::WideFromNarrow;
 using velt::WideFromUtf8;
+using velt::test::ImportPatch;
+
+namespace
+{
+using ToNarrow = ImportPatch<"WideCharToMultiByte", decltype(::WideCharToMultiByte)>;
+using ToWide = ImportPatch<"MultiByteToWideChar", decltype(::MultiByteToWideChar)>;
+} // namespace
 
 TEST_CASE("WideFromUtf8: texts come back as they went", "[foundation]")
 {
@@ -60,6 +70,38 @@ TEST_CASE("NarrowFromWide: an unknown code page throws the system's code", "[fou
     {
         CHECK(e.GetCode() == ERROR_INVALID_PARAMETER);
     }
+}
+
+TEST_CASE("NarrowFromWide, WideFromNarrow: a system that refuses throws its code", "[foundation]")
+{
+    const bool refusesSize = GENERATE(true, false); // or the conversion
+    const auto refuses = [&](int room) {
+        ::SetLastError(ERROR_NOACCESS);
+        return (room == 0) == refusesSize;
+    };
+    const ToNarrow narrow("kernel32.dll", [&](UINT codePage, DWORD flags, const wchar_t* text,
+                                              int length, char* to, int room, const char* other,
+                                              BOOL* used) {
+        return refuses(room)
+                   ? 0
+                   : ToNarrow::Original(codePage, flags, text, length, to, room, other, used);
+    });
+    const ToWide wide("kernel32.dll", [&](UINT codePage, DWORD flags, const char* text, int length,
+                                          wchar_t* to, int room) {
+        return refuses(room) ? 0 : ToWide::Original(codePage, flags, text, length, to, room);
+    });
+    DWORD code = 0;
+    const bool isNarrow = GENERATE(true, false);
+    try
+    {
+        isNarrow ? void(NarrowFromWide(L"abc", 1252)) : void(WideFromNarrow("abc", 1252));
+    }
+    catch (const SystemException::Win32& e)
+    {
+        code = e.GetCode();
+    }
+    CHECK(code == ERROR_NOACCESS);
+    CHECK(ExactNarrowFromWide(L"abc", 1252) == std::nullopt);
 }
 
 TEST_CASE("ExactNarrowFromWide: only what comes back as it went", "[foundation]")
