@@ -108,6 +108,19 @@ TEST_CASE("Notify: a sink that fails harms no other one", "[service]")
     CHECK(after.Count() == 2);
 }
 
+TEST_CASE("Notify: what a sink answers is given back", "[service]")
+{
+    const NotifyFixture f;
+    RecordingSink sink;
+    sink.AnswerItself();
+    Advise(f.service.Get(), &sink);
+    const LONG before = sink.References();
+    CHECK(Invoke(f.service.Get()) == S_OK);
+    CHECK(Invoke(f.service.Get()) == S_OK);
+    CHECK(sink.Count() == 2);
+    CHECK(sink.References() == before);
+}
+
 TEST_CASE("Notify: a sink that writes to its arguments harms no other one", "[service]")
 {
     const NotifyFixture f;

@@ -60,6 +60,13 @@ public:
         m_onRelease = std::move(function);
     }
 
+    /// Has each call answer with the sink as its result, which the caller then holds. Before it is
+    /// connected.
+    void AnswerItself() noexcept
+    {
+        m_answersItself = true;
+    }
+
     LONG References() const noexcept
     {
         return m_references;
@@ -125,7 +132,7 @@ public:
         return DISP_E_UNKNOWNNAME;
     }
 
-    STDMETHODIMP Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* parameters, VARIANT*,
+    STDMETHODIMP Invoke(DISPID member, REFIID, LCID, WORD, DISPPARAMS* parameters, VARIANT* result,
                         EXCEPINFO*, UINT*) override
     {
         Event event{::GetCurrentThreadId(), member, -1, {}};
@@ -140,12 +147,19 @@ public:
             const VeltAutoCriticalSection lock(&m_lock);
             m_events.push_back(std::move(event));
         }
+        if (m_answersItself)
+        {
+            result->vt = VT_DISPATCH;
+            result->pdispVal = this;
+            AddRef();
+        }
         return m_body ? m_body(parameters) : S_OK;
     }
 
 private:
     const std::function<HRESULT(DISPPARAMS*)> m_body;
     std::function<void()> m_onRelease;
+    bool m_answersItself = false;
     Microsoft::WRL::ComPtr<IUnknown> m_marshaler; // null when it is not agile
     VeltCriticalSection m_lock;
     std::vector<Event> m_events; // guarded by m_lock

@@ -373,6 +373,15 @@ TEST_CASE("Viewer: marks stay with their records", "[tools]")
     CHECK(focuses(0));
     Press(viewer.Window(), {VK_SHIFT, VK_F2});
     CHECK(focuses(3));
+    const auto follows = [&] {
+        const HWND toolbar = viewer.Child(ViewerProcess::kToolbar);
+        return ::SendMessageW(toolbar, TB_ISBUTTONCHECKED, ViewerProcess::kFollowCommand, 0) != 0;
+    };
+    viewer.Command(ViewerProcess::kFollowCommand);
+    REQUIRE(Eventually(follows));
+    Press(viewer.Window(), {VK_F2});
+    CHECK(focuses(0));
+    CHECK(Eventually([&] { return !follows(); })); // it would go away from the mark at once
     viewer.Type(ViewerProcess::kFilter, L"3");
     REQUIRE(viewer.AwaitRows(1));
     CHECK(isMarked(0));

@@ -18,6 +18,8 @@ TEST_CASE("NearestWord: one letter in three may be wrong, whatever it is that is
         {L"statuses", "status"},
         {L"fech", "fetch"},
         {L"gat", "get"},
+        {L"egt", "get"}, // two that changed places are one that is wrong
+        {L"gte", "get"},
         {L"et", "get"},
         {L"unregistr", "unregister"},
         {L"registr", "unregister"},
