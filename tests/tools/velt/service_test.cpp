@@ -212,9 +212,12 @@ TEST_CASE("velt cookie and safe: a wrong URL is wrong usage, not a name without 
 TEST_CASE("velt cookie: one that the store refuses is not kept, and that is said", "[tools]")
 {
     const std::wstring url = L"http://kept.velt.example/";
-    if (GENERATE(false, true)) // also where another one is
+    if (GENERATE(false, true)) // also where another one is, which outlives its process
     {
-        REQUIRE(RunVelt({L"cookie", L"set", url, L"other", L"1"}).exitCode == 0);
+        REQUIRE(
+            RunVelt({L"cookie", L"set", url, L"other", L"1; expires=Fri, 31-Dec-2038 00:00:00 GMT"})
+                .exitCode == 0);
+        REQUIRE(RunVelt({L"cookie", L"get", url}).output == "other=1\n");
     }
     const ProgramResult result =
         RunVelt({L"cookie", L"set", url, L"name", L"v; domain=other.example"});
