@@ -160,8 +160,8 @@ TEST_CASE("velt status: an update agent whose path has blanks and no quotation m
 {
     const SampleAgentServer agent(kNoUpdate); // its registration is what changes
     const TempFolder folder(L"agent");
-    for (const wchar_t* const name :
-         {L"the", L"the installed"}) // what it begins with is no program
+    // What the command line begins with is there, and no program.
+    for (const wchar_t* const name : {L"the", L"the installed"})
     {
         REQUIRE(::CreateDirectoryW(folder.File(name).c_str(), nullptr));
     }
