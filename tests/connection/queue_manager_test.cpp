@@ -411,6 +411,31 @@ TEST_CASE("queue_manager: a request that moves up while it is worked leaves all 
                          "complete b", "queue empty", "queue empty"});
 }
 
+TEST_CASE("queue_manager: a request that has left while it completes takes no other with it",
+          "[connection]")
+{
+    Queue queue;
+    const auto first = queue.Add("a");
+    queue.Add("b", {2, 2, 3});
+    bool isFirst = true;
+    first->onComplete = [&](DWORD*) {
+        if (std::exchange(isFirst, false))
+        {
+            queue.manager->OnTimer(); // works this one once more, and takes it out
+        }
+    };
+    REQUIRE(queue.manager->begin(kNeverMs) == S_OK);
+    queue.manager->OnTimer(); // arms
+    const std::size_t before = queue.log.All().size();
+    queue.manager->OnTimer();
+    Calls calls = queue.log.All();
+    calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(before));
+    CHECK(calls == Calls{"step a", "complete a",                           //
+                         "step a", "complete a", "queue filled", "step b", //
+                         "queue filled",                                   //
+                         "step b", "queue filled"});
+}
+
 TEST_CASE("queue_manager: empty is what the queue was when the request left it", "[connection]")
 {
     // Another thread adds as soon as the mutex is free.

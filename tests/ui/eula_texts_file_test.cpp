@@ -7,6 +7,7 @@
 #include "tests/support/http_server.h"
 #include "tests/support/temp_folder.h"
 #include "tests/support/test_thread.h"
+#include "tests/support/trace_recorder.h"
 #include "tests/ui/plain_window.h"
 
 #include <catch.hpp>
@@ -372,6 +373,32 @@ TEST_CASE("ReadEulaTexts: a URL is no file, and nobody is asked for it", "[ui]")
     CHECK(IsEmpty(ReadFile(fileUrl)));
     CHECK(server.Requests().empty());
     CHECK(ReadFile(folder.File(L"texts.xml")).ok == L"read");
+}
+
+TEST_CASE("ReadEulaTexts: a URL has a scheme of two characters at least, of which the first is a "
+          "letter",
+          "[ui]")
+{
+    const auto [path, isUrl] = GENERATE(table<std::wstring, bool>({
+        {L"az09+-.AZ:texts", true},
+        {L"zz:texts", true},
+        {L"Az:texts", true},
+        {L"Za:texts", true},
+        {L"a:texts", false},
+        {L"0a:texts", false},
+        {L"+a:texts", false},
+        {L"a_z:texts", false},
+        {L"a/z:texts", false},
+        {L"`a:texts", false},
+        {L"{a:texts", false},
+        {L"a\u00E4:texts", false},
+        {L":texts", false},
+        {L"texts", false},
+        {L"", false},
+    }));
+    TraceRecorder trace;
+    CHECK(IsEmpty(ReadFile(path)));
+    CHECK(trace.Count("the path of the texts is a URL") == (isUrl ? 1u : 0u));
 }
 
 TEST_CASE("ReadEulaTexts: paths of all kinds are no URLs", "[ui]")

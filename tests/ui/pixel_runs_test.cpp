@@ -160,6 +160,22 @@ TEST_CASE("PixelRuns: sizes that the pixels do not fill count as no picture", "[
     CHECK(FindAll(PixelRuns(pixels, 4, 3, kRed), 10).runs.size() == 3);
 }
 
+TEST_CASE("PixelRuns: one pixel that differs is found wherever it stands in a long row", "[ui]")
+{
+    constexpr std::int32_t kWidth = 300; // many are looked at together
+    const auto [most, other] =
+        GENERATE(table<std::uint32_t, std::uint32_t>({{kRed, 0}, {0, kRed}}));
+    std::vector<std::uint32_t> pixels(kWidth, most);
+    for (std::uint32_t& pixel : pixels)
+    {
+        pixel = other;
+        INFO("at " << &pixel - pixels.data());
+        REQUIRE(FindAll(PixelRuns(pixels, kWidth, 1, kRed), 2000).runs ==
+                Reference(pixels, kWidth, 1, kRed));
+        pixel = most;
+    }
+}
+
 TEST_CASE("PixelRuns: finds what a search pixel by pixel finds, whatever the widths and blocks",
           "[ui]")
 {

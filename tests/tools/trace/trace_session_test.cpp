@@ -156,6 +156,21 @@ TEST_CASE("TraceSession: for a sender that does not, each process is looked into
     CHECK_FALSE(std::binary_search(into.begin(), into.end(), ::GetCurrentProcessId()));
 }
 
+TEST_CASE("TraceSession: what is cleared leaves no names behind", "[tools]")
+{
+    NoReceiverEvents events;
+    velt::TraceSession session(events);
+    velt::TraceEntry entry;
+    entry.text = "text";
+    session.Add(entry, "first.exe (4)");
+    session.Add(entry, "second.exe (8)");
+    REQUIRE(ProcessOf(session, 1) == "second.exe (8)");
+    session.Clear();
+    session.Add(entry, "third.exe (12)");
+    CHECK(ProcessOf(session, 2) == "third.exe (12)");
+    CHECK(session.Names().Name(1) == "?"); // which the second one had
+}
+
 TEST_CASE("TraceSession: what came while nobody took it is counted as lost", "[tools]")
 {
     NoReceiverEvents events;

@@ -320,6 +320,7 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
         UNSCOPED_INFO(call);
     }
     CHECK(HasCall(agent, "StartBackgroundUpdate "));
+    CHECK(HasCall(agent, "SetLanguage {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B} 1033")); // English
 }
 
 TEST_CASE("velt script: the service's events reach the script's functions", "[tools]")
