@@ -143,6 +143,9 @@ class Tree:
                 digests[preset, path.relative_to(build)] = hashlib.sha256(stripped.read_bytes()).digest()
         return digests
 
+    def _log(self, test):
+        return f"{self.log}.{str(test).replace(' ', '-')}"
+
     def passes(self, tests):
         """Starts as many at a time as there are processors; names the first that fails, or None."""
         left = list(tests)
@@ -158,7 +161,7 @@ class Tree:
                     command = ["scripts/loopback_only.sh", "ctest", "--test-dir", f"build/{test.preset}",
                                "--output-on-failure", "-R", f"^{re.escape(test.name)}$"]  # fmt: skip
                     options = f"--abort -# [#{test.file}]~[.]" if test.file else ""
-                    process = self._process(command, f"{self.log}.{str(test).replace(' ', '-')}", options)
+                    process = self._process(command, self._log(test), options)
                     running[test.preset, test.name] = (test, process, time.monotonic())
                 for test, process, begin in list(running.values()):
                     code = process.process.poll()
@@ -168,6 +171,8 @@ class Tree:
                     del running[test.preset, test.name]
                     process.end()
                     if code != 0:
+                        # Stays when the test passes again: that it failed may have been the test's fault.
+                        os.replace(self._log(test), f"{self._log(test)}.failed")
                         return f"{test}" + (", not ended" if code is None else "")
                     test.seconds = test.seconds or seconds
                 time.sleep(0.05)

@@ -33,6 +33,7 @@ public:
     static constexpr int kOpenCommand = 212;
     static constexpr int kRulesCommand = 213; // filters and highlights
     static constexpr int kCallsCommand = 220; // slowest calls
+    static constexpr int kDebugOutputCommand = 223;
 
     /// Where it keeps what it remembers, below the user's key.
     static constexpr wchar_t kSettings[] = L"Software\\Velt\\TraceViewer";

@@ -412,8 +412,7 @@ void MainWindow::GoTo(std::uint64_t sequence)
 {
     if (Show(sequence))
     {
-        ::SetForegroundWindow(m_window);
-        ::SetFocus(m_list.Window());
+        ::SetForegroundWindow(m_window); // which gives the keyboard to the list
     }
 }
 

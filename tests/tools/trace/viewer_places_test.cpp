@@ -1,6 +1,7 @@
 // Where things stand in the dark look, which the viewer draws itself: for the most part where the
 // system puts them in the light one.
 
+#include "foundation/unique_handle.h"
 #include "tests/support/eventually.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/dark_choice.h"
@@ -59,6 +60,34 @@ std::vector<InkSpan> NamesInBar(HWND window)
     bar.bottom = bar.top - 2;
     bar.top -= 17;
     return ScreenPicture(bar).Columns(kBetweenWords);
+}
+
+/// What is on an open menu, and where its lines are.
+struct MenuPicture
+{
+    ScreenPicture picture;
+    std::vector<InkSpan> rows;
+};
+
+/// Opens the view menu, which has six names and two lines, and waits until it is drawn; the first
+/// name is the chosen one.
+MenuPicture OpenedViewMenu(HWND window)
+{
+    std::optional<MenuPicture> now;
+    REQUIRE(Eventually([&] {
+        const HWND menu = OpenViewMenu(window);
+        // A window that comes to the front late covers its menu.
+        return menu && Eventually(
+                           [&] {
+                               const auto former = now;
+                               ::Sleep(kBetweenLooksMs);
+                               const ScreenPicture picture(InsideOf(menu));
+                               now.emplace(MenuPicture{picture, picture.Rows(1)});
+                               return now->rows.size() == 8 && former && former->picture == picture;
+                           },
+                           kLookMs);
+    }));
+    return std::move(*now);
 }
 
 /// Waits until two looks at the screen, some time apart, are the same, and the second is wanted.
@@ -184,28 +213,41 @@ TEST_CASE("Viewer: all names stand at the same place in the dark look and in the
     CHECK(viewer.Close() == 0);
 }
 
+TEST_CASE("Viewer: a menu's check mark says whether the debugger output is listened to", "[tools]")
+{
+    constexpr int kFollow = 1; // rows of the menu; that one is checked
+    constexpr int kDebugOutput = 4;
+    const DarkChoice dark;
+    ViewerProcess viewer;
+    viewer.AwaitWindow();
+    const auto isChecked = [&] {
+        const auto [picture, rows] = OpenedViewMenu(viewer.Window());
+        const InkSpan mark = picture.Columns(kBetweenWords, rows[kFollow]).front();
+        const InkSpan first = picture.Columns(kBetweenWords, rows[kDebugOutput]).front();
+        ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+        return first == mark;
+    };
+    CHECK_FALSE(isChecked());
+    viewer.Command(ViewerProcess::kDebugOutputCommand);
+    CHECK(isChecked());
+    viewer.Command(ViewerProcess::kDebugOutputCommand);
+    CHECK_FALSE(isChecked());
+    // Another program has it: to ask for it is not to get it.
+    const velt::UniqueKernelObject others(::CreateFileMappingW(
+        INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, L"DBWIN_BUFFER"));
+    REQUIRE(others);
+    viewer.Command(ViewerProcess::kDebugOutputCommand);
+    CHECK(viewer.AwaitStatus(4, L"another program listens to the debugger output"));
+    CHECK_FALSE(isChecked());
+    CHECK(viewer.Close() == 0);
+}
+
 TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names and keys", "[tools]")
 {
     const DarkChoice dark;
     ViewerProcess viewer;
     viewer.AwaitWindow();
-    HWND menu = nullptr;
-    std::optional<ScreenPicture> picture;
-    std::vector<InkSpan> rows;
-    REQUIRE(Eventually([&] {
-        menu = OpenViewMenu(viewer.Window());
-        // A window that comes to the front late covers its menu.
-        return menu && Eventually(
-                           [&] {
-                               const auto former = picture;
-                               ::Sleep(kBetweenLooksMs);
-                               picture.emplace(InsideOf(menu));
-                               rows = picture->Rows(1);
-                               return rows.size() == 8 && // six names and two lines
-                                      picture == former;
-                           },
-                           kLookMs);
-    }));
+    const auto [picture, rows] = OpenedViewMenu(viewer.Window());
     const std::vector<InkSpan> names{rows[1], rows[3], rows[4], rows[5], rows[7]}; // but the chosen
     const int pitch = names[2].Middle() - names[1].Middle();
     CHECK(pitch >= names[1].to - names[1].from + 8);
@@ -219,10 +261,10 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
     for (const InkSpan& line : {rows[2], rows[6]})
     {
         CHECK(line.to - line.from == 1);
-        CHECK(picture->Columns(0, line) == std::vector<InkSpan>{{0, picture->Width()}});
+        CHECK(picture.Columns(0, line) == std::vector<InkSpan>{{0, picture.Width()}});
     }
     // Of what is checked.
-    const std::vector<InkSpan> followed = picture->Columns(kBetweenWords, names[0]);
+    const std::vector<InkSpan> followed = picture.Columns(kBetweenWords, names[0]);
     REQUIRE(followed.size() > 2);
     const InkSpan mark = followed[0];
     const int left = followed[1].from;
@@ -230,11 +272,11 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
     CHECK(mark.to - mark.from >= 9);
     CHECK(mark.to + 4 <= left);
     const int right = followed.back().to;
-    CHECK(picture->Width() - right >= 6);
-    CHECK(picture->Width() - right <= 12);
+    CHECK(picture.Width() - right >= 6);
+    CHECK(picture.Width() - right <= 12);
     for (const std::size_t row : {1u, 2u, 3u, 4u})
     {
-        const std::vector<InkSpan> words = picture->Columns(3 * kBetweenWords, names[row]);
+        const std::vector<InkSpan> words = picture.Columns(3 * kBetweenWords, names[row]);
         const bool hasKey = row == 1 || row == 4;
         INFO("row " << row);
         REQUIRE(words.size() == (hasKey ? 2u : 1u));
