@@ -61,6 +61,11 @@ ScreenPicture::ScreenPicture(const RECT& place)
     : m_width(static_cast<int>(place.right - place.left)),
       m_height(static_cast<int>(place.bottom - place.top))
 {
+    if (m_width <= 0 || m_height <= 0)
+    {
+        m_width = m_height = 0;
+        return;
+    }
     BITMAPINFO format{};
     format.bmiHeader.biSize = sizeof(format.bmiHeader);
     format.bmiHeader.biWidth = m_width;
@@ -73,8 +78,8 @@ ScreenPicture::ScreenPicture(const RECT& place)
     const HBITMAP bitmap = ::CreateDIBSection(screen, &format, DIB_RGB_COLORS, &bits, nullptr, 0);
     const HGDIOBJ former = ::SelectObject(memory, bitmap);
     const bool taken =
-        ::BitBlt(memory, 0, 0, m_width, m_height, screen, static_cast<int>(place.left),
-                 static_cast<int>(place.top), SRCCOPY) != FALSE;
+        bits && ::BitBlt(memory, 0, 0, m_width, m_height, screen, static_cast<int>(place.left),
+                         static_cast<int>(place.top), SRCCOPY) != FALSE;
     ::GdiFlush();
     std::array<int, 256> counts{};
     if (taken)

@@ -34,7 +34,8 @@ int LightnessAt(HWND window, int x, int y);
 /// last one.
 int LightnessOfMenu(HWND window, bool first);
 
-/// What is on the screen at a place, taken once.
+/// What is on the screen at a place, taken once; nothing for a place without size, such as that of
+/// a window which is gone.
 class ScreenPicture
 {
 public:

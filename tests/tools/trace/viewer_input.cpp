@@ -9,6 +9,25 @@
 
 namespace velt::test
 {
+namespace
+{
+/// What has dropped down of a menu; null when nothing has.
+HWND OpenMenu() noexcept
+{
+    const HWND menu = ::FindWindowW(L"#32768", nullptr);
+    return ::IsWindowVisible(menu) ? menu : nullptr;
+}
+
+/// Whether a window's keys go to its menu.
+bool IsInMenu(HWND window) noexcept
+{
+    GUITHREADINFO info{};
+    info.cbSize = sizeof(info);
+    ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
+    return (info.flags & (GUI_POPUPMENUMODE | GUI_INMENUMODE)) != 0;
+}
+} // namespace
+
 void Press(HWND window, std::initializer_list<WORD> keys)
 {
     // In front is not yet awake: until its thread has seen that, keys go where the focus was.
@@ -31,20 +50,22 @@ HWND OpenViewMenu(HWND window)
 {
     constexpr DWORD kPatienceMs = 3'000;
     HWND menu = nullptr;
-    const auto isOpen = [&] {
-        menu = ::FindWindowW(L"#32768", nullptr);
-        GUITHREADINFO info{};
-        info.cbSize = sizeof(info);
-        ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info);
-        return menu && ::IsWindowVisible(menu) &&
-               (info.flags & (GUI_POPUPMENUMODE | GUI_INMENUMODE)) != 0;
-    };
     const bool isThere = Eventually([&] { // where keys are lost, a user presses once more
-        ::SendMessageW(window, WM_CANCELMODE, 0, 0);
+        CloseMenu(window);
         Press(window, {VK_MENU, 'V'});
-        return Eventually(isOpen, kPatienceMs);
+        return Eventually([&] { return IsInMenu(window) && (menu = OpenMenu()) != nullptr; },
+                          kPatienceMs);
     });
     return isThere ? menu : nullptr;
+}
+
+void CloseMenu(HWND window)
+{
+    ::SendMessageW(window, WM_CANCELMODE, 0, 0);
+    if (!Eventually([&] { return !IsInMenu(window) && !OpenMenu(); }))
+    {
+        throw std::runtime_error("the menu stays open");
+    }
 }
 
 void ClickAt(HWND window, const POINT& place)

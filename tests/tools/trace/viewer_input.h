@@ -16,6 +16,9 @@ void Press(HWND window, std::initializer_list<WORD> keys);
 /// chosen then. Returns what drops down, or null when nothing does.
 HWND OpenViewMenu(HWND window);
 
+/// Closes the menu of a viewer that is open, if one is, and waits until it is gone.
+void CloseMenu(HWND window);
+
 /// Clicks at a place of the screen where this window is, once the pointer is there. Throws
 /// std::runtime_error where the system takes no mouse.
 void ClickAt(HWND window, const POINT& place);

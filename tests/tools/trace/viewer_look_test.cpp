@@ -395,7 +395,7 @@ TEST_CASE("Viewer: the chosen item of a menu stands out in the dark look, and ca
         }
         return false;
     }));
-    ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+    CloseMenu(viewer.Window());
     CHECK(viewer.Close() == 0);
 }
 

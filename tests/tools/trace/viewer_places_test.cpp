@@ -224,7 +224,7 @@ TEST_CASE("Viewer: a menu's check mark says whether the debugger output is liste
         const auto [picture, rows] = OpenedViewMenu(viewer.Window());
         const InkSpan mark = picture.Columns(kBetweenWords, rows[kFollow]).front();
         const InkSpan first = picture.Columns(kBetweenWords, rows[kDebugOutput]).front();
-        ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+        CloseMenu(viewer.Window());
         return first == mark;
     };
     CHECK_FALSE(isChecked());
@@ -284,6 +284,6 @@ TEST_CASE("Viewer: a menu in the dark look has room for its check marks, names a
         CHECK((!hasKey || std::abs(words[1].to - right) <= 1));
         CHECK((!hasKey || words[1].from - words[0].to >= 24));
     }
-    ::SendMessageW(viewer.Window(), WM_CANCELMODE, 0, 0);
+    CloseMenu(viewer.Window());
     CHECK(viewer.Close() == 0);
 }
