@@ -126,6 +126,8 @@ function(velt_add_test name)
         list(APPEND labels waits)
     endif()
     velt_label_test(${name} ${labels})
+    # Local time is not universal time there, nor whole hours from it, on whichever machine.
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT TZ=IST-5:30)
 endfunction()
 
 function(velt_add_script_test name)

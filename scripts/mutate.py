@@ -243,7 +243,7 @@ def tests_of(folder):
             programs = [
                 str(pathlib.Path(word).relative_to(build))
                 for word in test["command"]
-                if word.startswith(f"{build}/") and pathlib.Path(word).is_file()
+                if word.startswith(f"{build}/") and pathlib.Path(word).is_file() and os.access(word, os.X_OK)
             ]
             sources = set()
             if programs:

@@ -214,12 +214,19 @@ TEST_CASE("ActiveX children: hosts are created with the initial data, else with 
     const HostsCreated hosts;
     TestDialog dialog(TEST_DIALOG_ACTIVEX_DATA);
     CHECK(dialog.Show([&] {
-        for (const int id : {201, 202, 203})
+        for (const int id : {201, 202, 203, 204})
         {
             CHECK(dialog.Child(id) != nullptr);
         }
     }) == 7);
+    std::string longer; // than one byte of the size can say
+    for (int i = 0; i < 320; ++i)
+    {
+        longer += static_cast<char>('0' + i % 10);
+    }
     using Parameters = std::vector<std::pair<int, std::optional<std::string>>>;
-    CHECK(HostsCreated::Parameters() ==
-          Parameters{{201, "template"}, {202, std::string("initial\0", 8)}, {203, std::nullopt}});
+    CHECK(HostsCreated::Parameters() == Parameters{{201, "template"},
+                                                   {202, std::string("initial\0", 8)},
+                                                   {203, std::nullopt},
+                                                   {204, longer}});
 }

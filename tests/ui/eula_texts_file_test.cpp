@@ -384,6 +384,8 @@ TEST_CASE("ReadEulaTexts: a URL has a scheme of two characters at least, of whic
         {L"zz:texts", true},
         {L"Az:texts", true},
         {L"Za:texts", true},
+        {L" az:texts", true}, // the system passes over blanks and control characters
+        {L"\x1F\taz:texts", true},
         {L"a:texts", false},
         {L"0a:texts", false},
         {L"+a:texts", false},

@@ -26,6 +26,10 @@ std::int64_t LocalUs()
     FILETIME local;
     ::GetSystemTimeAsFileTime(&utc);
     ::FileTimeToLocalFileTime(&utc, &local);
+    if (::CompareFileTime(&utc, &local) == 0)
+    {
+        WARN("local time is universal time here: the one would pass for the other");
+    }
     return static_cast<std::int64_t>(
         (std::uint64_t{local.dwHighDateTime} << 32 | local.dwLowDateTime) / 10);
 }

@@ -98,3 +98,19 @@ TEST_CASE("ArrivalQueue: when nobody takes, the oldest are lost and counted", "[
     CHECK(queue.Lost() == 0);
     CHECK(taken.Lost() + times.size() == kMessages);
 }
+
+TEST_CASE("ArrivalQueue: what comes last is kept, however small the bound", "[tools]")
+{
+    constexpr std::size_t kBlock = std::size_t{256} << 10; // memory is taken and lost by so much
+    ArrivalQueue queue(1);
+    constexpr std::int64_t kMessages = 600; // two blocks and some
+    for (std::int64_t i = 0; i < kMessages; ++i)
+    {
+        queue.Append(Of(1000, i), Bytes(1000, 1));
+    }
+    const std::vector<std::int64_t> times = TimesIn(queue);
+    REQUIRE_FALSE(times.empty());
+    CHECK(times.back() == kMessages - 1);
+    CHECK(times.size() * 1000 <= kBlock);
+    CHECK(queue.Lost() + times.size() == kMessages);
+}

@@ -4,6 +4,7 @@
 #include "foundation/unique_handle.h"
 #include "tests/support/component_library.h"
 #include "tests/support/edition.h"
+#include "tests/support/temp_folder.h"
 #include "tests/support/variants.h"
 #include "tests/support/viewer_process.h"
 #include "tests/tools/trace/viewer_input.h"
@@ -126,6 +127,8 @@ TEST_CASE("Viewer: it stays while a dialog of its own asks something", "[tools]"
     REQUIRE(Eventually([&] {
         return (dialog = DialogOf(viewer.Id())) != nullptr && !::IsWindowEnabled(viewer.Window());
     }));
+    constexpr int kKinds = 0x470; // cmb1: of the files that are listed
+    CHECK(::SendDlgItemMessageW(dialog, kKinds, CB_GETCURSEL, 0, 0) == 0);
     ::SendMessageW(viewer.Window(), WM_CLOSE, 0, 0);
     CHECK(::IsWindow(viewer.Window()));
     CHECK(::IsWindow(dialog));
@@ -286,7 +289,19 @@ TEST_CASE("Viewer: a second one brings the first one to the front", "[tools]")
     }
     // It needs no answer, and what it said is to be seen.
     CHECK(Eventually([&] { return !::IsIconic(first.Window()); }));
-    CHECK(Eventually([&] { return ::GetForegroundWindow() == first.Window(); }));
+    const auto isInFront = [](const ViewerProcess& viewer) {
+        return Eventually([&] { return ::GetForegroundWindow() == viewer.Window(); });
+    };
+    CHECK(isInFront(first));
+    // Also from behind another window.
+    const TempFolder folder(L"viewer");
+    folder.Write(L"trace.txt", "2024-02-29 12:34:56.000789  4  ?  saved\r\n");
+    ViewerProcess files(L"\"" + folder.File(L"trace.txt") + L"\"");
+    files.AwaitFileWindow();
+    REQUIRE(isInFront(files));
+    CHECK(ViewerProcess().AwaitExit() == 1);
+    CHECK(isInFront(first));
+    CHECK(files.Close() == 0);
     ViewerProcess third(L"--console");
     CHECK(third.AwaitExit() == 1);
     CHECK(third.Errors() == "velt-trace: A trace viewer is running already.\r\n");

@@ -40,6 +40,7 @@ TEST_CASE("FileNameFromUrl: never leads out of its folder or to a device", "[too
         {"http://h/con", "_con"},
         {"http://h/NUL.txt", "_NUL.txt"},
         {"http://h/Com1 .x", "_Com1 .x"},
+        {"http://h/com0", "_com0"},
         {"http://h/lpt9", "_lpt9"},
         {"http://h/CONOUT$", "_CONOUT$"},
         {"http://h/com%C2%B9", "_com\xC2\xB9"}, // superscript one, two and three count as digits
