@@ -70,10 +70,4 @@ public:
 private:
     ComponentLibrary m_library;
 };
-
-/// Closes the window that the sample agent shows for an update in the foreground.
-inline void CloseAgentWindow()
-{
-    ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0);
-}
 } // namespace velt::test

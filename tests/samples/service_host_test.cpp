@@ -78,7 +78,7 @@ TEST_CASE("service_host: calls, and a queued update one period after one in the 
     const auto background = std::ranges::find(calls, "StartBackgroundUpdate" + kProduct);
     CHECK(foreground < background);
     CHECK(background != calls.end());
-    CloseAgentWindow();
+    agent.CloseWindow();
 }
 
 TEST_CASE("service_host: with another argument it says what it takes", "[service]")

@@ -59,7 +59,7 @@ TEST_CASE("service scripts: all members work from script", "[service]")
     CHECK(std::ranges::count(calls, "GetMessages" + kProduct) == 1); // of the question
     REQUIRE_FALSE(calls.empty());
     CHECK(calls.back() == "StartForegroundUpdate" + kProduct + " 8");
-    CloseAgentWindow();
+    agent.CloseWindow();
 }
 
 TEST_CASE("service scripts: without an update agent there is none", "[service]")

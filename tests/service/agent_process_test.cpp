@@ -26,7 +26,7 @@ TEST_CASE("InvokeUpdate: an agent that takes ten seconds is waited for", "[servi
     CHECK(hr == S_OK);
     CHECK(agent.Calls().size() == 5);
     CHECK(sink.Count() == 1);
-    ::PostMessageW(::FindWindowW(nullptr, L"Software Manager"), WM_CLOSE, 0, 0); // its last work
+    agent.CloseWindow(); // its last work
     agent.WaitForEnd();
 }
 

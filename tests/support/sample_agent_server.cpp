@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -81,8 +82,13 @@ SampleAgentServer::~SampleAgentServer()
         WaitForEnd();
         RunProcess(L'"' + m_program + L"\" /unregserver");
     }
-    catch (const std::exception&)
+    catch (const std::exception& failure)
     {
+        std::fprintf(stderr, "%s; it has logged:\n", failure.what());
+        for (const std::string& line : Lines())
+        {
+            std::fprintf(stderr, "    %s\n", line.c_str());
+        }
         Kill(); // the registration goes with the prefix
     }
 }
@@ -120,6 +126,15 @@ void SampleAgentServer::WaitForCall(const std::string& call) const
                                    [&](const std::string& line) { return line.starts_with(call); });
     };
     WaitUntil(hasCall, "the sample agent is not called");
+}
+
+void SampleAgentServer::CloseWindow() const
+{
+    const HWND window = ::FindWindowW(nullptr, L"Software Manager");
+    if (!window || !::PostMessageW(window, WM_CLOSE, 0, 0))
+    {
+        throw std::runtime_error("the sample agent shows no window");
+    }
 }
 
 void SampleAgentServer::Kill() const

@@ -36,6 +36,9 @@ public:
     /// Waits until it has logged a call that begins like this.
     void WaitForCall(const std::string& call) const;
 
+    /// Closes the window that it shows for an update in the foreground.
+    void CloseWindow() const;
+
     /// Ends each process of it at once, in the middle of whatever it does. The system may believe
     /// that it still runs; see docs/wine.md.
     void Kill() const;

@@ -235,6 +235,9 @@ TEST_CASE("Viewer: who moves in the list by any means wants to stay there", "[to
     REQUIRE(
         Eventually([&] { return top() + ::SendMessageW(list, LVM_GETCOUNTPERPAGE, 0, 0) >= 200; }));
     Press(viewer.Window(), {VK_END});
+    REQUIRE(Eventually([&] { // messages that are posted overtake keys
+        return ::SendMessageW(list, LVM_GETNEXTITEM, static_cast<WPARAM>(-1), LVNI_FOCUSED) == 199;
+    }));
     CHECK(follows());
     const LRESULT before = top();
     RECT place{};

@@ -290,10 +290,7 @@ TEST_CASE("velt update: asks a real agent and has it work", "[tools]")
     CHECK(result.output == "{\"agent\":true,\"ended\":true,\"events\":[\"self_upgrade "
                            "{AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B}\"],\"exitCode\":0}\n");
     CHECK(HasCall(agent, "SetLanguage {AC0EE5B0-A8FB-4D0A-AF03-2EDC518F841B} 1031"));
-    // The agent lives as long as the window that it has shown.
-    const HWND window = ::FindWindowW(nullptr, L"Software Manager");
-    REQUIRE(window != nullptr);
-    ::PostMessageW(window, WM_CLOSE, 0, 0);
+    agent.CloseWindow(); // as long as it is there the agent lives
     agent.Configure(kNoUpdate);
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0"}).exitCode == 1);
     CHECK(RunVelt({L"update", L"check", kProduct, L"3.0", L"--offline"}).exitCode == 0);
