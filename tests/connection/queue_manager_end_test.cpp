@@ -297,13 +297,9 @@ TEST_CASE("queue_manager: a worker that waits for a hold ends at once", "[connec
     manager->Hold(true, timeoutMs);
     manager->add(std::make_shared<LoggingRequest>(log, "a"));
     REQUIRE(manager->begin(1) == S_OK);
-    manager->OnTimer(); // arms
-    const std::size_t limit = 2000;
-    for (std::size_t i = 0; trace.Count("queue_manager::Execute - enter") < 2; ++i)
-    {
-        REQUIRE(i < limit);
-        ::Sleep(10);
-    }
+    // The worker's first tick arms, the second one waits. One of this thread's own could do so,
+    // too.
+    REQUIRE(Eventually([&] { return trace.Count("queue_manager::Execute - enter") >= 2; }));
     manager.reset();
     CHECK(watch.grace.waits == 1);
     CHECK(watch.ends.Calls() == 0);
